@@ -1,0 +1,30 @@
+/*
+ * core/internal.h - helpers the engine core shares with the rest of the
+ * library but does not export.
+ */
+#ifndef HALV_CORE_INTERNAL_H
+#define HALV_CORE_INTERNAL_H
+
+#include <stdarg.h>
+#include <stddef.h>
+
+#include "halv_core.h"
+
+namespace halv {
+
+/* Formats like vsnprintf into buffer (which may be null when size is 0) and
+ * returns the length the whole text has, or a negative value when the format
+ * fails.  The one place where the core turns a format into text. */
+int FormatV(char *buffer, size_t size, const char *format, va_list args) noexcept;
+
+/* Scans a decimal integer as "%d" does; 1 when one was read, else 0. */
+int ScanInt(const char *text, int *value) noexcept;
+
+/* The three debug switches set by the first HalvernInit. */
+int EngineEnvDebug() noexcept;
+int EngineSharedDebug() noexcept;
+int EngineFindFileDebug() noexcept;
+
+} // namespace halv
+
+#endif
