@@ -2,9 +2,11 @@
 // ratio of the two printed at the end of the run.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -63,6 +65,8 @@ BENCHMARK(BM_Md5_OpenSSL)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 /* Console output as usual, then the library's throughput over OpenSSL's. */
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
+    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
+
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const Run &run : runs) {
             auto it = run.counters.find("bytes_per_second");
@@ -74,9 +78,12 @@ public:
     void Finalize() override {
         ConsoleReporter::Finalize();
         double halv = rates_["BM_Md5_Halv"], openssl = rates_["BM_Md5_OpenSSL"];
-        if (halv > 0 && openssl > 0)
-            std::printf("MD5 over 64 MiB: library %.0f MB/s, OpenSSL %.0f MB/s, ratio %.2fx\n", halv / 1e6,
-                        openssl / 1e6, halv / openssl);
+        if (halv > 0 && openssl > 0) {
+            char line[160];
+            std::snprintf(line, sizeof line, "MD5 over 64 MiB: library %.0f MB/s, OpenSSL %.0f MB/s, ratio %.2fx\n",
+                          halv / 1e6, openssl / 1e6, halv / openssl);
+            GetOutputStream() << line;
+        }
     }
 
 private:

@@ -30,15 +30,18 @@ void StoreLittleEndian(unsigned char *p, uint32_t word) noexcept {
     std::memcpy(p, &word, sizeof word);
 }
 
-/* The four round functions, in forms that need few instructions. */
+/* The four round functions, written so that the part that doesn't depend
+ * on x (the word the previous step produced) can be computed early.  G's
+ * two terms share no bits, so their sum is their union. */
 inline uint32_t F(uint32_t x, uint32_t y, uint32_t z) noexcept { return z ^ (x & (y ^ z)); }
-inline uint32_t G(uint32_t x, uint32_t y, uint32_t z) noexcept { return y ^ (z & (x ^ y)); }
-inline uint32_t H(uint32_t x, uint32_t y, uint32_t z) noexcept { return x ^ y ^ z; }
+inline uint32_t G(uint32_t x, uint32_t y, uint32_t z) noexcept { return (y & ~z) + (x & z); }
+inline uint32_t H(uint32_t x, uint32_t y, uint32_t z) noexcept { return x ^ (y ^ z); }
 inline uint32_t I(uint32_t x, uint32_t y, uint32_t z) noexcept { return y ^ (x | ~z); }
 
+/* a + word + constant doesn't wait for b, so it is summed first. */
 template <uint32_t (*Fn)(uint32_t, uint32_t, uint32_t), int Shift>
 inline void Step(uint32_t &a, uint32_t b, uint32_t c, uint32_t d, uint32_t word, uint32_t constant) noexcept {
-    a = b + std::rotl(a + Fn(b, c, d) + word + constant, Shift);
+    a = b + std::rotl(Fn(b, c, d) + (a + word + constant), Shift);
 }
 
 void Compress(uint32_t state[4], const unsigned char *block) noexcept {
