@@ -24,7 +24,7 @@ ScanInput StreamInput(HalvIO *io) {
 }
 
 /* va_list is an array type here: the core gets a copy it may advance. */
-int32_t ScanList(ScanInput in, const HalvLocale *locale, const char *format, va_list args) {
+int32_t ScanList(ScanInput &&in, const HalvLocale *locale, const char *format, va_list args) {
     va_list copy;
     va_copy(copy, args);
     int32_t result = halv::ScanCore(in, locale, format, ScanArguments{&copy, nullptr});
@@ -32,7 +32,7 @@ int32_t ScanList(ScanInput in, const HalvLocale *locale, const char *format, va_
     return result;
 }
 
-int32_t ScanArray(ScanInput in, const HalvLocale *locale, const char *format, void **args) {
+int32_t ScanArray(ScanInput &&in, const HalvLocale *locale, const char *format, void **args) {
     return halv::ScanCore(in, locale, format, ScanArguments{nullptr, args});
 }
 

@@ -79,12 +79,13 @@ private:
     }
 
     void TakeDigits(int base) {
-        while (Lasts()) {
-            int digit = DigitValue(in_.current);
-            if (digit < 0 || digit >= base)
-                return;
-            Take();
-        }
+        /* A local length: the byte stores could alias a member. */
+        char *text = text_;
+        int32_t length = length_;
+        remaining_ -= in_.TakeRun(
+            remaining_, [base](int32_t c) { return (unsigned)DigitValue(c) < (unsigned)base; },
+            [text, &length](int32_t c) { text[length++] = (char)c; });
+        length_ = length;
     }
 
     /* The point's bytes must all match; a partial match has consumed what

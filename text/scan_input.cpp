@@ -1,6 +1,6 @@
 /*
- * text/scan_input.cpp - the byte source of the scan engine and the byte
- * classes its readers share.
+ * text/scan_input.cpp - the stream source of the scan engine, the UTF-8
+ * sequence test of its format walk, and the fetch of its arguments.
  *
  * A stream has no push-back: every byte the engine looks at is taken from
  * the stream for good, the look-ahead behind the last field included.
@@ -12,25 +12,6 @@ namespace {
 
 constexpr int32_t kStreamFailed = -8;
 constexpr int32_t kStreamEndByte = 0xFF; /* reads like the end of input */
-
-struct DigitTable {
-    int8_t value[128];
-};
-
-constexpr DigitTable MakeDigitTable() {
-    DigitTable t{};
-    for (int c = 0; c < 128; ++c)
-        t.value[c] = -1;
-    for (int c = '0'; c <= '9'; ++c)
-        t.value[c] = (int8_t)(c - '0');
-    for (int c = 'a'; c <= 'z'; ++c) {
-        t.value[c] = (int8_t)(c - 'a' + 10);
-        t.value[c - 'a' + 'A'] = (int8_t)(c - 'a' + 10);
-    }
-    return t;
-}
-
-constinit const DigitTable kDigits = MakeDigitTable();
 
 } // namespace
 
@@ -50,10 +31,6 @@ int32_t ScanInput::AdvanceStream() noexcept {
         error = kStreamFailed;
     current = -1;
     return current;
-}
-
-int DigitValue(int32_t c) noexcept {
-    return (c >= 0 && c < 128) ? kDigits.value[c] : -1;
 }
 
 int Utf8SequenceLength(const unsigned char *text) noexcept {

@@ -44,14 +44,11 @@ int ReadScanInteger(ScanInput &in, int base, bool isUnsigned, bool alternative, 
         }
     }
     uint64_t result = 0;
-    for (; remaining > 0; --remaining) {
-        int digit = DigitValue(in.current);
-        if (digit < 0 || digit >= base)
-            break;
-        result = result * (uint64_t)base + (uint64_t)digit;
-        anyDigit = true;
-        in.Advance();
-    }
+    const uint64_t wide = (uint64_t)base;
+    int32_t taken = in.TakeRun(
+        remaining, [base](int32_t c) { return (unsigned)DigitValue(c) < (unsigned)base; },
+        [&result, wide](int32_t c) { result = result * wide + (uint64_t)DigitValue(c); });
+    anyDigit = anyDigit || taken > 0;
     if (!anyDigit)
         return kFieldFailed;
     *value = negative ? (uint64_t)0 - result : result;

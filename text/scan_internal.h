@@ -120,6 +120,37 @@ struct ScanInput {
     }
 
     int32_t AdvanceStream() noexcept;
+
+    /* Takes bytes while keep(byte) holds and limit lasts, handing each to
+     * use(byte) before the next is read; gives the number taken.  The same
+     * as a loop over Advance, with the string source kept in registers. */
+    template <class Keep, class Use>
+    inline int32_t TakeRun(int32_t limit, Keep keep, Use use) noexcept {
+        int32_t taken = 0;
+        if (text == nullptr) {
+            for (; taken < limit && current >= 0 && keep(current); ++taken) {
+                use(current);
+                Advance();
+            }
+            return taken;
+        }
+        const unsigned char *next = text;
+        int32_t c = current;
+        for (; taken < limit && c >= 0 && keep(c); ++taken) {
+            use(c);
+            unsigned char byte = *next;
+            if (byte == 0) {
+                c = -1;
+            } else {
+                ++next;
+                c = byte;
+            }
+        }
+        committed += (int32_t)(next - text);
+        text = next;
+        current = c;
+        return taken;
+    }
 };
 
 /* The six white-space bytes: blank, tab, LF, VT, FF, CR. */
@@ -132,8 +163,31 @@ inline void SkipScanSpace(ScanInput &in) noexcept {
         in.Advance();
 }
 
+/* Digit values of the 128 ASCII bytes: 0-9, a-z and A-Z give 0 to 35,
+ * all others -1.  A constant, so no thread ever fills it. */
+struct DigitTable {
+    int8_t value[128];
+};
+
+constexpr DigitTable MakeDigitTable() {
+    DigitTable t{};
+    for (int c = 0; c < 128; ++c)
+        t.value[c] = -1;
+    for (int c = '0'; c <= '9'; ++c)
+        t.value[c] = (int8_t)(c - '0');
+    for (int c = 'a'; c <= 'z'; ++c) {
+        t.value[c] = (int8_t)(c - 'a' + 10);
+        t.value[c - 'a' + 'A'] = (int8_t)(c - 'a' + 10);
+    }
+    return t;
+}
+
+inline constexpr DigitTable kDigitTable = MakeDigitTable();
+
 /* Digit value of a byte in bases up to 36; -1 for anything else. */
-int DigitValue(int32_t c) noexcept;
+inline int DigitValue(int32_t c) noexcept {
+    return ((uint32_t)c < 128) ? kDigitTable.value[c] : -1;
+}
 
 /* Length of the valid UTF-8 sequence that starts at text, 2 to 4, or 0 when
  * the bytes start no valid sequence (overlong forms refused). */

@@ -82,6 +82,19 @@ int32_t Limit(const ScanDirective &d) {
     return d.width > 0 ? d.width : kNoWidth;
 }
 
+/* Takes the run of bytes that keep accepts into out (null: nowhere) and
+ * closes it with a terminator. */
+template <class Keep>
+void TakeIntoString(ScanInput &in, int32_t limit, char *out, Keep keep) {
+    int32_t stored = 0;
+    in.TakeRun(limit, keep, [out, &stored](int32_t c) {
+        if (out != nullptr)
+            out[stored++] = (char)c;
+    });
+    if (out != nullptr)
+        out[stored] = '\0';
+}
+
 /* Fills members from the set text between the brackets of a %[ directive.
  * Gives 0, -2 for a range cut off by the end of the format, or -7 for a
  * range that runs backwards. */
@@ -145,17 +158,20 @@ int ReadScanChars(ScanInput &in, const ScanDirective &d, const char *) noexcept 
 
 int ReadScanString(ScanInput &in, const ScanDirective &d, const char *) noexcept {
     char *out = Destination(d);
-    const bool escapes = (d.flags & kFlagAlternative) != 0;
     const int32_t limit = Limit(d);
     SkipScanSpace(in);
+    if (!(d.flags & kFlagAlternative)) {
+        TakeIntoString(in, limit, out, [](int32_t c) { return !IsScanSpace(c); });
+        return kFieldDone;
+    }
+    /* With escapes one character of the width may be several bytes. */
     int32_t n = 0;
-    while (n < limit && in.current != -1 && !IsScanSpace(in.current)) {
-        int c = TakeFieldChar(in, escapes);
+    for (; n < limit && in.current != -1 && !IsScanSpace(in.current); ++n) {
+        int c = TakeFieldChar(in, true);
         if (c < 0)
             break;
         if (out != nullptr)
             out[n] = (char)c;
-        ++n;
     }
     if (out != nullptr)
         out[n] = '\0';
@@ -168,17 +184,8 @@ int ReadScanGroup(ScanInput &in, const ScanDirective &d, const char *format) noe
     int built = BuildSet(format, d, members, &negated);
     if (built < 0)
         return built;
-    char *out = Destination(d);
-    const int32_t limit = Limit(d);
-    int32_t n = 0;
-    while (n < limit && in.current != -1 && (members[in.current] != 0) != negated) {
-        if (out != nullptr)
-            out[n] = (char)in.current;
-        ++n;
-        in.Advance();
-    }
-    if (out != nullptr)
-        out[n] = '\0';
+    TakeIntoString(in, Limit(d), Destination(d),
+                   [&members, negated](int32_t c) { return (members[c] != 0) != negated; });
     return kFieldDone;
 }
 

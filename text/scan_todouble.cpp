@@ -19,6 +19,28 @@ constexpr double kExactTens[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                  1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
+/* The scale of the k-th decimal fraction digit is 1 divided by 10 k times
+ * over, each division rounded.  The sequence doesn't depend on the text, so
+ * it is made once, at compile time, with the same rounded divisions.  A
+ * field has at most 511 bytes, so no text has more fraction digits. */
+struct ScaleTable {
+    double scale[512];
+};
+
+constexpr ScaleTable MakeScaleTable() {
+    ScaleTable t{};
+    t.scale[0] = 1;
+    for (int k = 1; k < 512; ++k)
+        t.scale[k] = t.scale[k - 1] / 10;
+    return t;
+}
+
+constinit const ScaleTable kTenthScales = MakeScaleTable();
+
+/* Below this an integer part can take one more digit of any base up to 16
+ * and stay below 2^53, where a double holds every integer exactly. */
+constexpr uint64_t kExactIntegerLimit = (uint64_t)1 << 49;
+
 double Power(int base, uint32_t exponent) {
     if (base == 10 && exponent < sizeof kExactTens / sizeof kExactTens[0])
         return kExactTens[exponent];
@@ -37,8 +59,13 @@ double ScanTextToDouble(const char *text) noexcept {
         base = 16;
         p += 2;
     }
+    /* integer = integer * base + digit in doubles.  While the value is
+     * below 2^53 that is exact, and 64-bit integers give the same. */
     int digit;
-    double integer = 0;
+    uint64_t exact = 0;
+    for (; exact < kExactIntegerLimit && (digit = DigitValue(*p)) >= 0 && digit < base; ++p)
+        exact = exact * (uint64_t)base + (uint64_t)digit;
+    double integer = (double)exact;
     for (; (digit = DigitValue(*p)) >= 0 && digit < base; ++p)
         integer = integer * base + digit;
 
@@ -49,10 +76,15 @@ double ScanTextToDouble(const char *text) noexcept {
         ++p;
         /* Each fraction digit is worth a tenth (a sixteenth) of the one
          * before it. */
-        double scale = 1;
-        for (; (digit = DigitValue(*p)) >= 0 && digit < base; ++p) {
-            scale = base == 16 ? scale * 0.0625 : scale / 10;
-            fraction += scale * digit;
+        if (base == 10) {
+            for (int k = 1; k < 512 && (digit = DigitValue(*p)) >= 0 && digit < 10; ++p, ++k)
+                fraction += kTenthScales.scale[k] * digit;
+        } else {
+            double scale = 1;
+            for (; (digit = DigitValue(*p)) >= 0 && digit < 16; ++p) {
+                scale *= 0.0625;
+                fraction += scale * digit;
+            }
         }
         if ((*p | 0x20) == (base == 16 ? 'p' : 'e')) {
             ++p;
