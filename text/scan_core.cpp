@@ -9,6 +9,7 @@
  * when the input has ended before a directive other than %n, with that
  * number or -1 if it is 0.
  */
+#include "halv_util.h"
 #include "text/scan_internal.h"
 
 namespace halv {
@@ -146,7 +147,7 @@ int32_t RunScanLoop(ScanInput &in, const ScanCall &call, const ScanDirective *ta
     while (format[pos] != 0) {
         const unsigned char c = format[pos];
         if (c >= 0x80) {
-            int length = Utf8SequenceLength(format + pos);
+            int length = HalvUTF8NextCharLen((const char *)format + pos);
             if (length > 0) {
                 for (int k = 0; k < length; ++k, ++pos) {
                     if (in.current != format[pos])

@@ -1,6 +1,6 @@
 /*
- * text/scan_input.cpp - the stream source of the scan engine, the UTF-8
- * sequence test of its format walk, and the fetch of its arguments.
+ * text/scan_input.cpp - the stream source of the scan engine and the fetch
+ * of its arguments.
  *
  * A stream has no push-back: every byte the engine looks at is taken from
  * the stream for good, the look-ahead behind the last field included.
@@ -31,32 +31,6 @@ int32_t ScanInput::AdvanceStream() noexcept {
         error = kStreamFailed;
     current = -1;
     return current;
-}
-
-int Utf8SequenceLength(const unsigned char *text) noexcept {
-    struct Lead {
-        unsigned char mask, pattern;
-        int length;
-        uint32_t minimum; /* smallest value the length may carry */
-    };
-    static constexpr Lead kLeads[] = {
-        {0xE0, 0xC0, 2, 0x80},
-        {0xF0, 0xE0, 3, 0x800},
-        {0xF8, 0xF0, 4, 0x10000},
-    };
-    unsigned char lead = text[0];
-    for (const Lead &form : kLeads) {
-        if ((lead & form.mask) != form.pattern)
-            continue;
-        uint32_t value = lead & (unsigned char)~form.mask;
-        for (int i = 1; i < form.length; ++i) {
-            if ((text[i] & 0xC0) != 0x80)
-                return 0;
-            value = (value << 6) | (text[i] & 0x3F);
-        }
-        return value >= form.minimum ? form.length : 0;
-    }
-    return 0;
 }
 
 void FetchScanArguments(ScanDirective *table, int entries, ScanArguments args) noexcept {

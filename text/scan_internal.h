@@ -189,10 +189,6 @@ inline int DigitValue(int32_t c) noexcept {
     return ((uint32_t)c < 128) ? kDigitTable.value[c] : -1;
 }
 
-/* Length of the valid UTF-8 sequence that starts at text, 2 to 4, or 0 when
- * the bytes start no valid sequence (overlong forms refused). */
-int Utf8SequenceLength(const unsigned char *text) noexcept;
-
 /* ------------------------------------------------------------------------
  * Field readers
  * ------------------------------------------------------------------------ */

@@ -9,6 +9,7 @@
  */
 #include <initializer_list>
 
+#include "halv_util.h"
 #include "text/scan_internal.h"
 
 namespace halv {
@@ -148,7 +149,7 @@ public:
         while (bytes_[pos] != 0) {
             unsigned char c = bytes_[pos];
             if (c >= 0x80) {
-                int len = Utf8SequenceLength(bytes_ + pos);
+                int len = HalvUTF8NextCharLen((const char *)bytes_ + pos);
                 pos += len > 0 ? len : 1;
             } else if (c != '%') {
                 ++pos;
