@@ -199,6 +199,32 @@ HALV_API void HalvSwabShortArray(void *pointer, uint32_t count) HALV_NOEXCEPT;
 HALV_API void HalvSwabLongArray(void *pointer, uint32_t count) HALV_NOEXCEPT;
 HALV_API void HalvSwabDoubleArray(void *pointer, uint32_t count) HALV_NOEXCEPT;
 
+/* ------------------------------------------------------------------------
+ * Code pages.  Names compare ignoring case: null, "utf8" and "utf-8" mean
+ * no conversion (a plain copy); "ACP" is the ANSI code page (Windows-1252
+ * here); "OEMCP" the OEM code page (437); "CP" and a decimal number that
+ * code page ("CP1252", "CP65001", "CP1200" for UTF-16LE ...), where a
+ * number that doesn't scan as "%d" means the ANSI page.  Any other name,
+ * and a number the platform has no converter for, is not supported.
+ * Characters the target can't hold become '?'; bytes that are invalid in
+ * the source page become U+FFFD.  Results are new strings for
+ * halv_internal_free, null on any failure.
+ * ------------------------------------------------------------------------ */
+
+/* New text in codePage from UTF-8 text.  *size (size may be null) gets its
+ * length in bytes without the terminator, except for a plain copy, which
+ * leaves it alone.  Null for null text, invalid UTF-8 (unless copying), an
+ * unsupported code page, or no memory. */
+HALV_API char *HalvUTF8ConvertTo(const char *text, const char *codePage, int32_t *size) HALV_NOEXCEPT;
+/* New UTF-8 text from size bytes of text in codePage; size -1 for text up
+ * to its NUL.  Text is never read beyond its NUL, whatever size says.  Null
+ * for null text, an unsupported code page, or no memory. */
+HALV_API char *HalvUTF8ConvertFrom(const char *text, int32_t size, const char *codePage) HALV_NOEXCEPT;
+/* The same for the file system's code page, which is UTF-8 here: copies;
+ * null for null text. */
+HALV_API char *HalvUTF8ConvertToFilename(const char *text) HALV_NOEXCEPT;
+HALV_API char *HalvUTF8ConvertFromFilename(const char *text) HALV_NOEXCEPT;
+
 HALV_END_DECLS
 
 #endif /* HALV_UTIL_H */
