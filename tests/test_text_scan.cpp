@@ -502,6 +502,11 @@ TEST(TextScan, ListForm) {
     int a = 0, b = 0;
     EXPECT_EQ(CallV("3 4", "%d %d", &a, &b), 2);
     EXPECT_EQ(a + b, 7);
+    /* A `*` precision takes an int and means nothing; a `*` base takes one
+     * and is used. */
+    EXPECT_EQ(CallV("12 z", "%.*d %..*i", 5, &a, 36, &b), 2);
+    EXPECT_EQ(a, 12);
+    EXPECT_EQ(b, 35);
     const HalvLocale comma = {",", ".", ""};
     double d = 0;
     EXPECT_EQ(CallVl(&comma, "4,5", "%f", &d), 1);

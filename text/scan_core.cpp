@@ -166,6 +166,8 @@ int32_t RunScanLoop(ScanInput &in, const ScanCall &call, const ScanDirective *ta
             pos += 2;
             continue;
         } else if (c == '%') {
+            if (next >= entries) /* the parser saw this directive; never met */
+                return assigned;
             const ScanDirective &d = table[next];
             int result = kReaders[d.type](in, d, call);
             if (result < 0)
