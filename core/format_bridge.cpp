@@ -4,7 +4,7 @@
  * through FormatV, and every "%d" scan through ScanInt, so that the engines
  * behind them can be exchanged in one place.
  *
- * The runtime's routines are run under the "C" locale, whatever locale the
+ * The runtime's formatting is run under the "C" locale, whatever locale the
  * host has set, so numbers never pick up a host's decimal comma.
  */
 #include <clocale>
@@ -12,6 +12,7 @@
 #include <locale.h>
 
 #include "core/internal.h"
+#include "halv_text.h"
 
 namespace halv {
 namespace {
@@ -43,9 +44,9 @@ int FormatV(char *buffer, size_t size, const char *format, va_list args) noexcep
     return std::vsnprintf(buffer, size, format, args);
 }
 
+/* The library's own scan engine, which needs no locale switch. */
 int ScanInt(const char *text, int *value) noexcept {
-    CLocaleScope scope;
-    return std::sscanf(text, "%d", value) == 1 ? 1 : 0;
+    return HalvSScanf(text, "%d", value) == 1 ? 1 : 0;
 }
 
 } // namespace halv
