@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -62,7 +63,7 @@ protected:
         ProbeResult result;
         int status = 0;
         waitpid(pid, &status, 0);
-        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
         result.out = ReadFile(outPath);
         result.err = ReadFile(errPath);
         return result;
@@ -133,6 +134,13 @@ TEST_F(LogProbe, SettersBeforeTheFirstMessageTurnTheEnvironmentOff) {
     ProbeResult level = Run({}, {"setlevel:5", "debug:D\n", "isdebug"});
     EXPECT_EQ(level.err, "D\n");
     EXPECT_EQ(level.out, "debug=1 level=5\n");
+}
+
+TEST_F(LogProbe, AbortReportsThenRaisesSigabrt) {
+    ProbeResult result = Run({"ASAN_OPTIONS=handle_abort=0"}, {"abort:fatal state\n", "print:never\n"});
+    EXPECT_EQ(result.status, 128 + SIGABRT);
+    EXPECT_EQ(result.err, "fatal state\n");
+    EXPECT_EQ(result.out, "");
 }
 
 TEST_F(LogProbe, LongMessagesAreCutAtTheBufferLimit) {

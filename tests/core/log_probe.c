@@ -7,6 +7,7 @@
  *                                      prints "CB<kind>:<text>|" to stdout
  *   isdebug                            prints "debug=<on> level=<n>" to stdout
  *   errorresult                        prints HalvError's result for a null format
+ *   abort:TEXT                         HalvAbort with the text
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -43,6 +44,8 @@ int main(int argc, char **argv) {
             HalvSetLoggingCallback(Callback, 42);
         else if (strcmp(action, "isdebug") == 0)
             printf("debug=%d level=%d\n", HalvIsDebug(), HalvGetDebugLevel());
+        else if (strncmp(action, "abort:", 6) == 0)
+            HalvAbort("%s", value);
         else if (strcmp(action, "errorresult") == 0)
             printf("result=%d\n", HalvError(NULL));
         else {
