@@ -260,7 +260,9 @@ private:
 };
 
 /* For a key that isn't in the list: steps over the outputs that the format
- * calls for and stores nothing, so preset defaults survive. */
+ * calls for and stores nothing, so preset defaults survive.  Here p and #
+ * count their outputs whatever letter follows them, where the reader of a
+ * found entry takes nothing for a letter that isn't theirs. */
 int SkipOutputs(const char *format, va_list *outputs) noexcept {
     for (const char *f = format; *f != '\0'; ++f) {
         char c = *f;
