@@ -6,6 +6,7 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,10 @@ struct Printed {
 
 inline bool operator==(const Printed &a, const Printed &b) {
     return a.result == b.result && a.text == b.text;
+}
+
+inline void PrintTo(const Printed &printed, std::ostream *os) {
+    *os << printed.result << " \"" << printed.text << "\"";
 }
 
 /* HalvVSNPrintfl into a large buffer; the text is what the buffer holds. */
