@@ -4,14 +4,16 @@
  * through FormatV, and every "%d" scan through ScanInt, so that the engines
  * behind them can be exchanged in one place.
  *
- * The runtime's routines are run under the "C" locale, whatever locale the
- * host has set, so numbers never pick up a host's decimal comma.
+ * FormatV is the library's own print engine, which knows no process locale.
+ * ScanInt still runs the runtime's scanner, under the "C" locale whatever
+ * locale the host has set, so numbers never pick up a host's decimal comma.
  */
 #include <clocale>
 #include <cstdio>
 #include <locale.h>
 
 #include "core/internal.h"
+#include "halv_text.h"
 
 namespace halv {
 namespace {
@@ -39,8 +41,8 @@ private:
 } // namespace
 
 int FormatV(char *buffer, size_t size, const char *format, va_list args) noexcept {
-    CLocaleScope scope;
-    return std::vsnprintf(buffer, size, format, args);
+    const uint32_t bounded = size > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(size);
+    return HalvVSNPrintf(buffer, bounded, format, args);
 }
 
 int ScanInt(const char *text, int *value) noexcept {

@@ -257,3 +257,27 @@ TEST(PrintArrayForm, EntriesPointAtValuesInTheirOwnTypes) {
 }
 
 } // namespace
+
+/* ---- The logging funnel -------------------------------------------------- */
+
+namespace {
+
+std::string lastMessage;
+
+void KeepMessage(const char *text, int, intptr_t) {
+    lastMessage = text;
+}
+
+TEST(PrintLogging, MessagesAreFormattedByTheEngine) {
+    HalvSetLoggingCallback(KeepMessage, 0);
+    HalvError("%..2i|%s|%#s|%hd", 5, static_cast<char *>(nullptr), "a\nb", 70000);
+    EXPECT_EQ(lastMessage, "101|(nil)|a\\nb|70000");
+    /* A message longer than the funnel's 1024 bytes is cut, not overrun. */
+    HalvError("%2000d|", 1);
+    EXPECT_EQ(lastMessage.size(), 1023u);
+    HalvError("%y");
+    EXPECT_EQ(lastMessage, "");
+    HalvSetLoggingCallback(nullptr, 0);
+}
+
+} // namespace

@@ -84,6 +84,14 @@ struct FormatArgs {
  * entry but '*' ones, and nothing for suppressed ones. */
 void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept;
 
+/* The next '%' of a format, or its terminating NUL.  Literal runs between
+ * directives are short, so a plain loop beats a library search here. */
+inline const char *NextPercent(const char *p) noexcept {
+    while (*p != '\0' && *p != '%')
+        ++p;
+    return p;
+}
+
 /* Digits of every number conversion, by case. */
 inline constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
 inline constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";

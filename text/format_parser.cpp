@@ -346,7 +346,7 @@ int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noe
         return HALV_FORMAT_MALFORMED;
     int32_t count = 0;
     const char *p = format;
-    while ((p = std::strchr(p, '%')) != nullptr) {
+    while (*(p = NextPercent(p)) != '\0') {
         if (p[1] == '%') {
             p += 2;
             continue;

@@ -60,11 +60,10 @@ void OutputPass(PrintSink &sink, const char *format, const FormatTable &table) n
     const char *p = format;
     int32_t next = 0;
     for (;;) {
-        const char *percent = std::strchr(p, '%');
-        const char *end = percent != nullptr ? percent : p + std::strlen(p);
-        if (end > p)
-            sink.ops->bytes(sink, p, static_cast<uint32_t>(end - p));
-        if (percent == nullptr)
+        const char *percent = NextPercent(p);
+        if (percent > p)
+            sink.ops->bytes(sink, p, static_cast<uint32_t>(percent - p));
+        if (*percent == '\0')
             return;
         if (percent[1] == '%') {
             sink.ops->bytes(sink, "%", 1);

@@ -26,6 +26,43 @@ const char *AltPrefix(int32_t base, bool upper) noexcept {
     }
 }
 
+/* Writes the digits of value backwards, ending at `end`; returns their
+ * count.  The common bases get divisions by a constant, which the compiler
+ * turns into multiplications, and values that fit use 32-bit arithmetic. */
+template <uint32_t Base>
+int64_t DigitsInBase(uint64_t value, const char *set, char *end) noexcept {
+    char *p = end;
+    while (value > UINT32_MAX) {
+        *--p = set[value % Base];
+        value /= Base;
+    }
+    uint32_t small = static_cast<uint32_t>(value);
+    do {
+        *--p = set[small % Base];
+        small /= Base;
+    } while (small != 0);
+    return end - p;
+}
+
+int64_t DigitsInAnyBase(uint64_t value, uint32_t base, const char *set, char *end) noexcept {
+    switch (base) {
+    case 10:
+        return DigitsInBase<10>(value, set, end);
+    case 16:
+        return DigitsInBase<16>(value, set, end);
+    case 8:
+        return DigitsInBase<8>(value, set, end);
+    default:
+        break;
+    }
+    char *p = end;
+    do {
+        *--p = set[value % base];
+        value /= base;
+    } while (value != 0);
+    return end - p;
+}
+
 /* Conversions that print a signed value. */
 bool IsSignedConversion(char conversion) noexcept {
     return conversion == 'd' || conversion == 'i';
@@ -54,13 +91,8 @@ void WriteInteger(Staging &out, uint64_t value, const IntegerSpec &spec) noexcep
         value &= 0xFFFFFFFFu;
 
     char digits[64];
-    const char *set = spec.upper ? kUpperDigits : kLowerDigits;
-    int64_t digitCount = 0;
-    uint64_t rest = value;
-    do {
-        digits[sizeof digits - 1 - digitCount++] = set[rest % base];
-        rest /= base;
-    } while (rest != 0);
+    const int64_t digitCount =
+        DigitsInAnyBase(value, base, spec.upper ? kUpperDigits : kLowerDigits, digits + sizeof digits);
 
     if (!noDigits)
         width -= digitCount;
