@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <random>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -244,6 +245,51 @@ TEST(PrintLimits, HostileWidthsAndPrecisions) {
     EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%.2147483647s", "short"), 5);
     EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%*d", INT_MIN, 1), INT32_MAX);
     EXPECT_STREQ(buffer, "1              ");
+}
+
+} // namespace
+
+namespace {
+
+/* Random formats from the bytes directives are made of.  Every argument
+ * entry points at a zeroed block of its own, which reads as 0, as an empty
+ * string and as a target for %n, so any format is safe to run.  Whatever
+ * comes out, the sinks must agree with each other and nothing may crash. */
+TEST(PrintRobustness, RandomFormatsAgreeAcrossSinks) {
+    static const char kAlphabet[] = "%%%%%dxXsSfFeEgGaAcpnio[].*-+ #0123456789hlLzjtIu\xc3\xa9q$'";
+    alignas(16) static unsigned char blocks[64][32];
+    std::vector<void *> pointers;
+    for (auto &block : blocks)
+        pointers.push_back(block);
+    std::mt19937 random(99);
+    for (int round = 0; round < 20000; ++round) {
+        std::string format;
+        const int length = std::uniform_int_distribution<int>(0, 24)(random);
+        for (int i = 0; i < length; ++i)
+            format += kAlphabet[std::uniform_int_distribution<size_t>(0, sizeof kAlphabet - 2)(random)];
+        SCOPED_TRACE(format);
+        std::memset(blocks, 0, sizeof blocks);
+        const int32_t measured = HalvLSNPrintf(nullptr, 0, format.c_str(), pointers.data());
+        if (measured < 0) {
+            EXPECT_TRUE(measured == HALV_FORMAT_MALFORMED || measured == HALV_FORMAT_TOO_MANY_ARGS);
+            continue;
+        }
+        ASSERT_LT(measured, 1 << 20);
+        std::vector<char> unbounded(static_cast<size_t>(measured) + 1, 'Z');
+        std::memset(blocks, 0, sizeof blocks);
+        EXPECT_EQ(HalvLSPrintf(unbounded.data(), format.c_str(), pointers.data()), measured);
+        EXPECT_EQ(unbounded[static_cast<size_t>(measured)], '\0');
+        char *allocated = nullptr;
+        std::memset(blocks, 0, sizeof blocks);
+        EXPECT_EQ(HalvLASPrintf(&allocated, format.c_str(), pointers.data()), measured);
+        ASSERT_NE(allocated, nullptr);
+        EXPECT_EQ(std::memcmp(allocated, unbounded.data(), static_cast<size_t>(measured) + 1), 0);
+        halv_internal_free(allocated);
+        RecordingStream stream;
+        std::memset(blocks, 0, sizeof blocks);
+        EXPECT_EQ(HalvIOLPrintf(stream.io, format.c_str(), pointers.data()), measured);
+        EXPECT_EQ(stream.taken, std::string(unbounded.data(), static_cast<size_t>(measured)));
+    }
 }
 
 } // namespace
