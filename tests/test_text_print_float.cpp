@@ -136,6 +136,21 @@ TEST(PrintFloat, DecimalPointComesFromTheLocale) {
     EXPECT_EQ(fixed, HalvGetHalvernLocale());
 }
 
+TEST(PrintFloat, ExtremeValuesStayInBounds) {
+    const double tiny = std::numeric_limits<double>::denorm_min();
+    const double huge = std::numeric_limits<double>::max();
+    EXPECT_EQ(Text("%e|%g|%.3f", tiny, tiny, tiny), "4.940656e-324|4.94066e-324|0.000");
+    EXPECT_EQ(Text("%.3e|%g", huge, -huge), "1.798e+308|-1.79769e+308");
+    EXPECT_EQ(Text("%.0f", huge).size(), 309u);
+    /* Binary digits of the largest double, also where the rounding form's
+     * adjustment runs past it: text of the expected length, no more. */
+    EXPECT_EQ(Text("%..2jf", huge).size(), 1025u);
+    EXPECT_EQ(Text("%..2f", huge).size(), 1025u + 7);
+    /* Precisions far beyond any digit a double has end in zeros. */
+    EXPECT_EQ(Print("%.100000f", 0.5).result, 100002);
+    EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%.2000000000f", 0.25), 2000000002);
+}
+
 TEST(PrintFloat, ArgumentTypesByForm) {
     /* A va_list brings doubles; 'L' brings a long double, 'h' still a double. */
     EXPECT_EQ(Text("%Lf|%hf|%f", 2.5L, 0.1, 0.25), "2.500000|0.100000|0.250000");

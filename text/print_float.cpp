@@ -41,12 +41,14 @@ int64_t IntegerDigits(double integerNumber, int32_t base, double epsilon) noexce
 }
 
 /* A digit value from w mod base.  The arithmetic keeps it in range; the
- * clamp only guards the table against a rounding accident. */
+ * guards only keep the table safe when a value beyond the largest double
+ * (an adjustment added to it) made w infinite. */
 int DigitIndex(double w, int32_t base) noexcept {
-    int index = static_cast<int>(std::fmod(w, static_cast<double>(base)));
-    if (index < 0)
-        index += base;
-    return index < base ? index : base - 1;
+    const double rest = std::fmod(w, static_cast<double>(base));
+    if (std::isnan(rest))
+        return 0;
+    const int index = static_cast<int>(rest);
+    return index < 0 ? index + base : index;
 }
 
 /* number / base^exponent.  Below the smallest normal doubles the power alone
