@@ -35,7 +35,7 @@ struct ByteRule {
     uint32_t value;
 };
 
-/* Size letters, the columns of the size state machine. */
+/* Size letters, the rows of kSizeRules. */
 enum SizeLetter : uint8_t { kLetterH, kLetterL, kLetterLD, kLetterZ, kLetterT, kLetterJ, kLetterI, kSizeLetters };
 
 constexpr auto kByteRules = [] {
