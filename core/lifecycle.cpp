@@ -13,9 +13,9 @@
  * changes still happen under the master lock.
  */
 #include <atomic>
-#include <cstdlib>
 
 #include "core/internal.h"
+#include "halv_env.h"
 #include "thread/internal.h"
 
 namespace {
@@ -65,11 +65,11 @@ void DestroyHashLocks() noexcept {
         HalvFreeCriticalSection(slot.exchange(nullptr, std::memory_order_acq_rel));
 }
 
-/* Until the environment layer stands, the switches read the process
- * environment; set at all counts as on. */
+/* A switch is on when HalvGetenv knows the name at all (an empty real
+ * variable counts as unset there). */
 void ReadDebugSwitches() noexcept {
     for (int i = 0; i < kDebugSwitches; ++i)
-        engine.debugSwitches[i].store(std::getenv(kDebugVariables[i]) != nullptr ? 1 : 0, std::memory_order_relaxed);
+        engine.debugSwitches[i].store(HalvGetenv(kDebugVariables[i]) != nullptr ? 1 : 0, std::memory_order_relaxed);
 }
 
 /* Registry step and its undo; the registry is wired in by the modules layer. */

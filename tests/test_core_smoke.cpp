@@ -1,9 +1,0 @@
-#include <gtest/gtest.h>
-
-#include "dpk_hvsup.h"
-
-TEST(CoreSmoke, EngineStartsAndStops) {
-    EXPECT_EQ(HalvernInit(), 1);
-    EXPECT_EQ(HalvernEnd(), 1);
-    EXPECT_EQ(HalvernEnd(), 0);
-}
