@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
