@@ -74,6 +74,7 @@ struct ByteSource {
 /* Token text to an outside stream: one write call per byte, and a decoded
  * Base64 group in one call. */
 struct StreamSink {
+    static constexpr bool kCollectsOnly = false;
     HalvIO *out;
 
     bool Put(int c) noexcept {
@@ -88,6 +89,7 @@ struct StreamSink {
 /* A growing byte buffer in memory, without limit but the 32-bit length. */
 class TextBuffer {
   public:
+    static constexpr bool kCollectsOnly = true;
     TextBuffer() noexcept = default;
     TextBuffer(const TextBuffer &) = delete;
     TextBuffer &operator=(const TextBuffer &) = delete;

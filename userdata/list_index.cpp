@@ -1,7 +1,7 @@
 /*
  * userdata/list_index.cpp - open-addressing tables keyed by sibling list,
- * for the tree reader.  Both tables double when half full and never shrink:
- * they live for one read.
+ * for the tree reader.  Both double when half full and never shrink: they
+ * live for one read.
  */
 #include "userdata/list_index.h"
 
@@ -15,10 +15,14 @@ uint32_t HashLink(ListLink list) noexcept {
     return (uint32_t)((bits * 0x9E3779B97F4A7C15ull) >> 32);
 }
 
-/* Doubles a table of slots (null list = empty), starting at 16 slots, and
- * moves every slot to its new place.  Result: false when memory runs out;
- * the old table then stays as it was. */
-template <class Slot, class HashOf> bool Regrow(Slot *&slots, uint32_t &mask, HashOf hashOf) noexcept {
+/* Makes room for one more slot in a table of slots (a null list is an
+ * empty slot), doubling it and moving every slot to its new place when it
+ * is half full.  Result: false when memory runs out; the table then stays
+ * as it was. */
+template <class Slot, class HashOf>
+bool MakeRoom(Slot *&slots, uint32_t &mask, uint32_t used, HashOf hashOf) noexcept {
+    if (slots != nullptr && (uint64_t)(used + 1) * 2 <= (uint64_t)mask + 1)
+        return true;
     const uint64_t capacity = slots == nullptr ? kFirstCapacity : ((uint64_t)mask + 1) * 2;
     if (capacity > (1u << 30))
         return false;
@@ -42,60 +46,29 @@ template <class Slot, class HashOf> bool Regrow(Slot *&slots, uint32_t &mask, Ha
 
 } // namespace
 
-/* ---- ListTable -------------------------------------------------------- */
+/* ---- ListMap ---------------------------------------------------------- */
 
-ListTable::Slot *ListTable::Find(ListLink list) const noexcept {
-    if (slots_ == nullptr)
+HalvUserCMData *ListMap::Get(ListLink list) const noexcept {
+    if (used_ == 0)
         return nullptr;
-    for (uint32_t i = HashLink(list) & mask_;; i = (i + 1) & mask_) {
+    for (uint32_t i = HashLink(list) & mask_; slots_[i].list != nullptr; i = (i + 1) & mask_)
         if (slots_[i].list == list)
-            return &slots_[i];
-        if (slots_[i].list == nullptr)
-            return nullptr;
-    }
+            return slots_[i].node;
+    return nullptr;
 }
 
-bool ListTable::Grow() noexcept {
-    return Regrow(slots_, mask_, [](const Slot &slot) { return HashLink(slot.list); });
-}
-
-ListTable::Slot *ListTable::Insert(ListLink list) noexcept {
-    if (Slot *slot = Find(list))
-        return slot;
-    if ((slots_ == nullptr || (used_ + 1) * 2 > mask_ + 1) && !Grow())
-        return nullptr;
+bool ListMap::Put(ListLink list, HalvUserCMData *node) noexcept {
+    if (!MakeRoom(slots_, mask_, used_, [](const Slot &slot) { return HashLink(slot.list); }))
+        return false;
     uint32_t i = HashLink(list) & mask_;
-    while (slots_[i].list != nullptr)
-        i = (i + 1) & mask_;
-    slots_[i].list = list;
+    for (; slots_[i].list != nullptr; i = (i + 1) & mask_) {
+        if (slots_[i].list == list) {
+            slots_[i].node = node;
+            return true;
+        }
+    }
+    slots_[i] = Slot{list, node};
     ++used_;
-    return &slots_[i];
-}
-
-HalvUserCMData *ListTable::Tail(ListLink list) const noexcept {
-    const Slot *slot = Find(list);
-    return slot != nullptr ? slot->tail : nullptr;
-}
-
-void ListTable::SetTail(ListLink list, HalvUserCMData *tail) noexcept {
-    if (Slot *slot = Insert(list))
-        slot->tail = tail;
-}
-
-bool ListTable::Indexed(ListLink list) const noexcept {
-    if (indexedLists_ == 0)
-        return false;
-    const Slot *slot = Find(list);
-    return slot != nullptr && slot->indexed;
-}
-
-bool ListTable::MarkIndexed(ListLink list) noexcept {
-    Slot *slot = Insert(list);
-    if (slot == nullptr)
-        return false;
-    if (!slot->indexed)
-        ++indexedLists_;
-    slot->indexed = true;
     return true;
 }
 
@@ -108,12 +81,8 @@ uint32_t NameIndex::Hash(ListLink list, const char *text, uint32_t length) noexc
     return hash ^ HashLink(list);
 }
 
-bool NameIndex::Grow() noexcept {
-    return Regrow(slots_, mask_, [](const Slot &slot) { return slot.hash; });
-}
-
 bool NameIndex::Add(ListLink list, HalvUserCMData *node) noexcept {
-    if ((slots_ == nullptr || (used_ + 1) * 2 > mask_ + 1) && !Grow())
+    if (!MakeRoom(slots_, mask_, used_, [](const Slot &slot) { return slot.hash; }))
         return false;
     const uint32_t hash = Hash(list, node->text, node->length);
     uint32_t i = hash & mask_;
@@ -128,7 +97,7 @@ bool NameIndex::Add(ListLink list, HalvUserCMData *node) noexcept {
 }
 
 HalvUserCMData *NameIndex::Find(ListLink list, const char *text, uint32_t length) const noexcept {
-    if (slots_ == nullptr)
+    if (used_ == 0)
         return nullptr;
     const uint32_t hash = Hash(list, text, length);
     for (uint32_t i = hash & mask_; slots_[i].list != nullptr; i = (i + 1) & mask_) {
@@ -148,38 +117,57 @@ bool SiblingLists::IndexWholeList(HalvUserCMData **list) noexcept {
             return false;
         }
     }
-    return lists_.MarkIndexed(list);
+    return indexed_.Put(list, *list);
 }
 
 HalvUserCMData *SiblingLists::Find(HalvUserCMData **list, const char *text, uint32_t length) noexcept {
-    if (!namesBroken_ && lists_.Indexed(list))
+    if (!namesBroken_ && indexed_.Get(list) != nullptr)
         return names_.Find(list, text, length);
     uint32_t walked = 0;
     for (HalvUserCMData *node = *list; node != nullptr; node = node->next, ++walked)
         if (NodeNamed(node, text, length))
             return node;
-    if (walked >= kIndexFrom && !namesBroken_)
+    if (walked >= kLongList && !namesBroken_)
         IndexWholeList(list);
     return nullptr;
 }
 
-void SiblingLists::Append(HalvUserCMData **list, HalvUserCMData *&tail, HalvUserCMData *node) noexcept {
+void SiblingLists::Open(ListCursor &cursor, HalvUserCMData **list, bool mayHoldNodes) noexcept {
+    cursor.list = list;
+    cursor.tail = nullptr;
+    cursor.known = 0;
+    if (!mayHoldNodes || *list == nullptr)
+        return;
+    if ((cursor.tail = tails_.Get(list)) != nullptr) {
+        cursor.known = kLongList;
+        return;
+    }
+    // A list left short (or never seen): one walk, and if it is long its end
+    // is remembered from now on.
+    cursor.tail = *list;
+    for (cursor.known = 1; cursor.tail->next != nullptr; ++cursor.known)
+        cursor.tail = cursor.tail->next;
+}
+
+void SiblingLists::Close(const ListCursor &cursor) noexcept {
+    if (cursor.list != nullptr && cursor.tail != nullptr && cursor.known >= kLongList)
+        tails_.Put(cursor.list, cursor.tail);
+}
+
+void SiblingLists::Append(ListCursor &cursor, HalvUserCMData *node) noexcept {
+    HalvUserCMData **list = cursor.list;
     if (*list == nullptr) {
         *list = node;
     } else {
-        HalvUserCMData *last = tail != nullptr ? tail : *list;
+        HalvUserCMData *last = cursor.tail != nullptr ? cursor.tail : *list;
         while (last->next != nullptr)
             last = last->next;
         last->next = node;
     }
-    tail = node;
-    if (!namesBroken_ && lists_.Indexed(list) && !names_.Add(list, node))
+    cursor.tail = node;
+    ++cursor.known;
+    if (!namesBroken_ && !indexed_.Empty() && indexed_.Get(list) != nullptr && !names_.Add(list, node))
         namesBroken_ = true;
-}
-
-void SiblingLists::RememberTail(HalvUserCMData **list, HalvUserCMData *tail) noexcept {
-    if (tail != nullptr)
-        lists_.SetTail(list, tail);
 }
 
 } // namespace halv

@@ -1,14 +1,14 @@
 /*
- * userdata/list_index.h - what lets the tree reader keep constant time per
+ * userdata/list_index.h - what keeps the tree reader at constant time per
  * token on trees of any size: where each sibling list ends, and a name index
  * over the lists it searches once they grow long.
  *
  * A list is known by the address of the link that leads to its first node
- * (the reader's root pointer, or a parent's children field); nodes never move
- * or leave a list while the reader runs, so the address stays valid and any
- * node of a list is a correct starting point for the walk to its end.  The
- * tables are hints and shortcuts only: when memory runs out they switch
- * themselves off and the reader falls back to walking, with the same result.
+ * (the reader's root pointer, or a parent's children field).  Nodes never
+ * move or leave a list while the reader runs, so that address stays valid,
+ * and any node of a list is a correct start for the walk to its end.  The
+ * tables are shortcuts only: when memory runs out they stop growing, and the
+ * reader walks instead, with the same result.
  */
 #ifndef HALV_USERDATA_LIST_INDEX_H
 #define HALV_USERDATA_LIST_INDEX_H
@@ -19,39 +19,33 @@ namespace halv {
 
 using ListLink = HalvUserCMData *const *;
 
-/* Per list: a node known to be near its end, and whether NameIndex covers
- * the list.  Lookups keep working after a failed insertion; stored tails are
- * hints and may be stale, never wrong. */
-class ListTable {
+/* An open-addressing map from list to a node of that list. */
+class ListMap {
   public:
-    ListTable() noexcept = default;
-    ListTable(const ListTable &) = delete;
-    ListTable &operator=(const ListTable &) = delete;
-    ~ListTable() { halv_internal_free(slots_); }
+    ListMap() noexcept = default;
+    ListMap(const ListMap &) = delete;
+    ListMap &operator=(const ListMap &) = delete;
+    ~ListMap() { halv_internal_free(slots_); }
 
-    HalvUserCMData *Tail(ListLink list) const noexcept;
-    void SetTail(ListLink list, HalvUserCMData *tail) noexcept;
-    bool Indexed(ListLink list) const noexcept;
-    /* Result: whether the mark could be stored. */
-    bool MarkIndexed(ListLink list) noexcept;
+    bool Empty() const noexcept { return used_ == 0; }
+    /* The node stored for list, or null. */
+    HalvUserCMData *Get(ListLink list) const noexcept;
+    /* Result: whether node could be stored. */
+    bool Put(ListLink list, HalvUserCMData *node) noexcept;
 
   private:
     struct Slot {
         ListLink list;
-        HalvUserCMData *tail;
-        bool indexed;
+        HalvUserCMData *node;
     };
-    Slot *Find(ListLink list) const noexcept;
-    Slot *Insert(ListLink list) noexcept;
     bool Grow() noexcept;
 
     Slot *slots_ = nullptr;
     uint32_t mask_ = 0;
     uint32_t used_ = 0;
-    uint32_t indexedLists_ = 0;
 };
 
-/* First node of each name, for the lists that have been indexed. */
+/* The first node of each name, for the lists that have been indexed. */
 class NameIndex {
   public:
     NameIndex() noexcept = default;
@@ -60,8 +54,7 @@ class NameIndex {
     ~NameIndex() { halv_internal_free(slots_); }
 
     /* Adds node unless its list already has a node of that name.  Result:
-     * false when memory ran out; the index then holds no trustworthy
-     * answer for the list. */
+     * false when memory ran out. */
     bool Add(ListLink list, HalvUserCMData *node) noexcept;
     HalvUserCMData *Find(ListLink list, const char *text, uint32_t length) const noexcept;
 
@@ -79,27 +72,37 @@ class NameIndex {
     uint32_t used_ = 0;
 };
 
-/* Both tables together, as the tree reader uses them.  The reader keeps a
- * tail hint for each list it is appending to; the table remembers hints of
- * item and section lists that it leaves and may reopen. */
+/* A sibling list the reader appends to: where it ends, as far as known, and
+ * how many nodes it is known to hold. */
+struct ListCursor {
+    HalvUserCMData **list = nullptr;
+    HalvUserCMData *tail = nullptr;
+    uint32_t known = 0;
+};
+
+/* Searching and appending for the tree reader. */
 class SiblingLists {
   public:
-    /* Lists shorter than this are walked; a longer one is indexed at the
-     * walk that finds it so long. */
-    static constexpr uint32_t kIndexFrom = 16;
+    /* Lists at least this long are indexed by name at their next search,
+     * and their end is remembered when the reader leaves them. */
+    static constexpr uint32_t kLongList = 16;
 
     /* The first node of the list whose name is text, or null. */
     HalvUserCMData *Find(HalvUserCMData **list, const char *text, uint32_t length) noexcept;
-    /* Links node (which has no next sibling) at the end of the list; tail
-     * is a hint, a node of the list or null, and comes back as node. */
-    void Append(HalvUserCMData **list, HalvUserCMData *&tail, HalvUserCMData *node) noexcept;
-    void RememberTail(HalvUserCMData **list, HalvUserCMData *tail) noexcept;
-    HalvUserCMData *RecallTail(HalvUserCMData **list) const noexcept { return lists_.Tail(list); }
+
+    /* Points cursor at list: one that is new and empty, or one that may
+     * hold nodes already (reopened, or the caller's tree). */
+    void Open(ListCursor &cursor, HalvUserCMData **list, bool mayHoldNodes) noexcept;
+    /* Remembers the end of a long list for a later Open. */
+    void Close(const ListCursor &cursor) noexcept;
+    /* Links node (which has no next sibling) at the end of the list. */
+    void Append(ListCursor &cursor, HalvUserCMData *node) noexcept;
 
   private:
     bool IndexWholeList(HalvUserCMData **list) noexcept;
 
-    ListTable lists_;
+    ListMap tails_;   // ends of long lists the reader has left
+    ListMap indexed_; // lists NameIndex covers, mapped to their first node
     NameIndex names_;
     bool namesBroken_ = false;
 };

@@ -14,7 +14,7 @@ bool SameFolded(const char *a, const char *b, uint32_t n) noexcept {
 }
 
 HalvUserCMData *NewNode(int32_t kind, const void *bytes, uint32_t length) noexcept {
-    auto *node = static_cast<HalvUserCMData *>(halv_internal_calloc(1, sizeof(HalvUserCMData)));
+    auto *node = static_cast<HalvUserCMData *>(halv_internal_malloc(sizeof(HalvUserCMData)));
     if (node == nullptr)
         return nullptr;
     auto *text = static_cast<char *>(halv_internal_malloc((size_t)length + 1));
@@ -25,9 +25,7 @@ HalvUserCMData *NewNode(int32_t kind, const void *bytes, uint32_t length) noexce
     if (length != 0)
         std::memcpy(text, bytes, length);
     text[length] = '\0';
-    node->text = text;
-    node->length = length;
-    node->kind = kind;
+    *node = HalvUserCMData{text, length, 0, kind, nullptr, nullptr};
     return node;
 }
 

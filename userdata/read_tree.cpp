@@ -17,16 +17,10 @@ namespace {
 
 constexpr int32_t kGoOn = 2; // not a result: the next token follows
 
-/* A sibling list being appended to, with a hint where it ends. */
-struct ListCursor {
-    HalvUserCMData **list = nullptr;
-    HalvUserCMData *tail = nullptr;
-};
-
 class TreeReader {
   public:
     TreeReader(HalvUserCMData *root, bool strict) noexcept : root_(root), strict_(strict) {
-        top_.list = &root_;
+        lists_.Open(top_, &root_, true);
     }
 
     int32_t Read(ByteSource &source) noexcept {
@@ -98,14 +92,13 @@ class TreeReader {
         return -1;
     }
 
-    /* Makes owner current for the lists below it, keeping the tail hint of
-     * the list it leaves for a later reopen. */
+    /* Makes owner the current item or section, whose children list the
+     * cursor then follows. */
     void Enter(HalvUserCMData *&current, ListCursor &cursor, HalvUserCMData *owner, bool reopened) noexcept {
         if (current != nullptr)
-            lists_.RememberTail(cursor.list, cursor.tail);
+            lists_.Close(cursor);
         current = owner;
-        cursor.list = &owner->children;
-        cursor.tail = reopened ? lists_.RecallTail(cursor.list) : nullptr;
+        lists_.Open(cursor, &owner->children, reopened);
     }
 
     int32_t TakeItem() noexcept {
@@ -120,7 +113,7 @@ class TreeReader {
             if (int32_t result = MakeRoot(node); result != kGoOn)
                 return result;
         } else if (root_->kind == HALV_UCM_ITEM) {
-            lists_.Append(top_.list, top_.tail, node);
+            lists_.Append(top_, node);
         } else {
             return Drop(node);
         }
@@ -140,9 +133,9 @@ class TreeReader {
             if (int32_t result = MakeRoot(node); result != kGoOn)
                 return result;
         } else if (item_ != nullptr) {
-            lists_.Append(items_.list, items_.tail, node);
+            lists_.Append(items_, node);
         } else if (root_->kind == HALV_UCM_SECTION) {
-            lists_.Append(top_.list, top_.tail, node);
+            lists_.Append(top_, node);
         } else {
             return Drop(node);
         }
@@ -159,16 +152,14 @@ class TreeReader {
         if (root_ == nullptr)
             MakeRoot(node);
         else if (section_ != nullptr)
-            lists_.Append(sections_.list, sections_.tail, node);
+            lists_.Append(sections_, node);
         else if (root_->kind == HALV_UCM_LABEL)
-            lists_.Append(top_.list, top_.tail, node);
+            lists_.Append(top_, node);
         else
             return Drop(node);
-        // A label is never reopened, so the hint of the one it follows is
-        // of no further use.
+        // A label is never reopened: the list of the one before is done.
         label_ = node;
-        labels_.list = &node->children;
-        labels_.tail = nullptr;
+        lists_.Open(labels_, &node->children, false);
         return kGoOn;
     }
 
@@ -181,9 +172,9 @@ class TreeReader {
         if (root_ == nullptr)
             MakeRoot(node);
         else if (label_ != nullptr)
-            lists_.Append(labels_.list, labels_.tail, node);
+            lists_.Append(labels_, node);
         else if (root_->kind >= HALV_UCM_WORD && root_->kind <= HALV_UCM_DATA)
-            lists_.Append(top_.list, top_.tail, node);
+            lists_.Append(top_, node);
         else
             return Drop(node);
         return kGoOn;

@@ -43,15 +43,74 @@ constexpr Base64Table MakeBase64Table() {
 }
 constexpr Base64Table kBase64 = MakeBase64Table();
 
+/* Bytes that end the fast path of a run: the closer, '=' (current
+ * dialect), the escape, the quotes that open verbatim runs, and for bare
+ * text LF and '#'.  The end of input, -1, is looked up as 0xFF, a byte
+ * that never arrives as data. */
+struct StopBytes {
+    bool stop[256];
+};
+constexpr StopBytes MakeStopBytes(int closer, bool old) {
+    StopBytes table{};
+    table.stop[0xFF] = true;
+    table.stop[closer] = true;
+    table.stop[(unsigned char)'\\'] = true;
+    table.stop[(unsigned char)'"'] = true;
+    if (old)
+        table.stop[(unsigned char)'\''] = true;
+    else
+        table.stop[(unsigned char)'='] = true;
+    if (closer == ':') {
+        table.stop[(unsigned char)'\n'] = true;
+        table.stop[(unsigned char)'#'] = true;
+    }
+    return table;
+}
+constexpr StopBytes kStops[2][3] = {
+    {MakeStopBytes(':', false), MakeStopBytes('>', false), MakeStopBytes(']', false)},
+    {MakeStopBytes(':', true), MakeStopBytes('>', true), MakeStopBytes(']', true)},
+};
+
+/* Ordinary bytes, by far the most of a run, up to the first stop byte,
+ * which is left in c.  A sink that only collects takes them in blocks
+ * gathered on the stack; an outside stream gets one write per byte, so that
+ * a full stream cuts the token at the first byte that doesn't fit. */
+template <class Sink> bool PutOrdinary(ByteSource &source, Sink &sink, const StopBytes &stops, int &c) noexcept {
+    if constexpr (Sink::kCollectsOnly) {
+        unsigned char run[64];
+        uint32_t length = 0;
+        while (!stops.stop[c & 0xFF]) {
+            run[length++] = (unsigned char)c;
+            if (length == sizeof run) {
+                if (!sink.PutBlock(run, length))
+                    return false;
+                length = 0;
+            }
+            c = source.Next();
+        }
+        return length == 0 || sink.PutBlock(run, length);
+    } else {
+        while (!stops.stop[c & 0xFF]) {
+            if (!sink.Put(c))
+                return false;
+            c = source.Next();
+        }
+        return true;
+    }
+}
+
 /* Bracketed names and bare text.  closer is the byte that ends the token
  * besides '=' (current dialect) and the end; code is the result for a
  * bracketed name, kUndecided for bare text, which the terminator decides. */
 template <class Sink>
 int32_t ReadRun(ByteSource &source, Sink &sink, int closer, int32_t code, Dialect dialect) noexcept {
     const bool old = dialect == Dialect::Old;
+    const StopBytes &stops = kStops[old][closer == ':' ? 0 : closer == '>' ? 1 : 2];
     bool inComment = false;
     for (;;) {
         int c = source.Next();
+        if (!inComment && !PutOrdinary(source, sink, stops, c))
+            return kError;
         if (c == closer || c == kEndOfInput || (c == '=' && !old)) {
             if (code != kUndecided)
                 return code;
@@ -93,8 +152,15 @@ template <class Sink> int32_t ReadQuoted(ByteSource &source, Sink &sink, int quo
             return kString;
         if (c != '\\' && !sink.Put(c))
             return kError;
-        const int previous = c;
+        int previous = c;
         c = source.Next();
+        // Ordinary bytes behind it take the same steps in short.
+        while (c != quote && c != '\\' && c != kEndOfInput) {
+            if (!sink.Put(c))
+                return kError;
+            previous = c;
+            c = source.Next();
+        }
         if (c != quote)
             continue;
         if (previous != '\\')
