@@ -122,10 +122,10 @@ HALV_API char *HalvGetParam(HalvUserCMData *tree, const char *item, const char *
 HALV_API int32_t HalvGetData(HalvUserCMData *tree, const char *item, const char *section, const char *label,
                              void **data, uint32_t *size) HALV_NOEXCEPT;
 
-/* Result: the number of children of the node found.  When it has children,
- * *list receives a new null-terminated array of copies of their texts, to be
- * released with HalvFreeUserCMList; otherwise (or when memory runs out, with
- * result 0) *list isn't touched. */
+/* Result: the number of children of the node found, and *list a new
+ * null-terminated array of copies of their texts, to be released with
+ * HalvFreeUserCMList.  With no node or no children the result is 0 and *list
+ * isn't touched; so too for a null list pointer or when memory runs out. */
 HALV_API int32_t HalvGetUserCMList(HalvUserCMData *tree, const char *item, const char *section,
                                    const char *label, char ***list) HALV_NOEXCEPT;
 

@@ -35,6 +35,9 @@ inline bool NodeIsEnd(const HalvUserCMData *node) noexcept { return NodeNamed(no
 /* Whitespace of the default C locale: 9 to 13 and 32. */
 inline bool IsBlank(int c) noexcept { return c == ' ' || (c >= 9 && c <= 13); }
 
+/* The Base64 alphabet of RFC 4648 that data blocks use. */
+inline constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
 /* ---- Nodes ------------------------------------------------------------ */
 
 /* A new node of kind owning a copy of length bytes with a NUL behind them;
@@ -49,17 +52,20 @@ bool AppendToList(HalvUserCMData **head, HalvUserCMData *node) noexcept;
 /* ---- The token reader ------------------------------------------------- */
 
 /* Where the token reader takes its bytes: the stream's read slot, one byte
- * per call.  Next gives a byte 0..255 except 0xFF, or kEndOfInput for the
+ * per call.  It holds no state of its own, so it is passed by value.  Next gives a byte 0..255 except 0xFF, or kEndOfInput for the
  * end of the stream, a failed read or a 0xFF; a CR is dropped. */
 constexpr int kEndOfInput = -1;
 
 struct ByteSource {
-    HalvIO *in;
+    explicit ByteSource(HalvIO *stream) noexcept : in(stream), read(stream->read) {}
 
-    int Next() noexcept {
+    HalvIO *in;
+    int32_t (*read)(HalvIO *, void *, uint32_t); // fetched once: it is called for every byte
+
+    int Next() const noexcept {
         for (;;) {
             unsigned char byte;
-            if (in->read(in, &byte, 1) < 1)
+            if (read(in, &byte, 1) < 1)
                 return kEndOfInput;
             if (byte == 13)
                 continue;
@@ -68,7 +74,7 @@ struct ByteSource {
     }
 
     /* One raw read call, no CR dropping: the Base64 block. */
-    int32_t ReadRaw(void *buffer, uint32_t count) noexcept { return in->read(in, buffer, count); }
+    int32_t ReadRaw(void *buffer, uint32_t count) const noexcept { return read(in, buffer, count); }
 };
 
 /* Token text to an outside stream: one write call per byte, and a decoded
@@ -124,7 +130,7 @@ enum class Dialect { Current, Old };
 
 /* Reads one token as HalvReadUserCM (or HalvReadOldUserCM) does, with the
  * token text going to sink.  Instantiated for StreamSink and TextBuffer. */
-template <class Sink> int32_t ReadToken(ByteSource &source, Sink &sink, Dialect dialect) noexcept;
+template <class Sink> int32_t ReadToken(ByteSource source, Sink &sink, Dialect dialect) noexcept;
 
 /* ---- Private memory stream -------------------------------------------- */
 

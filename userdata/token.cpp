@@ -36,9 +36,8 @@ struct Base64Table {
 };
 constexpr Base64Table MakeBase64Table() {
     Base64Table table{};
-    const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     for (int i = 0; i < 64; ++i)
-        table.value[(unsigned char)alphabet[i]] = (unsigned char)i;
+        table.value[(unsigned char)kBase64Alphabet[i]] = (unsigned char)i;
     return table;
 }
 constexpr Base64Table kBase64 = MakeBase64Table();
@@ -75,7 +74,7 @@ constexpr StopBytes kStops[2][3] = {
  * which is left in c.  A sink that only collects takes them in blocks
  * gathered on the stack; an outside stream gets one write per byte, so that
  * a full stream cuts the token at the first byte that doesn't fit. */
-template <class Sink> bool PutOrdinary(ByteSource &source, Sink &sink, const StopBytes &stops, int &c) noexcept {
+template <class Sink> bool PutOrdinary(ByteSource source, Sink &sink, const StopBytes &stops, int &c) noexcept {
     if constexpr (Sink::kCollectsOnly) {
         unsigned char run[64];
         uint32_t length = 0;
@@ -103,7 +102,7 @@ template <class Sink> bool PutOrdinary(ByteSource &source, Sink &sink, const Sto
  * besides '=' (current dialect) and the end; code is the result for a
  * bracketed name, kUndecided for bare text, which the terminator decides. */
 template <class Sink>
-int32_t ReadRun(ByteSource &source, Sink &sink, int closer, int32_t code, Dialect dialect) noexcept {
+int32_t ReadRun(ByteSource source, Sink &sink, int closer, int32_t code, Dialect dialect) noexcept {
     const bool old = dialect == Dialect::Old;
     const StopBytes &stops = kStops[old][closer == ':' ? 0 : closer == '>' ? 1 : 2];
     bool inComment = false;
@@ -146,7 +145,7 @@ int32_t ReadRun(ByteSource &source, Sink &sink, int closer, int32_t code, Dialec
 
 /* The body of a string from the byte in hand c.  Its one escape is a
  * backslash before the quote; any other backslash vanishes. */
-template <class Sink> int32_t ReadQuoted(ByteSource &source, Sink &sink, int quote, int c) noexcept {
+template <class Sink> int32_t ReadQuoted(ByteSource source, Sink &sink, int quote, int c) noexcept {
     for (;;) {
         if (c == kEndOfInput)
             return kString;
@@ -176,7 +175,7 @@ template <class Sink> int32_t ReadQuoted(ByteSource &source, Sink &sink, int quo
 /* "<<<<Base64Data:" has been read; groups of four raw bytes follow up to
  * ">>>>" and the closing quote.  No CR is dropped and no line may break the
  * block. */
-template <class Sink> int32_t ReadBase64(ByteSource &source, Sink &sink) noexcept {
+template <class Sink> int32_t ReadBase64(ByteSource source, Sink &sink) noexcept {
     for (;;) {
         unsigned char group[4];
         if (source.ReadRaw(group, 4) < 4)
@@ -198,7 +197,7 @@ template <class Sink> int32_t ReadBase64(ByteSource &source, Sink &sink) noexcep
 
 /* The opening quote has been read.  The first bytes are gathered as they
  * are, to recognise a Base64 block; the byte that stopped them is in hand. */
-template <class Sink> int32_t ReadString(ByteSource &source, Sink &sink) noexcept {
+template <class Sink> int32_t ReadString(ByteSource source, Sink &sink) noexcept {
     char prefix[kStringPrefixMax];
     int length = 0;
     int c = source.Next();
@@ -218,7 +217,7 @@ template <class Sink> int32_t ReadString(ByteSource &source, Sink &sink) noexcep
 
 /* A {group} is delivered whole, braces included, with no comments or
  * escapes; the byte behind the closing brace is consumed and dropped. */
-template <class Sink> int32_t ReadGroup(ByteSource &source, Sink &sink) noexcept {
+template <class Sink> int32_t ReadGroup(ByteSource source, Sink &sink) noexcept {
     if (!sink.Put('{'))
         return kError;
     uint32_t depth = 1;
@@ -238,7 +237,7 @@ template <class Sink> int32_t ReadGroup(ByteSource &source, Sink &sink) noexcept
 }
 
 /* Drops blanks and comments; the first other byte, or kEndOfInput. */
-int SkipToToken(ByteSource &source) noexcept {
+int SkipToToken(ByteSource source) noexcept {
     for (;;) {
         int c = source.Next();
         if (c == '#') {
@@ -254,7 +253,7 @@ int SkipToToken(ByteSource &source) noexcept {
 
 } // namespace
 
-template <class Sink> int32_t ReadToken(ByteSource &source, Sink &sink, Dialect dialect) noexcept {
+template <class Sink> int32_t ReadToken(ByteSource source, Sink &sink, Dialect dialect) noexcept {
     const bool old = dialect == Dialect::Old;
     const int c = SkipToToken(source);
     switch (c) {
@@ -283,8 +282,8 @@ template <class Sink> int32_t ReadToken(ByteSource &source, Sink &sink, Dialect 
     return ReadRun(source, sink, ':', kUndecided, dialect);
 }
 
-template int32_t ReadToken<StreamSink>(ByteSource &, StreamSink &, Dialect) noexcept;
-template int32_t ReadToken<TextBuffer>(ByteSource &, TextBuffer &, Dialect) noexcept;
+template int32_t ReadToken<StreamSink>(ByteSource, StreamSink &, Dialect) noexcept;
+template int32_t ReadToken<TextBuffer>(ByteSource, TextBuffer &, Dialect) noexcept;
 
 } // namespace halv
 
@@ -293,7 +292,7 @@ namespace {
 int32_t ReadOneToken(HalvIO *in, HalvIO *out, halv::Dialect dialect) noexcept {
     if (in == nullptr || out == nullptr)
         return HALV_UCM_TOKEN_ERROR;
-    halv::ByteSource source{in};
+    halv::ByteSource source(in);
     halv::StreamSink sink{out};
     return halv::ReadToken(source, sink, dialect);
 }

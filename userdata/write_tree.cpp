@@ -14,7 +14,6 @@ namespace {
 
 /* Base64 text leaves in writes of at most this many characters. */
 constexpr uint32_t kBase64Piece = 68;
-constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 class Emitter {
   public:
