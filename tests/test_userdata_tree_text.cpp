@@ -225,6 +225,24 @@ TEST(UserDataTreeText, NamesReopenAndLabelsRepeat) {
     HalvFreeUserCMData(items.tree);
 }
 
+TEST(UserDataTreeText, AFoundNameIsReopenedWhateverItsKind) {
+    // <a> finds the section A and makes it the current item, so B becomes
+    // its child; the writer then prints B as a first section.
+    auto read = ReadTree("[A]\n<a>\n[B]\nk: v\n");
+    ASSERT_EQ(read.result, 1);
+    EXPECT_EQ(Dump(read.tree), "S'A'{S'B'{L'k'{W'v'}}}");
+    EXPECT_EQ(WriteTree(read.tree), "[A]\n[B]\nk: v\n");
+    HalvFreeUserCMData(read.tree);
+    // An End that is found again only reopens: reading goes on.
+    auto base = ReadTree("[S]\n[End]");
+    ASSERT_EQ(base.result, 1);
+    ReadStream in("[end]\nk: v\n[T]\n");
+    EXPECT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), 1);
+    EXPECT_EQ(Dump(base.tree), "S'S' S'End'{L'k'{W'v'}} S'T'");
+    EXPECT_EQ(in.rest(), "");
+    HalvFreeUserCMData(base.tree);
+}
+
 TEST(UserDataTreeText, CurrentSectionAndLabelSurviveNewNames) {
     // A label after an item with no section lands in the previous section.
     auto a = ReadTree("<I1>\n[S]\n<I2>\nk: v\n");
