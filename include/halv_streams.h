@@ -5,11 +5,22 @@
  * HalvIO is public: a host may build its own back end by filling the slots,
  * and any caller may invoke a slot directly.  Slot contract:
  *   read/write  bytes moved (> 0), 0 (end / nothing accepted), -1 failure,
- *               -2 would block; a count of 0 gives 0.
+ *               -2 would block; a count of 0 gives 0.  A slot may move fewer
+ *               bytes than asked; only the caller loops.  A back end that
+ *               answers -2 keeps its descriptor (an int, or a machine word)
+ *               as the first field behind the slots: HalvIOCopyBytes waits
+ *               on it.
  *   flush       hands buffered data on; never null in library constructors.
- *   seek        new position from the start, or -1 when it can't seek.
+ *   seek        whence 0 start, 1 current, 2 end; the new position from the
+ *               start, or -1 when it can't seek (a working signal: the
+ *               generic operations then fall back to reading).
  *   close       releases what the stream owns and frees the record.
- *   setAutoClose  stores the flag; null where the back end has none.
+ *   setAutoClose  stores the flag and returns it; null where the back end
+ *               has none (memory, smart-buffer, multiplex, socket streams).
+ *
+ * The generic operations below use only the slots, so they work on any back
+ * end, hand-built ones included.  None of them tolerates a null stream; they
+ * report by their result alone.
  */
 #ifndef HALV_STREAMS_H
 #define HALV_STREAMS_H
@@ -31,6 +42,117 @@ struct HalvIO {
     int32_t (*setAutoClose)(HalvIO *io, int32_t flag);
     /* Back-end fields follow in the constructor's own larger record. */
 };
+
+/* ------------------------------------------------------------------------
+ * Generic operations on any stream
+ * ------------------------------------------------------------------------ */
+
+/* Calls read until count bytes have arrived or the stream ends.  Result: the
+ * bytes read (short only at end of stream), 0 for a count of 0 (no slot
+ * call), or the first negative slot result unchanged; bytes of earlier passes
+ * are then not reported. */
+HALV_API int32_t HalvIOReadBytes(HalvIO *io, void *buffer, uint32_t count) HALV_NOEXCEPT;
+
+/* The same loop over write.  A write result of 0 ends the loop and the short
+ * total is the result. */
+HALV_API int32_t HalvIOWriteBytes(HalvIO *io, const void *bytes, uint32_t count) HALV_NOEXCEPT;
+
+/* Reads one line, one byte per read call.  At most max bytes are consumed,
+ * CR and LF included; LF ends the line and is not stored, CR is dropped
+ * wherever it stands.  The buffer needs max + 1 bytes and is always left
+ * NUL-terminated.  Result: bytes consumed (an empty line gives 1, end of
+ * stream 0), or the negative read result on failure; max < 1 gives 0 and
+ * reads nothing. */
+HALV_API int32_t HalvIOReadString(HalvIO *io, char *buffer, int32_t max) HALV_NOEXCEPT;
+
+/* Reads one line, one byte per read call, storing at most max bytes: LF is
+ * stored and ends the line, CR is dropped and not counted.  Any read result
+ * other than 1 ends the line.  The buffer needs max + 1 bytes and is always
+ * left NUL-terminated.  Result: 1 if at least one byte was stored, else 0. */
+HALV_API int32_t HalvIOGets(HalvIO *io, char *buffer, uint32_t max) HALV_NOEXCEPT;
+
+/* One single write call with the whole NUL-terminated text, no loop; the
+ * result is the slot's.  A null text gives 0 with no call. */
+HALV_API int32_t HalvIOWriteString(HalvIO *io, const char *text) HALV_NOEXCEPT;
+
+/* Copies from src to dst (destination first) through a 4096-byte buffer,
+ * count bytes or, with count 0, until src ends.  Would-block results wait
+ * until the stream is ready.  Result: bytes copied, or -1 on a failed read or
+ * write, a destination that accepts nothing, or a negative count. */
+HALV_API int64_t HalvIOCopyBytes(HalvIO *dst, HalvIO *src, int64_t count) HALV_NOEXCEPT;
+
+/* Moves forward by count bytes: by seek(io, count, 1) when the stream can
+ * seek (result count, whatever position it reported), else by reading in
+ * passes of 1024 bytes.  Result: bytes skipped (short at end of stream, 0
+ * for count <= 0 on a stream that can't seek), -1 on a failed read, -2 when
+ * the read would block. */
+HALV_API int64_t HalvIOSkipBytes(HalvIO *io, int64_t count) HALV_NOEXCEPT;
+
+/* Reads a whole stream into one new NUL-terminated buffer that the caller
+ * frees with halv_internal_free; *size doesn't count the NUL.  A seekable
+ * stream is read from position 0, whatever its position was; one that can't
+ * seek is read from where it stands.  Result 1, or 0 (null out-pointer, a
+ * stream longer than 0x7FFFFFFE bytes, a failed read or allocation) with
+ * *data null where a buffer had been made. */
+HALV_API int32_t HalvIOReadBlock(HalvIO *io, char **data, uint32_t *size) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * String streams over a caller's buffer
+ * ------------------------------------------------------------------------ */
+
+/* A stream over buffer, which must outlive it unless setAutoClose(io, 1)
+ * hands it over (close then frees it with halv_internal_free).  With size
+ * above 0 neither pointer passes the buffer's end: a read runs to the end of
+ * the capacity, a write that leaves room stores one NUL behind its bytes.
+ * Size 0 means the buffer holds NUL-terminated text and nothing guards its
+ * end.  Separate read and write pointers start at the buffer's start.
+ * Result: the stream, or null for a null buffer or no memory. */
+HALV_API HalvIO *HalvIO_Str(void *buffer, uint32_t size) HALV_NOEXCEPT;
+
+/* Sets both pointers of a string stream back to the buffer's start; clears
+ * nothing.  Does nothing on any other stream. */
+HALV_API void HalvIOStrReset(HalvIO *io) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Growing memory streams
+ * ------------------------------------------------------------------------ */
+
+/* A stream over a buffer of its own, which grows on write to the larger of
+ * what is needed and twice its capacity.  Reading and writing share one
+ * cursor, so written bytes are read back after a seek.  With capacity 0 (or
+ * a failed first allocation) there is no buffer until the first write.
+ * close frees the buffer.  Result: the stream, or null if no memory. */
+HALV_API HalvIO *HalvIO_Mem(uint32_t initialCapacity) HALV_NOEXCEPT;
+
+/* The memory stream's buffer (null before its first allocation), which the
+ * stream keeps owning and may move on the next write; null for any other
+ * stream. */
+HALV_API void *HalvIOMemBuffer(HalvIO *io) HALV_NOEXCEPT;
+
+/* Bytes written so far (the highest position reached by a write); 0 for any
+ * other stream. */
+HALV_API uint32_t HalvIOMemLength(HalvIO *io) HALV_NOEXCEPT;
+
+/* Bytes allocated for the buffer; 0 for any other stream. */
+HALV_API uint32_t HalvIOMemCapacity(HalvIO *io) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Multiplex streams over a sequence of streams
+ * ------------------------------------------------------------------------ */
+
+/* A stream that reads and writes its components one after another, moving
+ * on when one answers 0.  The array of count pointers is copied; the
+ * components stay the caller's, and close frees only the copy and the
+ * record.  The end of the last component reads as -1; a write always gives
+ * the requested count.  flush flushes every component, seek(io, index, any)
+ * selects one.  Result: the stream, or null for a null array with count
+ * above 0 or no memory. */
+HALV_API HalvIO *HalvIO_Multiplex(HalvIO *const *streams, uint32_t count) HALV_NOEXCEPT;
+
+/* Makes component index the current one; index equal to the count means
+ * past the last.  Result: 1, or 0 (nothing changed) for an index above the
+ * count or a stream that is no multiplex stream. */
+HALV_API int32_t HalvIOMultiplexSet(HalvIO *io, uint32_t index) HALV_NOEXCEPT;
 
 HALV_END_DECLS
 

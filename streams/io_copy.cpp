@@ -1,0 +1,108 @@
+/*
+ * streams/io_copy.cpp - copying between streams, and skipping forward.
+ *
+ * The copy moves at most 4096 bytes per pass: one read of src, then writes
+ * of dst until the pass is taken.  A back end of the caller's sees exactly
+ * these calls.  When src is one of the library's in-memory streams and dst
+ * one whose write can't disturb src's buffer, the pass is written straight
+ * from src's buffer: src's read slot call is replaced by advancing its
+ * position, which is all that call would do, and the bounce copy is saved.
+ *
+ * A would-block answer waits until the stream is ready and asks again.  A
+ * back end that keeps saying would-block while its descriptor is ready is
+ * given up after kWouldBlockLimit answers in a row.
+ */
+#include "streams/internal.h"
+
+namespace {
+
+constexpr uint32_t kCopyPass = 4096;
+constexpr uint32_t kSkipPass = 1024;
+constexpr int kWouldBlockLimit = 10000;
+
+/* One read of up to request bytes; *bytes is where they are.  Result: bytes
+ * read, 0 at the end of src, -1 on failure. */
+int32_t ReadPass(HalvIO *dst, HalvIO *src, char *buffer, uint32_t request, const char **bytes) noexcept {
+    halv::ReadView view;
+    if (halv::PeekReadable(src, &view) && halv::CanWriteFromView(dst, &view)) {
+        size_t n = view.available < request ? view.available : request;
+        view.consume(src, n);
+        *bytes = view.bytes;
+        return static_cast<int32_t>(n);
+    }
+    *bytes = buffer;
+    for (int blocked = 0; blocked < kWouldBlockLimit; blocked++) {
+        int32_t got = src->read(src, buffer, request);
+        if (got != -2)
+            return got <= static_cast<int32_t>(request) && got >= 0 ? got : -1;
+        if (halv::WaitStreamReady(src, 0) != 1)
+            break;
+    }
+    return -1;
+}
+
+/* Writes length bytes with as many write calls as dst needs.  Result 1, or
+ * -1 when dst fails or accepts nothing. */
+int32_t WritePass(HalvIO *dst, const char *bytes, uint32_t length) noexcept {
+    uint32_t taken = 0;
+    int blocked = 0;
+    while (taken < length) {
+        int32_t put = dst->write(dst, bytes + taken, length - taken);
+        if (put == -2) {
+            if (++blocked == kWouldBlockLimit || halv::WaitStreamReady(dst, 1) != 1)
+                return -1;
+            continue;
+        }
+        if (put <= 0 || static_cast<uint32_t>(put) > length - taken)
+            return -1;
+        taken += static_cast<uint32_t>(put);
+        blocked = 0;
+    }
+    return 1;
+}
+
+} // namespace
+
+extern "C" {
+
+HALV_API int64_t HalvIOCopyBytes(HalvIO *dst, HalvIO *src, int64_t count) noexcept {
+    if (count < 0 || src->read == nullptr || dst->write == nullptr)
+        return -1;
+    char buffer[kCopyPass];
+    int64_t total = 0;
+    int64_t remaining = count;
+    for (;;) {
+        uint32_t request = count == 0 || remaining > kCopyPass ? kCopyPass : static_cast<uint32_t>(remaining);
+        const char *bytes;
+        int32_t got = ReadPass(dst, src, buffer, request, &bytes);
+        if (got == 0)
+            return total;
+        if (got < 0 || WritePass(dst, bytes, static_cast<uint32_t>(got)) < 0)
+            return -1;
+        total += got;
+        if (count != 0 && (remaining -= got) == 0)
+            return total;
+    }
+}
+
+HALV_API int64_t HalvIOSkipBytes(HalvIO *io, int64_t count) noexcept {
+    /* A seek that works settles it, whatever position it reports. */
+    if (io->seek != nullptr && io->seek(io, count, 1) != -1)
+        return count;
+    if (count <= 0)
+        return 0;
+    char scratch[kSkipPass];
+    int64_t skipped = 0;
+    while (skipped < count) {
+        uint32_t pass = count - skipped > kSkipPass ? kSkipPass : static_cast<uint32_t>(count - skipped);
+        int32_t got = HalvIOReadBytes(io, scratch, pass);
+        if (got < 0)
+            return halv::FailureResult(got);
+        skipped += got;
+        if (static_cast<uint32_t>(got) < pass)
+            break;
+    }
+    return skipped;
+}
+
+} // extern "C"

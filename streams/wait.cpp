@@ -1,0 +1,34 @@
+/*
+ * streams/wait.cpp - waiting for a stream that answered would-block.
+ *
+ * Only streams over a descriptor in non-blocking mode answer -2, and every
+ * back end keeps its main handle as the first field behind the slots.  The
+ * descriptor is read as a 32-bit int from there, which is right whether the
+ * back end stores it as an int or as a machine word (little-endian).
+ */
+#include <poll.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "streams/internal.h"
+
+namespace halv {
+
+int32_t WaitStreamReady(HalvIO *io, int forWrite) noexcept {
+    int32_t fd;
+    std::memcpy(&fd, reinterpret_cast<const char *>(io) + sizeof(HalvIO), sizeof fd);
+    if (fd < 0)
+        return -1;
+    struct pollfd entry = {fd, static_cast<short>(forWrite ? POLLOUT : POLLIN), 0};
+    int ready;
+    do
+        ready = poll(&entry, 1, -1);
+    while (ready < 0 && errno == EINTR);
+    /* A hung-up or failed descriptor is ready: the next call reports it. */
+    if (ready <= 0 || (entry.revents & POLLNVAL) != 0)
+        return -1;
+    return 1;
+}
+
+} // namespace halv
