@@ -9,9 +9,8 @@
  */
 #include <pthread.h>
 
-#include <cstdlib>
-
 #include "core/internal.h"
+#include "halv_env.h"
 
 namespace {
 
@@ -67,9 +66,9 @@ void LeaveHashLock(int index) noexcept {
 
 int HashOfKey(uint32_t key) noexcept { return (int)(((key >> 16) + key) & 7u); }
 
-/* Until the environment layer stands, the switches read the process
- * environment; set at all counts as on. */
-int SwitchFromEnvironment(const char *name) noexcept { return std::getenv(name) != nullptr ? 1 : 0; }
+/* A switch is on when HalvGetenv knows the name at all (an empty real
+ * variable counts as unset there). */
+int SwitchFromEnvironment(const char *name) noexcept { return HalvGetenv(name) != nullptr ? 1 : 0; }
 
 /* Registry step and its undo; the registry is wired in by the modules layer. */
 int LoadRegistry() noexcept { return 1; }

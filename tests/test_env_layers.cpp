@@ -1,0 +1,225 @@
+// The layers of HalvGetenv and their order, each case in a fresh process
+// (tests/env/env_probe) with an environment of its own.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "env/probe_runner.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// Runs the probe and checks that it ran to its end.
+probe::Result Probe(const Lines &args, const Lines &environment) {
+    probe::Result result = probe::Run(args, environment);
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    return result;
+}
+
+// The release directory the probe derives for itself: build/tests/env/env_probe
+// lies in a directory named env, so the release is build/tests.
+std::string ProbeRelease() {
+    return std::filesystem::canonical(probe::ProbePath()).parent_path().parent_path().string();
+}
+
+bool Contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+
+} // namespace
+
+TEST(EnvLayers, NothingSetGivesDefaultsAndLastResorts) {
+    probe::TempDir dir;
+    const std::string cwd = std::filesystem::canonical(dir.Path()).string();
+    auto r = Probe({"prefix", "chdir", cwd, "init",
+                    "get", "HV_OS", "get", "HV_VERS", "get", "HV_ROTATE_BUFFERSIZE", "get", "HV_CHUNKBUFFER_CAP",
+                    "get", "HALV_MEMORY_MAX", "get", "HALV_TEMPFILE_MAX",
+                    "get", "HV_COLORPREFS_TODEVICERGB", "get", "HV_COLORPREFS_TODEVICEGRAY",
+                    "get", "HV_COLORPREFS_TODEVICECMYK", "get", "HV_COLORPREFS_FROMDEVICERGB",
+                    "get", "HV_COLORPREFS_FROMDEVICEGRAY", "get", "HV_COLORPREFS_FROMDEVICECMYK",
+                    "get", "HVTOP", "get", "HV_RELEASE", "get", "KOVTOP", "get", "KOV_RELEASE",
+                    "get", "HV_DATA_PATH", "get", "HOME", "get", "TEMP", "get", "HALV_TEMP", "get", "PWD",
+                    "get", "USER", "get", "NO_SUCH_NAME", "get", "HV_PROXY", "get", "TZ", "get", "",
+                    "end"},
+                   {});
+    ASSERT_FALSE(r.lines.empty());
+    ASSERT_EQ(r.lines[0].rfind("prefix=/", 0), 0u);
+    const std::string prefix = r.lines[0].substr(7);
+    const std::string release = ProbeRelease();
+    Lines expected = {r.lines[0], "init=1",
+                      "HV_OS=", "HV_VERS=3.8.0", "HV_ROTATE_BUFFERSIZE=4096", "HV_CHUNKBUFFER_CAP=",
+                      "HALV_MEMORY_MAX=15360", "HALV_TEMPFILE_MAX=10240",
+                      "HV_COLORPREFS_TODEVICERGB=sRGB", "HV_COLORPREFS_TODEVICEGRAY=sGray",
+                      "HV_COLORPREFS_TODEVICECMYK=cmykLinear", "HV_COLORPREFS_FROMDEVICERGB=sRGB",
+                      "HV_COLORPREFS_FROMDEVICEGRAY=sGray", "HV_COLORPREFS_FROMDEVICECMYK=cmykLinear",
+                      "HVTOP=" + prefix, "HV_RELEASE=" + release, "KOVTOP=" + release, "KOV_RELEASE=" + release,
+                      "HV_DATA_PATH=.,${HOME},${HOME}/data,${KOVTOP}/data",
+                      "HOME=.", "TEMP=/tmp", "HALV_TEMP=/tmp", "PWD=" + cwd,
+                      "USER=(null)", "NO_SUCH_NAME=(null)", "HV_PROXY=(null)", "TZ=(null)", "=(null)",
+                      "end=1"};
+    EXPECT_EQ(r.lines, expected);
+}
+
+TEST(EnvLayers, LastResortsAreComputedOnce) {
+    probe::TempDir first, second;
+    const std::string a = std::filesystem::canonical(first.Path()).string();
+    const std::string b = std::filesystem::canonical(second.Path()).string();
+    auto r = Probe({"chdir", a, "get", "NO_SUCH_NAME", "chdir", b, "get", "PWD", "putenv", "TMPDIR", "/late",
+                    "get", "TEMP"},
+                   {});
+    EXPECT_EQ(r.lines, (Lines{"NO_SUCH_NAME=(null)", "PWD=" + a, "TEMP=/tmp"}));
+
+    // A shell's PWD is found in the real environment before the last resort.
+    r = Probe({"chdir", a, "get", "PWD"}, {"PWD=/from/shell"});
+    EXPECT_EQ(r.lines, (Lines{"PWD=/from/shell"}));
+}
+
+TEST(EnvLayers, TempFallsBackThroughAlternativeAndLastResort) {
+    auto r = Probe({"get", "HALV_TEMP"}, {"KOV_TEMP=/kov", "HALV_TEMP=/halv", "TEMP=/t"});
+    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/kov"}));
+    r = Probe({"get", "HALV_TEMP"}, {"HALV_TEMP=/halv", "TEMP=/t"});
+    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/halv"}));
+    r = Probe({"get", "HALV_TEMP"}, {"KOV_TEMP=", "HALV_TEMP=/halv"});
+    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/halv"}));
+    r = Probe({"get", "HALV_TEMP"}, {"TEMP=/t", "TMPDIR=/tmpdir"});
+    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/t"}));
+
+    // With TEMP unset too, TEMP's last resort answers, not HALV_TEMP's default.
+    r = Probe({"get", "HALV_TEMP", "get", "TEMP"}, {"TMPDIR=/tmpdir"});
+    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/tmpdir", "TEMP=/tmpdir"}));
+
+    // What an alternative gives isn't kept under the name asked for.
+    r = Probe({"get", "HALV_TEMP", "set", "TEMP", "/u", "get", "HALV_TEMP", "unset", "TEMP", "get", "HALV_TEMP"},
+              {"TEMP=/t"});
+    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/t", "set=1", "HALV_TEMP=/u", "unset=1", "HALV_TEMP=/t"}));
+}
+
+TEST(EnvLayers, OlderNamesWin) {
+    auto r = Probe({"get", "HVTOP", "get", "HV_RELEASE", "get", "HV_DATA_PATH", "get", "KOVTOP", "get", "KOV_RELEASE",
+                    "get", "HV_VERS"},
+                   {"KOVTOP=/old", "HVTOP=/new", "HV_RELEASE=/rel", "KOV_DATA_PATH=/kd", "HV_DATA_PATH=/hd",
+                    "HV_VERS=7"});
+    EXPECT_EQ(r.lines, (Lines{"HVTOP=/old", "HV_RELEASE=/old", "HV_DATA_PATH=/kd", "KOVTOP=/old", "KOV_RELEASE=/old",
+                              "HV_VERS=7"}));
+
+    // Without the older names the new ones stand, and the old ones fall back.
+    r = Probe({"get", "HVTOP", "get", "HV_RELEASE", "get", "KOVTOP", "get", "KOV_RELEASE", "get", "HV_DATA_PATH"},
+              {"HVTOP=/new", "HV_RELEASE=/rel", "HV_DATA_PATH=/hd"});
+    EXPECT_EQ(r.lines, (Lines{"HVTOP=/new", "HV_RELEASE=/rel", "KOVTOP=/rel", "KOV_RELEASE=/rel", "HV_DATA_PATH=/hd"}));
+
+    // The older name is a real-environment layer only: set in the process it doesn't win.
+    r = Probe({"set", "KOVTOP", "/inside", "get", "HVTOP", "get", "KOVTOP"}, {"HVTOP=/new"});
+    EXPECT_EQ(r.lines, (Lines{"set=1", "HVTOP=/new", "KOVTOP=/inside"}));
+}
+
+TEST(EnvLayers, AlternativesAskWithAllLayers) {
+    auto r = Probe({"get", "USER"}, {"LOGNAME=bob"});
+    EXPECT_EQ(r.lines, (Lines{"USER=bob"}));
+    r = Probe({"get", "USER"}, {"USER=alice", "LOGNAME=bob"});
+    EXPECT_EQ(r.lines, (Lines{"USER=alice"}));
+    r = Probe({"set", "LOGNAME", "carol", "get", "USER", "set", "HV_RELEASE", "/set", "get", "KOVTOP",
+               "get", "KOV_RELEASE", "get", "LOGNAME"},
+              {});
+    EXPECT_EQ(r.lines, (Lines{"set=1", "USER=carol", "set=1", "KOVTOP=/set", "KOV_RELEASE=/set", "LOGNAME=carol"}));
+}
+
+TEST(EnvLayers, EmptyRealVariableCountsAsUnset) {
+    auto r = Probe({"get", "HOME", "get", "HV_VERS", "get", "HV_OS", "get", "USER", "get", "NOTHING"},
+                   {"HOME=", "HV_VERS=", "HV_OS=", "USER=", "LOGNAME=dan", "NOTHING="});
+    EXPECT_EQ(r.lines, (Lines{"HOME=.", "HV_VERS=3.8.0", "HV_OS=", "USER=dan", "NOTHING=(null)"}));
+
+    // Long values are taken whole.
+    const std::string longValue(5000, 'v');
+    r = Probe({"get", "LONG"}, {"LONG=" + longValue});
+    EXPECT_EQ(r.lines, (Lines{"LONG=" + longValue}));
+}
+
+TEST(EnvLayers, RealValueIsReadOnce) {
+    auto r = Probe({"get", "FOO", "putenv", "FOO", "second", "get", "FOO",
+                    "set", "FOO", "mine", "get", "FOO",
+                    "unset", "FOO", "get", "FOO", "putenv", "FOO", "third", "get", "FOO",
+                    "get", "BAR", "putenv", "BAR", "late", "get", "BAR"},
+                   {"FOO=first"});
+    EXPECT_EQ(r.lines, (Lines{"FOO=first", "FOO=first", "set=1", "FOO=mine", "unset=1", "FOO=second", "FOO=second",
+                              "BAR=(null)", "BAR=late"}));
+}
+
+TEST(EnvLayers, SetenvOverridesEveryLayer) {
+    auto r = Probe({"init", "set", "HOME", "/mine", "get", "HOME", "unset", "HOME", "get", "HOME",
+                    "set", "HVTOP", "/set", "get", "HVTOP",
+                    "set", "HV_VERS", "4", "get", "HV_VERS", "unset", "HV_VERS", "get", "HV_VERS",
+                    "set", "PWD", "/p", "get", "PWD",
+                    "set", "EMPTY", "", "get", "EMPTY",
+                    "unset", "NEVER_SET", "get", "NEVER_SET", "end"},
+                   {"HOME=/home/real", "KOVTOP=/old"});
+    EXPECT_EQ(r.lines, (Lines{"init=1", "set=1", "HOME=/mine", "unset=1", "HOME=/home/real",
+                              "set=1", "HVTOP=/set",
+                              "set=1", "HV_VERS=4", "unset=1", "HV_VERS=3.8.0",
+                              "set=1", "PWD=/p",
+                              "set=1", "EMPTY=",
+                              "unset=1", "NEVER_SET=(null)", "end=1"}));
+}
+
+TEST(EnvLayers, LastStopForgetsWhatWasRead) {
+    auto r = Probe({"init", "get", "FOO", "set", "MINE", "v", "putenv", "FOO", "second", "get", "FOO", "end",
+                    "init", "get", "FOO", "get", "MINE", "end"},
+                   {"FOO=first", "HV_DEBUG=1"});
+    EXPECT_EQ(r.lines, (Lines{"init=1", "FOO=first", "set=1", "FOO=first", "end=1",
+                              "init=1", "FOO=second", "MINE=(null)", "end=1"}));
+    EXPECT_TRUE(Contains(r.err, "Cleaning up EnvVar FOO=first\n")) << r.err;
+    EXPECT_TRUE(Contains(r.err, "Cleaning up EnvVar MINE=v\n")) << r.err;
+    EXPECT_TRUE(Contains(r.err, "Cleaning up EnvVar FOO=second\n")) << r.err;
+
+    // Not the last stop: nothing is forgotten yet.
+    r = Probe({"init", "init", "set", "MINE", "v", "end", "get", "MINE", "end", "get", "MINE"}, {});
+    EXPECT_EQ(r.lines, (Lines{"init=1", "init=1", "set=1", "end=1", "MINE=v", "end=1", "MINE=(null)"}));
+}
+
+TEST(EnvLayers, StoreBeforeTheFirstStartIsKept) {
+    // The cleanup can't be registered before a start, so the list lives on.
+    auto r = Probe({"set", "EARLY", "1", "init", "end", "get", "EARLY"}, {});
+    EXPECT_EQ(r.lines, (Lines{"set=1", "init=1", "end=1", "EARLY=1"}));
+}
+
+TEST(EnvLayers, DebugSwitchTracesTheLayers) {
+    auto r = Probe({"init", "get", "HVTOP", "get", "USER", "get", "HV_VERS", "end"},
+                   {"HVENV_DEBUG=1", "HV_DEBUG=1", "KOVTOP=/old", "LOGNAME=bob"});
+    EXPECT_EQ(r.lines, (Lines{"init=1", "HVTOP=/old", "USER=bob", "HV_VERS=3.8.0", "end=1"}));
+    EXPECT_TRUE(Contains(r.err, "HalvGetenv: Overriding HVTOP with KOVTOP\n")) << r.err;
+    EXPECT_TRUE(Contains(r.err, "HalvGetenv: didn't find USER, using LOGNAME\n")) << r.err;
+    EXPECT_TRUE(Contains(r.err, "HalvGetenv: didn't find HV_VERS, defaulting to 3.8.0\n")) << r.err;
+
+    // The switch is read at the start through HalvGetenv: an empty variable is off,
+    // one set inside the process is on, and before a start nothing is traced.
+    r = Probe({"init", "get", "HVTOP", "end"}, {"HVENV_DEBUG=", "HV_DEBUG=1", "KOVTOP=/old"});
+    EXPECT_FALSE(Contains(r.err, "Overriding")) << r.err;
+    r = Probe({"set", "HVENV_DEBUG", "yes", "init", "get", "HVTOP", "end"}, {"HV_DEBUG=1", "KOVTOP=/old"});
+    EXPECT_TRUE(Contains(r.err, "HalvGetenv: Overriding HVTOP with KOVTOP\n")) << r.err;
+    r = Probe({"get", "HVTOP"}, {"HVENV_DEBUG=1", "HV_DEBUG=1", "KOVTOP=/old"});
+    EXPECT_FALSE(Contains(r.err, "Overriding")) << r.err;
+}
+
+TEST(EnvLayers, ExpandsThroughAllLayers) {
+    const std::string release = ProbeRelease();
+    auto r = Probe({"expand", "${HOME}/x", "expand", "$HOME/x", "expand", "${NO_SUCH}/x", "expand", "$NO_SUCH",
+                    "get", "HV_DATA_PATH", "expand", "${HV_DATA_PATH}", "expand", "${HALV_TEMP}/a/b"},
+                   {"HOME=/home/u", "TMPDIR=/scratch"});
+    EXPECT_EQ(r.lines, (Lines{"expand=/home/u/x", "expand=/home/u/x", "expand=/x", "expand=(null)",
+                              "HV_DATA_PATH=.,${HOME},${HOME}/data,${KOVTOP}/data",
+                              "expand=.,${HOME},${HOME}/data,${KOVTOP}/data", "expand=/scratch/a/b"}));
+
+    // The default data path expands one level at a time: first the variable,
+    // then the text it holds.
+    r = Probe({"expand", ".,${HOME},${HOME}/data,${KOVTOP}/data"}, {"HOME=/home/u"});
+    EXPECT_EQ(r.lines, (Lines{"expand=.,/home/u,/home/u/data," + release + "/data"}));
+    r = Probe({"expand", ".,${HOME},${HOME}/data,${KOVTOP}/data"}, {});
+    EXPECT_EQ(r.lines, (Lines{"expand=.,.,./data," + release + "/data"}));
+}
+
+TEST(EnvLayers, ProbeRejectsUnknownCommands) {
+    // Guards the harness itself: a typo in a command list must not pass silently.
+    auto r = probe::Run({"nonsense"}, {});
+    EXPECT_EQ(r.exitCode, 2);
+}

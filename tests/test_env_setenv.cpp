@@ -1,0 +1,142 @@
+// HalvSetenv and HalvGetenv inside one started engine: the override list,
+// its hashes, its copies, and its end at the last stop.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "dpk_hvsup.h"
+
+namespace {
+
+class EnvSetenv : public ::testing::Test {
+protected:
+    void SetUp() override {
+        HalvernDisableRegistryLoad(1);
+        ASSERT_EQ(HalvernInit(), 1);
+    }
+    void TearDown() override { HalvernEnd(); }
+};
+
+std::string Get(const char *name) {
+    const char *value = HalvGetenv(name);
+    return value != nullptr ? std::string(value) : std::string("(null)");
+}
+
+} // namespace
+
+TEST_F(EnvSetenv, NullArguments) {
+    EXPECT_EQ(HalvGetenv(nullptr), nullptr);
+    EXPECT_EQ(HalvSetenv(nullptr, "x"), 0);
+    EXPECT_EQ(HalvSetenv(nullptr, nullptr), 0);
+    EXPECT_EQ(HalvSetenv("SETENV_NEVER", nullptr), 1);
+    EXPECT_EQ(HalvGetenv("SETENV_NEVER"), nullptr);
+}
+
+TEST_F(EnvSetenv, SetReplaceRemove) {
+    ASSERT_EQ(HalvSetenv("SETENV_ONE", "1"), 1);
+    const char *first = HalvGetenv("SETENV_ONE");
+    ASSERT_NE(first, nullptr);
+    EXPECT_STREQ(first, "1");
+    EXPECT_EQ(HalvGetenv("SETENV_ONE"), first); // the same stored text each time
+
+    // Other names come and go; the first value stays where it is.
+    ASSERT_EQ(HalvSetenv("SETENV_TWO", "2"), 1);
+    ASSERT_EQ(HalvSetenv("SETENV_TWO", nullptr), 1);
+    EXPECT_STREQ(first, "1");
+
+    ASSERT_EQ(HalvSetenv("SETENV_ONE", "one again"), 1);
+    EXPECT_EQ(Get("SETENV_ONE"), "one again");
+    ASSERT_EQ(HalvSetenv("SETENV_ONE", ""), 1);
+    EXPECT_EQ(Get("SETENV_ONE"), "");
+    ASSERT_EQ(HalvSetenv("SETENV_ONE", nullptr), 1);
+    EXPECT_EQ(Get("SETENV_ONE"), "(null)");
+
+    // Names are case-sensitive.
+    ASSERT_EQ(HalvSetenv("setenv_case", "lower"), 1);
+    EXPECT_EQ(Get("SETENV_CASE"), "(null)");
+    EXPECT_EQ(Get("setenv_case"), "lower");
+}
+
+TEST_F(EnvSetenv, ValueIsCopied) {
+    char buffer[] = "original";
+    ASSERT_EQ(HalvSetenv("SETENV_COPY", buffer), 1);
+    buffer[0] = 'X';
+    EXPECT_EQ(Get("SETENV_COPY"), "original");
+    EXPECT_NE(HalvGetenv("SETENV_COPY"), buffer);
+}
+
+TEST_F(EnvSetenv, NamesWithEqualHashesStayApart) {
+    // The list compares 16-bit hashes first; many names share one.
+    std::map<uint32_t, std::string> seen;
+    std::vector<std::pair<std::string, std::string>> collisions;
+    for (int i = 0; collisions.size() < 20 && i < 100000; ++i) {
+        std::string name = "SETENV_H" + std::to_string(i);
+        uint32_t hash = HalvHashBytes(name.data(), (uint32_t)name.size());
+        auto [it, inserted] = seen.emplace(hash, name);
+        if (!inserted)
+            collisions.emplace_back(it->second, name);
+    }
+    ASSERT_EQ(collisions.size(), 20u);
+    for (const auto &[a, b] : collisions) {
+        ASSERT_EQ(HalvSetenv(a.c_str(), ("value of " + a).c_str()), 1);
+        ASSERT_EQ(HalvSetenv(b.c_str(), ("value of " + b).c_str()), 1);
+    }
+    for (const auto &[a, b] : collisions) {
+        EXPECT_EQ(Get(a.c_str()), "value of " + a);
+        EXPECT_EQ(Get(b.c_str()), "value of " + b);
+        ASSERT_EQ(HalvSetenv(a.c_str(), nullptr), 1);
+        EXPECT_EQ(Get(a.c_str()), "(null)");
+        EXPECT_EQ(Get(b.c_str()), "value of " + b);
+    }
+}
+
+TEST_F(EnvSetenv, ManyNames) {
+    for (int i = 0; i < 2000; ++i) {
+        std::string name = "SETENV_MANY_" + std::to_string(i);
+        ASSERT_EQ(HalvSetenv(name.c_str(), std::to_string(i * 7).c_str()), 1);
+    }
+    for (int i = 0; i < 2000; i += 3) {
+        std::string name = "SETENV_MANY_" + std::to_string(i);
+        ASSERT_EQ(HalvSetenv(name.c_str(), nullptr), 1);
+    }
+    for (int i = 0; i < 2000; ++i) {
+        std::string name = "SETENV_MANY_" + std::to_string(i);
+        EXPECT_EQ(Get(name.c_str()), i % 3 == 0 ? std::string("(null)") : std::to_string(i * 7)) << name;
+    }
+}
+
+TEST_F(EnvSetenv, LastStopEmptiesTheList) {
+    ASSERT_EQ(setenv("SETENV_REAL", "before", 1), 0);
+    EXPECT_EQ(Get("SETENV_REAL"), "before");
+    ASSERT_EQ(HalvSetenv("SETENV_GONE", "here"), 1);
+    ASSERT_EQ(setenv("SETENV_REAL", "after", 1), 0);
+    EXPECT_EQ(Get("SETENV_REAL"), "before");
+
+    // A nested start and stop keeps everything.
+    ASSERT_EQ(HalvernInit(), 1);
+    ASSERT_EQ(HalvernEnd(), 1);
+    EXPECT_EQ(Get("SETENV_GONE"), "here");
+
+    ASSERT_EQ(HalvernEnd(), 1);
+    ASSERT_EQ(HalvernInit(), 1);
+    EXPECT_EQ(Get("SETENV_GONE"), "(null)");
+    EXPECT_EQ(Get("SETENV_REAL"), "after");
+    unsetenv("SETENV_REAL");
+}
+
+TEST_F(EnvSetenv, ExecutablePath) {
+    const char *path = HalvGetExecutablePath();
+    ASSERT_NE(path, nullptr);
+    EXPECT_EQ(std::string(path), std::filesystem::read_symlink("/proc/self/exe").parent_path().string());
+    EXPECT_EQ(HalvGetExecutablePath(), path);
+    // It survives a stop: computed once for the process.
+    ASSERT_EQ(HalvernEnd(), 1);
+    EXPECT_EQ(HalvGetExecutablePath(), path);
+    ASSERT_EQ(HalvernInit(), 1);
+}

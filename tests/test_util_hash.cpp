@@ -1,0 +1,199 @@
+// The three small hashes and MD5 at the exported interface.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "dpk_hvsup.h"
+
+namespace {
+
+std::string Hex(const unsigned char *bytes, size_t count) {
+    static const char digits[] = "0123456789abcdef";
+    std::string text;
+    for (size_t i = 0; i < count; ++i) {
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 15];
+    }
+    return text;
+}
+
+std::string Md5OneCall(const void *bytes, uint32_t length) {
+    HalvMD5Context context;
+    HalvMD5Init(&context);
+    HalvMD5Update(&context, bytes, length);
+    unsigned char digest[16];
+    HalvMD5Final(digest, &context);
+    return Hex(digest, 16);
+}
+
+std::string Md5Text(const char *text) { return Md5OneCall(text, (uint32_t)std::strlen(text)); }
+
+} // namespace
+
+TEST(UtilHash, HashBytesIsTheWeightedSum) {
+    EXPECT_EQ(HalvHashBytes("abc", 3), 501u);
+    EXPECT_EQ(HalvHashBytes("abc", 0), 0u);
+    EXPECT_EQ(HalvHashBytes(nullptr, 5), 0u);
+
+    // The multiplier wraps to 1 after 253: byte 128 weighs 1 again.
+    std::vector<unsigned char> zeros(200, 0);
+    EXPECT_EQ(HalvHashBytes(zeros.data(), 200), 21458u);
+    // 127 zeros then a byte: the 128th byte has weight 1, like the first.
+    std::vector<unsigned char> probe(128, 0);
+    uint32_t base = HalvHashBytes(probe.data(), 128);
+    probe[127] = 5;
+    EXPECT_EQ(HalvHashBytes(probe.data(), 128), base - 1 + 11);
+
+    // A sum of 80620 wraps at 16 bits.
+    std::vector<unsigned char> ones(600, 0xFF);
+    EXPECT_EQ(HalvHashBytes(ones.data(), 600), 80620u & 0xFFFFu);
+    std::vector<unsigned char> ramp(768);
+    for (size_t i = 0; i < ramp.size(); ++i)
+        ramp[i] = (unsigned char)i;
+    EXPECT_EQ(HalvHashBytes(ramp.data(), 768), 33354u);
+    for (size_t length = 0; length < ramp.size(); length += 37)
+        EXPECT_LE(HalvHashBytes(ramp.data(), (uint32_t)length), 0xFFFFu);
+}
+
+TEST(UtilHash, HashStringTakesBytesAsSigned) {
+    EXPECT_EQ(HalvHashString("abc"), 193485963u);
+    EXPECT_EQ(HalvHashString(""), 5381u);
+    EXPECT_EQ(HalvHashString("\x80"), 177445u);
+    EXPECT_EQ(HalvHashString("\xff\xfe"), 5859874u);
+    EXPECT_EQ(HalvHashString("Hello, world"), 2457368813u); // wraps modulo 2^32
+    EXPECT_EQ(HalvHashString("ab\0cd"), HalvHashString("ab"));
+    EXPECT_EQ(HalvHashString(nullptr), 5381u);
+}
+
+TEST(UtilHash, FnvMultipliesBeforeXor) {
+    EXPECT_EQ(HalvFNVHashBytes("abc", 3, 0), 0x84F09160u);
+    EXPECT_EQ(HalvFNVHashBytes("abc", 3, 2166136261u), 0x439C2F4Bu);
+    EXPECT_EQ(HalvFNVHashBytes("\x00\xff", 2, 7), 0x0A115820u);
+    EXPECT_EQ(HalvFNVHashBytes("abc", 0, 12345), 12345u);
+    EXPECT_EQ(HalvFNVHashBytes(nullptr, 3, 99), 99u);
+    // Chained calls with the previous result as seed hash the concatenation.
+    EXPECT_EQ(HalvFNVHashBytes("c", 1, HalvFNVHashBytes("ab", 2, 0)), 0x84F09160u);
+}
+
+TEST(UtilHash, Md5MatchesTheRfcSuite) {
+    EXPECT_EQ(Md5Text(""), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(Md5Text("a"), "0cc175b9c0f1b6a831c399e269772661");
+    EXPECT_EQ(Md5Text("abc"), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(Md5Text("message digest"), "f96b697d7cb7938d525a2f31aaf161d0");
+    EXPECT_EQ(Md5Text("abcdefghijklmnopqrstuvwxyz"), "c3fcd3d76192e4007dfb496cca67e13b");
+    EXPECT_EQ(Md5Text("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"),
+              "d174ab98d277d9f5a5611c2c9f419d9f");
+    EXPECT_EQ(Md5Text("1234567890123456789012345678901234567890"
+                      "1234567890123456789012345678901234567890"),
+              "57edf4a22be3c955ac49da2e2107b67a");
+}
+
+TEST(UtilHash, Md5PiecesGiveTheSameDigest) {
+    std::vector<unsigned char> data(256 * 1000);
+    for (size_t i = 0; i < data.size(); ++i)
+        data[i] = (unsigned char)i;
+    const std::string whole = Md5OneCall(data.data(), (uint32_t)data.size());
+    EXPECT_EQ(whole, "1da708a75e25110b1341d16814feb52d");
+
+    // Byte by byte, and in odd pieces that straddle block edges.
+    for (size_t piece : {size_t(1), size_t(3), size_t(55), size_t(63), size_t(64), size_t(65), size_t(1000)}) {
+        HalvMD5Context context;
+        HalvMD5Init(&context);
+        for (size_t at = 0; at < data.size(); at += piece) {
+            size_t n = std::min(piece, data.size() - at);
+            HalvMD5Update(&context, data.data() + at, (uint32_t)n);
+        }
+        unsigned char digest[16];
+        HalvMD5Final(digest, &context);
+        EXPECT_EQ(Hex(digest, 16), whole) << "piece " << piece;
+    }
+
+    // Lengths around the padding edge (55, 56 and 64 bytes and one block on).
+    const char *text = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef"
+                       "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
+    const struct {
+        uint32_t length;
+        const char *digest;
+    } edges[] = {
+        {55, "d8ea71eb4d2af27f59a5316c971065e6"},
+        {56, "a68f061e81239660f6305195739ba7f0"},
+        {57, "e5d5a4d0b3ccbea0dcd2de36fd8b45b1"},
+        {63, "c3725f9ff3277e098c83525a7aba8dd5"},
+        {64, "fe3a1ff59f3b89b2ad3d33f08984874b"},
+        {119, "8004c5d116412742d7f923e221680379"},
+        {120, "de406e75ee81715f5ceb9cc2a09ad579"},
+        {128, "4fe130598d47f17c19a7c493b4ce0cf1"},
+    };
+    for (const auto &edge : edges)
+        EXPECT_EQ(Md5OneCall(text, edge.length), edge.digest) << "length " << edge.length;
+}
+
+TEST(UtilHash, Md5OfAMillionA) {
+    std::vector<char> block(10000, 'a');
+    HalvMD5Context context;
+    HalvMD5Init(&context);
+    for (int i = 0; i < 100; ++i)
+        HalvMD5Update(&context, block.data(), (uint32_t)block.size());
+    unsigned char digest[16];
+    HalvMD5Final(digest, &context);
+    EXPECT_EQ(Hex(digest, 16), "7707d6ae4e027c70eea2a935c2296f21");
+}
+
+TEST(UtilHash, Md5FinalWipesTheContext) {
+    HalvMD5Context context;
+    HalvMD5Init(&context);
+    HalvMD5Update(&context, "abc", 3);
+    unsigned char digest[16];
+    HalvMD5Final(digest, &context);
+    HalvMD5Context zero;
+    std::memset(&zero, 0, sizeof zero);
+    EXPECT_EQ(std::memcmp(&context, &zero, sizeof zero), 0);
+
+    // A wiped context is not a fresh one: without Init the digest differs.
+    HalvMD5Update(&context, "abc", 3);
+    HalvMD5Final(digest, &context);
+    EXPECT_NE(Hex(digest, 16), "900150983cd24fb0d6963f7d28e17f72");
+    HalvMD5Init(&context);
+    HalvMD5Update(&context, "abc", 3);
+    HalvMD5Final(digest, &context);
+    EXPECT_EQ(Hex(digest, 16), "900150983cd24fb0d6963f7d28e17f72");
+}
+
+TEST(UtilHash, Md5ContextLayoutAndNullArguments) {
+    EXPECT_EQ(sizeof(HalvMD5Context), 88u);
+    EXPECT_EQ(offsetof(HalvMD5Context, count), 16u);
+    EXPECT_EQ(offsetof(HalvMD5Context, buffer), 24u);
+
+    HalvMD5Context context;
+    HalvMD5Init(&context);
+    EXPECT_EQ(context.state[0], 0x67452301u);
+    HalvMD5Update(&context, "abcdefghij", 10);
+    EXPECT_EQ(context.count[0], 80u); // bits, low word first
+    EXPECT_EQ(context.count[1], 0u);
+    EXPECT_EQ(std::memcmp(context.buffer, "abcdefghij", 10), 0);
+
+    HalvMD5Init(nullptr);
+    HalvMD5Update(nullptr, "x", 1);
+    HalvMD5Update(&context, nullptr, 5); // adds nothing
+    EXPECT_EQ(context.count[0], 80u);
+    HalvMD5Final(nullptr, &context);
+    EXPECT_EQ(context.count[0], 80u); // untouched without a digest
+    unsigned char digest[16];
+    HalvMD5Final(digest, nullptr);
+    HalvMD5Final(digest, &context);
+    EXPECT_EQ(Hex(digest, 16), Md5Text("abcdefghij"));
+}
+
+TEST(UtilHash, Md5BitCountCarriesIntoTheHighWord) {
+    // 2^29 bytes are 2^32 bits: the low word wraps and the high word counts.
+    HalvMD5Context context;
+    HalvMD5Init(&context);
+    context.count[0] = 0xFFFFFFF8u; // as if 2^29 - 1 bytes had been added
+    HalvMD5Update(&context, "ab", 2);
+    EXPECT_EQ(context.count[0], 8u);
+    EXPECT_EQ(context.count[1], 1u);
+}
