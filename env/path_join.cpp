@@ -17,7 +17,9 @@ char *JoinTexts(const char *const *pieces, size_t count) noexcept {
         return nullptr;
     char *at = text;
     for (size_t i = 0; i < count; ++i) {
-        size_t n = pieces[i] != nullptr ? std::strlen(pieces[i]) : 0;
+        if (pieces[i] == nullptr)
+            continue;
+        size_t n = std::strlen(pieces[i]);
         std::memcpy(at, pieces[i], n);
         at += n;
     }

@@ -5,7 +5,7 @@
 
 #include <sys/statvfs.h>
 
-#include <regex>
+#include <cctype>
 #include <string>
 
 #include "files/fixture.h"
@@ -28,7 +28,15 @@ std::string DirectoryOf(const std::string &name) { return name.substr(0, name.rf
 
 std::string BaseName(const std::string &name) { return name.substr(name.rfind('/') + 1); }
 
-bool IsTempName(const std::string &base) { return std::regex_match(base, std::regex("_ha[A-Za-z0-9]{6}\\.tmp")); }
+// "_ha", six letters or digits, ".tmp".
+bool IsTempName(const std::string &base) {
+    if (base.size() != 13 || base.compare(0, 3, "_ha") != 0 || base.compare(9, 4, ".tmp") != 0)
+        return false;
+    for (size_t i = 3; i < 9; ++i)
+        if (!std::isalnum(static_cast<unsigned char>(base[i])))
+            return false;
+    return true;
+}
 
 std::string TakeName(char *name) {
     std::string copy = name != nullptr ? name : "";
