@@ -43,12 +43,15 @@ uint32_t AppendToMemory(HalvSmartBuffer *sb, const char *bytes, uint32_t count) 
         uint32_t remaining = count - stored;
         uint32_t capacity = remaining > sb->blockSize ? remaining : sb->blockSize;
         auto *block = static_cast<HalvSmartBufferBlock *>(halv_internal_calloc(1, sizeof(HalvSmartBufferBlock)));
-        auto *allocation = static_cast<char *>(halv_internal_calloc(capacity, 1));
+        auto *allocation = static_cast<char *>(halv_internal_malloc(capacity));
         if (block == nullptr || allocation == nullptr) {
             halv_internal_free(block);
             halv_internal_free(allocation);
         } else {
+            /* The whole allocation starts zeroed; only the room behind the
+             * bytes needs clearing, the bytes themselves overwrite the rest. */
             std::memcpy(allocation, bytes + stored, remaining);
+            std::memset(allocation + remaining, 0, capacity - remaining);
             block->allocation = block->readPtr = allocation;
             block->writePtr = allocation + remaining;
             block->capacity = capacity;
