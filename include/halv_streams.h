@@ -269,7 +269,8 @@ HALV_API HalvSmartBuffer *HalvSBInit(int32_t memoryOnly, uint32_t blockSize) HAL
  * memoryMax (the limit is filled exactly), the rest to temporary files.
  * Result: the bytes stored, short only on failure (no memory, no temporary
  * file, a full disk), with everything stored before still readable in
- * order; 0 for a null argument or count 0. */
+ * order; 0 for a null argument or count 0.  One call stores at most
+ * 0x7FFFFFFF bytes. */
 HALV_API int32_t HalvSBAppend(HalvSmartBuffer *sb, const void *bytes, uint32_t count) HALV_NOEXCEPT;
 
 /* Copies up to count bytes, starting offset bytes behind the head, without

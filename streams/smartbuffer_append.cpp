@@ -142,6 +142,8 @@ HALV_API int32_t HalvSBAppend(HalvSmartBuffer *sb, const void *bytes, uint32_t c
     using namespace halv;
     if (sb == nullptr || bytes == nullptr || count == 0)
         return 0;
+    /* The result is a signed count: one call stores at most 2^31 - 1. */
+    count = count < 0x7FFFFFFFu ? count : 0x7FFFFFFFu;
     const char *text = static_cast<const char *>(bytes);
     uint32_t toMemory = count;
     if (!sb->memoryOnly && static_cast<uint64_t>(sb->inMemory) + count > sb->memoryMax) {

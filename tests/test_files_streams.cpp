@@ -132,18 +132,19 @@ TEST(FilesByName, StreamOwnsItsDescriptorAndTracesFailures) {
 TEST(FilesByName, UrlSchemeGoesToTheUrlStream) {
     ScratchDir dir;
     ASSERT_EQ(chdir(dir.path().c_str()), 0);
-    // As file names "HTTP://x" and "ftp://x" name HTTP:/x and ftp:/x.
-    ASSERT_EQ(mkdir("HTTP:", 0755), 0);
-    ASSERT_EQ(mkdir("ftp:", 0755), 0);
-    ASSERT_TRUE(WriteFile("HTTP:/x", "file"));
-    ASSERT_TRUE(WriteFile("ftp:/x", "file"));
-
-    // Any case of the scheme is a URL, never this file; the library has no
-    // URL stream linked in here, so the open fails.
-    EXPECT_EQ(HalvIO_FileName("HTTP://x", "rb"), nullptr);
-    EXPECT_EQ(HalvIO_FileName("hTtP://x", "rb"), nullptr);
+    // As file names "HTTP://127.0.0.1:9/x" and "ftp://127.0.0.1:9/x" name
+    // files under the directories HTTP: and ftp:.
+    for (const char *scheme : {"HTTP:", "hTtP:", "ftp:"}) {
+        ASSERT_EQ(mkdir(scheme, 0755), 0);
+        ASSERT_EQ(mkdir((std::string(scheme) + "/127.0.0.1:9").c_str(), 0755), 0);
+        ASSERT_TRUE(WriteFile(std::string(scheme) + "/127.0.0.1:9/x", "file"));
+    }
+    // Any case of the scheme is a URL, never the file: the URL stream finds
+    // nothing on the discard port of this host (or isn't linked in at all).
+    EXPECT_EQ(HalvIO_FileName("HTTP://127.0.0.1:9/x", "rb"), nullptr);
+    EXPECT_EQ(HalvIO_FileName("hTtP://127.0.0.1:9/x", "rb"), nullptr);
     // Another scheme is an ordinary name.
-    HalvIO *io = HalvIO_FileName("ftp://x", "rb");
+    HalvIO *io = HalvIO_FileName("ftp://127.0.0.1:9/x", "rb");
     ASSERT_NE(io, nullptr);
     EXPECT_EQ(ReadAll(io), "file");
     Close(io);
