@@ -5,7 +5,6 @@
  * stream refuses to seek unless the descriptor was a regular file when the
  * stream was made, so that pipes and terminals read forward only.
  */
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "streams/file_internal.h"
@@ -33,10 +32,10 @@ int32_t FdWrite(HalvIO *io, const void *bytes, uint32_t count) noexcept {
 
 int64_t FdSeek(HalvIO *io, int64_t offset, int32_t whence) noexcept {
     FdStream *s = AsFd(io);
-    if (!s->seekable || whence < 0 || whence > 2)
+    int origin = SeekOrigin(whence);
+    if (!s->seekable || origin < 0)
         return -1;
-    static constexpr int kWhence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    return lseek(s->fd, static_cast<off_t>(offset), kWhence[whence]);
+    return lseek(s->fd, static_cast<off_t>(offset), origin);
 }
 
 int32_t FdSetAutoClose(HalvIO *io, int32_t flag) noexcept {
@@ -65,9 +64,8 @@ HALV_API HalvIO *HalvIO_FD(int fd) noexcept {
     FdStream *s = AllocStreamRecord<FdStream>();
     if (s == nullptr)
         return nullptr;
-    struct stat info;
     s->fd = fd;
-    s->seekable = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) ? 1 : 0;
+    s->seekable = IsRegularFile(fd);
     s->io.close = FdClose;
     s->io.read = FdRead;
     s->io.write = FdWrite;

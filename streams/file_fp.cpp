@@ -4,8 +4,6 @@
  * A transfer that moves nothing asks ferror whether it was the end or a
  * failure; the stream itself keeps no state but the FILE* and its flags.
  */
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -44,10 +42,10 @@ void FpFlush(HalvIO *io) noexcept { fflush(AsFp(io)->fp); }
 
 int64_t FpSeek(HalvIO *io, int64_t offset, int32_t whence) noexcept {
     FpStream *s = AsFp(io);
-    if (!s->seekable || whence < 0 || whence > 2)
+    int origin = SeekOrigin(whence);
+    if (!s->seekable || origin < 0)
         return -1;
-    static constexpr int kWhence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    if (fseeko(s->fp, static_cast<off_t>(offset), kWhence[whence]) != 0)
+    if (fseeko(s->fp, static_cast<off_t>(offset), origin) != 0)
         return -1;
     return ftello(s->fp);
 }
@@ -79,9 +77,8 @@ HALV_API HalvIO *HalvIO_FP(FILE *fp) noexcept {
     FpStream *s = AllocStreamRecord<FpStream>();
     if (s == nullptr)
         return nullptr;
-    struct stat info;
     s->fp = fp;
-    s->seekable = fstat(fileno(fp), &info) == 0 && S_ISREG(info.st_mode) ? 1 : 0;
+    s->seekable = IsRegularFile(fileno(fp));
     s->io.close = FpClose;
     s->io.read = FpRead;
     s->io.write = FpWrite;

@@ -34,9 +34,8 @@ int32_t HandleWrite(HalvIO *io, const void *bytes, uint32_t count) noexcept {
 }
 
 int64_t HandleSeek(HalvIO *io, int64_t offset, int32_t whence) noexcept {
-    static constexpr int kWhence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    int how = whence >= 0 && whence <= 2 ? kWhence[whence] : SEEK_SET;
-    return lseek(Descriptor(AsHandle(io)), static_cast<off_t>(offset), how);
+    int origin = SeekOrigin(whence);
+    return lseek(Descriptor(AsHandle(io)), static_cast<off_t>(offset), origin < 0 ? SEEK_SET : origin);
 }
 
 int32_t HandleSetAutoClose(HalvIO *io, int32_t flag) noexcept {

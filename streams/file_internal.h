@@ -9,6 +9,7 @@
 #define HALV_STREAMS_FILE_INTERNAL_H
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +23,16 @@ namespace halv {
 constexpr uint32_t kFileIoMax = 0x7FFFF000;
 
 inline uint32_t ClampFileCount(uint32_t count) noexcept { return count < kFileIoMax ? count : kFileIoMax; }
+
+/* The lseek origin for whence 0, 1 or 2; -1 for any other whence. */
+inline int SeekOrigin(int32_t whence) noexcept {
+    static constexpr int kOrigins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+    return whence >= 0 && whence <= 2 ? kOrigins[whence] : -1;
+}
+
+/* True when fd refers to a regular file, which is what makes a descriptor
+ * or FILE* stream seekable. */
+bool IsRegularFile(int fd) noexcept;
 
 /* read and write that are retried when a signal interrupts them. */
 ssize_t ReadRetrying(int fd, void *buffer, size_t count) noexcept;

@@ -5,6 +5,7 @@
  */
 #include <fcntl.h>
 #include <limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +14,11 @@
 #include "streams/file_internal.h"
 
 namespace halv {
+
+bool IsRegularFile(int fd) noexcept {
+    struct stat info;
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
 
 ssize_t ReadRetrying(int fd, void *buffer, size_t count) noexcept {
     ssize_t n;
