@@ -166,7 +166,7 @@ HALV_API int32_t HalvIOMultiplexSet(HalvIO *io, uint32_t index) HALV_NOEXCEPT;
  * HTTP body has ended).  A stream is used by one thread at a time.
  * ------------------------------------------------------------------------ */
 
-/* A TCP stream.  With a backlog above 0 it listens on host (null: every
+/* A TCP stream.  With a nonzero backlog it listens on host (null: every
  * local address) and port, and each read of sizeof(HalvIO *) bytes accepts
  * a connection and stores a pointer to a new stream for it in the buffer
  * (any other count gives -1, would-block -2); its write gives -1.  With

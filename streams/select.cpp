@@ -83,14 +83,7 @@ int PollFor(pollfd *entries, nfds_t count, int32_t timeout) noexcept {
 
 extern "C" {
 
-/* Waits until a stream of readStreams can be read (a listening one: can
- * accept), or one of writeStreams can be written; a peer that has closed
- * counts as ready.  The arrays hold socket streams of this library; either
- * may be null with its count 0.  timeout in milliseconds, negative without
- * limit.  It doesn't say which stream is ready: the caller tries them.
- * Result: 1 ready, 2 timed out, -1 failed (also for a list with a null or
- * foreign stream, and for no stream at all with no time limit, which could
- * never end). */
+/* The contract is in halv_streams.h. */
 HALV_API int32_t HalvIOSelect(HalvIO *const *readStreams, uint32_t readCount, HalvIO *const *writeStreams,
                               uint32_t writeCount, int32_t timeout) noexcept {
     if (!AllSocketStreams(readStreams, readCount) || !AllSocketStreams(writeStreams, writeCount))

@@ -125,7 +125,8 @@ int32_t ListenerWrite(HalvIO *, const void *, uint32_t) noexcept { return -1; }
 
 int32_t SocketRead(HalvIO *io, void *buffer, uint32_t count) noexcept {
     SocketStream *s = AsSocket(io);
-    if (s->broken)
+    /* An upload never reads: its chunk state counts what it writes. */
+    if (s->broken || s->uploading)
         return -1;
     if (s->chunked && s->remaining <= 0 && !s->lastChunk) {
         int32_t next = ReadChunkSize(s);

@@ -20,14 +20,7 @@ bool AddressOf(const char *host, uint32_t *address) noexcept {
 
 extern "C" {
 
-/* A TCP stream.  With a backlog above 0 it listens on host (null: every
- * local address) and port, and each read of sizeof(HalvIO *) bytes hands
- * out one new stream for an accepted connection; otherwise it connects to
- * host and port and reads and writes raw bytes.  blocking 0 puts the socket
- * in non-blocking mode once it is set up (accepted connections inherit the
- * listener's mode); reads and writes then give -2 where they would wait.
- * Result: the stream, or null when the socket, the look-up, the bind, the
- * listen or the connect fails, or memory runs out. */
+/* The contract is in halv_streams.h. */
 HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backlog, int32_t blocking) noexcept {
     auto *s = halv::AllocStreamRecord<halv::SocketStream>();
     if (s == nullptr)

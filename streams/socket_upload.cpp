@@ -2,7 +2,7 @@
  * streams/socket_upload.cpp - writing to TCP streams, and the chunk framing
  * of an HTTP upload.
  *
- * A plain stream sends the bytes once.  An upload wraps each write in a
+ * A plain stream, and a download, send the bytes once.  An upload wraps each write in a
  * chunk: the size line in lower-case hexadecimal, the bytes, a line end,
  * all handed to one sendmsg.  A non-blocking socket may take only part of
  * that.  The chunk then stays open: remaining counts the data it still
@@ -94,7 +94,7 @@ int32_t SocketWrite(HalvIO *io, const void *bytes, uint32_t count) noexcept {
     /* An empty chunk would end the upload. */
     if (count == 0)
         return 0;
-    if (s->chunked)
+    if (s->uploading)
         return ChunkedWrite(s, static_cast<const char *>(bytes), count);
     ssize_t sent = SendSome(SocketOf(s), bytes, ClampSlotCount(count));
     return sent < 0 ? FailedIoResult() : static_cast<int32_t>(sent);

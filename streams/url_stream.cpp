@@ -86,7 +86,8 @@ __attribute__((format(printf, 2, 3))) bool FormatPiece(char (&piece)[kPieceSize]
  * request target is the whole URL. */
 bool BuildRequest(const char *url, const char *proxy, const char *mode, Request *request) noexcept {
     const char *address = url + kSchemeLength;
-    if (HasControlBytes(url) || !SplitAddress(proxy != nullptr ? proxy : address, request))
+    if (HasControlBytes(url) || (proxy != nullptr && HasControlBytes(proxy)) ||
+        !SplitAddress(proxy != nullptr ? proxy : address, request))
         return false;
     const char *path = std::strchr(address, '/');
     const char *target = proxy != nullptr ? url : path != nullptr ? path : "/";
@@ -210,17 +211,7 @@ HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
 
 extern "C" {
 
-/* An HTTP stream for url, which must begin with "http://" in any case of
- * its letters.  mode holding 'w' makes a PUT with a chunked body, written
- * through write and ended by close; otherwise a GET, whose response must
- * have status 200 and whose body is read through read, bounded by its
- * Content-Length or its chunks, else until the server closes.  'n' in mode
- * makes the socket non-blocking once the request (and a GET's head) is
- * done; other letters have no effect.  HV_PROXY, as host[:port], sends the
- * request there with the whole URL as its target.  Result: the stream, or
- * null for another scheme, an unknown host, a failed connection, a request
- * line or Host line over 511 bytes, control bytes in the URL, another
- * status, a head line over 511 bytes, or a bad Content-Length. */
+/* The contract is in halv_streams.h. */
 HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) noexcept { return halv::OpenUrl(url, mode); }
 
 } // extern "C"
