@@ -2,157 +2,184 @@
  * core/lifecycle.cpp - engine start and stop.
  *
  * A use count pairs HalvernInit with HalvernEnd.  The first start creates
- * eight recursive hash locks that the rest of the library takes by key; the
- * last stop unregisters the bundles, runs the cleanup functions newest first
- * and destroys the hash locks again.  The master lock that orders all of this
- * is a statically initialised recursive mutex, usable before any call.
+ * eight recursive hash locks (critical sections) that the rest of the
+ * library takes by key; the last stop unregisters the bundles, runs the
+ * cleanup functions newest first and destroys the hash locks again.  The
+ * master lock that orders all of this is a statically initialised critical
+ * section, usable before any call and never destroyed.
+ *
+ * The hash lock handles and the use count are read without the master lock
+ * (HalvernLock, HalvernRegisterCleanupFunc), so they are atomics; all their
+ * changes still happen under the master lock.
  */
-#include <pthread.h>
+#include <atomic>
 
 #include "core/internal.h"
 #include "halv_env.h"
+#include "thread/internal.h"
 
 namespace {
 
-/* A hash lock: a recursive mutex on the heap, null before the first start. */
-struct HashLock {
-    pthread_mutex_t mutex;
-};
+constexpr int kHashLockCount = 8;
+constexpr int kCleanupLockIndex = 4;
+
+enum DebugSwitch { kEnvDebug, kSharedDebug, kFindFileDebug, kDebugSwitches };
+
+/* Read by the first start, in this order. */
+constexpr const char *kDebugVariables[kDebugSwitches] = {"HVENV_DEBUG", "HVSHARED_DEBUG", "HVFINDFILE_DEBUG"};
 
 struct Engine {
-    uint32_t useCount;
+    std::atomic<uint32_t> useCount;
     int registryLoadDisabled;
-    HalvCleanupEntry *cleanupList;
-    HashLock *hashLocks[8];
-    int envDebug;
-    int sharedDebug;
-    int findFileDebug;
+    HalvCleanupEntry *cleanupList; /* newest first; under hash lock 4 */
+    std::atomic<HalvCriticalSection> hashLocks[kHashLockCount];
+    std::atomic<int> debugSwitches[kDebugSwitches];
 };
 
 constinit Engine engine = {};
-pthread_mutex_t masterLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+constinit HalvCriticalSectionRecord masterLockRecord = HALV_CRITICAL_SECTION_INIT;
+HalvCriticalSection const masterLock = &masterLockRecord;
 
-constexpr int kCleanupLockIndex = 4;
-
-HashLock *CreateHashLock() noexcept {
-    auto *lock = static_cast<HashLock *>(halv_internal_calloc(1, sizeof(HashLock)));
-    if (lock == nullptr)
-        return nullptr;
-    pthread_mutexattr_t attributes;
-    pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-    pthread_mutex_init(&lock->mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
-    return lock;
+/* Entering or leaving a lock that does not exist yet does nothing: the
+ * section operations accept null. */
+void EnterHashLock(uint32_t index) noexcept {
+    HalvEnterCriticalSection(engine.hashLocks[index].load(std::memory_order_acquire));
 }
 
-void DestroyHashLock(HashLock *lock) noexcept {
-    if (lock == nullptr)
-        return;
-    pthread_mutex_destroy(&lock->mutex);
-    halv_internal_free(lock);
+void LeaveHashLock(uint32_t index) noexcept {
+    HalvLeaveCriticalSection(engine.hashLocks[index].load(std::memory_order_acquire));
 }
 
-/* Entering or leaving a lock that does not exist yet does nothing. */
-void EnterHashLock(int index) noexcept {
-    if (HashLock *lock = engine.hashLocks[index])
-        pthread_mutex_lock(&lock->mutex);
+uint32_t HashOfKey(uint32_t key) noexcept { return ((key >> 16) + key) & 7u; }
+
+void CreateHashLocks() noexcept {
+    for (auto &slot : engine.hashLocks) {
+        HalvCriticalSection lock = nullptr;
+        HalvInitCriticalSection(&lock);
+        slot.store(lock, std::memory_order_release);
+    }
 }
 
-void LeaveHashLock(int index) noexcept {
-    if (HashLock *lock = engine.hashLocks[index])
-        pthread_mutex_unlock(&lock->mutex);
+void DestroyHashLocks() noexcept {
+    for (auto &slot : engine.hashLocks)
+        HalvFreeCriticalSection(slot.exchange(nullptr, std::memory_order_acq_rel));
 }
-
-int HashOfKey(uint32_t key) noexcept { return (int)(((key >> 16) + key) & 7u); }
 
 /* A switch is on when HalvGetenv knows the name at all (an empty real
  * variable counts as unset there). */
-int SwitchFromEnvironment(const char *name) noexcept { return HalvGetenv(name) != nullptr ? 1 : 0; }
+void ReadDebugSwitches() noexcept {
+    for (int i = 0; i < kDebugSwitches; ++i)
+        engine.debugSwitches[i].store(HalvGetenv(kDebugVariables[i]) != nullptr ? 1 : 0, std::memory_order_relaxed);
+}
 
 /* Registry step and its undo; the registry is wired in by the modules layer. */
 int LoadRegistry() noexcept { return 1; }
 int UnregisterLibraries() noexcept { return 1; }
 
+HalvCleanupEntry *NewestCleanup() noexcept {
+    EnterHashLock(kCleanupLockIndex);
+    HalvCleanupEntry *entry = engine.cleanupList;
+    LeaveHashLock(kCleanupLockIndex);
+    return entry;
+}
+
+void DropCleanup(HalvCleanupEntry *entry) noexcept {
+    EnterHashLock(kCleanupLockIndex);
+    HalvCleanupEntry **link = &engine.cleanupList;
+    while (*link != entry)
+        link = &(*link)->next;
+    *link = entry->next;
+    LeaveHashLock(kCleanupLockIndex);
+    halv_internal_free(entry);
+}
+
+/* A failed end pass leaves the engine started once, for a later pass to go
+ * on where this one stopped. */
+int FailEndPass(int result) noexcept {
+    engine.useCount.store(1, std::memory_order_relaxed);
+    HalvLeaveCriticalSection(masterLock);
+    return result;
+}
+
+/* Runs the cleanup functions newest first.  Each runs with no hash lock
+ * held, so it may take any key; a new entry can't come in meanwhile, as the
+ * use count is already 0.  1 when all are done, else the failing result. */
+int RunCleanups() noexcept {
+    while (HalvCleanupEntry *entry = NewestCleanup()) {
+        int32_t outcome = entry->fn(entry->arg);
+        if (outcome != 1 && outcome != 0)
+            return outcome; /* the entry stays for the next pass */
+        DropCleanup(entry);
+        if (outcome == 0)
+            return 0;
+    }
+    return 1;
+}
+
 /* One end pass; the body of HalvernEnd. */
 int EndPass() noexcept {
     HalvDebug("Halvern System shutdown.\n");
-    pthread_mutex_lock(&masterLock);
-    if (engine.useCount == 0) {
-        pthread_mutex_unlock(&masterLock);
+    HalvEnterCriticalSection(masterLock);
+    uint32_t count = engine.useCount.load(std::memory_order_relaxed);
+    if (count == 0) {
+        HalvLeaveCriticalSection(masterLock);
         return 0;
     }
-    if (--engine.useCount > 0) {
-        pthread_mutex_unlock(&masterLock);
+    engine.useCount.store(count - 1, std::memory_order_relaxed);
+    if (count - 1 > 0) {
+        HalvLeaveCriticalSection(masterLock);
         return 1;
     }
     int result = UnregisterLibraries();
-    if (result != 1) {
-        engine.useCount = 1;
-        pthread_mutex_unlock(&masterLock);
-        return result;
-    }
-    HalvCleanupEntry *entry = engine.cleanupList;
-    while (entry != nullptr) {
-        HalvCleanupEntry *next = entry->next;
-        int32_t outcome = entry->fn(entry->arg);
-        if (outcome != 1 && outcome != 0) {
-            engine.useCount = 1;
-            pthread_mutex_unlock(&masterLock);
-            return outcome;
-        }
-        engine.cleanupList = next;
-        halv_internal_free(entry);
-        if (outcome == 0) {
-            engine.useCount = 1;
-            pthread_mutex_unlock(&masterLock);
-            return 0;
-        }
-        entry = next;
-    }
-    engine.cleanupList = nullptr;
-    for (HashLock *&lock : engine.hashLocks) {
-        DestroyHashLock(lock);
-        lock = nullptr;
-    }
+    if (result != 1)
+        return FailEndPass(result);
+    result = RunCleanups();
+    if (result != 1)
+        return FailEndPass(result);
+    DestroyHashLocks();
     HalvDebug("Halvern System shutdown complete.\n");
-    pthread_mutex_unlock(&masterLock);
+    HalvLeaveCriticalSection(masterLock);
     return 1;
 }
+
+int DebugSwitchValue(DebugSwitch which) noexcept { return engine.debugSwitches[which].load(std::memory_order_relaxed); }
 
 } // namespace
 
 namespace halv {
-int EngineEnvDebug() noexcept { return engine.envDebug; }
-int EngineSharedDebug() noexcept { return engine.sharedDebug; }
-int EngineFindFileDebug() noexcept { return engine.findFileDebug; }
+int EngineEnvDebug() noexcept { return DebugSwitchValue(kEnvDebug); }
+int EngineSharedDebug() noexcept { return DebugSwitchValue(kSharedDebug); }
+int EngineFindFileDebug() noexcept { return DebugSwitchValue(kFindFileDebug); }
 } // namespace halv
 
 extern "C" {
 
+/* Starts the engine, or counts one more start.  1; 0 if the first start's
+ * registry step failed (the engine is started all the same and owes an
+ * end). */
 HALV_API int HalvernInit(void) noexcept {
     HalvDebug("Halvern System initialization\n");
-    pthread_mutex_lock(&masterLock);
-    if (engine.useCount++ != 0) {
-        pthread_mutex_unlock(&masterLock);
+    HalvEnterCriticalSection(masterLock);
+    if (engine.useCount.fetch_add(1, std::memory_order_relaxed) != 0) {
+        HalvLeaveCriticalSection(masterLock);
         return 1;
     }
-    for (HashLock *&lock : engine.hashLocks)
-        lock = CreateHashLock();
-    engine.envDebug = SwitchFromEnvironment("HVENV_DEBUG");
-    engine.sharedDebug = SwitchFromEnvironment("HVSHARED_DEBUG");
-    engine.findFileDebug = SwitchFromEnvironment("HVFINDFILE_DEBUG");
+    CreateHashLocks();
+    ReadDebugSwitches();
     if (!engine.registryLoadDisabled && LoadRegistry() != 1) {
-        pthread_mutex_unlock(&masterLock);
+        HalvLeaveCriticalSection(masterLock);
         return 0;
     }
     HalvDebug("Halvern System initialized.\n");
-    pthread_mutex_unlock(&masterLock);
+    HalvLeaveCriticalSection(masterLock);
     return 1;
 }
 
+/* One end pass: 1 if it did its part of the stop; 0 if the engine was not
+ * started or a cleanup function returned 0; otherwise the failing value. */
 HALV_API int HalvernEnd(void) noexcept { return EndPass(); }
 
+/* Repeats the end pass while it fails with a value other than 0 or 1. */
 HALV_API int HalvernAbsoluteEnd(void) noexcept {
     for (;;) {
         int result = EndPass();
@@ -161,13 +188,16 @@ HALV_API int HalvernAbsoluteEnd(void) noexcept {
     }
 }
 
+/* Decides whether the start that starts the engine loads the registry.  1. */
 HALV_API int HalvernDisableRegistryLoad(int disable) noexcept {
-    pthread_mutex_lock(&masterLock);
+    HalvEnterCriticalSection(masterLock);
     engine.registryLoadDisabled = disable != 0 ? 1 : 0;
-    pthread_mutex_unlock(&masterLock);
+    HalvLeaveCriticalSection(masterLock);
     return 1;
 }
 
+/* Enter and leave the hash lock of a key (nothing while the engine is
+ * stopped).  1. */
 HALV_API int HalvernLock(uint32_t key) noexcept {
     EnterHashLock(HashOfKey(key));
     return 1;
@@ -178,8 +208,10 @@ HALV_API int HalvernUnlock(uint32_t key) noexcept {
     return 1;
 }
 
+/* Adds fn(arg) at the head of the cleanup list.  1; 0 if the engine is
+ * stopped, fn is null or no memory. */
 HALV_API int HalvernRegisterCleanupFunc(HalvCleanupFn fn, intptr_t arg) noexcept {
-    if (engine.useCount == 0 || fn == nullptr)
+    if (engine.useCount.load(std::memory_order_relaxed) == 0 || fn == nullptr)
         return 0;
     auto *entry = static_cast<HalvCleanupEntry *>(halv_internal_calloc(1, sizeof(HalvCleanupEntry)));
     if (entry == nullptr)

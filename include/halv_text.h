@@ -5,6 +5,7 @@
 #define HALV_TEXT_H
 
 #include "halv_base.h"
+#include "halv_streams.h"
 
 HALV_BEGIN_DECLS
 
@@ -18,6 +19,214 @@ typedef struct HalvLocale {
     const char *thousandSeparator;
     const char *grouping;
 } HalvLocale;
+
+/* The fixed record: ".", "," and "".  Used by every print and scan function
+ * without the final 'l'.  Never changes and is never freed. */
+HALV_API const HalvLocale *HalvGetHalvernLocale(void) HALV_NOEXCEPT;
+
+/* The process-wide user record.  Filled on first use from the process's
+ * locale (LC_ALL, LC_NUMERIC, LANG; "C" when none is set), unless the program
+ * set it first; later calls return the same record without asking again.
+ * The strings belong to the library and are released at the last
+ * HalvernEnd, after which the next call reads the process's locale again.
+ * The record is shared: don't change it while anyone formats with it. */
+HALV_API HalvLocale *HalvGetUserLocale(void) HALV_NOEXCEPT;
+
+/* Replaces the user record with copies of the three strings of `locale` (a
+ * null field counts as the fixed record's).  A null pointer does nothing.
+ * Frees the previous strings, so no thread may be formatting with the user
+ * record meanwhile. */
+HALV_API void HalvSetUserLocale(const HalvLocale *locale) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Formatting engine records, shared by the print and scan engines.
+ * ------------------------------------------------------------------------ */
+
+/* Results of the print and scan families besides counts. */
+#define HALV_FORMAT_MALFORMED (-2)     /* a directive is malformed */
+#define HALV_FORMAT_TOO_MANY_ARGS (-3) /* more than HALV_FORMAT_MAX_ARGS arguments */
+#define HALV_FORMAT_BAD_RANGE (-7)     /* a %[ range runs backwards (scan) */
+#define HALV_FORMAT_STREAM_ERROR (-8)  /* the stream refused or failed a byte */
+
+#define HALV_FORMAT_MAX_ARGS 64
+
+typedef struct HalvFormatContext HalvFormatContext;
+
+/* The per-call record of one print or scan run; it lives on the stack of the
+ * engine and is handed to the sink and source functions. */
+struct HalvFormatContext {
+    void (*outChar)(HalvFormatContext *context, int32_t byte); /* the sink */
+    int32_t (*inChar)(HalvFormatContext *context, char *out);  /* the source (scan) */
+    void *location;   /* a stream, or the address of a moving text pointer */
+    int32_t current;  /* last byte read, -1 at end of input (scan) */
+    int32_t processed; /* bytes offered to the sink, stored or not */
+    int32_t committed; /* bytes the sink really took */
+    int32_t max;       /* bounded sink's limit; growing sink's capacity */
+    int32_t error;     /* 0, or HALV_FORMAT_STREAM_ERROR */
+    const HalvLocale *locale;
+};
+
+/* Parameter types. */
+#define HALV_FORMAT_INTEGER 1
+#define HALV_FORMAT_FLOATING 2
+#define HALV_FORMAT_CHARACTER 3
+#define HALV_FORMAT_STRING 4
+#define HALV_FORMAT_POINTER 5
+#define HALV_FORMAT_COUNT 6
+#define HALV_FORMAT_STAR 7  /* a width, precision or base argument */
+#define HALV_FORMAT_GROUP 8 /* a %[ character group (scan only) */
+
+typedef union HalvFormatValue {
+    int64_t i;
+    uint64_t u;
+    double d;
+    void *p;
+} HalvFormatValue;
+
+/* One entry of the table the directive parser fills, one for each argument.
+ * `flags` holds the qualifiers seen in its low 24 bits and the conversion
+ * byte in its high 8 bits.  `width`, `precision` and `base` hold the table
+ * index of their argument when it came from a '*'. */
+typedef struct HalvFormatParameter {
+    int32_t type;
+    uint32_t flags;
+    int32_t width;
+    int32_t precision; /* -1 for none */
+    int32_t base;
+    int32_t varsize;   /* byte size of an I qualifier, -1 for none */
+    int32_t indexAfterSpecifier;
+    HalvFormatValue data;
+} HalvFormatParameter;
+
+/* ------------------------------------------------------------------------
+ * Print family.
+ *
+ * One engine behind all of these.  The sink is named by the letters after
+ * "Halv": IO a stream (null only counts), S a caller's buffer with no bound,
+ * SN a caller's buffer of `size` bytes, AS a string the call allocates.  The
+ * V forms take a va_list; the L forms an array of pointers in which entry i
+ * points at the i-th value, or is the pointer itself for %s, %p and %n.  The
+ * forms ending in 'l' take the locale record first (null means the fixed
+ * one); the others use HalvGetHalvernLocale().
+ *
+ * Result: the number of bytes the format produced, or HALV_FORMAT_MALFORMED,
+ * HALV_FORMAT_TOO_MANY_ARGS, or HALV_FORMAT_STREAM_ERROR when the stream
+ * refused a byte (the rest was still offered).  A format that fails to parse
+ * writes nothing: S and SN leave an empty string, AS a null pointer.
+ *
+ * SN stores at most size - 1 bytes and a terminator (nothing at all when size
+ * is 0) but returns the full length, so a null buffer with size 0 measures.
+ * AS sets *out to a new string the caller frees with halv_internal_free,
+ * never null on success; when memory runs out it gives -1 and *out is null.
+ * ------------------------------------------------------------------------ */
+
+HALV_API int32_t HalvIOPrintf(HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvSPrintf(char *buffer, const char *format, ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvSNPrintf(char *buffer, uint32_t size, const char *format, ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvASPrintf(char **out, const char *format, ...) HALV_NOEXCEPT;
+
+HALV_API int32_t HalvIOVPrintf(HalvIO *io, const char *format, va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvVSPrintf(char *buffer, const char *format, va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvVSNPrintf(char *buffer, uint32_t size, const char *format, va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvVASPrintf(char **out, const char *format, va_list args) HALV_NOEXCEPT;
+
+HALV_API int32_t HalvIOLPrintf(HalvIO *io, const char *format, void **args) HALV_NOEXCEPT;
+HALV_API int32_t HalvLSPrintf(char *buffer, const char *format, void **args) HALV_NOEXCEPT;
+HALV_API int32_t HalvLSNPrintf(char *buffer, uint32_t size, const char *format, void **args) HALV_NOEXCEPT;
+HALV_API int32_t HalvLASPrintf(char **out, const char *format, void **args) HALV_NOEXCEPT;
+
+HALV_API int32_t HalvIOPrintfl(const HalvLocale *locale, HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvSPrintfl(const HalvLocale *locale, char *buffer, const char *format, ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
+                               ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvASPrintfl(const HalvLocale *locale, char **out, const char *format, ...) HALV_NOEXCEPT;
+
+HALV_API int32_t HalvIOVPrintfl(const HalvLocale *locale, HalvIO *io, const char *format,
+                                va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvVSPrintfl(const HalvLocale *locale, char *buffer, const char *format,
+                               va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvVSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
+                                va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvVASPrintfl(const HalvLocale *locale, char **out, const char *format,
+                                va_list args) HALV_NOEXCEPT;
+
+HALV_API int32_t HalvIOLPrintfl(const HalvLocale *locale, HalvIO *io, const char *format,
+                                void **args) HALV_NOEXCEPT;
+HALV_API int32_t HalvLSPrintfl(const HalvLocale *locale, char *buffer, const char *format,
+                               void **args) HALV_NOEXCEPT;
+HALV_API int32_t HalvLSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
+                                void **args) HALV_NOEXCEPT;
+HALV_API int32_t HalvLASPrintfl(const HalvLocale *locale, char **out, const char *format,
+                                void **args) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Scan: formatted input from a string or a stream.
+ *
+ * One engine reads the input a byte at a time against a format and stores
+ * through the caller's pointers.  Directives: %d %i %u %o %x %X (integers),
+ * %e %E %f %F %g %G %a %A (all store a double), %c %s %[set] %p %n and %%.
+ * Qualifiers: '*' suppresses the assignment; a width bounds the field
+ * (0: none); "%..16i" gives a base (2 to 36) to %i and %u, "%..*i" takes it
+ * from an int argument; '#' lets %x take a 0x prefix (%o a leading 0, base 2
+ * a 0b) and lets %c and %s read backslash escapes.
+ * Stored sizes: none, I8, I16, I32 store 32 bits; h and hh 16 bits; l, ll,
+ * z, t, j and I64 64 bits.  %n stores the bytes taken so far, by the same
+ * sizes; %p stores a pointer and reads "(nil)" as null.
+ * Unlike the C library: %i reads no prefix, %x takes 0x only with '#', the
+ * unsigned conversions refuse a sign, an integer's sign is outside its
+ * width, a float's exponent is read only behind a decimal point ("1e5" is
+ * 1), "inf", "infinite" and "nan" are read, and an empty %s or %[ succeeds
+ * and counts.  A float's decimal point is the locale record's, matched byte
+ * by byte; the functions without a final l use the fixed record (".").
+ *
+ * Results: the number of assignments (suppressed fields and %n don't
+ * count); HALV_SCAN_END when the input ended before the first assignment;
+ * HALV_SCAN_MALFORMED for a malformed directive, a %% that met another byte
+ * or a multi-byte literal that didn't match; HALV_SCAN_TOO_MANY for a
+ * format of more than 64 argument entries; HALV_SCAN_BAD_RANGE for a %[
+ * range that runs backwards; HALV_SCAN_STREAM_FAILED when reading the
+ * stream failed, which replaces the count.  Fields stored before a failure
+ * stay stored.
+ *
+ * Streams have no push-back: the byte behind the last field is consumed and
+ * lost, so after "%d" on "12 34" the stream goes on at "34".  A stream byte
+ * 0xFF reads as the end of input.  A null stream, or null text, is input
+ * that has ended; a null format is malformed.
+ * ------------------------------------------------------------------------ */
+
+#define HALV_SCAN_END (-1)
+#define HALV_SCAN_MALFORMED (-2)
+#define HALV_SCAN_TOO_MANY (-3)
+#define HALV_SCAN_BAD_RANGE (-7)
+#define HALV_SCAN_STREAM_FAILED (-8)
+
+struct HalvIO;
+
+/* Scans text (the terminating zero is the end of input). */
+HALV_API int32_t HalvSScanf(const char *text, const char *format, ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvVSScanf(const char *text, const char *format, va_list args) HALV_NOEXCEPT;
+/* L form: args[i] is the i-th destination pointer (for a "%..*i" base, a
+ * pointer to the int). */
+HALV_API int32_t HalvLSScanf(const char *text, const char *format, void **args) HALV_NOEXCEPT;
+
+/* Scans a stream, one read of one byte at a time. */
+HALV_API int32_t HalvIOScanf(struct HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvIOVScanf(struct HalvIO *io, const char *format, va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvIOLScanf(struct HalvIO *io, const char *format, void **args) HALV_NOEXCEPT;
+
+/* The same with a locale record first; null means the fixed record. */
+HALV_API int32_t HalvSScanfl(const HalvLocale *locale, const char *text, const char *format,
+                             ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvVSScanfl(const HalvLocale *locale, const char *text, const char *format,
+                              va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvLSScanfl(const HalvLocale *locale, const char *text, const char *format,
+                              void **args) HALV_NOEXCEPT;
+HALV_API int32_t HalvIOScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
+                              ...) HALV_NOEXCEPT;
+HALV_API int32_t HalvIOVScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
+                               va_list args) HALV_NOEXCEPT;
+HALV_API int32_t HalvIOLScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
+                               void **args) HALV_NOEXCEPT;
 
 HALV_END_DECLS
 

@@ -3,6 +3,8 @@
 // copies over real non-blocking pipes fed and drained by real threads.
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -243,6 +245,10 @@ TEST(StreamsCopyBytes, WouldBlockWaitsForTheDestinationToBeWritable) {
     std::string bytes = Pattern(300000); // several times a pipe's capacity
     std::string received;
     std::thread reader([&] {
+        // Start draining only once the full pipe has made the copy wait, so
+        // the wait happens however fast this thread would have been.
+        for (int i = 0; i < 10000 && wouldBlocks.load() == 0; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         char buffer[3000];
         ssize_t got;
         while ((got = ::read(fds[0], buffer, sizeof buffer)) != 0)

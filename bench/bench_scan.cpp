@@ -1,0 +1,171 @@
+/*
+ * The scan engine against the C library in one run: HalvSScanf beside
+ * sscanf for integers and doubles, and beside strtod for doubles.  The
+ * closing lines give the ratios (C library time / HalvSScanf time).
+ */
+#include <benchmark/benchmark.h>
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "dpk_hvsup.h"
+
+namespace {
+
+constexpr size_t kTexts = 1024;
+
+const std::vector<std::string> &IntegerTexts() {
+    static const std::vector<std::string> texts = [] {
+        std::mt19937 random(1);
+        std::vector<std::string> out;
+        for (size_t i = 0; i < kTexts; ++i)
+            out.push_back(std::to_string((int32_t)random() >> (random() % 28)));
+        return out;
+    }();
+    return texts;
+}
+
+const std::vector<std::string> &DoubleTexts() {
+    static const std::vector<std::string> texts = [] {
+        std::mt19937 random(2);
+        std::vector<std::string> out;
+        char text[64];
+        for (size_t i = 0; i < kTexts; ++i) {
+            switch (i % 3) {
+            case 0: /* short decimal */
+                snprintf(text, sizeof text, "%.3f", (double)(random() % 2000000) / 1000 - 1000);
+                break;
+            case 1: /* longer decimal */
+                snprintf(text, sizeof text, "%.9f", (double)random() / 7.0);
+                break;
+            default: /* with an exponent */
+                snprintf(text, sizeof text, "%.6e", (double)random() * 1e-6);
+                break;
+            }
+            out.push_back(text);
+        }
+        return out;
+    }();
+    return texts;
+}
+
+void IntHalvSScanf(benchmark::State &state) {
+    const auto &texts = IntegerTexts();
+    size_t i = 0;
+    for (auto _ : state) {
+        int value;
+        HalvSScanf(texts[i++ % kTexts].c_str(), "%d", &value);
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+void IntSscanf(benchmark::State &state) {
+    const auto &texts = IntegerTexts();
+    size_t i = 0;
+    for (auto _ : state) {
+        int value;
+        std::sscanf(texts[i++ % kTexts].c_str(), "%d", &value);
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+void DoubleHalvSScanf(benchmark::State &state) {
+    const auto &texts = DoubleTexts();
+    size_t i = 0;
+    for (auto _ : state) {
+        double value;
+        HalvSScanf(texts[i++ % kTexts].c_str(), "%lf", &value);
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+void DoubleSscanf(benchmark::State &state) {
+    const auto &texts = DoubleTexts();
+    size_t i = 0;
+    for (auto _ : state) {
+        double value;
+        std::sscanf(texts[i++ % kTexts].c_str(), "%lf", &value);
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+void DoubleStrtod(benchmark::State &state) {
+    const auto &texts = DoubleTexts();
+    size_t i = 0;
+    for (auto _ : state) {
+        double value = std::strtod(texts[i++ % kTexts].c_str(), nullptr);
+        benchmark::DoNotOptimize(value);
+    }
+}
+
+void MixedHalvSScanf(benchmark::State &state) {
+    size_t i = 0;
+    const auto &ints = IntegerTexts();
+    const auto &doubles = DoubleTexts();
+    for (auto _ : state) {
+        std::string line = ints[i % kTexts] + " " + doubles[i % kTexts] + " name";
+        int a;
+        double d;
+        char word[16];
+        benchmark::DoNotOptimize(HalvSScanf(line.c_str(), "%d %lf %15s", &a, &d, word));
+        ++i;
+    }
+}
+
+void MixedSscanf(benchmark::State &state) {
+    size_t i = 0;
+    const auto &ints = IntegerTexts();
+    const auto &doubles = DoubleTexts();
+    for (auto _ : state) {
+        std::string line = ints[i % kTexts] + " " + doubles[i % kTexts] + " name";
+        int a;
+        double d;
+        char word[16];
+        benchmark::DoNotOptimize(std::sscanf(line.c_str(), "%d %lf %15s", &a, &d, word));
+        ++i;
+    }
+}
+
+BENCHMARK(IntHalvSScanf);
+BENCHMARK(IntSscanf);
+BENCHMARK(DoubleHalvSScanf);
+BENCHMARK(DoubleSscanf);
+BENCHMARK(DoubleStrtod);
+BENCHMARK(MixedHalvSScanf);
+BENCHMARK(MixedSscanf);
+
+/* Keeps each benchmark's time per iteration for the ratio lines. */
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run> &runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run &run : runs)
+            if (run.run_type == Run::RT_Iteration && run.iterations > 0)
+                times[run.benchmark_name()] = run.GetAdjustedCPUTime();
+    }
+    std::map<std::string, double> times;
+};
+
+} // namespace
+
+int main(int argc, char **argv) {
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    auto ratio = [&](const char *label, const char *baseline, const char *ours) {
+        auto b = reporter.times.find(baseline), o = reporter.times.find(ours);
+        if (b != reporter.times.end() && o != reporter.times.end() && o->second > 0)
+            std::printf("ratio %-28s %.2fx\n", label, b->second / o->second);
+    };
+    ratio("integer: sscanf / HalvSScanf", "IntSscanf", "IntHalvSScanf");
+    ratio("double: sscanf / HalvSScanf", "DoubleSscanf", "DoubleHalvSScanf");
+    ratio("double: strtod / HalvSScanf", "DoubleStrtod", "DoubleHalvSScanf");
+    ratio("mixed: sscanf / HalvSScanf", "MixedSscanf", "MixedHalvSScanf");
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,137 @@
+/*
+ * The scan engine's own text-to-double conversion: exact where its double
+ * arithmetic is exact, and in agreement with the C library's reader over
+ * classes of text where both must give the same double.
+ */
+#include <gtest/gtest.h>
+
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <string>
+
+#include "dpk_hvsup.h"
+
+namespace {
+
+double Scan(const std::string &text) {
+    double value = -12345.0;
+    EXPECT_EQ(HalvSScanf(text.c_str(), "%lf", &value), 1) << text;
+    return value;
+}
+
+double Reference(const std::string &text) {
+    double value = 0;
+    EXPECT_EQ(std::sscanf(text.c_str(), "%lf", &value), 1) << text;
+    return value;
+}
+
+TEST(TextScanDouble, ExactValues) {
+    EXPECT_EQ(Scan("0"), 0.0);
+    EXPECT_TRUE(std::signbit(Scan("-0.0")));
+    EXPECT_EQ(Scan("9007199254740991"), 9007199254740991.0);
+    EXPECT_EQ(Scan("-4503599627370495.5"), -4503599627370495.5);
+    EXPECT_EQ(Scan("0.5"), 0.5);
+    EXPECT_EQ(Scan("0.25"), 0.25);
+    EXPECT_EQ(Scan("0.125"), 0.125);
+    EXPECT_EQ(Scan("1.75"), 1.75);
+    EXPECT_EQ(Scan("1.5e3"), 1500.0);
+    EXPECT_EQ(Scan("2.5e+22"), 2.5e22);
+    EXPECT_EQ(Scan("12.e-1"), 1.2); /* one division, correctly rounded */
+    EXPECT_EQ(Scan("1.e-22"), 1e-22);
+    EXPECT_EQ(Scan("0x1.8p1"), 3.0);
+    EXPECT_EQ(Scan("0x.8"), 0.5);
+    EXPECT_EQ(Scan("0X1F.Cp-2"), 7.9375);
+    EXPECT_EQ(Scan("0x1.fffffffffffffp1023"), 1.7976931348623157e308);
+    EXPECT_EQ(Scan("0x1.p-1022"), std::ldexp(1.0, -1022));
+    /* Divided by 2^1074, which as a double is infinite. */
+    EXPECT_EQ(Scan("0x1.p-1074"), 0.0);
+    /* A hexadecimal exponent is only read behind the point. */
+    int n = 0;
+    double d = 0;
+    EXPECT_EQ(HalvSScanf("0x10p4", "%f%n", &d, &n), 1);
+    EXPECT_EQ(d, 16.0);
+    EXPECT_EQ(n, 4);
+}
+
+TEST(TextScanDouble, FollowsItsOwnArithmetic) {
+    /* A decimal fraction adds up tenths that are not exact: these differ
+     * from the nearest double, and give what the digit sums give. */
+    volatile double tenth = 1.0, fraction = 0.0;
+    tenth = tenth / 10;
+    fraction = fraction + tenth * 3;
+    EXPECT_EQ(Scan("0.3"), (double)fraction);
+    EXPECT_NE(Scan("0.3"), 0.3);
+    volatile double scale = 1.0, sum = 0.0;
+    scale = scale / 10;
+    sum = sum + scale * 7;
+    scale = scale / 10;
+    sum = sum + scale * 5;
+    EXPECT_EQ(Scan("0.75"), (double)sum);
+    /* Out of range: infinity, zero; zero stays zero. */
+    EXPECT_EQ(Scan("1.0e400"), HUGE_VAL);
+    EXPECT_EQ(Scan("-1.0e400"), -HUGE_VAL);
+    EXPECT_EQ(Scan("1.0e-400"), 0.0);
+    EXPECT_EQ(Scan("0.0e999999"), 0.0);
+    /* The exponent wraps as an unsigned 32-bit number: 4294967297 is 1. */
+    EXPECT_EQ(Scan("2.5e4294967297"), 25.0);
+}
+
+/* Random text of several classes, each one where the conversion is exact
+ * and so must equal the C library's correctly rounded result. */
+TEST(TextScanDouble, AgreesWithTheCLibrary) {
+    std::mt19937_64 random(20240611);
+    const int kRounds = 20000;
+    char text[96];
+    for (int i = 0; i < kRounds; ++i) {
+        /* Integers below 2^53, either sign, as "N" and "N.". */
+        int64_t integer = (int64_t)(random() >> 11);
+        if (random() & 1)
+            integer = -integer;
+        snprintf(text, sizeof text, (i & 1) ? "%" PRId64 : "%" PRId64 ".", integer);
+        ASSERT_EQ(Scan(text), Reference(text)) << text;
+
+        /* Short integers with short dyadic fractions. */
+        static const char *const kFractions[] = {"5", "25", "125", "0625", "5e3", "25e-2"};
+        uint64_t small = random() % 1000000;
+        snprintf(text, sizeof text, "%" PRIu64 ".%s", small, kFractions[random() % 6]);
+        ASSERT_EQ(Scan(text), Reference(text)) << text;
+
+        /* "N.e-K": one division of two exact doubles. */
+        uint64_t numerator = random() >> 11;
+        snprintf(text, sizeof text, "%" PRIu64 ".e-%d", numerator, (int)(random() % 23));
+        ASSERT_EQ(Scan(text), Reference(text)) << text;
+
+        /* Halves with a positive exponent, integral and below 2^53. */
+        snprintf(text, sizeof text, "%" PRIu64 ".5e%d", random() % 100000, 1 + (int)(random() % 10));
+        ASSERT_EQ(Scan(text), Reference(text)) << text;
+
+        /* Hexadecimal text of 53 bits with a binary exponent. */
+        uint64_t mantissa = random() >> 11;
+        int exponent = (int)(random() % 400) - 200;
+        snprintf(text, sizeof text, "0x%" PRIx64 ".%" PRIx64 "p%d", mantissa >> 20,
+                 (mantissa & 0xFFFFF) << 4, exponent);
+        ASSERT_EQ(Scan(text), Reference(text)) << text;
+    }
+}
+
+TEST(TextScanDouble, IntegersAgreeWithTheCLibrary) {
+    std::mt19937_64 random(7);
+    char text[32];
+    for (int i = 0; i < 20000; ++i) {
+        int32_t value = (int32_t)random();
+        snprintf(text, sizeof text, "%" PRId32, value);
+        int32_t ours = 0, theirs = 0;
+        ASSERT_EQ(HalvSScanf(text, "%d", &ours), 1);
+        ASSERT_EQ(std::sscanf(text, "%" SCNd32, &theirs), 1);
+        ASSERT_EQ(ours, theirs) << text;
+        int64_t wide = (int64_t)random(), wideOurs = 0, wideTheirs = 0;
+        snprintf(text, sizeof text, "%" PRIx64, (uint64_t)wide);
+        ASSERT_EQ(HalvSScanf(text, "%llx", &wideOurs), 1);
+        ASSERT_EQ(std::sscanf(text, "%" SCNx64, (uint64_t *)&wideTheirs), 1);
+        ASSERT_EQ(wideOurs, wideTheirs) << text;
+    }
+}
+
+} // namespace

@@ -1,0 +1,168 @@
+// Byte-order words, byte swapping of header and sample values, and the
+// machine queries.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "dpk_hvsup.h"
+
+TEST(UtilByteOrder, EndianWords) {
+    EXPECT_EQ(HalvIdentifyEndian(), 0); // x86-64 is little endian
+    EXPECT_EQ(HalvStr2Endian("big"), 1);
+    EXPECT_EQ(HalvStr2Endian("BIG"), 1);
+    EXPECT_EQ(HalvStr2Endian("type 1"), 1);
+    EXPECT_EQ(HalvStr2Endian("Type 1"), 1);
+    EXPECT_EQ(HalvStr2Endian("little"), 0);
+    EXPECT_EQ(HalvStr2Endian("LiTtLe"), 0);
+    EXPECT_EQ(HalvStr2Endian("type 2"), 0);
+    EXPECT_EQ(HalvStr2Endian("TYPE 2"), 0);
+    for (const char *other : {"", "type 3", "type1", "big ", " big", "bigger", "litt", "unknown"})
+        EXPECT_EQ(HalvStr2Endian(other), -1) << other;
+    EXPECT_EQ(HalvStr2Endian(nullptr), -1);
+
+    EXPECT_STREQ(HalvEndian2Str(0), "type 2");
+    EXPECT_STREQ(HalvEndian2Str(1), "type 1");
+    EXPECT_STREQ(HalvEndian2Str(-1), "unknown");
+    EXPECT_STREQ(HalvEndian2Str(2), "unknown");
+    EXPECT_EQ(HalvStr2Endian(HalvEndian2Str(0)), 0);
+    EXPECT_EQ(HalvStr2Endian(HalvEndian2Str(1)), 1);
+    EXPECT_EQ(HalvStr2Endian(HalvEndian2Str(HalvIdentifyEndian())), HalvIdentifyEndian());
+}
+
+TEST(UtilByteOrder, SingleValuesSwapInPlace) {
+    unsigned char bytes[9] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
+    HalvSwabShort(bytes + 1); // unaligned on purpose
+    EXPECT_EQ(std::vector<int>(bytes, bytes + 9), (std::vector<int>{0, 2, 1, 3, 4, 5, 6, 7, 8}));
+
+    unsigned char word[5] = {9, 1, 2, 3, 4};
+    HalvSwabLong(word + 1);
+    EXPECT_EQ(std::vector<int>(word, word + 5), (std::vector<int>{9, 4, 3, 2, 1}));
+
+    double value = 1.5, expected;
+    unsigned char raw[8];
+    std::memcpy(raw, &value, 8);
+    for (int i = 0; i < 8; ++i)
+        reinterpret_cast<unsigned char *>(&expected)[i] = raw[7 - i];
+    unsigned char block[9];
+    std::memcpy(block + 1, &value, 8);
+    HalvSwabDouble(block + 1);
+    EXPECT_EQ(std::memcmp(block + 1, &expected, 8), 0);
+    HalvSwabDouble(block + 1);
+    double back;
+    std::memcpy(&back, block + 1, 8);
+    EXPECT_EQ(back, 1.5);
+}
+
+TEST(UtilByteOrder, ArraysSwapEachValueOnItsOwn) {
+    // Odd counts and odd addresses: values must not be mixed, and the bytes
+    // around the array must stay.
+    for (size_t width : {2u, 4u, 8u}) {
+        for (uint32_t count : {0u, 1u, 2u, 3u, 17u}) {
+            std::vector<unsigned char> data(count * width + 2);
+            for (size_t i = 0; i < data.size(); ++i)
+                data[i] = (unsigned char)(i * 7 + 1);
+            std::vector<unsigned char> expected = data;
+            for (uint32_t v = 0; v < count; ++v)
+                for (size_t b = 0; b < width; ++b)
+                    expected[1 + v * width + b] = data[1 + v * width + (width - 1 - b)];
+            void *start = data.data() + 1;
+            if (width == 2)
+                HalvSwabShortArray(start, count);
+            else if (width == 4)
+                HalvSwabLongArray(start, count);
+            else
+                HalvSwabDoubleArray(start, count);
+            EXPECT_EQ(data, expected) << "width " << width << " count " << count;
+        }
+    }
+    // Two doubles: each group of 8 reverses alone.
+    unsigned char two[16];
+    for (int i = 0; i < 16; ++i)
+        two[i] = (unsigned char)i;
+    HalvSwabDoubleArray(two, 2);
+    const unsigned char want[16] = {7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8};
+    EXPECT_EQ(std::memcmp(two, want, 16), 0);
+    // Sample data: 16-bit samples swapped twice are unchanged.
+    std::vector<uint16_t> samples = {0x0102, 0xA0B0, 0xFFFE, 0x0000};
+    HalvSwabShortArray(samples.data(), 4);
+    EXPECT_EQ(samples, (std::vector<uint16_t>{0x0201, 0xB0A0, 0xFEFF, 0x0000}));
+    HalvSwabShortArray(samples.data(), 4);
+    EXPECT_EQ(samples, (std::vector<uint16_t>{0x0102, 0xA0B0, 0xFFFE, 0x0000}));
+}
+
+TEST(UtilMachine, ProcessorIdentification) {
+    uint32_t signature = 0xDEADBEEF, features = 0xDEADBEEF;
+    EXPECT_EQ(HalvIdentifyArch(&signature, &features), 0);
+#if defined(__x86_64__)
+    // Every x86-64 processor has a signature, and features include the
+    // time stamp counter (bit 4) and SSE2 (bit 26).
+    EXPECT_NE(signature, 0u);
+    EXPECT_NE(signature, 0xDEADBEEFu);
+    EXPECT_EQ(features & (1u << 4), 1u << 4);
+    EXPECT_EQ(features & (1u << 26), 1u << 26);
+#endif
+    uint32_t again = 0;
+    EXPECT_EQ(HalvIdentifyArch(&again, nullptr), 0);
+    EXPECT_EQ(again, signature);
+    EXPECT_EQ(HalvIdentifyArch(nullptr, nullptr), 0);
+
+    int32_t processors = HalvIdentifyProcessorCount();
+    EXPECT_GE(processors, 1);
+    unsigned hardware = std::thread::hardware_concurrency();
+    if (hardware != 0) {
+        EXPECT_LE(processors, (int32_t)hardware);
+    }
+}
+
+TEST(UtilMachine, MemoryFigures) {
+    // Kind 0 must agree with the kernel's own figure, modulo 2^32.
+    std::ifstream meminfo("/proc/meminfo");
+    std::string key;
+    unsigned long long kilobytes = 0;
+    while (meminfo >> key) {
+        if (key == "MemTotal:") {
+            meminfo >> kilobytes;
+            break;
+        }
+        meminfo.ignore(1 << 12, '\n');
+    }
+    if (kilobytes != 0) {
+        EXPECT_EQ(HalvIdentifyMemory(0), (uint32_t)(kilobytes * 1024ull));
+    }
+    EXPECT_EQ(HalvIdentifyMemory(4), 0u);
+    EXPECT_EQ(HalvIdentifyMemory(-1), 0u);
+    EXPECT_EQ(HalvIdentifyMemory(1000), 0u);
+    uint32_t available = HalvIdentifyMemory(1);
+    if (kilobytes != 0 && kilobytes * 1024ull < (1ull << 32)) {
+        EXPECT_LE(available, HalvIdentifyMemory(0));
+    }
+}
+
+TEST(UtilMachine, AddressSpaceFollowsTheProcessLimit) {
+    // In a child, so that the lowered limit touches nothing else: kind 2 is
+    // the limit itself, kind 3 what the process hasn't mapped of it.
+    EXPECT_EXIT(
+        {
+            const rlim_t limit = 3ull << 30;
+            struct rlimit current;
+            if (getrlimit(RLIMIT_AS, &current) != 0)
+                _exit(2);
+            if (current.rlim_max != RLIM_INFINITY && current.rlim_max < limit)
+                _exit(0); // can't raise it; nothing to check
+            current.rlim_cur = limit;
+            if (setrlimit(RLIMIT_AS, &current) != 0)
+                _exit(3);
+            uint32_t total = HalvIdentifyMemory(2);
+            uint32_t unused = HalvIdentifyMemory(3);
+            bool ok = total == (uint32_t)limit && unused <= total && (total - unused) % 4096 == 0;
+            _exit(ok ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}

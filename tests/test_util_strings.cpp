@@ -1,0 +1,257 @@
+// The string family at its edges, where it parts from the C library: no
+// padding in the bounded copies, signed against unsigned comparison, the
+// library's own ASCII fold, and in-place trimming.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "dpk_hvsup.h"
+
+namespace {
+
+struct Owned {
+    char *text;
+    explicit Owned(char *t) : text(t) {}
+    ~Owned() { halv_internal_free(text); }
+};
+
+} // namespace
+
+TEST(UtilStrings, DuplicatesAreNewTerminatedCopies) {
+    EXPECT_EQ(HalvStrDup(nullptr), nullptr);
+    EXPECT_EQ(HalvStrNDup(nullptr, 4), nullptr);
+
+    const char source[] = "halvern";
+    Owned whole(HalvStrDup(source));
+    ASSERT_NE(whole.text, nullptr);
+    EXPECT_NE(whole.text, source);
+    EXPECT_STREQ(whole.text, "halvern");
+
+    Owned cut(HalvStrNDup(source, 4));
+    ASSERT_NE(cut.text, nullptr);
+    EXPECT_STREQ(cut.text, "halv");
+    Owned longer(HalvStrNDup(source, 100));
+    EXPECT_STREQ(longer.text, "halvern");
+    Owned none(HalvStrNDup(source, 0));
+    ASSERT_NE(none.text, nullptr);
+    EXPECT_STREQ(none.text, "");
+
+    // max bounds what is read: a text without a NUL inside max is fine.
+    char unterminated[3] = {'a', 'b', 'c'};
+    Owned bounded(HalvStrNDup(unterminated, 3));
+    EXPECT_STREQ(bounded.text, "abc");
+}
+
+TEST(UtilStrings, LengthsCountBytesAndUnits) {
+    EXPECT_EQ(HalvStrLen(""), 0u);
+    EXPECT_EQ(HalvStrLen("h\xC3\xA9"), 3u); // bytes, not characters
+    EXPECT_EQ(HalvStrNLen("abcdef", 4), 4u);
+    EXPECT_EQ(HalvStrNLen("ab", 4), 2u);
+    char unterminated[2] = {'x', 'y'};
+    EXPECT_EQ(HalvStrNLen(unterminated, 2), 2u);
+
+    const uint16_t wide[] = {0x48, 0xD83D, 0xDE00, 0x1234, 0};
+    EXPECT_EQ(HalvWideStrLen(wide), 4u);
+    const uint16_t empty[] = {0};
+    EXPECT_EQ(HalvWideStrLen(empty), 0u);
+}
+
+TEST(UtilStrings, BoundedCopyNeverPads) {
+    char buffer[8];
+    std::memset(buffer, '#', sizeof buffer);
+    HalvStrNCpy(buffer, "abc", 3);
+    EXPECT_EQ(std::string(buffer, 8), "abc#####"); // no terminator with n == length
+
+    std::memset(buffer, '#', sizeof buffer);
+    HalvStrNCpy(buffer, "abc", 4);
+    EXPECT_EQ(std::string(buffer, 8), std::string("abc\0####", 8));
+
+    std::memset(buffer, '#', sizeof buffer);
+    HalvStrNCpy(buffer, "abc", 7);
+    EXPECT_EQ(std::string(buffer, 8), std::string("abc\0####", 8)); // no padding behind the NUL
+
+    std::memset(buffer, '#', sizeof buffer);
+    HalvStrNCpy(buffer, "abcdef", 2);
+    EXPECT_EQ(std::string(buffer, 8), "ab######");
+
+    HalvStrCpy(buffer, "xyz");
+    EXPECT_STREQ(buffer, "xyz");
+}
+
+TEST(UtilStrings, ConcatenationFollowsTheCopyRule) {
+    char buffer[16];
+    std::memset(buffer, '#', sizeof buffer);
+    std::strcpy(buffer, "ab");
+    HalvStrCat(buffer, "cd");
+    EXPECT_STREQ(buffer, "abcd");
+
+    EXPECT_EQ(HalvStrNCat(buffer, "efgh", 9), buffer);
+    EXPECT_STREQ(buffer, "abcdefgh");
+
+    std::memset(buffer, '#', sizeof buffer);
+    std::strcpy(buffer, "ab");
+    EXPECT_EQ(HalvStrNCat(buffer, "cdef", 2), buffer);
+    EXPECT_EQ(std::string(buffer, 6), "abcd##"); // cut off: no terminator
+}
+
+TEST(UtilStrings, ComparisonSignedness) {
+    // Exact differences, not just signs.
+    EXPECT_EQ(HalvStrCmp("abc", "abc"), 0);
+    EXPECT_EQ(HalvStrCmp("abd", "abc"), 1);
+    EXPECT_EQ(HalvStrCmp("ab", "abc"), -'c');
+    EXPECT_EQ(HalvStrCmp("", ""), 0);
+
+    // 0x80 is -128 as a signed byte, so it sorts below 0x01 ...
+    EXPECT_LT(HalvStrCmp("\x80", "\x01"), 0);
+    EXPECT_EQ(HalvStrCmp("\x80", "\x01"), -129);
+    // ... while the case-insensitive compare takes bytes unsigned.
+    EXPECT_GT(HalvStrCaseCmp("\x80", "\x01"), 0);
+    EXPECT_EQ(HalvStrCaseCmp("\x80", "\x01"), 127);
+
+    EXPECT_EQ(HalvStrNCmp("abcX", "abcY", 3), 0);
+    EXPECT_LT(HalvStrNCmp("abcX", "abcY", 4), 0);
+    EXPECT_EQ(HalvStrNCmp("a", "b", 0), 0);
+    EXPECT_EQ(HalvStrNCmp("ab", "ab", 10), 0); // stops at the NUL
+}
+
+TEST(UtilStrings, CaseInsensitiveComparisonFoldsOnlyAsciiLetters) {
+    EXPECT_EQ(HalvStrCaseCmp("Input:H", "input:h"), 0);
+    EXPECT_EQ(HalvStrCaseCmp("ABC", "abd"), 'c' - 'd');
+    EXPECT_EQ(HalvStrCaseCmp("a", "A"), 0);
+    // '[' (0x5B) and '{' (0x7B) are not a case pair, nor are the Latin-1 letters.
+    EXPECT_NE(HalvStrCaseCmp("[", "{"), 0);
+    EXPECT_NE(HalvStrCaseCmp("\xC9", "\xE9"), 0);
+    EXPECT_EQ(HalvStrNCaseCmp("NAME:f", "name:i", 5), 0);
+    EXPECT_NE(HalvStrNCaseCmp("NAME:f", "name:i", 6), 0);
+    EXPECT_EQ(HalvStrNCaseCmp("x", "y", 0), 0);
+
+}
+
+TEST(UtilStrings, ByteSearch) {
+    const char text[] = "a.b.c";
+    EXPECT_EQ(HalvStrChr(text, '.'), text + 1);
+    EXPECT_EQ(HalvStrRChr(text, '.'), text + 3);
+    EXPECT_EQ(HalvStrChr(text, 'x'), nullptr);
+    EXPECT_EQ(HalvStrRChr(text, 'x'), nullptr);
+    EXPECT_EQ(HalvStrChr(text, 0), nullptr); // the NUL isn't found
+    EXPECT_EQ(HalvStrRChr(text, 0), nullptr);
+
+    // Bytes compare as signed char: the value must come from a char.
+    const char latin[] = "caf\xE9";
+    EXPECT_EQ(HalvStrChr(latin, (char)0xE9), latin + 3);
+    EXPECT_EQ(HalvStrChr(latin, 0xE9), nullptr);
+
+    const uint16_t wide[] = {'x', 0x263A, 'y', 0x263A, 0};
+    EXPECT_EQ(HalvWideStrChr(wide, 0x263A), wide + 1);
+    EXPECT_EQ(HalvWideStrRChr(wide, 0x263A), wide + 3);
+    EXPECT_EQ(HalvWideStrChr(wide, 'z'), nullptr);
+    EXPECT_EQ(HalvWideStrChr(wide, 0), nullptr);
+}
+
+TEST(UtilStrings, SubstringSearchEdges) {
+    const char text[] = "one two two";
+    EXPECT_EQ(HalvStrStr(text, "two"), text + 4);
+    EXPECT_EQ(HalvStrStr(text, "three"), nullptr);
+    EXPECT_EQ(HalvStrStr(text, ""), text); // empty sub in non-empty text
+    EXPECT_EQ(HalvStrStr("", ""), nullptr); // but not in empty text
+    EXPECT_EQ(HalvStrStr("", "x"), nullptr);
+    EXPECT_EQ(HalvStrStr("ab", "abc"), nullptr);
+}
+
+TEST(UtilStrings, StrippingWorksInPlace) {
+    char text[] = " \t\r\n\v\f value  x \n\t ";
+    EXPECT_EQ(HalvStripLeadingSpaces(text), text);
+    EXPECT_STREQ(text, "value  x \n\t ");
+    EXPECT_EQ(HalvStripTrailingSpaces(text), text);
+    EXPECT_STREQ(text, "value  x");
+
+    char blanks[] = "    ";
+    EXPECT_STREQ(HalvStripLeadingSpaces(blanks), "");
+    char blanks2[] = " \t ";
+    EXPECT_STREQ(HalvStripTrailingSpaces(blanks2), "");
+    // Trailing NULs are stored over every blank, not just the first.
+    EXPECT_EQ(std::memcmp(blanks2, "\0\0\0", 4), 0);
+
+    char empty[] = "";
+    EXPECT_STREQ(HalvStripLeadingSpaces(empty), "");
+    EXPECT_STREQ(HalvStripTrailingSpaces(empty), "");
+
+    // Non-ASCII bytes are not whitespace (0xA0 is NBSP in Latin-1).
+    char latin[] = "\xA0x\xA0";
+    EXPECT_STREQ(HalvStripLeadingSpaces(latin), "\xA0x\xA0");
+    EXPECT_STREQ(HalvStripTrailingSpaces(latin), "\xA0x\xA0");
+}
+
+TEST(UtilStrings, BlocksSwapAndCompare) {
+    // 11 bytes: two 32-bit steps and three single bytes, at odd addresses.
+    unsigned char a[13], b[13];
+    for (int i = 0; i < 13; ++i) {
+        a[i] = (unsigned char)i;
+        b[i] = (unsigned char)(100 + i);
+    }
+    HalvSwapBlock(a + 1, b + 1, 11);
+    EXPECT_EQ(a[0], 0);
+    EXPECT_EQ(b[0], 100);
+    for (int i = 1; i < 12; ++i) {
+        EXPECT_EQ(a[i], 100 + i) << i;
+        EXPECT_EQ(b[i], i) << i;
+    }
+    EXPECT_EQ(a[12], 12);
+    EXPECT_EQ(b[12], 112);
+    HalvSwapBlock(a, b, 0);
+    EXPECT_EQ(a[0], 0);
+
+    const unsigned char x[] = {1, 2, 0xF0, 4};
+    const unsigned char y[] = {1, 2, 0x10, 9};
+    EXPECT_EQ(HalvCmpBlock(x, y, 4), 0xF0 - 0x10); // unsigned difference
+    EXPECT_EQ(HalvCmpBlock(y, x, 4), 0x10 - 0xF0);
+    EXPECT_EQ(HalvCmpBlock(x, y, 2), 0);
+    EXPECT_EQ(HalvCmpBlock(x, y, 0), 0);
+    EXPECT_EQ(HalvCmpBlock(x, x, 4), 0);
+}
+
+TEST(UtilStrings, CharacterClassesOverEveryByte) {
+    for (int c = -300; c < 600; ++c) {
+        bool byte = c >= 0 && c < 256;
+        EXPECT_EQ(HalvIsAsciiPrint(c), byte && c >= 32 && c <= 126) << c;
+        EXPECT_EQ(HalvIsAsciiChar(c), (c & 0x80) == 0) << c;
+        EXPECT_EQ(HalvIsAsciiSpace(c), c == 32 || c == 12 || c == 10 || c == 13 || c == 9 || c == 11) << c;
+        EXPECT_EQ(HalvIsAsciiAlpha(c), (c >= 65 && c <= 90) || (c >= 97 && c <= 122)) << c;
+        EXPECT_EQ(HalvIsAsciiDigit(c), c >= 48 && c <= 57) << c;
+        EXPECT_EQ(HalvIsAsciiHexDigit(c), (c >= 48 && c <= 57) || (c >= 65 && c <= 70) || (c >= 97 && c <= 102))
+            << c;
+    }
+    EXPECT_EQ(HalvIsAsciiChar(0x100), 1); // only bit 7 is looked at
+    EXPECT_EQ(HalvIsAsciiChar(-1), 0);
+}
+
+TEST(UtilStrings, CaseTablesChangeTheLettersAndNothingElse) {
+    for (int c = 0; c < 256; ++c) {
+        int upper = c >= 'a' && c <= 'z' ? c - 32 : c;
+        int lower = c >= 'A' && c <= 'Z' ? c + 32 : c;
+        EXPECT_EQ(HalvAsciiToUpper(c), upper) << c;
+        EXPECT_EQ(HalvAsciiToLower(c), lower) << c;
+    }
+    EXPECT_EQ(HalvAsciiToLower('['), '[');
+    EXPECT_EQ(HalvAsciiToUpper('`'), '`');
+    EXPECT_EQ(HalvAsciiToLower('@'), '@');
+    EXPECT_EQ(HalvAsciiToUpper('{'), '{');
+    // Only the low 8 bits of the argument count.
+    EXPECT_EQ(HalvAsciiToUpper(0x100 + 'a'), 'A');
+    EXPECT_EQ(HalvAsciiToLower(-1), 0xFF);
+}
+
+TEST(UtilStrings, ImmediateDataTellsNumbersFromNames) {
+    EXPECT_EQ(HalvIsImmediateData("1 2 3"), 1);
+    EXPECT_EQ(HalvIsImmediateData("10,20"), 1);
+    EXPECT_EQ(HalvIsImmediateData("0.5, 0.25, 0.125"), 1);
+    EXPECT_EQ(HalvIsImmediateData("12345"), 0);       // no separator
+    EXPECT_EQ(HalvIsImmediateData("image 1.tif"), 0); // 1 digit of 11 bytes
+    EXPECT_EQ(HalvIsImmediateData("img 12.tif"), 1);  // 2 of 10: a quarter, rounded down
+    EXPECT_EQ(HalvIsImmediateData("image 12.tif"), 0); // 2 of 12 is less
+    EXPECT_EQ(HalvIsImmediateData("abc"), 0);
+    EXPECT_EQ(HalvIsImmediateData(""), 0);
+    EXPECT_EQ(HalvIsImmediateData(nullptr), 0);
+    EXPECT_EQ(HalvIsImmediateData("1\t2"), 1); // any ASCII whitespace separates
+}

@@ -1,0 +1,101 @@
+/*
+ * text/format_internal.h - the directive parser and argument fetch that the
+ * print and scan engines share.
+ *
+ * A format is parsed once into a table of HalvFormatParameter entries, one
+ * for each argument, then the arguments are fetched into the table in order,
+ * and only then does the engine walk the format again to produce or consume
+ * text.  So a format that fails to parse never touches an argument or the
+ * output.
+ */
+#ifndef HALV_TEXT_FORMAT_INTERNAL_H
+#define HALV_TEXT_FORMAT_INTERNAL_H
+
+#include <stdarg.h>
+#include <stdint.h>
+
+#include "halv_text.h"
+
+namespace halv {
+
+/* Qualifier bits of HalvFormatParameter::flags (the low 24 bits). */
+enum FormatFlag : uint32_t {
+    kFlagBlank = 1u << 0,    /* ' ': a blank before positive numbers */
+    kFlagPlus = 1u << 1,     /* '+': a plus before positive numbers */
+    kFlagLeft = 1u << 2,     /* '-': left-adjust */
+    kFlagAlt = 1u << 3,      /* '#': alternative form, escapes */
+    kFlagZero = 1u << 4,     /* '0': zero padding */
+    kFlagWidthArg = 1u << 5, /* width is the table index of its argument */
+    kFlagPrecisionArg = 1u << 6,
+    kFlagBaseArg = 1u << 7,
+    kFlagSuppress = 1u << 8, /* scan: '*' suppresses the assignment */
+    kFlagSizeH = 1u << 9,    /* the size qualifiers seen; h and hh exclude each other, as do l and ll */
+    kFlagSizeHH = 1u << 10,
+    kFlagSizeL = 1u << 11,   /* 'l': the platform's long, 64 bits */
+    kFlagSizeLL = 1u << 12,
+    kFlagSizeLD = 1u << 13,  /* 'L': long double */
+    kFlagSizeZ = 1u << 14,
+    kFlagSizeT = 1u << 15,
+    kFlagSizeJ = 1u << 16,   /* 'j': 64 bits, or the rounding form of floats */
+    kFlagSizeI = 1u << 17,   /* I8, I16, I32 or I64; see varsize */
+};
+
+constexpr uint32_t kFlagSizeMask = kFlagSizeH | kFlagSizeHH | kFlagSizeL | kFlagSizeLL | kFlagSizeLD |
+                                   kFlagSizeZ | kFlagSizeT | kFlagSizeJ | kFlagSizeI;
+
+constexpr int kConversionShift = 24;
+
+/* The conversion byte stored in the high bits of flags. */
+inline char ConversionOf(const HalvFormatParameter &p) noexcept {
+    return static_cast<char>(p.flags >> kConversionShift);
+}
+
+/* True when an integer of this size is read and printed in 64 bits: ll, j,
+ * I64, and the pointer-sized l, z and t.  A wide size outranks h. */
+inline bool IsWideInteger(const HalvFormatParameter &p) noexcept {
+    if (p.flags & kFlagSizeI)
+        return p.varsize == 8;
+    return (p.flags & (kFlagSizeL | kFlagSizeLL | kFlagSizeZ | kFlagSizeT | kFlagSizeJ)) != 0;
+}
+
+/* True when %n stores 16 bits. */
+inline bool IsShortInteger(const HalvFormatParameter &p) noexcept {
+    return (p.flags & (kFlagSizeH | kFlagSizeHH)) != 0 && !IsWideInteger(p);
+}
+
+enum class FormatMode { Print = 1, Scan = 2 };
+
+using FormatTable = HalvFormatParameter[HALV_FORMAT_MAX_ARGS];
+
+/* Parses `format` into `table`.  Result: the number of entries, or
+ * HALV_FORMAT_MALFORMED or HALV_FORMAT_TOO_MANY_ARGS.  In scan mode '*'
+ * suppresses instead of taking an argument and "%[" is a group, whose entry
+ * keeps the format offset just behind its '[' in `base`. */
+int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept;
+
+/* Where the arguments come from: a va_list, or an array of pointers. */
+struct FormatArgs {
+    va_list *list;      /* non-null for the plain and V forms */
+    void *const *array; /* the L forms; entry i belongs to the i-th argument */
+};
+
+/* Fetches the argument of every entry, in table order, into its data.  Print
+ * mode reads values by type and size; scan mode reads a pointer for every
+ * entry but '*' ones, and nothing for suppressed ones. */
+void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept;
+
+/* The next '%' of a format, or its terminating NUL.  Literal runs between
+ * directives are short, so a plain loop beats a library search here. */
+inline const char *NextPercent(const char *p) noexcept {
+    while (*p != '\0' && *p != '%')
+        ++p;
+    return p;
+}
+
+/* Digits of every number conversion, by case. */
+inline constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+inline constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+} // namespace halv
+
+#endif

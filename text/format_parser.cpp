@@ -1,0 +1,362 @@
+/*
+ * text/format_parser.cpp - the directive parser of the print and scan
+ * engines.
+ *
+ * A directive is '%', any number of qualifiers in any order, and one
+ * conversion byte.  Every byte of a directive is looked up in one table that
+ * says what it is, and the parser loop moves on by that kind.  Size letters
+ * go through a second table, so that "hh" and "ll" are sizes of their own, a
+ * third 'h' or 'l' is refused, and an I size stands alone.
+ *
+ * Literal text is passed over byte by byte looking for '%'.  The bytes of a
+ * multi-byte UTF-8 sequence are all 0x80 or above, so walking the text by
+ * characters would stop at exactly the same places.
+ */
+#include <cstring>
+
+#include "text/format_internal.h"
+
+namespace halv {
+namespace {
+
+enum class ByteKind : uint8_t {
+    Conversion, /* anything not listed: the conversion byte, valid or not */
+    Flag,       /* value: the flag bit */
+    Zero,
+    Digit,
+    Star,
+    Dot,
+    Size,  /* value: the size letter */
+    SizeI, /* 'I' and its byte count */
+};
+
+struct ByteRule {
+    ByteKind kind;
+    uint32_t value;
+};
+
+/* Size letters, the rows of kSizeRules. */
+enum SizeLetter : uint8_t { kLetterH, kLetterL, kLetterLD, kLetterZ, kLetterT, kLetterJ, kLetterI, kSizeLetters };
+
+constexpr auto kByteRules = [] {
+    struct {
+        ByteRule rule[256];
+    } t{};
+    for (auto &r : t.rule)
+        r = {ByteKind::Conversion, 0};
+    t.rule[' '] = {ByteKind::Flag, kFlagBlank};
+    t.rule['+'] = {ByteKind::Flag, kFlagPlus};
+    t.rule['-'] = {ByteKind::Flag, kFlagLeft};
+    t.rule['#'] = {ByteKind::Flag, kFlagAlt};
+    t.rule['0'] = {ByteKind::Zero, 0};
+    for (int c = '1'; c <= '9'; ++c)
+        t.rule[c] = {ByteKind::Digit, 0};
+    t.rule['*'] = {ByteKind::Star, 0};
+    t.rule['.'] = {ByteKind::Dot, 0};
+    t.rule['h'] = {ByteKind::Size, kLetterH};
+    t.rule['l'] = {ByteKind::Size, kLetterL};
+    t.rule['L'] = {ByteKind::Size, kLetterLD};
+    t.rule['z'] = {ByteKind::Size, kLetterZ};
+    t.rule['t'] = {ByteKind::Size, kLetterT};
+    t.rule['j'] = {ByteKind::Size, kLetterJ};
+    t.rule['I'] = {ByteKind::SizeI, kLetterI};
+    return t;
+}();
+
+/* What a size letter sets: `once` the first time, `twice` in its place the
+ * second time ("hh", "ll"); a letter that is no counted pair has both the
+ * same and may repeat.  A third 'h' or 'l' is malformed, and so is an I size
+ * beside any other size. */
+struct SizeRule {
+    uint32_t once;
+    uint32_t twice;
+};
+
+constexpr SizeRule kSizeRules[kSizeLetters] = {
+    /* h */ {kFlagSizeH, kFlagSizeHH},
+    /* l */ {kFlagSizeL, kFlagSizeLL},
+    /* L */ {kFlagSizeLD, kFlagSizeLD},
+    /* z */ {kFlagSizeZ, kFlagSizeZ},
+    /* t */ {kFlagSizeT, kFlagSizeT},
+    /* j */ {kFlagSizeJ, kFlagSizeJ},
+    /* I */ {kFlagSizeI, 0},
+};
+
+/* The size flags after one more letter, or 0 when the sizes are malformed. */
+uint32_t AddSize(uint32_t sizes, SizeLetter letter) noexcept {
+    const SizeRule rule = kSizeRules[letter];
+    if ((sizes & kFlagSizeI) || (letter == kLetterI && sizes != 0))
+        return 0;
+    if (rule.once == rule.twice || (sizes & (rule.once | rule.twice)) == 0)
+        return sizes | rule.once;
+    if (sizes & rule.twice)
+        return 0;
+    return (sizes & ~rule.once) | rule.twice;
+}
+
+/* What each conversion byte takes.  fixedBase 0 means the base qualifier
+ * decides, with defaultBase when there is none. */
+struct ConversionRule {
+    int8_t type; /* 0: not a conversion */
+    int8_t fixedBase;
+    int8_t defaultBase;
+};
+
+constexpr auto kConversionRules = [] {
+    struct {
+        ConversionRule rule[256];
+    } t{};
+    for (auto &r : t.rule)
+        r = {0, 0, 0};
+    t.rule['d'] = {HALV_FORMAT_INTEGER, 10, 10};
+    t.rule['i'] = {HALV_FORMAT_INTEGER, 0, 10};
+    t.rule['u'] = {HALV_FORMAT_INTEGER, 0, 10};
+    t.rule['o'] = {HALV_FORMAT_INTEGER, 8, 8};
+    t.rule['x'] = {HALV_FORMAT_INTEGER, 16, 16};
+    t.rule['X'] = {HALV_FORMAT_INTEGER, 16, 16};
+    for (const char c : "fFeEgG")
+        if (c != '\0')
+            t.rule[static_cast<unsigned char>(c)] = {HALV_FORMAT_FLOATING, 0, 10};
+    t.rule['a'] = {HALV_FORMAT_FLOATING, 16, 16};
+    t.rule['A'] = {HALV_FORMAT_FLOATING, 16, 16};
+    t.rule['c'] = {HALV_FORMAT_CHARACTER, 0, 0};
+    t.rule['s'] = {HALV_FORMAT_STRING, 0, 0};
+    t.rule['p'] = {HALV_FORMAT_POINTER, 16, 16};
+    t.rule['n'] = {HALV_FORMAT_COUNT, 0, 0};
+    t.rule['['] = {HALV_FORMAT_GROUP, 0, 0};
+    return t;
+}();
+
+/* Reads decimal digits, saturating at INT32_MAX. */
+int32_t ReadNumber(const char *&p) noexcept {
+    int64_t value = 0;
+    while (*p >= '0' && *p <= '9') {
+        value = value * 10 + (*p++ - '0');
+        if (value > INT32_MAX)
+            value = INT32_MAX;
+    }
+    return static_cast<int32_t>(value);
+}
+
+/* Reads the byte count behind an 'I': 8, 16, 32 or 64, and nothing more. */
+int32_t ReadVarSize(const char *&p) noexcept {
+    static constexpr struct {
+        const char *digits;
+        int32_t bytes;
+    } kSizes[] = {{"8", 1}, {"16", 2}, {"32", 4}, {"64", 8}};
+    const char *start = p;
+    while (*p >= '0' && *p <= '9')
+        ++p;
+    const size_t length = static_cast<size_t>(p - start);
+    for (const auto &size : kSizes)
+        if (length == std::strlen(size.digits) && std::memcmp(start, size.digits, length) == 0)
+            return size.bytes;
+    return -1;
+}
+
+/* Parses one directive; p points behind its '%'. */
+class DirectiveParser {
+public:
+    DirectiveParser(const char *format, FormatMode mode, FormatTable &table, int32_t &count) noexcept
+        : format_(format), mode_(mode), table_(table), count_(count) {}
+
+    /* 0 and p behind the directive, or a negative result. */
+    int32_t Parse(const char *&p) noexcept {
+        for (;;) {
+            const ByteRule rule = kByteRules.rule[static_cast<unsigned char>(*p)];
+            int32_t result = 0;
+            switch (rule.kind) {
+            case ByteKind::Flag:
+                flags_ |= rule.value;
+                if (rule.value == kFlagLeft)
+                    flags_ &= ~kFlagZero;
+                ++p;
+                break;
+            case ByteKind::Zero:
+                if (flags_ & kFlagLeft) {
+                    SetWidth(ReadNumber(p));
+                } else {
+                    flags_ |= kFlagZero;
+                    ++p;
+                }
+                break;
+            case ByteKind::Digit:
+                SetWidth(ReadNumber(p));
+                break;
+            case ByteKind::Star:
+                ++p;
+                result = Star();
+                break;
+            case ByteKind::Dot:
+                ++p;
+                result = Dot(p);
+                break;
+            case ByteKind::Size:
+            case ByteKind::SizeI:
+                ++p;
+                sizes_ = AddSize(sizes_, static_cast<SizeLetter>(rule.value));
+                if (rule.kind == ByteKind::SizeI)
+                    varsize_ = ReadVarSize(p);
+                if (sizes_ == 0 || (rule.kind == ByteKind::SizeI && varsize_ < 0))
+                    return HALV_FORMAT_MALFORMED;
+                break;
+            case ByteKind::Conversion:
+                return Conversion(p);
+            }
+            if (result < 0)
+                return result;
+        }
+    }
+
+private:
+    /* A new table entry, or -1 when the table is full. */
+    int32_t NewEntry(int32_t type) noexcept {
+        if (count_ >= HALV_FORMAT_MAX_ARGS)
+            return -1;
+        HalvFormatParameter &entry = table_[count_];
+        entry = HalvFormatParameter{};
+        entry.type = type;
+        entry.precision = -1;
+        entry.varsize = -1;
+        return count_++;
+    }
+
+    int32_t StarEntry() noexcept {
+        const int32_t index = NewEntry(HALV_FORMAT_STAR);
+        if (index >= 0)
+            table_[index].indexAfterSpecifier = -1;
+        return index;
+    }
+
+    void SetWidth(int32_t width) noexcept {
+        width_ = width;
+        flags_ &= ~kFlagWidthArg;
+    }
+
+    int32_t Star() noexcept {
+        if (mode_ == FormatMode::Scan) {
+            flags_ |= kFlagSuppress;
+            return 0;
+        }
+        const int32_t index = StarEntry();
+        if (index < 0)
+            return HALV_FORMAT_TOO_MANY_ARGS;
+        width_ = index;
+        flags_ |= kFlagWidthArg;
+        return 0;
+    }
+
+    /* The first dot starts a precision, the second a base. */
+    int32_t Dot(const char *&p) noexcept {
+        const bool isPrecision = ++dots_ == 1;
+        if (dots_ > 2)
+            return HALV_FORMAT_MALFORMED;
+        const uint32_t argFlag = isPrecision ? kFlagPrecisionArg : kFlagBaseArg;
+        int32_t &value = isPrecision ? precision_ : base_;
+        if (*p == '*') {
+            ++p;
+            const int32_t index = StarEntry();
+            if (index < 0)
+                return HALV_FORMAT_TOO_MANY_ARGS;
+            value = index;
+            flags_ |= argFlag;
+            return 0;
+        }
+        flags_ &= ~argFlag;
+        if (isPrecision) {
+            /* "%..16i" goes straight on to the base: no precision. */
+            value = *p == '.' ? -1 : ReadNumber(p);
+            return 0;
+        }
+        if (*p < '0' || *p > '9') {
+            value = 0; /* "%..i": no base, the conversion's default */
+            return 0;
+        }
+        value = ReadNumber(p);
+        return value < 2 || value > 36 ? HALV_FORMAT_MALFORMED : 0;
+    }
+
+    int32_t Conversion(const char *&p) noexcept {
+        const unsigned char conversion = static_cast<unsigned char>(*p);
+        const ConversionRule rule = kConversionRules.rule[conversion];
+        if (rule.type == 0 || (rule.type == HALV_FORMAT_GROUP && mode_ == FormatMode::Print))
+            return HALV_FORMAT_MALFORMED;
+        ++p;
+        const int32_t index = NewEntry(rule.type);
+        if (index < 0)
+            return HALV_FORMAT_TOO_MANY_ARGS;
+        HalvFormatParameter &entry = table_[index];
+        entry.flags = flags_ | sizes_ | (static_cast<uint32_t>(conversion) << kConversionShift);
+        entry.width = width_;
+        entry.precision = precision_;
+        entry.varsize = varsize_;
+        if (rule.fixedBase != 0) {
+            /* A '*' base still took its argument; the output pass skips it. */
+            entry.flags &= ~kFlagBaseArg;
+            entry.base = rule.fixedBase;
+        } else if ((flags_ & kFlagBaseArg) == 0 && base_ == 0) {
+            entry.base = rule.defaultBase;
+        } else {
+            entry.base = base_;
+        }
+        if (rule.type == HALV_FORMAT_GROUP) {
+            entry.base = static_cast<int32_t>(p - format_);
+            SkipGroup(p);
+        }
+        entry.indexAfterSpecifier = static_cast<int32_t>(p - format_);
+        return 0;
+    }
+
+    /* Moves p behind the set of a "%[": a leading '^', then a leading ']' or
+     * '-' are members, and from there '[' and ']' pair up.  The end of the
+     * format ends the set too. */
+    static void SkipGroup(const char *&p) noexcept {
+        if (*p == '^')
+            ++p;
+        if (*p == ']' || *p == '-')
+            ++p;
+        int depth = 1;
+        for (; *p != '\0'; ++p) {
+            if (*p == '[') {
+                ++depth;
+            } else if (*p == ']' && --depth == 0) {
+                ++p;
+                return;
+            }
+        }
+    }
+
+    const char *format_;
+    FormatMode mode_;
+    FormatTable &table_;
+    int32_t &count_;
+    uint32_t flags_ = 0;
+    int32_t width_ = 0;
+    int32_t precision_ = -1;
+    int32_t base_ = 0;
+    int32_t varsize_ = -1;
+    int dots_ = 0;
+    uint32_t sizes_ = 0; /* the kFlagSize* bits */
+};
+
+} // namespace
+
+int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept {
+    if (format == nullptr)
+        return HALV_FORMAT_MALFORMED;
+    int32_t count = 0;
+    const char *p = format;
+    while (*(p = NextPercent(p)) != '\0') {
+        if (p[1] == '%') {
+            p += 2;
+            continue;
+        }
+        ++p;
+        const int32_t result = DirectiveParser(format, mode, table, count).Parse(p);
+        if (result < 0)
+            return result;
+    }
+    return count;
+}
+
+} // namespace halv

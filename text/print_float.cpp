@@ -1,0 +1,335 @@
+/*
+ * text/print_float.cpp - the floating-point writer.
+ *
+ * All of it is double arithmetic: the number is rounded by adding half a
+ * unit of the last place and its digits are taken by repeated multiplication.
+ * That is not exact, and it is not meant to be: digits beyond what a double
+ * holds come out as the arithmetic makes them, and stored texts rely on this
+ * writer producing the same digits every time.  So the order of operations
+ * below is part of the output; don't "improve" it.
+ *
+ * Forms: f (fixed), e (exponent), g (the shorter, with trailing zeros
+ * dropped), a (hexadecimal: base 16, exponent in bits, no normalisation to a
+ * leading 1).  A base qualifier prints in any base from 2 to 36.  The 'j'
+ * size asks for the rounding form, which keeps only the digits a double
+ * holds; 'h' sizes the accuracy for a float.
+ */
+#include <cmath>
+#include <cstring>
+
+#include "text/print_internal.h"
+
+namespace halv {
+namespace {
+
+/* log of x to the base; -infinity for 0. */
+double Log(double x, int32_t base) noexcept {
+    return base == 10 ? std::log10(x) : std::log10(x) / std::log10(static_cast<double>(base));
+}
+
+/* base to the n, exact for the powers of ten that a table can hold. */
+double Power(int32_t base, int64_t n) noexcept {
+    static constexpr double kTens[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+    if (base == 10 && n >= 0 && n <= 9)
+        return kTens[n];
+    return std::pow(static_cast<double>(base), static_cast<double>(n));
+}
+
+/* Digits of the integer part, at least 1. */
+int64_t IntegerDigits(double integerNumber, int32_t base, double epsilon) noexcept {
+    return integerNumber > epsilon ? 1 + static_cast<int64_t>(Log(integerNumber, base)) : 1;
+}
+
+/* A digit value from w mod base.  The arithmetic keeps it in range; the
+ * guards only keep the table safe when a value beyond the largest double
+ * (an adjustment added to it) made w infinite. */
+int DigitIndex(double w, int32_t base) noexcept {
+    const double rest = std::fmod(w, static_cast<double>(base));
+    if (std::isnan(rest))
+        return 0;
+    const int index = static_cast<int>(rest);
+    return index < 0 ? index + base : index;
+}
+
+/* number / base^exponent.  Below the smallest normal doubles the power alone
+ * underflows to 0, so it is then taken in two halves. */
+double ScaleDown(double number, int32_t base, int exponent) noexcept {
+    const double divisor = std::pow(static_cast<double>(base), exponent);
+    if (divisor != 0 && std::isfinite(divisor))
+        return number / divisor;
+    const int half = exponent / 2;
+    return number / std::pow(static_cast<double>(base), half) /
+           std::pow(static_cast<double>(base), exponent - half);
+}
+
+const char *DecimalPointOf(const HalvFormatContext &context) noexcept {
+    const HalvLocale *locale = context.locale;
+    return locale != nullptr && locale->decimalPoint != nullptr ? locale->decimalPoint : ".";
+}
+
+enum class FloatForm { Fixed, Exponent, Shorter };
+
+/* The form letter of a conversion, lower case; 'a' is the exponent form in
+ * base 16, which the base alone decides. */
+FloatForm FormOf(char conversion) noexcept {
+    switch (conversion | 0x20) {
+    case 'e':
+    case 'a':
+        return FloatForm::Exponent;
+    case 'g':
+        return FloatForm::Shorter;
+    default:
+        return FloatForm::Fixed;
+    }
+}
+
+bool IsUpperConversion(char conversion) noexcept {
+    return conversion >= 'A' && conversion <= 'Z';
+}
+
+void WriteNonFinite(PrintSink &sink, double number, const PrintField &field) noexcept {
+    const bool upper = IsUpperConversion(field.conversion);
+    const char *text;
+    if (std::isnan(number))
+        text = upper ? "NAN" : "nan";
+    else if (number < 0)
+        text = upper ? "-INF" : "-inf";
+    else
+        text = upper ? "INF" : "inf";
+    WriteString(sink, text, field.flags, field.width, field.precision);
+}
+
+} // namespace
+
+void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcept {
+    /* 1. Classify. */
+    if (!std::isfinite(number)) {
+        WriteNonFinite(sink, number, field);
+        return;
+    }
+    const uint32_t flags = field.flags;
+    const int32_t base = field.base;
+    const bool upper = IsUpperConversion(field.conversion);
+    const char *digitSet = upper ? kUpperDigits : kLowerDigits;
+    const FloatForm form = FormOf(field.conversion);
+    const bool isShorter = form == FloatForm::Shorter;
+    const bool negative = std::signbit(number);
+    int64_t precision = field.precision;
+
+    /* 2. Accuracy. */
+    const bool single = (flags & (kFlagSizeH | kFlagSizeHH)) != 0;
+    const double bitsPerDigit = std::log2(static_cast<double>(base));
+    const int64_t baseDigits = single ? (base == 10 ? 6 : static_cast<int64_t>(std::floor(24 / bitsPerDigit)))
+                                      : (base == 10 ? 15 : static_cast<int64_t>(std::floor(53 / bitsPerDigit)));
+    const double epsilon = single ? 1.1920928955078125e-07 : 2.220446049250313e-16;
+
+    /* 3, 4. Precision and what becomes of trailing zeros. */
+    const bool isHex = base == 16;
+    const bool roundingForm = (flags & kFlagSizeJ) != 0;
+    bool keepTrailingZeroes = !(roundingForm || (isShorter && !(flags & kFlagAlt)));
+    if (roundingForm)
+        precision = baseDigits;
+    if (precision < 0) {
+        precision = isHex ? 24 : 6;
+        if (isHex)
+            keepTrailingZeroes = false;
+    }
+
+    /* 5. */
+    number = std::fabs(number);
+    bool exponentForm = form == FloatForm::Exponent || isHex;
+
+    /* 6. The shorter form picks fixed or exponent, and counts the zeros
+     * behind the point of a number below 1. */
+    int64_t zeroes = 0;
+    if (isShorter) {
+        if (precision == 0)
+            precision = 1;
+        if (number < 0.0001 || number > Power(base, precision)) {
+            exponentForm = true;
+        } else if (number < 1) {
+            double w = std::fabs(Log(number, base));
+            if (w - std::floor(w) < 0.001)
+                w -= 1;
+            zeroes = static_cast<int64_t>(std::floor(w));
+        }
+    }
+
+    /* 7. Exponent form: scale the number to one integer digit. */
+    int exponent = 0;
+    uint64_t uExponent = 0;
+    const auto setExponent = [&](int value) {
+        exponent = value;
+        uExponent = static_cast<uint64_t>(value < 0 ? -static_cast<int64_t>(value) : value) * (isHex ? 4 : 1);
+    };
+    if (exponentForm) {
+        const double w = Log(number, base);
+        if (std::isinf(w)) {
+            setExponent(0);
+            if (isShorter)
+                exponentForm = false;
+        } else {
+            setExponent(static_cast<int>(std::floor(w)));
+            number = ScaleDown(number, base, exponent);
+        }
+    }
+
+    /* 8. Split, and size the fraction. */
+    double integerNumber = std::floor(number);
+    double fractionNumber = number - integerNumber;
+    int64_t integerDigits = IntegerDigits(integerNumber, base, epsilon);
+    int64_t fractionDigits = (isShorter && zeroes == 0) ? precision - integerDigits : zeroes + precision;
+    double fractionBase = Power(base, fractionDigits);
+
+    /* 9. Carry: rounding at the last place reaches the integer part. */
+    {
+        double w = number + 0.5 / fractionBase;
+        if (std::floor(w) != std::floor(number)) {
+            if (exponentForm) {
+                setExponent(exponent + 1);
+                w /= base;
+                integerNumber = std::floor(w);
+                fractionNumber = w - integerNumber;
+            } else {
+                integerNumber = std::floor(number + 0.5);
+                fractionNumber = 0;
+                integerDigits = IntegerDigits(integerNumber, base, epsilon);
+            }
+        }
+    }
+
+    /* 10. Accuracy limits: thresholds count the digits that are real. */
+    double integerAdjust = 0.5;
+    double fractionAdjust = 0.5;
+    int64_t integerThreshold = INT32_MAX;
+    int64_t fractionThreshold = INT32_MAX;
+    if (roundingForm) {
+        if (integerDigits > baseDigits) {
+            integerThreshold = baseDigits;
+            fractionDigits = 0;
+            fractionBase = 1;
+            fractionThreshold = 0;
+            precision = 0;
+            integerAdjust = Power(base, integerDigits - baseDigits - 1);
+            fractionAdjust = 0;
+        } else {
+            integerThreshold = integerDigits;
+            fractionThreshold = fractionDigits - integerDigits;
+            fractionAdjust = 1;
+        }
+    }
+
+    /* 11. */
+    fractionAdjust /= fractionBase;
+    const bool hasOnlyZeroes = std::floor((fractionNumber + fractionAdjust) * fractionBase) < epsilon;
+    const bool keepDecimalPoint =
+        (flags & kFlagAlt) || !(precision == 0 || (!keepTrailingZeroes && hasOnlyZeroes));
+
+    /* 12. */
+    int64_t exponentDigits = 0;
+    if (exponentForm)
+        exponentDigits = uExponent == 0
+                             ? 1
+                             : static_cast<int64_t>(std::ceil(Log(static_cast<double>(uExponent + 1),
+                                                                  isHex ? 10 : base)));
+    const bool requireTwoDigits = base == 10 && exponentDigits == 1;
+
+    /* 13. The width the text is expected to take, counting fraction digits
+     * that may be dropped later, so the shorter form pads by its estimate. */
+    const char *point = DecimalPointOf(sink.context);
+    const uint32_t pointLength = static_cast<uint32_t>(std::strlen(point));
+    const char sign = negative ? '-' : (flags & kFlagPlus) ? '+' : (flags & kFlagBlank) ? ' ' : '\0';
+    int64_t expectedWidth = integerDigits + fractionDigits + (keepDecimalPoint ? pointLength : 0);
+    if (sign != '\0')
+        expectedWidth += 1;
+    if (exponentDigits > 0)
+        expectedWidth += exponentDigits + (requireTwoDigits ? 3 : 2);
+    if (isHex)
+        expectedWidth += 2;
+    const int64_t padding = field.width - expectedWidth;
+    const bool left = (flags & kFlagLeft) != 0;
+
+    Staging out(sink);
+
+    /* 14. Padding, sign and prefix. */
+    if (!(flags & kFlagZero) && !left && padding > 0)
+        out.Fill(' ', padding);
+    if (sign != '\0')
+        out.Add(sign);
+    if (isHex)
+        out.Add(upper ? "0X" : "0x", 2);
+    if ((flags & kFlagZero) && !left && padding > 0)
+        out.Fill('0', padding);
+
+    /* 15. Integer digits, from the most significant. */
+    double scale = 1 / Power(base, integerDigits - 1);
+    for (int64_t i = 0; i < integerDigits; ++i) {
+        int digit = 0;
+        if (i < integerThreshold)
+            digit = DigitIndex(std::floor((integerNumber + integerAdjust) * scale), base);
+        out.Add(digitSet[digit]);
+        scale *= base;
+    }
+
+    /* 16. */
+    if (keepDecimalPoint)
+        out.Add(point, pointLength);
+
+    /* 17, 18. Fraction digits.  Zeros are only noted until a later digit
+     * shows they are not trailing. */
+    int64_t notedZeros = 0;
+    for (int64_t position = 1; position <= fractionDigits; ++position) {
+        if (integerDigits > integerThreshold || position > fractionThreshold) {
+            ++notedZeros;
+            continue;
+        }
+        if (fractionNumber == 0 && fractionAdjust == 0) {
+            /* Nothing can make a digit any more: the rest are zeros. */
+            notedZeros += fractionDigits - position + 1;
+            break;
+        }
+        fractionNumber *= base;
+        fractionAdjust *= base;
+        const double w = std::floor(fractionNumber + fractionAdjust);
+        fractionNumber -= w;
+        const int index = DigitIndex(w, base);
+        if (index == 0) {
+            ++notedZeros;
+        } else {
+            out.Fill('0', notedZeros);
+            notedZeros = 0;
+            out.Add(digitSet[index]);
+        }
+    }
+    if (keepTrailingZeroes)
+        out.Fill('0', notedZeros);
+
+    /* 19. Exponent: its digits in decimal for the hexadecimal form, else in
+     * the number's own base. */
+    if (exponentDigits > 0) {
+        out.Add(isHex ? (upper ? 'P' : 'p') : (upper ? 'E' : 'e'));
+        out.Add(exponent < 0 ? '-' : '+');
+        if (requireTwoDigits)
+            out.Add('0');
+        /* Exactly exponentDigits digits, from the most significant. */
+        const uint64_t exponentBase = isHex ? 10 : static_cast<uint64_t>(base);
+        char digits[64];
+        uint64_t rest = uExponent;
+        const int64_t count = exponentDigits < 64 ? exponentDigits : 64;
+        for (int64_t i = count - 1; i >= 0; --i) {
+            digits[i] = digitSet[rest % exponentBase];
+            rest /= exponentBase;
+        }
+        out.Add(digits, static_cast<uint32_t>(count));
+    }
+
+    /* 20. */
+    if (left && padding > 0)
+        out.Fill(' ', padding);
+}
+
+void PrintFloatField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
+    WriteFloat(sink, p.data.d, field);
+}
+
+} // namespace halv

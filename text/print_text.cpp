@@ -1,0 +1,89 @@
+/*
+ * text/print_text.cpp - the character and string conversions, and the
+ * escapes that '#' turns on for them.
+ *
+ * Widths count the bytes of the text as given: what escapes add is not
+ * allowed for, so an escaped field may come out wider than asked.
+ */
+#include <cstring>
+
+#include "text/print_internal.h"
+
+namespace halv {
+namespace {
+
+/* How '#' writes a byte: 0 as it is, 'x' as \x and two hex digits, any other
+ * letter as a backslash and that letter. */
+constexpr auto kEscapes = [] {
+    struct {
+        char letter[256];
+    } t{};
+    for (int b = 0; b < 256; ++b)
+        t.letter[b] = (b >= 32 && b <= 126) ? 0 : 'x';
+    t.letter['\\'] = '\\';
+    t.letter[7] = 'a';
+    t.letter[8] = 'b';
+    t.letter[9] = 't';
+    t.letter[10] = 'n';
+    t.letter[11] = 'v';
+    t.letter[12] = 'f';
+    t.letter[13] = 'r';
+    return t;
+}();
+
+void WriteEscaped(Staging &out, const char *text, uint32_t length) noexcept {
+    for (uint32_t i = 0; i < length; ++i) {
+        const unsigned char byte = static_cast<unsigned char>(text[i]);
+        const char letter = kEscapes.letter[byte];
+        if (letter == 0) {
+            out.Add(static_cast<char>(byte));
+            continue;
+        }
+        out.Add('\\');
+        out.Add(letter);
+        if (letter == 'x') {
+            out.Add(kLowerDigits[byte >> 4]);
+            out.Add(kLowerDigits[byte & 15]);
+        }
+    }
+}
+
+} // namespace
+
+void WriteText(PrintSink &sink, const char *text, uint32_t length, uint32_t flags, int64_t width) noexcept {
+    const int64_t blanks = width - length;
+    Staging out(sink);
+    if (!(flags & kFlagLeft) && blanks > 0)
+        out.Fill(' ', blanks);
+    if (flags & kFlagAlt) {
+        WriteEscaped(out, text, length);
+    } else if (length > 64) {
+        out.Flush(); /* long text goes to the sink in one run */
+        sink.ops->bytes(sink, text, length);
+    } else {
+        out.Add(text, length);
+    }
+    if ((flags & kFlagLeft) && blanks > 0)
+        out.Fill(' ', blanks);
+}
+
+void WriteString(PrintSink &sink, const char *text, uint32_t flags, int64_t width, int64_t precision) noexcept {
+    if (text == nullptr)
+        text = "(nil)";
+    /* Never read past the precision: the text need not be terminated there. */
+    size_t length = precision >= 0 ? strnlen(text, static_cast<size_t>(precision)) : std::strlen(text);
+    if (length > UINT32_MAX)
+        length = UINT32_MAX;
+    WriteText(sink, text, static_cast<uint32_t>(length), flags, width);
+}
+
+void PrintCharacterField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
+    const char byte = static_cast<char>(p.data.i);
+    WriteText(sink, &byte, 1, field.flags, field.width);
+}
+
+void PrintStringField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
+    WriteString(sink, static_cast<const char *>(p.data.p), field.flags, field.width, field.precision);
+}
+
+} // namespace halv

@@ -1,0 +1,147 @@
+/*
+ * text/scan_float.cpp - the float reader behind %e %f %g %a and their
+ * upper-case forms.
+ *
+ * The field is first collected as text, which bounds it by the width, and
+ * then converted.  Every collected byte counts against the width (the sign,
+ * the point and the exponent's letter and sign too), so the 512-byte buffer
+ * can't overflow.  The locale's decimal point, of any length, is matched
+ * byte by byte and collected as a plain '.'.  An exponent is read only
+ * behind a point: "1e5" is 1, and leaves "e5" for whatever comes next.
+ */
+#include <cmath>
+#include <limits>
+
+#include "text/scan_internal.h"
+
+namespace halv {
+namespace {
+
+constexpr int32_t kFieldLimit = 511;
+
+enum PointMatch { kNoPoint, kPoint, kPartialPoint };
+
+/* Collects the bytes of one float field. */
+class FloatCollector {
+public:
+    FloatCollector(ScanInput &in, int32_t width)
+        : in_(in), remaining_((width <= 0 || width > kFieldLimit) ? kFieldLimit : width) {}
+
+    int Read(const char *decimalPoint, double *value) {
+        SkipScanSpace(in_);
+        char sign = 0;
+        if (in_.current == '+' || in_.current == '-') {
+            sign = (char)in_.current;
+            Take();
+        }
+        int32_t body = length_;
+        int lead = in_.current | 0x20;
+        if ((lead == 'n' && sign == 0) || lead == 'i')
+            return ReadWord(body, sign, value);
+
+        int base = 10;
+        if (Lasts() && in_.current == '0') {
+            Take();
+            if (Lasts() && (in_.current | 0x20) == 'x') {
+                Take();
+                base = 16;
+            }
+        }
+        TakeDigits(base);
+        if (Lasts() && MatchPoint(decimalPoint) == kPoint) {
+            Store('.');
+            TakeDigits(base);
+            if (Lasts() && (in_.current | 0x20) == (base == 16 ? 'p' : 'e')) {
+                Take();
+                if (Lasts() && (in_.current == '+' || in_.current == '-'))
+                    Take();
+                TakeDigits(10);
+            }
+        }
+        if (length_ == body)
+            return kFieldFailed;
+        text_[length_] = '\0';
+        *value = ScanTextToDouble(text_);
+        return kFieldDone;
+    }
+
+private:
+    bool Lasts() const { return remaining_ > 0; }
+
+    void Store(char c) {
+        text_[length_++] = c;
+        --remaining_;
+    }
+
+    void Take() {
+        Store((char)in_.current);
+        in_.Advance();
+    }
+
+    void TakeDigits(int base) {
+        /* A local length: the byte stores could alias a member. */
+        char *text = text_;
+        int32_t length = length_;
+        remaining_ -= in_.TakeRun(
+            remaining_, [base](int32_t c) { return (unsigned)DigitValue(c) < (unsigned)base; },
+            [text, &length](int32_t c) { text[length++] = (char)c; });
+        length_ = length;
+    }
+
+    /* The point's bytes must all match; a partial match has consumed what
+     * it matched, and ends the field. */
+    PointMatch MatchPoint(const char *decimalPoint) {
+        const unsigned char *point = (const unsigned char *)decimalPoint;
+        if (point[0] == 0 || in_.current != point[0])
+            return kNoPoint;
+        for (; *point != 0; ++point) {
+            if (in_.current != *point)
+                return kPartialPoint;
+            in_.Advance();
+        }
+        return kPoint;
+    }
+
+    /* "inf", "infinite" (signed or not) and an unsigned "nan", in any case;
+     * any other word fails. */
+    int ReadWord(int32_t body, char sign, double *value) {
+        while (Lasts() && ((in_.current | 0x20) >= 'a' && (in_.current | 0x20) <= 'z'))
+            Take();
+        char word[9] = {};
+        int32_t size = length_ - body;
+        if (size > 8)
+            return kFieldFailed;
+        for (int32_t i = 0; i < size; ++i)
+            word[i] = (char)(text_[body + i] & ~0x20);
+        auto is = [&](const char *name) {
+            for (int32_t i = 0; i <= size; ++i)
+                if (word[i] != name[i])
+                    return false;
+            return true;
+        };
+        if (is("INF") || is("INFINITE")) {
+            *value = sign == '-' ? -std::numeric_limits<double>::infinity()
+                                 : std::numeric_limits<double>::infinity();
+            return kFieldDone;
+        }
+        if (sign == 0 && is("NAN")) {
+            *value = std::numeric_limits<double>::quiet_NaN();
+            return kFieldDone;
+        }
+        return kFieldFailed;
+    }
+
+    ScanInput &in_;
+    int32_t remaining_;
+    int32_t length_ = 0;
+    char text_[kFieldLimit + 1];
+};
+
+} // namespace
+
+int ReadScanFloat(ScanInput &in, const char *decimalPoint, int32_t width, double *value) noexcept {
+    FloatCollector collector(in, width);
+    return collector.Read(decimalPoint, value);
+}
+
+} // namespace halv
