@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "halv_util.h"
 #include "streams/internal.h"
 
 namespace halv {
@@ -123,7 +124,9 @@ bool ScanDecimal(const char *text, int64_t *value, const char **end = nullptr) n
 bool ScanHex(const char *text, int64_t *value) noexcept;
 
 /* ASCII case-insensitive test that text starts with prefix. */
-bool StartsWithNoCase(const char *text, const char *prefix) noexcept;
+inline bool StartsWithNoCase(const char *text, const char *prefix) noexcept {
+    return HalvStrNCaseCmp(text, prefix, HalvStrLen(prefix)) == 0;
+}
 
 /* Blanks as the scanners skip them. */
 inline bool IsBlank(char c) noexcept { return c == ' ' || (c >= 9 && c <= 13); }

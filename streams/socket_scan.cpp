@@ -1,6 +1,6 @@
 /*
- * streams/socket_scan.cpp - the number and prefix tests of the HTTP head
- * and the chunk framing.
+ * streams/socket_scan.cpp - the numbers of the HTTP head and the chunk
+ * framing.
  *
  * They follow scanf's %d and %x: blanks first, then a sign, then digits;
  * but they never look at the locale, and they saturate instead of wrapping,
@@ -24,8 +24,6 @@ int DigitValue(char c, int base) noexcept {
         value = c - 'A' + 10;
     return value < base ? value : kNotADigit;
 }
-
-char FoldAscii(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 /* The shared body of both scanners once the blanks, the sign and any 0x
  * are behind text. */
@@ -68,16 +66,9 @@ bool ScanDecimal(const char *text, int64_t *value, const char **end) noexcept {
 bool ScanHex(const char *text, int64_t *value) noexcept {
     bool negative;
     text = SkipBlanksAndSign(text, &negative);
-    if (text[0] == '0' && FoldAscii(text[1]) == 'x' && DigitValue(text[2], 16) != kNotADigit)
+    if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X') && DigitValue(text[2], 16) != kNotADigit)
         text += 2;
     return ScanDigits(text, 16, negative, value, nullptr);
-}
-
-bool StartsWithNoCase(const char *text, const char *prefix) noexcept {
-    for (; *prefix != '\0'; text++, prefix++)
-        if (FoldAscii(*text) != FoldAscii(*prefix))
-            return false;
-    return true;
 }
 
 } // namespace halv

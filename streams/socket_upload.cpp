@@ -10,9 +10,9 @@
  * write first finishes the chunk before it begins another and the peer
  * always sees whole, well-formed chunks.
  */
-#include <cstdio>
 #include <cstring>
 
+#include "halv_text.h"
 #include "streams/socket_internal.h"
 
 namespace halv {
@@ -54,7 +54,7 @@ int32_t ChunkedWrite(SocketStream *s, const char *bytes, uint32_t count) noexcep
     if (s->remaining == 0 && !s->trailerOwed) {
         uint32_t size = ClampSlotCount(count);
         char line[kFrameMax];
-        int length = std::snprintf(line, sizeof line, "%x\r\n", size);
+        int32_t length = HalvSNPrintf(line, sizeof line, "%x\r\n", size);
         AppendFrame(s, line, static_cast<size_t>(length));
         s->remaining = static_cast<int32_t>(size);
         s->trailerOwed = 1;

@@ -11,10 +11,10 @@
 #include <unistd.h>
 
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 #include "halv_env.h"
+#include "halv_text.h"
 #include "streams/socket_internal.h"
 
 namespace {
@@ -73,10 +73,10 @@ bool SplitAddress(const char *text, Request *request) noexcept {
 }
 
 /* Formats one request piece; false when it doesn't fit its buffer. */
-__attribute__((format(printf, 2, 3))) bool FormatPiece(char (&piece)[kPieceSize], const char *format, ...) noexcept {
+bool FormatPiece(char (&piece)[kPieceSize], const char *format, ...) noexcept {
     va_list arguments;
     va_start(arguments, format);
-    int length = std::vsnprintf(piece, sizeof piece, format, arguments);
+    int32_t length = HalvVSNPrintf(piece, sizeof piece, format, arguments);
     va_end(arguments);
     return length >= 0 && static_cast<size_t>(length) < sizeof piece;
 }
