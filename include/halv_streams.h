@@ -154,6 +154,57 @@ HALV_API HalvIO *HalvIO_Multiplex(HalvIO *const *streams, uint32_t count) HALV_N
  * count or a stream that is no multiplex stream. */
 HALV_API int32_t HalvIOMultiplexSet(HalvIO *io, uint32_t index) HALV_NOEXCEPT;
 
+/* ------------------------------------------------------------------------
+ * Sockets and URLs
+ *
+ * IPv4 TCP streams and a small HTTP/1.1 client, as streams.  The socket
+ * descriptor is the first back-end field, a machine word right behind the
+ * slots.  flush does nothing, seek gives -1, setAutoClose is null; close
+ * sets a linger of 5 seconds, closes the socket and frees the record.  In
+ * non-blocking mode read and write give -2 where they would wait; -1 is any
+ * other socket failure, and a read of 0 means the peer has closed (or an
+ * HTTP body has ended).  A stream is used by one thread at a time.
+ * ------------------------------------------------------------------------ */
+
+/* A TCP stream.  With a nonzero backlog it listens on host (null: every
+ * local address) and port, and each read of sizeof(HalvIO *) bytes accepts
+ * a connection and stores a pointer to a new stream for it in the buffer
+ * (any other count gives -1, would-block -2); its write gives -1.  With
+ * backlog 0 it connects to host and port, and reads and writes raw bytes.
+ * blocking 0 puts the socket in non-blocking mode once it is set up;
+ * accepted connections take the listener's mode.  Result: the stream, or
+ * null when the socket, the look-up, the bind, the listen or the connect
+ * fails, or memory runs out. */
+HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backlog, int32_t blocking) HALV_NOEXCEPT;
+
+/* An HTTP/1.1 stream for url, which must begin with "http://" in any case
+ * of its letters; host[:port] follows, then the path ("/" when none).
+ * mode holding 'w' makes a PUT: every write of n > 0 bytes is sent as one
+ * chunk, and close ends the body with "0\r\n"; the server's answer is
+ * never read.  Otherwise a GET: the response must have status 200 (no
+ * redirect is followed), and read gives its body, bounded by Content-Length
+ * or by the chunks, else up to the server's close, and 0 from then on.
+ * 'n' in mode makes the socket non-blocking once the request (and a GET's
+ * head) is done; other letters have no effect.  HV_PROXY, as host[:port],
+ * sends the request there with the whole URL as its target.  Result: the
+ * stream, or null for another scheme, an unknown host, a failed connection,
+ * a request line or Host line over 511 bytes, control bytes in the URL,
+ * another status, a head line over 511 bytes, or a Content-Length that is
+ * no number from 0 to 2^31 - 1.  A read of a chunk size that is no such
+ * number gives -1, and so does every read after it. */
+HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) HALV_NOEXCEPT;
+
+/* Waits until a stream of readStreams can be read (a listening one: can
+ * accept) or one of writeStreams can be written.  A peer that has closed
+ * counts as ready; the read then gives 0.  Both arrays hold streams of
+ * HalvIO_TcpSocket or HalvIO_URL; either may be null with its count 0.  A
+ * stream may be in one wait at a time.  timeout in milliseconds, negative
+ * without limit.  Result: 1 ready (the caller tries which), 2 timed out,
+ * -1 failed, also for a null or foreign stream in a list and for empty
+ * lists with no time limit. */
+HALV_API int32_t HalvIOSelect(HalvIO *const *readStreams, uint32_t readCount, HalvIO *const *writeStreams,
+                              uint32_t writeCount, int32_t timeout) HALV_NOEXCEPT;
+
 HALV_END_DECLS
 
 /* ------------------------------------------------------------------------
