@@ -5,7 +5,9 @@
  * wants the whole stream.
  *
  * The read goes through a stream record on the stack whose read slot
- * passes each call on to the real stream and appends what came back.
+ * passes each call on to the real stream and appends what came back to a
+ * memory-only smart buffer.  The stream's position does move; what isn't
+ * lost is the bytes.
  */
 #include <cstring>
 
@@ -14,42 +16,11 @@
 
 namespace {
 
-/* The bytes taken so far, in a buffer that doubles as it fills. */
-struct Capture {
-    unsigned char *bytes = nullptr;
-    uint32_t length = 0;
-    uint32_t capacity = 0;
-    bool failed = false;
-
-    void Append(const void *data, uint32_t count) {
-        if (failed)
-            return;
-        if (count > capacity - length) {
-            uint64_t wanted = (uint64_t)length + count;
-            uint64_t grown = capacity < 256 ? 256 : (uint64_t)capacity * 2;
-            while (grown < wanted)
-                grown *= 2;
-            if (grown > UINT32_MAX)
-                grown = UINT32_MAX;
-            auto *moved = static_cast<unsigned char *>(halv_internal_realloc(bytes, (size_t)grown));
-            if (moved == nullptr || grown < wanted) {
-                failed = true;
-                if (moved != nullptr)
-                    bytes = moved;
-                return;
-            }
-            bytes = moved;
-            capacity = (uint32_t)grown;
-        }
-        std::memcpy(bytes + length, data, count);
-        length += count;
-    }
-};
-
 struct CapturingStream {
     HalvIO io;
     HalvIO *source;
-    Capture *capture;
+    HalvSmartBuffer *copy;
+    bool incomplete;
 };
 
 int32_t CapturingRead(HalvIO *io, void *buffer, uint32_t count) {
@@ -57,8 +28,26 @@ int32_t CapturingRead(HalvIO *io, void *buffer, uint32_t count) {
     int32_t got = self->source->read(self->source, buffer, count);
     if (got < 1)
         return got;
-    self->capture->Append(buffer, (uint32_t)got);
+    if (HalvSBAppend(self->copy, buffer, (uint32_t)got) != got)
+        self->incomplete = true;
     return got;
+}
+
+/* The buffer's bytes in one new block; null when there are none, they
+ * don't fit a 32-bit count, or memory runs out. */
+void *TakeAll(HalvSmartBuffer *copy, uint32_t *count) {
+    int64_t available = HalvSBBytesAvailable(copy);
+    if (available <= 0 || available > (int64_t)UINT32_MAX)
+        return nullptr;
+    void *bytes = halv_internal_calloc((size_t)available, 1);
+    if (bytes == nullptr)
+        return nullptr;
+    if (HalvSBRead(copy, bytes, (uint32_t)available) != (uint32_t)available) {
+        halv_internal_free(bytes);
+        return nullptr;
+    }
+    *count = (uint32_t)available;
+    return bytes;
 }
 
 } // namespace
@@ -69,20 +58,22 @@ HALV_API int HVHdrNonDestructiveRead(HalvIO *in, HalvUserCMData **tree, void **b
     if (in == nullptr || tree == nullptr || bytes == nullptr || count == nullptr)
         return 0;
     *bytes = nullptr;
-    Capture capture;
     CapturingStream stream{};
+    stream.copy = HalvSBInit(1, 256);
+    if (stream.copy == nullptr) {
+        *count = 0;
+        return 0;
+    }
     stream.io.read = CapturingRead;
     stream.source = in;
-    stream.capture = &capture;
     int result = HVHdrRead(&stream.io, tree);
-    if (capture.length > 0 && !capture.failed) {
-        *bytes = capture.bytes;
-        *count = capture.length;
-    } else {
-        halv_internal_free(capture.bytes);
+    *count = 0;
+    *bytes = stream.incomplete ? nullptr : TakeAll(stream.copy, count);
+    if (*bytes == nullptr) {
         *count = 0;
         result = -1;
     }
+    HalvSBFree(stream.copy);
     return result;
 }
 

@@ -242,4 +242,107 @@ TEST(HeaderChain, StructuresThroughTheirSlots) {
     HVHdrUnregisterManager(entry);
 }
 
+// ---- reading while keeping the bytes ----
+
+std::string Bytes(void *bytes, uint32_t count) { return std::string(static_cast<char *>(bytes), count); }
+
+TEST(HeaderCapture, KeepsExactlyTheBytesTakenAndHandsThemOn) {
+    const std::string stream = kStored + " tail\f junk\n" + kData;
+    Source plain(stream);
+    HalvUserCMData *expected = nullptr;
+    ASSERT_EQ(HVHdrRead(plain.io(), &expected), 1);
+
+    Source in(stream);
+    HalvUserCMData *tree = nullptr;
+    void *bytes = nullptr;
+    uint32_t count = 0;
+    ASSERT_EQ(HVHdrNonDestructiveRead(in.io(), &tree, &bytes, &count), 1);
+    EXPECT_EQ(Text(tree), Text(expected));
+    EXPECT_EQ(Bytes(bytes, count), kStored + " tail\f junk\n");
+    EXPECT_EQ(in.rest(), kData);
+
+    // The kept bytes in front of the rest of the stream read as the whole.
+    SampleFormat sample;
+    HalvIO *kept = HalvIO_Str(bytes, count);
+    ASSERT_NE(kept, nullptr);
+    HalvIO *parts[] = {kept, in.io()};
+    HalvIO *whole = HalvIO_Multiplex(parts, 2);
+    ASSERT_NE(whole, nullptr);
+    HVHdrManager m{};
+    HalvHeaderStruct *h = nullptr;
+    ASSERT_EQ(HVHdrRead_Header(whole, &m, &h), 1);
+    HalvChunk chunk{};
+    ASSERT_EQ(HVHdrToChunk(m, h, whole, &chunk), 1);
+    EXPECT_EQ(static_cast<unsigned char *>(chunk.data)[5], 250);
+    halv_internal_free(chunk.data);
+    h->free(h);
+    whole->close(whole);
+    kept->close(kept);
+    halv_internal_free(bytes);
+    HVHdrFree(tree);
+    HVHdrFree(expected);
+}
+
+TEST(HeaderCapture, FailuresStillHandOverWhatWasTaken) {
+    // Not a header: the reader's 0, and the bytes it took.
+    Source notHeader("[Raster]\nwidth: 1\n");
+    HalvUserCMData *tree = nullptr;
+    void *bytes = reinterpret_cast<void *>(&tree);
+    uint32_t count = 99;
+    EXPECT_EQ(HVHdrNonDestructiveRead(notHeader.io(), &tree, &bytes, &count), 0);
+    EXPECT_EQ(tree, nullptr);
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_GT(count, 0u);
+    EXPECT_EQ(Bytes(bytes, count), std::string("[Raster]\nwidth: 1\n").substr(0, count));
+    halv_internal_free(bytes);
+
+    // A stream that gives nothing at all: -1, no bytes.
+    Source empty("");
+    EXPECT_EQ(HVHdrNonDestructiveRead(empty.io(), &tree, &bytes, &count), -1);
+    EXPECT_EQ(bytes, nullptr);
+    EXPECT_EQ(count, 0u);
+    HVHdrFree(tree);
+    tree = nullptr;
+    EXPECT_EQ(HVHdrNonDestructiveRead(nullptr, &tree, &bytes, &count), 0);
+    EXPECT_EQ(HVHdrNonDestructiveRead(empty.io(), &tree, nullptr, &count), 0);
+    EXPECT_EQ(HVHdrNonDestructiveRead(empty.io(), &tree, &bytes, nullptr), 0);
+}
+
+TEST(HeaderCapture, HeaderAndStructForms) {
+    SampleFormat sample;
+    Source in(kStored + kMarker + kData);
+    void *bytes = nullptr;
+    uint32_t count = 0;
+    HVHdrManager m{};
+    HalvHeaderStruct *h = nullptr;
+    ASSERT_EQ(HVHdrNonDestructivRead_Header(in.io(), &bytes, &count, &m, &h), 1);
+    EXPECT_EQ(Bytes(bytes, count), kStored + kMarker);
+    EXPECT_EQ(h->dims[1], 2u);
+    EXPECT_EQ(m.loadChunk, &SampleLoadChunk);
+    h->free(h);
+    halv_internal_free(bytes);
+
+    // Bytes and count are cleared before the arguments are checked.
+    bytes = &count;
+    count = 5;
+    EXPECT_EQ(HVHdrNonDestructivRead_Header(in.io(), &bytes, &count, nullptr, &h), 0);
+    EXPECT_EQ(bytes, nullptr);
+    EXPECT_EQ(count, 0u);
+
+    // An unknown version: the manager lookup's 0, the bytes still handed over.
+    Source unknown("[ID]\nformat: sample\nversion: 9\n[End]\f\n");
+    h = nullptr;
+    EXPECT_EQ(HVHdrNonDestructivRead_Header(unknown.io(), &bytes, &count, &m, &h), 0);
+    EXPECT_EQ(h, nullptr);
+    EXPECT_EQ(Bytes(bytes, count), "[ID]\nformat: sample\nversion: 9\n[End]\f\n");
+    halv_internal_free(bytes);
+
+    // The structure form reaches toStruct, which this format lacks.
+    Source again(kStored + kMarker);
+    int structure = 0;
+    EXPECT_EQ(HVHdrNonDestructivRead_Struct(again.io(), &bytes, &count, &m, &structure), 0);
+    EXPECT_EQ(count, (uint32_t)(kStored.size() + 2));
+    halv_internal_free(bytes);
+}
+
 } // namespace
