@@ -150,10 +150,10 @@ HALV_API int HalvDLSymbolLookup(void *handle, const char *symbol, void **out) HA
  * <defaultLibrary> when that doesn't load.  A symbol missing as written is
  * tried with a leading underscore.  1 with *out set; -1 with *out null when
  * a library can't be loaded; 0 with *out null when the symbol is missing. */
-HALV_API int HalvRetrieveFunc(const char *specification, const char *defaultLibrary, void **out) HALV_NOEXCEPT;
+HALV_API int HalvRetrieveFunc(const char *retrieval, const char *defaultLibrary, void **out) HALV_NOEXCEPT;
 
 /* HalvRetrieveFunc with the default library "halv". */
-HALV_API int HalvRetrieveInit(const char *specification, HalvInitPoint *out) HALV_NOEXCEPT;
+HALV_API int HalvRetrieveInit(const char *retrieval, HalvInitPoint *out) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
  * The library registry
@@ -188,7 +188,7 @@ HALV_API int HalvFindAllFuncDesc(HalvFuncDesc ***array) HALV_NOEXCEPT;
 HALV_API int HalvFindAndReadFuncDesc(const char *name, HalvFuncDesc *desc) HALV_NOEXCEPT;
 
 /* Finds the init point of function name through the registered bundles:
- * the module's own, or its description's init specification.  1 with *out
+ * the module's own, or its description's init retrieval text.  1 with *out
  * set; 0 otherwise, *out untouched. */
 HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) HALV_NOEXCEPT;
 

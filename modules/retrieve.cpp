@@ -1,7 +1,7 @@
 /*
  * modules/retrieve.cpp - from "lib1,lib2!symbol" to an address.
  *
- * Every library of a specification is loaded through the cache; the symbol
+ * Every library of a retrieval text is loaded through the cache; the symbol
  * is looked up in the first.  A library that fails at the '!' is replaced by
  * the default library, one that fails at a ',' ends the retrieval.
  */
@@ -14,14 +14,14 @@ namespace {
 constexpr char kBundlePrefix[] = "dpk_";
 constexpr size_t kSymbolSize = 1023; /* symbol text, terminator included */
 
-/* Loads the libraries before the '!' of specification.  The first handle,
+/* Loads the libraries before the '!' of retrieval text.  The first handle,
  * or null when a library (and, at the '!', the default) can't be loaded;
  * *symbol points behind the '!'. */
-void *LoadListedLibraries(const char *specification, const char *defaultLibrary, const char **symbol) noexcept {
+void *LoadListedLibraries(const char *retrieval, const char *defaultLibrary, const char **symbol) noexcept {
     char name[halv::kLibraryNameSize];
     size_t used = 0;
     void *first = nullptr;
-    for (const char *p = specification;; ++p) {
+    for (const char *p = retrieval;; ++p) {
         if (*p != ',' && *p != '!') {
             if (used + 1 >= sizeof name)
                 return nullptr;
@@ -79,17 +79,17 @@ int LookUp(void *handle, const char *symbol, void **out) noexcept {
 
 extern "C" {
 
-/* Resolves a retrieval specification; see halv_modules.h.  1, -1 (a library
+/* Resolves a retrieval text; see halv_modules.h.  1, -1 (a library
  * missing) or 0 (symbol missing, or a null argument). */
-HALV_API int HalvRetrieveFunc(const char *specification, const char *defaultLibrary, void **out) noexcept {
+HALV_API int HalvRetrieveFunc(const char *retrieval, const char *defaultLibrary, void **out) noexcept {
     if (out == nullptr)
         return 0;
     *out = nullptr;
-    if (specification == nullptr)
+    if (retrieval == nullptr)
         return 0;
-    const char *symbol = specification;
-    void *handle = std::strchr(specification, '!') != nullptr
-                       ? LoadListedLibraries(specification, defaultLibrary, &symbol)
+    const char *symbol = retrieval;
+    void *handle = std::strchr(retrieval, '!') != nullptr
+                       ? LoadListedLibraries(retrieval, defaultLibrary, &symbol)
                        : LoadDefaultLibrary(defaultLibrary);
     if (handle == nullptr)
         return -1;
@@ -97,11 +97,11 @@ HALV_API int HalvRetrieveFunc(const char *specification, const char *defaultLibr
 }
 
 /* HalvRetrieveFunc with the default library "halv". */
-HALV_API int HalvRetrieveInit(const char *specification, HalvInitPoint *out) noexcept {
+HALV_API int HalvRetrieveInit(const char *retrieval, HalvInitPoint *out) noexcept {
     if (out == nullptr)
         return 0;
     void *address = nullptr;
-    int result = HalvRetrieveFunc(specification, "halv", &address);
+    int result = HalvRetrieveFunc(retrieval, "halv", &address);
     *out = reinterpret_cast<HalvInitPoint>(address);
     return result;
 }

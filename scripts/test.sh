@@ -16,6 +16,8 @@ run_suite() { # build-dir sanitizer target-pattern [ctest args...]
     # Build just the test programs the pass runs (and what they link).
     local targets
     targets=$(ls tests/ | sed -n "s/^\(${only}\)\.cpp$/\1/p")
+    # The build tree's registry names the sample bundles: build them too.
+    targets="$targets $(ls -d plugins/*/ | sed 's|plugins/\(.*\)/|dpk_\1|')"
     cmake --build "$dir" -j"$jobs" --target $targets
   fi
   ctest --test-dir "$dir" --output-on-failure -j"$jobs" "$@"

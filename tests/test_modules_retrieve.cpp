@@ -1,5 +1,5 @@
 /*
- * Shared objects and retrieval specifications, on real bundle files beside
+ * Shared objects and retrieval texts, on real bundle files beside
  * this program.
  */
 #include "modules_support.h"
@@ -57,7 +57,7 @@ TEST(ModulesRetrieve, OpenCloseAndLookUp) {
     EXPECT_EQ(HalvDLClose(nullptr), 0);
 }
 
-TEST(ModulesRetrieve, SpecificationForms) {
+TEST(ModulesRetrieve, RetrievalTextForms) {
     Started engine;
     void *fn = nullptr;
     /* a plain symbol: dpk_<default> first */

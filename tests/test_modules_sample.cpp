@@ -1,7 +1,7 @@
 /*
  * The sample bundle's functions, run on chunks of scanlines through their
  * init points as a host finds them: by name through the registry, and by a
- * description file's init specification.
+ * description file's init retrieval text.
  */
 #include "modules_support.h"
 
