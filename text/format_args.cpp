@@ -131,6 +131,16 @@ constexpr Fetcher kPrintFetchers[] = {
 
 } // namespace
 
+int32_t ResolveBase(const HalvFormatParameter &p, const FormatTable &table) noexcept {
+    if ((p.flags & kFlagBaseArg) == 0)
+        return p.base;
+    const int32_t base = static_cast<int32_t>(table[p.base].data.i);
+    if (base >= 2 && base <= 36)
+        return base;
+    const char conversion = ConversionOf(p);
+    return conversion == 'a' || conversion == 'A' ? 16 : 10;
+}
+
 void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept {
     ArgumentReader reader(args);
     for (int32_t i = 0; i < count; ++i) {

@@ -50,17 +50,57 @@ inline char ConversionOf(const HalvFormatParameter &p) noexcept {
     return static_cast<char>(p.flags >> kConversionShift);
 }
 
-/* True when an integer of this size is read and printed in 64 bits: ll, j,
- * I64, and the pointer-sized l, z and t.  A wide size outranks h. */
+/* True when an integer of this size is read, printed and stored in 64 bits:
+ * ll, j, I64, and the pointer-sized l, z and t.  An I size decides alone;
+ * otherwise a wide size outranks h. */
 inline bool IsWideInteger(const HalvFormatParameter &p) noexcept {
     if (p.flags & kFlagSizeI)
         return p.varsize == 8;
     return (p.flags & (kFlagSizeL | kFlagSizeLL | kFlagSizeZ | kFlagSizeT | kFlagSizeJ)) != 0;
 }
 
-/* True when %n stores 16 bits. */
-inline bool IsShortInteger(const HalvFormatParameter &p) noexcept {
-    return (p.flags & (kFlagSizeH | kFlagSizeHH)) != 0 && !IsWideInteger(p);
+/* The bytes a %n count, or a scanned integer, is stored in: 8 for the wide
+ * sizes, 2 for h and hh, 4 for none and for I8, I16 and I32. */
+inline int IntegerStoreBytes(const HalvFormatParameter &p) noexcept {
+    if (IsWideInteger(p))
+        return 8;
+    if ((p.flags & kFlagSizeI) == 0 && (p.flags & (kFlagSizeH | kFlagSizeHH)) != 0)
+        return 2;
+    return 4;
+}
+
+/* Stores value through target in the width IntegerStoreBytes gives; the
+ * value is cut to that width.  A null target is passed over. */
+inline void StoreInteger(const HalvFormatParameter &p, void *target, uint64_t value) noexcept {
+    if (target == nullptr)
+        return;
+    switch (IntegerStoreBytes(p)) {
+    case 2:
+        *static_cast<int16_t *>(target) = static_cast<int16_t>(value);
+        break;
+    case 4:
+        *static_cast<int32_t *>(target) = static_cast<int32_t>(value);
+        break;
+    default:
+        *static_cast<int64_t *>(target) = static_cast<int64_t>(value);
+        break;
+    }
+}
+
+/* The conversions whose value has a sign. */
+inline bool IsSignedConversion(char conversion) noexcept {
+    return conversion == 'd' || conversion == 'i';
+}
+
+/* The record a call works with: the caller's, or the fixed one. */
+inline const HalvLocale *LocaleOrFixed(const HalvLocale *locale) noexcept {
+    return locale != nullptr ? locale : HalvGetHalvernLocale();
+}
+
+/* The decimal point of a call; a record without one has the fixed ".". */
+inline const char *DecimalPointOf(const HalvFormatContext &context) noexcept {
+    const HalvLocale *locale = context.locale;
+    return locale != nullptr && locale->decimalPoint != nullptr ? locale->decimalPoint : ".";
 }
 
 enum class FormatMode { Print = 1, Scan = 2 };
@@ -72,6 +112,16 @@ using FormatTable = HalvFormatParameter[HALV_FORMAT_MAX_ARGS];
  * suppresses instead of taking an argument and "%[" is a group, whose entry
  * keeps the format offset just behind its '[' in `base`. */
 int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept;
+
+/* Where the set of a "%[" ends.  `set` is the text behind the '['; a leading
+ * '^', and then a leading ']' or '-', belong to the set, and from there '['
+ * and ']' pair up.  Gives the closing ']', or the format's terminating NUL
+ * when none closes the set. */
+const char *GroupEnd(const char *set) noexcept;
+
+/* The base of an entry, its '*' argument resolved: an argument outside 2 to
+ * 36 gives the conversion's default. */
+int32_t ResolveBase(const HalvFormatParameter &p, const FormatTable &table) noexcept;
 
 /* Where the arguments come from: a va_list, or an array of pointers. */
 struct FormatArgs {

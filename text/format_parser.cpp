@@ -66,7 +66,7 @@ constexpr auto kByteRules = [] {
 /* What a size letter sets: `once` the first time, `twice` in its place the
  * second time ("hh", "ll"); a letter that is no counted pair has both the
  * same and may repeat.  A third 'h' or 'l' is malformed, and so is an I size
- * beside any other size. */
+ * behind any other size.  Sizes behind an I are taken, and the I decides. */
 struct SizeRule {
     uint32_t once;
     uint32_t twice;
@@ -85,7 +85,7 @@ constexpr SizeRule kSizeRules[kSizeLetters] = {
 /* The size flags after one more letter, or 0 when the sizes are malformed. */
 uint32_t AddSize(uint32_t sizes, SizeLetter letter) noexcept {
     const SizeRule rule = kSizeRules[letter];
-    if ((sizes & kFlagSizeI) || (letter == kLetterI && sizes != 0))
+    if (letter == kLetterI && sizes != 0)
         return 0;
     if (rule.once == rule.twice || (sizes & (rule.once | rule.twice)) == 0)
         return sizes | rule.once;
@@ -300,30 +300,15 @@ private:
             entry.base = base_;
         }
         if (rule.type == HALV_FORMAT_GROUP) {
+            /* A group has no base: the slot keeps where its set starts. */
+            entry.flags &= ~kFlagBaseArg;
             entry.base = static_cast<int32_t>(p - format_);
-            SkipGroup(p);
+            p = GroupEnd(p);
+            if (*p == ']')
+                ++p;
         }
         entry.indexAfterSpecifier = static_cast<int32_t>(p - format_);
         return 0;
-    }
-
-    /* Moves p behind the set of a "%[": a leading '^', then a leading ']' or
-     * '-' are members, and from there '[' and ']' pair up.  The end of the
-     * format ends the set too. */
-    static void SkipGroup(const char *&p) noexcept {
-        if (*p == '^')
-            ++p;
-        if (*p == ']' || *p == '-')
-            ++p;
-        int depth = 1;
-        for (; *p != '\0'; ++p) {
-            if (*p == '[') {
-                ++depth;
-            } else if (*p == ']' && --depth == 0) {
-                ++p;
-                return;
-            }
-        }
     }
 
     const char *format_;
@@ -341,6 +326,21 @@ private:
 
 } // namespace
 
+const char *GroupEnd(const char *set) noexcept {
+    const char *p = set;
+    if (*p == '^')
+        ++p;
+    if (*p == ']' || *p == '-')
+        ++p;
+    for (int depth = 1; *p != '\0'; ++p) {
+        if (*p == '[')
+            ++depth;
+        else if (*p == ']' && --depth == 0)
+            break;
+    }
+    return p;
+}
+
 int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept {
     if (format == nullptr)
         return HALV_FORMAT_MALFORMED;
@@ -351,6 +351,10 @@ int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noe
             p += 2;
             continue;
         }
+        /* The limit comes first: a 65th directive is too many even when it
+         * would also be malformed. */
+        if (count >= HALV_FORMAT_MAX_ARGS)
+            return HALV_FORMAT_TOO_MANY_ARGS;
         ++p;
         const int32_t result = DirectiveParser(format, mode, table, count).Parse(p);
         if (result < 0)

@@ -19,10 +19,6 @@
 namespace halv {
 namespace {
 
-const HalvLocale *LocaleOrFixed(const HalvLocale *locale) noexcept {
-    return locale != nullptr ? locale : HalvGetHalvernLocale();
-}
-
 void InitSink(PrintSink &sink, const PrintSinkOps &ops, const HalvLocale *locale, void *location) noexcept {
     std::memset(&sink, 0, sizeof sink);
     sink.ops = &ops;
@@ -51,8 +47,11 @@ void FillByRuns(PrintSink &sink, char byte, uint32_t count) noexcept {
 
 /* ---- Stream ---------------------------------------------------------- */
 
-/* One byte the way the stream layer writes a run: a negative slot result is
- * passed on, 0 means nothing taken.  Only 1 counts as taken. */
+/* One write call of one byte, as a byte-wide transfer over the write slot
+ * goes: a missing slot fails, and only a result of exactly 1 counts as
+ * taken.  The slot's answer is kept as it is, so a slot that claims more
+ * than the one byte it was offered reads as a refusal; the library's
+ * transfer helper caps such a claim at the count, which would hide it. */
 int32_t WriteOneByte(HalvIO *io, char byte) noexcept {
     if (io->write == nullptr)
         return -1;
