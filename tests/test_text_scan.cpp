@@ -336,6 +336,17 @@ TEST(TextScan, CharacterSets) {
     int v = 0;
     EXPECT_EQ(HalvSScanf("5 x", "%d %[z-a]", &v, a), HALV_SCAN_BAD_RANGE);
     EXPECT_EQ(v, 5);
+    /* A lone leading ']' with the format ending behind it is the whole set;
+     * "]-" both lead, and the ']' behind them closes. */
+    EXPECT_EQ(HalvSScanf("]]x", "%[]", a), 1);
+    EXPECT_STREQ(a, "]]");
+    EXPECT_EQ(HalvSScanf("-]-x", "%[]-]%s", a, b), 2);
+    EXPECT_STREQ(a, "-]-");
+    EXPECT_STREQ(b, "x");
+    /* A '*' base on a set still takes its argument, and means nothing. */
+    EXPECT_EQ(HalvSScanf("ab 7", "%..*[ab] %d", 99, a, &v), 2);
+    EXPECT_STREQ(a, "ab");
+    EXPECT_EQ(v, 7);
 }
 
 TEST(TextScan, Pointers) {

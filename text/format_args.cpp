@@ -129,6 +129,19 @@ constexpr Fetcher kPrintFetchers[] = {
     FetchPointer,     /* HALV_FORMAT_GROUP */
 };
 
+void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept {
+    ArgumentReader reader(args);
+    for (int32_t i = 0; i < count; ++i) {
+        HalvFormatParameter &p = table[i];
+        if (p.flags & kFlagSuppress)
+            continue;
+        if (mode == FormatMode::Scan && p.type != HALV_FORMAT_STAR)
+            FetchPointer(p, reader);
+        else
+            kPrintFetchers[p.type](p, reader);
+    }
+}
+
 } // namespace
 
 int32_t ResolveBase(const HalvFormatParameter &p, const FormatTable &table) noexcept {
@@ -141,17 +154,11 @@ int32_t ResolveBase(const HalvFormatParameter &p, const FormatTable &table) noex
     return conversion == 'a' || conversion == 'A' ? 16 : 10;
 }
 
-void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept {
-    ArgumentReader reader(args);
-    for (int32_t i = 0; i < count; ++i) {
-        HalvFormatParameter &p = table[i];
-        if (p.flags & kFlagSuppress)
-            continue;
-        if (mode == FormatMode::Scan && p.type != HALV_FORMAT_STAR)
-            FetchPointer(p, reader);
-        else
-            kPrintFetchers[p.type](p, reader);
-    }
+int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args) noexcept {
+    const int32_t count = ParseFormat(format, mode, table);
+    if (count > 0)
+        FetchArguments(table, count, mode, args);
+    return count;
 }
 
 } // namespace halv

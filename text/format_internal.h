@@ -129,10 +129,12 @@ struct FormatArgs {
     void *const *array; /* the L forms; entry i belongs to the i-th argument */
 };
 
-/* Fetches the argument of every entry, in table order, into its data.  Print
- * mode reads values by type and size; scan mode reads a pointer for every
- * entry but '*' ones, and nothing for suppressed ones. */
-void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept;
+/* Parses `format` into `table` and then fetches the argument of every
+ * entry, in table order, into its data; a format that fails to parse
+ * fetches nothing.  Print mode reads values by type and size; scan mode
+ * reads a pointer for every entry but '*' ones, and nothing for suppressed
+ * ones.  Result: that of ParseFormat. */
+int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args) noexcept;
 
 /* The next '%' of a format, or its terminating NUL.  Literal runs between
  * directives are short, so a plain loop beats a library search here. */

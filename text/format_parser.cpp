@@ -41,9 +41,7 @@ enum SizeLetter : uint8_t { kLetterH, kLetterL, kLetterLD, kLetterZ, kLetterT, k
 constexpr auto kByteRules = [] {
     struct {
         ByteRule rule[256];
-    } t{};
-    for (auto &r : t.rule)
-        r = {ByteKind::Conversion, 0};
+    } t{}; /* zeroed: every byte not listed is a Conversion */
     t.rule[' '] = {ByteKind::Flag, kFlagBlank};
     t.rule['+'] = {ByteKind::Flag, kFlagPlus};
     t.rule['-'] = {ByteKind::Flag, kFlagLeft};
@@ -105,9 +103,7 @@ struct ConversionRule {
 constexpr auto kConversionRules = [] {
     struct {
         ConversionRule rule[256];
-    } t{};
-    for (auto &r : t.rule)
-        r = {0, 0, 0};
+    } t{}; /* zeroed: type 0, no conversion */
     t.rule['d'] = {HALV_FORMAT_INTEGER, 10, 10};
     t.rule['i'] = {HALV_FORMAT_INTEGER, 0, 10};
     t.rule['u'] = {HALV_FORMAT_INTEGER, 0, 10};

@@ -79,10 +79,9 @@ void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintF
 
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
-    const int32_t count = ParseFormat(format, FormatMode::Print, table);
+    const int32_t count = PrepareFormat(format, FormatMode::Print, table, args);
     if (count < 0)
         return count;
-    FetchArguments(table, count, FormatMode::Print, args);
     OutputPass(sink, format, table);
     return sink.context.error != 0 ? sink.context.error : sink.context.processed;
 }

@@ -12,7 +12,7 @@ extern "C" {
 /* Stream: each byte is one write call on the stream; a byte it refuses
  * makes the result HALV_FORMAT_STREAM_ERROR while the rest is still
  * offered.  A null stream only counts. */
-HALV_FORMAT_FAMILY(halv::PrintToStream, (HalvIO * io), (io), HalvIOPrintf, HalvIOPrintfl, HalvIOVPrintf,
+HALV_FORMAT_FAMILY(halv::PrintToStream, (HalvIO *io), (io), HalvIOPrintf, HalvIOPrintfl, HalvIOVPrintf,
                    HalvIOVPrintfl, HalvIOLPrintf, HalvIOLPrintfl)
 
 /* Buffer without bound: the text and a terminator; the buffer must hold

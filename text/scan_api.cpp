@@ -28,7 +28,7 @@ extern "C" {
 HALV_FORMAT_FAMILY(ScanText, (const char *text), (text), HalvSScanf, HalvSScanfl, HalvVSScanf, HalvVSScanfl,
                    HalvLSScanf, HalvLSScanfl)
 
-HALV_FORMAT_FAMILY(ScanStream, (HalvIO * io), (io), HalvIOScanf, HalvIOScanfl, HalvIOVScanf, HalvIOVScanfl,
+HALV_FORMAT_FAMILY(ScanStream, (HalvIO *io), (io), HalvIOScanf, HalvIOScanfl, HalvIOVScanf, HalvIOVScanfl,
                    HalvIOLScanf, HalvIOLScanfl)
 
 } // extern "C"

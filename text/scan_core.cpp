@@ -162,10 +162,9 @@ int32_t RunScanLoop(ScanSource &in, const ScanCall &call, int32_t entries) {
 
 int32_t ScanCore(ScanSource &in, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
-    const int32_t entries = ParseFormat(format, FormatMode::Scan, table);
+    const int32_t entries = PrepareFormat(format, FormatMode::Scan, table, args);
     if (entries < 0)
         return entries;
-    FetchArguments(table, entries, FormatMode::Scan, args);
     in.Advance(); /* the look-ahead, read even for a format that asks nothing */
     const int32_t result = RunScanLoop(in, ScanCall{format, table}, entries);
     return in.context.error != 0 ? in.context.error : result;

@@ -80,6 +80,22 @@ int32_t Limit(const HalvFormatParameter &p) {
     return p.width > 0 ? p.width : kNoWidth;
 }
 
+/* Takes up to limit characters while keep(byte) holds, each escape resolved
+ * when asked to, into out (null: nowhere); gives the number taken.  An
+ * escape without its number ends the field. */
+template <class Keep>
+int32_t TakeChars(ScanSource &in, int32_t limit, char *out, bool escapes, Keep keep) {
+    int32_t n = 0;
+    for (; n < limit && in.Current() != -1 && keep(in.Current()); ++n) {
+        const int c = TakeFieldChar(in, escapes);
+        if (c < 0)
+            break;
+        if (out != nullptr)
+            out[n] = (char)c;
+    }
+    return n;
+}
+
 /* Takes the run of bytes that keep accepts into out (null: nowhere) and
  * closes it with a terminator. */
 template <class Keep>
@@ -142,38 +158,23 @@ int BuildSet(const char *format, const HalvFormatParameter &p, unsigned char *me
 } // namespace
 
 int ReadScanChars(ScanSource &in, const HalvFormatParameter &p) noexcept {
-    char *out = Destination(p);
-    const bool escapes = (p.flags & kFlagAlt) != 0;
     const int32_t count = p.width > 0 ? p.width : 1;
-    for (int32_t n = 0; n < count && in.Current() != -1; ++n) {
-        int c = TakeFieldChar(in, escapes);
-        if (c < 0)
-            break;
-        if (out != nullptr)
-            out[n] = (char)c;
-    }
+    TakeChars(in, count, Destination(p), (p.flags & kFlagAlt) != 0, [](int32_t) { return true; });
     return kFieldDone;
 }
 
 int ReadScanString(ScanSource &in, const HalvFormatParameter &p) noexcept {
     char *out = Destination(p);
-    const int32_t limit = Limit(p);
+    const auto notSpace = [](int32_t c) { return !IsScanSpace(c); };
     SkipScanSpace(in);
     if (!(p.flags & kFlagAlt)) {
-        TakeIntoString(in, limit, out, [](int32_t c) { return !IsScanSpace(c); });
+        TakeIntoString(in, Limit(p), out, notSpace);
         return kFieldDone;
     }
     /* With escapes one character of the width may be several bytes. */
-    int32_t n = 0;
-    for (; n < limit && in.Current() != -1 && !IsScanSpace(in.Current()); ++n) {
-        int c = TakeFieldChar(in, true);
-        if (c < 0)
-            break;
-        if (out != nullptr)
-            out[n] = (char)c;
-    }
+    const int32_t taken = TakeChars(in, Limit(p), out, true, notSpace);
     if (out != nullptr)
-        out[n] = '\0';
+        out[taken] = '\0';
     return kFieldDone;
 }
 
