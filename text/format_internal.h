@@ -15,6 +15,7 @@
 #include <stdint.h>
 
 #include "halv_text.h"
+#include "text/locale_internal.h"
 
 namespace halv {
 
@@ -92,9 +93,10 @@ inline bool IsSignedConversion(char conversion) noexcept {
     return conversion == 'd' || conversion == 'i';
 }
 
-/* The record a call works with: the caller's, or the fixed one. */
+/* The record a call works with: the caller's, or the fixed one of
+ * HalvGetHalvernLocale(). */
 inline const HalvLocale *LocaleOrFixed(const HalvLocale *locale) noexcept {
-    return locale != nullptr ? locale : HalvGetHalvernLocale();
+    return locale != nullptr ? locale : &kHalvernLocale;
 }
 
 /* The decimal point of a call; a record without one has the fixed ".". */
@@ -119,9 +121,17 @@ int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noe
  * when none closes the set. */
 const char *GroupEnd(const char *set) noexcept;
 
-/* The base of an entry, its '*' argument resolved: an argument outside 2 to
- * 36 gives the conversion's default. */
-int32_t ResolveBase(const HalvFormatParameter &p, const FormatTable &table) noexcept;
+/* The base a conversion has by default, for a '*' base argument outside 2
+ * to 36. */
+int32_t DefaultBase(const HalvFormatParameter &p) noexcept;
+
+/* The base of an entry, its '*' argument resolved. */
+inline int32_t ResolveBase(const HalvFormatParameter &p, const FormatTable &table) noexcept {
+    if ((p.flags & kFlagBaseArg) == 0)
+        return p.base;
+    const auto base = static_cast<int32_t>(table[p.base].data.i);
+    return base >= 2 && base <= 36 ? base : DefaultBase(p);
+}
 
 /* Where the arguments come from: a va_list, or an array of pointers. */
 struct FormatArgs {
@@ -134,7 +144,14 @@ struct FormatArgs {
  * fetches nothing.  Print mode reads values by type and size; scan mode
  * reads a pointer for every entry but '*' ones, and nothing for suppressed
  * ones.  Result: that of ParseFormat. */
-int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args) noexcept;
+void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept;
+
+inline int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args) noexcept {
+    const int32_t count = ParseFormat(format, mode, table);
+    if (count > 0)
+        FetchArguments(table, count, mode, args);
+    return count;
+}
 
 /* The next '%' of a format, or its terminating NUL.  Literal runs between
  * directives are short, so a plain loop beats a library search here. */

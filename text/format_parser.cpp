@@ -209,11 +209,17 @@ private:
     int32_t NewEntry(int32_t type) noexcept {
         if (count_ >= HALV_FORMAT_MAX_ARGS)
             return -1;
+        /* Field by field: the engine reads these back at once, and a narrow
+         * load from inside one wide clearing store can stall. */
         HalvFormatParameter &entry = table_[count_];
-        entry = HalvFormatParameter{};
         entry.type = type;
+        entry.flags = 0;
+        entry.width = 0;
         entry.precision = -1;
+        entry.base = 0;
         entry.varsize = -1;
+        entry.indexAfterSpecifier = 0;
+        entry.data.u = 0;
         return count_++;
     }
 
