@@ -16,6 +16,7 @@
 
 #include "core/internal.h"
 #include "halv_env.h"
+#include "modules/internal.h"
 #include "thread/internal.h"
 
 namespace {
@@ -72,9 +73,9 @@ void ReadDebugSwitches() noexcept {
         engine.debugSwitches[i].store(HalvGetenv(kDebugVariables[i]) != nullptr ? 1 : 0, std::memory_order_relaxed);
 }
 
-/* Registry step and its undo; the registry is wired in by the modules layer. */
-int LoadRegistry() noexcept { return 1; }
-int UnregisterLibraries() noexcept { return 1; }
+/* Registry step and its undo, both kept by the modules layer. */
+int LoadRegistry() noexcept { return halv::LoadRegistry(); }
+int UnregisterLibraries() noexcept { return halv::UnregisterBootLibraries(); }
 
 HalvCleanupEntry *NewestCleanup() noexcept {
     EnterHashLock(kCleanupLockIndex);

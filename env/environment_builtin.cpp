@@ -3,10 +3,12 @@
  * nothing else answers: the release directory, and the last resorts for
  * HOME, TEMP and PWD.
  *
- * Both are computed once, under the ENVV lock, into static buffers that
- * outlive HalvernEnd: the executable doesn't move, and a directory that a
- * caller got must stay valid.
+ * Both are computed once per process, through pthread_once since lookups
+ * run before HalvernInit too, when no engine lock exists yet.  They live in
+ * static buffers that outlive HalvernEnd: the executable doesn't move, and
+ * a directory that a caller got must stay valid.
  */
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -21,18 +23,18 @@ constexpr char kSeparator = '/';
 
 struct ReleaseState {
     char directory[kBufferSize];
-    bool computed;
     bool failed;
 };
 
 struct LastResortState {
     char temp[kBufferSize];
     char pwd[kBufferSize];
-    bool computed;
 };
 
 constinit ReleaseState release = {};
 constinit LastResortState lastResorts = {};
+pthread_once_t releaseOnce = PTHREAD_ONCE_INIT;
+pthread_once_t lastResortsOnce = PTHREAD_ONCE_INIT;
 
 /* Copies text into a buffer of kBufferSize bytes, cut to fit. */
 void CopyBounded(char *buffer, const char *text) noexcept {
@@ -74,7 +76,16 @@ void ComputeLastResorts() noexcept {
     CopyBounded(lastResorts.temp, tmpdir != nullptr && *tmpdir != '\0' ? tmpdir : "/tmp");
     if (getcwd(lastResorts.pwd, kBufferSize) == nullptr)
         CopyBounded(lastResorts.pwd, ".");
-    lastResorts.computed = true;
+}
+
+void ComputeReleaseDirectory() noexcept {
+    const char *executableDirectory = HalvGetExecutablePath();
+    if (executableDirectory == nullptr) {
+        release.failed = true;
+        return;
+    }
+    CopyBounded(release.directory, executableDirectory);
+    DeriveReleaseDirectory(release.directory);
 }
 
 } // namespace
@@ -82,24 +93,12 @@ void ComputeLastResorts() noexcept {
 namespace halv {
 
 const char *ReleaseDirectory() noexcept {
-    if (release.failed)
-        return nullptr;
-    if (!release.computed) {
-        const char *executableDirectory = HalvGetExecutablePath();
-        if (executableDirectory == nullptr) {
-            release.failed = true;
-            return nullptr;
-        }
-        CopyBounded(release.directory, executableDirectory);
-        DeriveReleaseDirectory(release.directory);
-        release.computed = true;
-    }
-    return release.directory;
+    pthread_once(&releaseOnce, ComputeReleaseDirectory);
+    return release.failed ? nullptr : release.directory;
 }
 
 const char *LastResort(const char *name) noexcept {
-    if (!lastResorts.computed)
-        ComputeLastResorts();
+    pthread_once(&lastResortsOnce, ComputeLastResorts);
     const struct {
         const char *name;
         const char *value;

@@ -1,10 +1,12 @@
 /*
  * env/exepath.cpp - the directory of the running executable.
  *
- * Read once from /proc/self/exe under the SHRD lock and kept for the life of
- * the process, failure included: the shared-object loader and the release
- * directory both ask for it, and the answer can't change.
+ * Read once from /proc/self/exe and kept for the life of the process,
+ * failure included: the shared-object loader and the release directory both
+ * ask for it, and the answer can't change.  pthread_once makes the one read
+ * safe before HalvernInit too, when the SHRD lock doesn't exist yet.
  */
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -17,11 +19,11 @@ constexpr size_t kPathSize = 1024;
 
 struct ExecutablePath {
     char directory[kPathSize];
-    bool done;
     bool failed;
 };
 
 constinit ExecutablePath executable = {};
+pthread_once_t executableOnce = PTHREAD_ONCE_INIT;
 
 /* Fills executable.directory; false when the path can't be read whole. */
 bool ReadExecutableDirectory() noexcept {
@@ -36,16 +38,14 @@ bool ReadExecutableDirectory() noexcept {
     return true;
 }
 
+void ComputeExecutableDirectory() noexcept { executable.failed = !ReadExecutableDirectory(); }
+
 } // namespace
 
 extern "C" {
 
 HALV_API const char *HalvGetExecutablePath(void) noexcept {
-    halv::ScopedKeyLock<HALV_LOCK_SHRD> lock;
-    if (!executable.done) {
-        executable.failed = !ReadExecutableDirectory();
-        executable.done = true;
-    }
+    pthread_once(&executableOnce, ComputeExecutableDirectory);
     return executable.failed ? nullptr : executable.directory;
 }
 

@@ -116,6 +116,235 @@ HALV_API int HalvWinToFWin(int32_t width, int32_t height, const int32_t *win, do
 HALV_API int HalvCropWin(int32_t width, uint32_t height, int32_t *win) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
+ * The generic header record
+ * ------------------------------------------------------------------------ */
+
+/* Sets copy and free to the generic ones and endian to the machine's order;
+ * touches nothing else.  1, or 0 for null. */
+HALV_API int HalvInitGenericHeader(HalvHeaderStruct *header) HALV_NOEXCEPT;
+/* HalvAllocArray of count items of itemSize bytes, each item that exists
+ * then prepared as by HalvInitGenericHeader.  1, or 0 when the array can't
+ * be made. */
+HALV_API int HalvAllocHeaders(HalvHeaderStruct ***array, int32_t count, uint32_t itemSize) HALV_NOEXCEPT;
+/* New generic record with the same numbers and slots and a duplicate of
+ * userData; null when memory runs out (nothing is left behind). */
+HALV_API HalvHeaderStruct *HalvGenericHeaderCopy(HalvHeaderStruct *header) HALV_NOEXCEPT;
+/* Frees userData and the record; null does nothing. */
+HALV_API void HalvGenericHeaderFree(HalvHeaderStruct *header) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * The manager table: twelve entries of format name, version, type code and
+ * the nine slots.  Lookups fold ASCII case; all table work holds the HDRM
+ * lock and hands out copies of the slots.
+ * ------------------------------------------------------------------------ */
+
+#define HVHDR_MANAGER_ENTRIES 12
+#define HVHDR_NAME_BYTES 32
+
+/* A table entry; its address stays valid for the life of the library. */
+typedef struct HVHdrManagerEntry HVHdrManagerEntry;
+
+/* Stores manager under format and version: in the entry that already has
+ * them (case ignored), else in the first free one.  The entry's type code
+ * becomes -1, so it is found by name alone.  Names are cut to 32 bytes.
+ * 1 with *handle set, or 0 for a null argument or a full table. */
+HALV_API int HVHdrRegisterManager(const char *format, const char *version, const HVHdrManager *manager,
+                                  HVHdrManagerEntry **handle) HALV_NOEXCEPT;
+/* Empties the entry; 1, or 0 for null. */
+HALV_API int HVHdrUnregisterManager(HVHdrManagerEntry *handle) HALV_NOEXCEPT;
+/* Copies out the slots of the first entry with format and version (case
+ * ignored, no fallback to another version).  1, or 0 when none has them. */
+HALV_API int HVHdrGetManager_Str(const char *format, const char *version, HVHdrManager *manager) HALV_NOEXCEPT;
+/* The same for the first entry with type code type. */
+HALV_API int HVHdrGetManager_Type(int32_t type, HVHdrManager *manager) HALV_NOEXCEPT;
+/* HVHdrGetManager_Str with ID/format and ID/version of tree; 0 without a
+ * format. */
+HALV_API int HVHdrGetManager(HalvUserCMData *tree, HVHdrManager *manager) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Calls through a manager.  A header's own loadChunk, fromHeader and
+ * emitChunk go before the manager's, so a header stays in its format.
+ * ------------------------------------------------------------------------ */
+
+/* toHeader(tree, header); on 1 the manager's slots are bound to the new
+ * header.  0 for a null toHeader, tree or pointer, else toHeader's result. */
+HALV_API int HVHdrToHeader(HVHdrManager manager, HalvUserCMData *tree, HalvHeaderStruct **header) HALV_NOEXCEPT;
+/* createHeader(header), binding the slots on 1.  0 (with a debug message)
+ * for a manager without toHeader or a null pointer; else the method's. */
+HALV_API int HVHdrCreateHeader(HVHdrManager manager, HalvHeaderStruct **header) HALV_NOEXCEPT;
+/* *tree becomes a duplicate of header's userData; the header's or the
+ * manager's fromHeader adds to it, then HVHdrArrange orders it.  The
+ * method's result; 0 with no method, a null argument or no memory. */
+HALV_API int HVHdrFromHeader(HVHdrManager manager, HalvHeaderStruct *header, HalvUserCMData **tree) HALV_NOEXCEPT;
+/* The next chunk through loadChunk (lines 0: the format's default): 1, 2
+ * for fewer lines than asked; 0 for null arguments or no method. */
+HALV_API int HVHdrToChunkLines(HVHdrManager manager, HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk,
+                               uint32_t lines) HALV_NOEXCEPT;
+HALV_API int HVHdrToChunk(HVHdrManager manager, HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk) HALV_NOEXCEPT;
+/* One chunk out through emitChunk; 0 for null arguments or no method. */
+HALV_API int HVHdrFromChunk(HVHdrManager manager, HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) HALV_NOEXCEPT;
+/* The four structure slots: 0 for a null slot or argument, else the
+ * method's result.  HVHdrFromStruct also orders the tree it made. */
+HALV_API int HVHdrToStruct(HVHdrManager manager, HalvUserCMData *tree, void *structure) HALV_NOEXCEPT;
+HALV_API int HVHdrLoadAll(HVHdrManager manager, void *first, void *second) HALV_NOEXCEPT;
+HALV_API int HVHdrFromStruct(HVHdrManager manager, void *structure, HalvUserCMData **tree) HALV_NOEXCEPT;
+HALV_API int HVHdrEmitAll(HVHdrManager manager, void *first, void *second) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Header text on streams: a tree whose first section is ID and last End,
+ * then the bytes 0x0C 0x0A, then the format's data.
+ * ------------------------------------------------------------------------ */
+
+/* Reads the header text into *tree (which should hold null), then skips to
+ * a form feed and on to a line feed, so the stream stands at the data.
+ * 1 ok, 0 not a header (no tree), -1 failure. */
+HALV_API int HVHdrRead(HalvIO *in, HalvUserCMData **tree) HALV_NOEXCEPT;
+/* HVHdrRead that also hands back, in a new buffer the caller frees, every
+ * byte it took from the stream.  A stream that gave nothing gives -1. */
+HALV_API int HVHdrNonDestructiveRead(HalvIO *in, HalvUserCMData **tree, void **bytes, uint32_t *count) HALV_NOEXCEPT;
+/* Writes tree, then 0x0C 0x0A when that worked, then flushes.  The result
+ * of writing the tree: 1, 0 for a null stream, -1 for a short write. */
+HALV_API int HVHdrWrite(HalvUserCMData *tree, HalvIO *out) HALV_NOEXCEPT;
+/* Reads a header's text, picks its manager (copied into *manager) and
+ * builds *header.  0 for a null argument, else the first failing step's
+ * result. */
+HALV_API int HVHdrRead_Header(HalvIO *in, HVHdrManager *manager, HalvHeaderStruct **header) HALV_NOEXCEPT;
+HALV_API int HVHdrNonDestructivRead_Header(HalvIO *in, void **bytes, uint32_t *count, HVHdrManager *manager,
+                                           HalvHeaderStruct **header) HALV_NOEXCEPT;
+/* Tree of the header through fromHeader, written with HVHdrWrite. */
+HALV_API int HVHdrWrite_Header(HalvHeaderStruct *header, HVHdrManager *manager, HalvIO *out) HALV_NOEXCEPT;
+HALV_API int HVHdrRead_Struct(HalvIO *in, HVHdrManager *manager, void *structure) HALV_NOEXCEPT;
+HALV_API int HVHdrNonDestructivRead_Struct(HalvIO *in, void **bytes, uint32_t *count, HVHdrManager *manager,
+                                           void *structure) HALV_NOEXCEPT;
+HALV_API int HVHdrWrite_Struct(void *structure, HVHdrManager *manager, HalvIO *out) HALV_NOEXCEPT;
+/* Moves a top-level ID to the head and each End that isn't last to the
+ * tail; all else keeps its order.  The new first node. */
+HALV_API HalvUserCMData *HVHdrArrange(HalvUserCMData *tree) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Header trees by section and key.  Functions that give a tree give the
+ * possibly new root, which the caller keeps.
+ * ------------------------------------------------------------------------ */
+
+/* The first value's text, or null. */
+HALV_API char *HVHdrGetHeaderParam(HalvUserCMData *tree, const char *section, const char *key) HALV_NOEXCEPT;
+HALV_API int HVHdrCheckHeaderParam(HalvUserCMData *tree, const char *section, const char *key) HALV_NOEXCEPT;
+/* 1 when the first value is binary data, with its bytes and length. */
+HALV_API int HVHdrGetHeaderData(HalvUserCMData *tree, const char *section, const char *key, void **data,
+                                uint32_t *length) HALV_NOEXCEPT;
+/* Count of the values and a new null-terminated list of their texts. */
+HALV_API int HVHdrGetHeaderList(HalvUserCMData *tree, const char *section, const char *key,
+                                char ***list) HALV_NOEXCEPT;
+/* Replaces the key's values by length bytes of value text. */
+HALV_API HalvUserCMData *HVHdrSetHeaderField(HalvUserCMData *tree, const char *section, const char *key,
+                                             const char *bytes, uint32_t length) HALV_NOEXCEPT;
+/* The same with a NUL-terminated text (null: no value); with null key and
+ * text it only makes sure the section exists. */
+HALV_API HalvUserCMData *HVHdrSetHeaderParam(HalvUserCMData *tree, const char *section, const char *key,
+                                             const char *text) HALV_NOEXCEPT;
+HALV_API HalvUserCMData *HVHdrSetHeaderString(HalvUserCMData *tree, const char *section, const char *key,
+                                              const char *text) HALV_NOEXCEPT;
+HALV_API HalvUserCMData *HVHdrSetHeaderData(HalvUserCMData *tree, const char *section, const char *key,
+                                            const void *bytes, uint32_t length) HALV_NOEXCEPT;
+HALV_API HalvUserCMData *HVHdrDeleteHeaderField(HalvUserCMData *tree, const char *section,
+                                                const char *key) HALV_NOEXCEPT;
+HALV_API HalvUserCMData *HVHdrDeleteHeaderSection(HalvUserCMData *tree, const char *section) HALV_NOEXCEPT;
+/* Free a tree, a list; both give 1. */
+HALV_API int HVHdrFree(HalvUserCMData *tree) HALV_NOEXCEPT;
+HALV_API int HVHdrFreeList(char ***list) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Keys as arrays of numbers.  Numbers are written and read in the C
+ * locale, whatever locale the host set.
+ * ------------------------------------------------------------------------ */
+
+/* Stores count numbers ("%d", or "%f" for both floating types), a line
+ * feed behind every perLine-th and a blank behind the others, as the key's
+ * text.  The tree, unchanged when memory runs out. */
+HALV_API HalvUserCMData *HVHdrSetHeaderInts(HalvUserCMData *tree, const char *section, const char *key,
+                                            const int32_t *values, uint32_t count, uint32_t perLine) HALV_NOEXCEPT;
+HALV_API HalvUserCMData *HVHdrSetHeaderDoubles(HalvUserCMData *tree, const char *section, const char *key,
+                                               const double *values, uint32_t count, uint32_t perLine) HALV_NOEXCEPT;
+HALV_API HalvUserCMData *HVHdrSetHeaderFloats(HalvUserCMData *tree, const char *section, const char *key,
+                                              const float *values, uint32_t count, uint32_t perLine) HALV_NOEXCEPT;
+/* Scans the key's first value line token by token into values, at most
+ * *count of them; *count becomes the tokens taken (a token that is no
+ * number keeps its entry and still counts).  1, or 0 with everything
+ * untouched when the key has no value. */
+HALV_API int HVHdrGetHeaderInts(HalvUserCMData *tree, const char *section, const char *key, int32_t *values,
+                                uint32_t *count) HALV_NOEXCEPT;
+HALV_API int HVHdrGetHeaderDoubles(HalvUserCMData *tree, const char *section, const char *key, double *values,
+                                   uint32_t *count) HALV_NOEXCEPT;
+HALV_API int HVHdrGetHeaderFloats(HalvUserCMData *tree, const char *section, const char *key, float *values,
+                                  uint32_t *count) HALV_NOEXCEPT;
+/* A table: one row for each value line, as many columns as the first line
+ * has tokens.  *values is a new zeroed array of lines x *perLine entries
+ * (null when empty) that the caller frees with halv_internal_free.  The
+ * number of lines. */
+HALV_API int HVHdrGetHeaderIntsList(HalvUserCMData *tree, const char *section, const char *key, int32_t **values,
+                                    uint32_t *perLine) HALV_NOEXCEPT;
+HALV_API int HVHdrGetHeaderDoublesList(HalvUserCMData *tree, const char *section, const char *key, double **values,
+                                       uint32_t *perLine) HALV_NOEXCEPT;
+HALV_API int HVHdrGetHeaderFloatsList(HalvUserCMData *tree, const char *section, const char *key, float **values,
+                                      uint32_t *perLine) HALV_NOEXCEPT;
+
+/* Resolution and units, kept in section Origin of the header's tree. */
+
+/* first from Origin/resolution (1.0 when absent), second the same divided
+ * by a positive Origin/aspect.  1 with resolution, 2 with aspect alone, 0
+ * with neither (or a null argument). */
+HALV_API int HalvHeaderGetResolution(const HalvHeaderStruct *header, double *first, double *second) HALV_NOEXCEPT;
+/* Stores first (only above 1.0, with second not 0) and first / second (only
+ * with second not 0), deleting what isn't stored.  1, or 0 for null. */
+HALV_API int HalvHeaderSetResolution(HalvHeaderStruct *header, double first, double second) HALV_NOEXCEPT;
+/* The tree's text of Origin/units, or null. */
+HALV_API const char *HalvHeaderGetUnits(const HalvHeaderStruct *header) HALV_NOEXCEPT;
+HALV_API int HalvHeaderSetUnits(HalvHeaderStruct *header, const char *text) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * ASCII sample codecs: each number written with one blank in front, read
+ * back token by token.  8- and 16-bit samples as " %u", 32-bit floats as
+ * " %g", 64-bit as a pair of floats.
+ * ------------------------------------------------------------------------ */
+
+/* One token: 0 ok, 1 the token is no number (or too long), -1 end of
+ * stream (a failed read, 0xFF or 0x04 before the token). */
+HALV_API int __HVHdrReadAsciiInt(HalvIO *in, uint32_t *value) HALV_NOEXCEPT;
+HALV_API int __HVHdrReadAsciiFloat(HalvIO *in, float *value) HALV_NOEXCEPT;
+/* Two floats; the second is read only when the first gave 0. */
+HALV_API int __HVHdrReadAsciiComplex(HalvIO *in, float *pair) HALV_NOEXCEPT;
+/* 0 ok, -1 not all bytes written. */
+HALV_API int __HVHdrWriteAsciiInt(HalvIO *out, const uint32_t *value) HALV_NOEXCEPT;
+HALV_API int __HVHdrWriteAsciiFloat(HalvIO *out, const float *value) HALV_NOEXCEPT;
+HALV_API int __HVHdrWriteAsciiComplex(HalvIO *out, const float *pair) HALV_NOEXCEPT;
+
+/* Reads count values into the chunk (allocating data when null) as one
+ * line: 1 ok, also for a stream that ends before the first value (an empty
+ * chunk with flags 1); 0 for bad arguments, a token that is no number or a
+ * stream that ends part way. */
+HALV_API int HVHdrLoadChunk_Ascii_8(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
+HALV_API int HVHdrLoadChunk_Ascii_16(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
+HALV_API int HVHdrLoadChunk_Ascii_32(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
+HALV_API int HVHdrLoadChunk_Ascii_64(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
+/* Writes the chunk's whole values and a line feed.  1 ok, 0 for bad
+ * arguments (number 0 included) or a short write, -1 when bytes is no
+ * multiple of the width (no line feed then). */
+HALV_API int HVHdrEmitChunk_Ascii_8(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
+HALV_API int HVHdrEmitChunk_Ascii_16(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
+HALV_API int HVHdrEmitChunk_Ascii_32(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
+HALV_API int HVHdrEmitChunk_Ascii_64(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
+
+/* count groups of parts values, part j of bits[j] bits, at *cursor, which
+ * moves on; *read counts values read (the caller starts it).  1 ok, 0 a
+ * width other than 8, 16, 32, 64 (or a null argument), -1 a failed read or
+ * write.  Writing puts a line feed behind each value with flag set, else
+ * behind each group. */
+HALV_API int __HVHdrReadAsciiValues(HalvIO *in, const uint32_t *bits, uint32_t count, uint32_t parts, void **cursor,
+                                    uint32_t *read) HALV_NOEXCEPT;
+HALV_API int __HVHdrWriteAsciiValues(HalvIO *out, const uint32_t *bits, uint32_t count, uint32_t parts,
+                                     void **cursor, int32_t flag) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
  * Image vocabulary: codes and words of colour spaces, compressions,
  * interleaves, orientations and scan directions.  Words given back are
  * static text; all comparing folds ASCII case.

@@ -1,12 +1,201 @@
 /*
- * halv_modules.h - plug-in modules: registry, shared objects, function descriptions, info fields.
+ * halv_modules.h - plug-in modules: the registry of bundles, shared objects
+ * and function retrieval, function descriptions.
+ *
+ * A bundle N is the shared object dpk_N.so.  It exports three functions,
+ * HalvernBundleGetVersion_N, HalvernBundleGetList_N and
+ * HalvernBundleGetModule_N, which hand out records the bundle owns and keeps
+ * valid while it is loaded.  The registry file hvregistry.dot, read by the
+ * first HalvernInit, names the bundles a process loads.
  */
 #ifndef HALV_MODULES_H
 #define HALV_MODULES_H
 
 #include "halv_base.h"
+#include "halv_core.h"
+#include "halv_streams.h"
 
 HALV_BEGIN_DECLS
+
+/* ------------------------------------------------------------------------
+ * Records a bundle hands out
+ * ------------------------------------------------------------------------ */
+
+/* The major version every bundle must report. */
+#define HALV_BUNDLE_MAJOR 3
+
+typedef struct HalvBundleVersion {
+    int32_t major;
+    const char *version;
+    const char *timestamp;
+} HalvBundleVersion;
+
+/* One processing function of a bundle: twelve machine words.  The string
+ * arrays are null-terminated, and any of them may be null. */
+typedef struct HalvBundleModule {
+    const char *name;
+    uintptr_t reserved1;
+    const char *const *args;
+    intptr_t inputs;
+    intptr_t outputs;
+    const char *const *formats;
+    const char *const *tests;
+    const char *const *categories;
+    const char *description;
+    const char *documentation;
+    uintptr_t reserved2;
+    HalvInitPoint init;
+} HalvBundleModule;
+
+typedef const HalvBundleVersion *(*HalvBundleGetVersionFn)(void);
+typedef const char *const *(*HalvBundleGetListFn)(void);
+typedef const HalvBundleModule *(*HalvBundleGetModuleFn)(const char *name);
+
+/* One open bundle, in the process-wide library list (lock key LIBR). */
+typedef struct HalvLibrary {
+    HalvBundleGetListFn getList;
+    HalvBundleGetModuleFn getModule;
+    HalvBundleGetVersionFn getVersion;
+    void *handle;
+    uint32_t refCount;
+    struct HalvLibrary *next;
+} HalvLibrary;
+
+/* One bundle registered by the registry file, in the boot list. */
+typedef struct HalvBootLibrary {
+    HalvLibrary *library;
+    int32_t optional;
+    char name[64];
+    struct HalvBootLibrary *next;
+} HalvBootLibrary;
+
+/* ------------------------------------------------------------------------
+ * Function descriptions
+ * ------------------------------------------------------------------------ */
+
+/* Bits of HalvFuncDesc.interleave. */
+#define HALV_INTERLEAVE_SCANLINE 1
+#define HALV_INTERLEAVE_PIXEL 2
+#define HALV_INTERLEAVE_FRAME 4
+#define HALV_INTERLEAVE_COMPRESSION 8
+#define HALV_INTERLEAVE_ANY 15
+
+/* A smart record describing one processing function.  Strings and arrays
+ * are owned by the record; cspaces and bits are null for "any"; bits ends
+ * with -1. */
+typedef struct HalvFuncDesc {
+    HalvCopyFn copy;
+    uintptr_t reservedWord;
+    HalvFreeFn free;
+    char *name;
+    char *init;
+    HalvInitPoint initPoint;
+    char **args;
+    char **cspaces;
+    int32_t *bits;
+    int32_t inputs;
+    int32_t outputs;
+    int32_t synchronous;
+    int32_t interleave;
+    char **tests;
+    char **formats;
+    char *description;
+    char *documentation;
+    char **categories;
+} HalvFuncDesc;
+
+/* A new description: copy and free slots set, inputs and outputs 0,
+ * synchronous 1, interleave 15, everything else null.  Null out of memory. */
+HALV_API HalvFuncDesc *HalvAllocFuncDesc(void) HALV_NOEXCEPT;
+
+/* Releases a description with everything it owns.  Null does nothing. */
+HALV_API void HalvFreeFuncDesc(HalvFuncDesc *desc) HALV_NOEXCEPT;
+
+/* A deep copy of a description, or null out of memory (or for null). */
+HALV_API HalvFuncDesc *HalvCopyFuncDesc(const HalvFuncDesc *desc) HALV_NOEXCEPT;
+
+/* Searches the description file name.dot along
+ * ".,${HOME}/.hvdata/halv,${HV_RELEASE}/data/halv,${HVTOP}/data/halv".
+ * A new string the caller releases, or null when none is found. */
+HALV_API char *HalvFuncDescFileName(const char *name) HALV_NOEXCEPT;
+
+/* Reads one description from stream into desc, which must be new (its
+ * owned fields are overwritten, not released).  The first section name is
+ * the function name; a second one ends the description.  1; 0 for a null
+ * argument, out of memory, or a label without a value at the end. */
+HALV_API int HalvReadFuncDesc(HalvIO *stream, HalvFuncDesc *desc) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Shared objects and retrieval
+ * ------------------------------------------------------------------------ */
+
+/* Opens the bundle file dpk_<name>.so, beside the executable first, then
+ * along the dynamic loader's search.  1 with the handle stored; 0 with null
+ * stored when it can't be loaded; 0 with nothing stored for a null argument
+ * or when dpk_<name> has 1024 bytes or more.  Handles are the caller's to close. */
+HALV_API int HalvDLOpen(const char *name, void **handle) HALV_NOEXCEPT;
+
+/* Closes a handle from HalvDLOpen.  1; -1 if the loader refuses; 0 for
+ * null. */
+HALV_API int HalvDLClose(void *handle) HALV_NOEXCEPT;
+
+/* Looks a symbol up in handle: 1 with its address stored, -1 with null
+ * stored when it is missing, 0 with nothing stored for a null handle or
+ * symbol. */
+HALV_API int HalvDLSymbolLookup(void *handle, const char *symbol, void **out) HALV_NOEXCEPT;
+
+/* Resolves "symbol", "lib!symbol" or "lib1,lib2!symbol".  Libraries are
+ * loaded once through a 32-entry cache that lives until the last
+ * HalvernEnd; a plain symbol is looked up in dpk_<defaultLibrary>, or in
+ * <defaultLibrary> when that doesn't load.  A symbol missing as written is
+ * tried with a leading underscore.  1 with *out set; -1 with *out null when
+ * a library can't be loaded; 0 with *out null when the symbol is missing. */
+HALV_API int HalvRetrieveFunc(const char *retrieval, const char *defaultLibrary, void **out) HALV_NOEXCEPT;
+
+/* HalvRetrieveFunc with the default library "halv". */
+HALV_API int HalvRetrieveInit(const char *retrieval, HalvInitPoint *out) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * The library registry
+ * ------------------------------------------------------------------------ */
+
+/* Opens bundle name, checks its entry points and major version, and enters
+ * it in the library list (a bundle already there gains a registration).
+ * *library is set to null at once and to the record on success.  1; -1 if
+ * the bundle can't be opened, lacks an entry point or has the wrong major
+ * version; 0 for a null argument or out of memory. */
+HALV_API int HalvRegisterLibrary(const char *name, HalvLibrary **library) HALV_NOEXCEPT;
+
+/* Drops one registration; the last one closes the bundle.  1; 0 for null or
+ * a record that isn't in the list. */
+HALV_API int HalvUnregisterLibrary(HalvLibrary *library) HALV_NOEXCEPT;
+
+/* The bundle's version record, or null. */
+HALV_API const HalvBundleVersion *HalvGetLibraryVersion(HalvLibrary *library) HALV_NOEXCEPT;
+
+/* A new null-terminated array with one description for each module of the
+ * bundle, in its list order.  1; 0 for a null argument or out of memory.
+ * Takes no lock: the caller keeps the bundle registered meanwhile. */
+HALV_API int HalvGetAllLibraryFuncDesc(HalvLibrary *library, HalvFuncDesc ***array) HALV_NOEXCEPT;
+
+/* The same over all registered bundles, newest first.  1; 0 for a null
+ * argument or out of memory.  Release with HalvFreeSmartArray. */
+HALV_API int HalvFindAllFuncDesc(HalvFuncDesc ***array) HALV_NOEXCEPT;
+
+/* Fills desc from the first registered bundle that has a module name.  1;
+ * -1 when none has (desc untouched); 0 for a null argument or out of
+ * memory. */
+HALV_API int HalvFindAndReadFuncDesc(const char *name, HalvFuncDesc *desc) HALV_NOEXCEPT;
+
+/* Finds the init point of function name through the registered bundles:
+ * the module's own, or its description's init retrieval text.  1 with *out
+ * set; 0 otherwise, *out untouched. */
+HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) HALV_NOEXCEPT;
+
+/* Calls the init point that HalvLoadInitPointByName finds for name with
+ * args.  The init point's result, stored as the status when it left a
+ * state in *out; 0 when no init point is found or args or out is null. */
+HALV_API int HalvCallInitByName(const char *name, intptr_t *args, HalvState **out) HALV_NOEXCEPT;
 
 HALV_END_DECLS
 

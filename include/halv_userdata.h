@@ -1,12 +1,190 @@
 /*
  * halv_userdata.h - user data trees and their text language.
+ *
+ * One small text language carries all structured text of the engine: the
+ * registry file, function descriptions and every image header.  A tree of
+ * HalvUserCMData nodes is its in-memory form.
+ *
+ *   <item>            kind 0, top level
+ *   [section]         kind 1, below an item or at the top
+ *   label: value      kind 2, below a section or at the top, followed by
+ *                     values: a word up to the line end (kind 3), a "string"
+ *                     (kind 4) or a "<<<<Base64Data:...>>>>" block (kind 5)
+ *   # comment         to the end of the line
+ *
+ * A tree is the pointer to the first node of its top sibling list; null is
+ * the empty tree.  Functions that may change the first node return the tree,
+ * and the caller stores it back.  Names compare by length first and then
+ * ignoring the case of the 26 ASCII letters; other bytes compare as they
+ * are.  Trees have no lock: one tree belongs to one thread at a time.
  */
 #ifndef HALV_USERDATA_H
 #define HALV_USERDATA_H
 
 #include "halv_base.h"
+#include "halv_streams.h"
 
 HALV_BEGIN_DECLS
+
+/* Node kinds. */
+#define HALV_UCM_ITEM 0
+#define HALV_UCM_SECTION 1
+#define HALV_UCM_LABEL 2
+#define HALV_UCM_WORD 3
+#define HALV_UCM_STRING 4
+#define HALV_UCM_DATA 5
+
+/* Token codes of HalvReadUserCM: the ASCII codes of their letters. */
+#define HALV_UCM_TOKEN_SECTION 110 /* 'n' [name]                        */
+#define HALV_UCM_TOKEN_ITEM 120    /* 'x' <name>                        */
+#define HALV_UCM_TOKEN_LABEL 108   /* 'l' text ended by ':'             */
+#define HALV_UCM_TOKEN_ASSIGN 97   /* 'a' text ended by '='             */
+#define HALV_UCM_TOKEN_WORD 112    /* 'p' word to the line end, {group} */
+#define HALV_UCM_TOKEN_STRING 115  /* 's' "string"                      */
+#define HALV_UCM_TOKEN_DATA 100    /* 'd' decoded Base64 block          */
+#define HALV_UCM_TOKEN_END 101     /* 'e' end of the stream             */
+#define HALV_UCM_TOKEN_ERROR 69    /* 'E' failed write, cut-off block   */
+
+/* One node of a user data tree.  text has a NUL behind its length bytes
+ * (kind 5 holds arbitrary bytes); it may be null in a copy of a node of
+ * length 0.  A nonzero borrowed flag means that text points into memory the
+ * node doesn't own and that freeing the node leaves it alone.  A node owns
+ * its children and its next sibling. */
+typedef struct HalvUserCMData {
+    char *text;
+    uint32_t length;
+    int32_t borrowed;
+    int32_t kind;
+    struct HalvUserCMData *children;
+    struct HalvUserCMData *next;
+} HalvUserCMData;
+
+/* ------------------------------------------------------------------------
+ * The text language
+ * ------------------------------------------------------------------------ */
+
+/* Reads one token from in, calling only its read slot (count 1, or 4 inside
+ * a Base64 block), and writes the token's text to out through its write slot
+ * alone, one byte per call (a decoded Base64 group in one call).  Nothing
+ * terminates the text.  Result: one of the HALV_UCM_TOKEN_ codes; 69 when a
+ * write took nothing (a full string stream cuts the token at the first byte
+ * that doesn't fit), a {group} or Base64 block was cut off, or a stream is
+ * null. */
+HALV_API int32_t HalvReadUserCM(HalvIO *in, HalvIO *out) HALV_NOEXCEPT;
+
+/* The same for the old dialect: no '=' terminator, no {groups}, no Base64
+ * blocks, and strings may be quoted with ' as well as ". */
+HALV_API int32_t HalvReadOldUserCM(HalvIO *in, HalvIO *out) HALV_NOEXCEPT;
+
+/* Reads tokens from in until its end, a top-level End, or an error, adding
+ * them to *tree (which may be null): an item or section that exists is
+ * reopened, labels and values are always added.  With strict set, the first
+ * name must be ID.  Reading stops directly behind the bracket of End, so
+ * other data may follow in the stream.
+ * Result: 1 success; 0 for a null in or tree pointer, a malformed stream or
+ * a strict violation, and then the whole tree, the caller's old nodes too,
+ * is freed and *tree is null; -1 for no memory or a node that fits nowhere
+ * under the root's kind, with the partly built tree kept in *tree. */
+HALV_API int32_t HalvReadUserCMData(HalvIO *in, HalvUserCMData **tree, int32_t strict) HALV_NOEXCEPT;
+
+/* Prints tree to out in the text language; sections and items after the
+ * first in their list get an empty line in front, and a top-level End gets
+ * no line end and ends the output.  Nothing is escaped or quoted.
+ * Result: 1 success (a null tree writes nothing), 0 for a null out, -1 when
+ * a write took fewer bytes than it was given. */
+HALV_API int32_t HalvWriteUserCMData(const HalvUserCMData *tree, HalvIO *out) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Lookup.  A key is up to three names, item, section and label, each null
+ * when that level isn't used.  Pointers handed out point into the tree.
+ * ------------------------------------------------------------------------ */
+
+/* The node at the deepest level named, passing over index earlier matches
+ * of the name at each level; a negative index matches nothing.  The node
+ * found at a level must be of that level's kind.  Result: the node, or null
+ * (null tree, a tree of words, no name at all, no match, wrong kind). */
+HALV_API HalvUserCMData *HalvIndexedGetUserCMData(HalvUserCMData *tree, const char *item, int32_t itemIndex,
+                                                  const char *section, int32_t sectionIndex,
+                                                  const char *label, int32_t labelIndex) HALV_NOEXCEPT;
+
+/* HalvIndexedGetUserCMData with every index 0. */
+HALV_API HalvUserCMData *HalvGetUserCMData(HalvUserCMData *tree, const char *item, const char *section,
+                                           const char *label) HALV_NOEXCEPT;
+
+/* The text of the first child of the node found, of any kind; null when
+ * there is no such node or it has no child. */
+HALV_API char *HalvGetParam(HalvUserCMData *tree, const char *item, const char *section,
+                            const char *label) HALV_NOEXCEPT;
+
+/* Sets the given out-pointers (either may be null) to null and 0, then, if
+ * the first child of the node found is a data node, to its bytes and length.
+ * Result: 1 for a data node, else 0. */
+HALV_API int32_t HalvGetData(HalvUserCMData *tree, const char *item, const char *section, const char *label,
+                             void **data, uint32_t *size) HALV_NOEXCEPT;
+
+/* Result: the number of children of the node found, and *list a new
+ * null-terminated array of copies of their texts, to be released with
+ * HalvFreeUserCMList.  With no node or no children the result is 0 and *list
+ * isn't touched; so too for a null list pointer or when memory runs out. */
+HALV_API int32_t HalvGetUserCMList(HalvUserCMData *tree, const char *item, const char *section,
+                                   const char *label, char ***list) HALV_NOEXCEPT;
+
+/* Frees the strings and the array of a list and sets *list to null.  A null
+ * list does nothing. */
+HALV_API void HalvFreeUserCMList(char ***list) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Insertion: each returns the tree.
+ * ------------------------------------------------------------------------ */
+
+/* Makes sure the path exists: an item or section is found (of any kind) or
+ * made, a label is always made anew.  A node that doesn't fit under the
+ * root's kind is dropped and the walk ends.  *node (may be null) receives
+ * the deepest node reached, or null when none was. */
+HALV_API HalvUserCMData *HalvMergeUserCMData(HalvUserCMData *tree, const char *item, const char *section,
+                                             const char *label, HalvUserCMData **node) HALV_NOEXCEPT;
+
+/* Merges the path, then makes a string node with a copy of value the only
+ * child of the node reached.  When the deepest level named couldn't be
+ * reached, or value is null, nothing is stored. */
+HALV_API HalvUserCMData *HalvSetString(HalvUserCMData *tree, const char *item, const char *section,
+                                       const char *label, const char *value) HALV_NOEXCEPT;
+
+/* The same with a data node holding a copy of size bytes (a NUL behind). */
+HALV_API HalvUserCMData *HalvSetData(HalvUserCMData *tree, const char *item, const char *section,
+                                     const char *label, const void *bytes, uint32_t size) HALV_NOEXCEPT;
+
+/* Parses "<item>\n[section]\nlabel: " (each part only when its name is
+ * given) followed by valueLength bytes of value as text of the language into
+ * the tree: a plain value gives a word, a quoted one a string, a Base64
+ * block a data node, several lines several values.  The label is always
+ * new.  Without names and value the tree comes back unchanged; a null value
+ * counts as empty.  A malformed value may free the tree and give null. */
+HALV_API HalvUserCMData *HalvSetParam(HalvUserCMData *tree, const char *item, const char *section,
+                                      const char *label, const char *value, uint32_t valueLength) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Removal, copy, free
+ * ------------------------------------------------------------------------ */
+
+/* Unlinks and frees, with its children, the node that a lookup with every
+ * index 0 finds.  Result: the tree, which may now start at another node or
+ * be null; unchanged when nothing is found. */
+HALV_API HalvUserCMData *HalvDeleteUserCMData(HalvUserCMData *tree, const char *item, const char *section,
+                                              const char *label) HALV_NOEXCEPT;
+
+/* Among the children of the node for (item, section), unlinks and frees the
+ * first whose text equals label ignoring case, of any kind. */
+HALV_API void HalvDeleteParam(HalvUserCMData *tree, const char *item, const char *section,
+                              const char *label) HALV_NOEXCEPT;
+
+/* Deep copy of node, its children and all its following siblings; the copy
+ * owns its bytes.  Result: the copy, or null for a null node or no memory. */
+HALV_API HalvUserCMData *HalvUserCMDupData(const HalvUserCMData *node) HALV_NOEXCEPT;
+
+/* Frees node, its children and its following siblings; borrowed texts stay.
+ * Null does nothing. */
+HALV_API void HalvFreeUserCMData(HalvUserCMData *node) HALV_NOEXCEPT;
 
 HALV_END_DECLS
 

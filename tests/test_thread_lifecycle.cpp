@@ -45,11 +45,17 @@ int Register(ScriptedCleanup &script) {
 
 class Lifecycle : public ::testing::Test {
   protected:
-    void SetUp() override { ASSERT_EQ(HalvernEnd(), 0) << "engine left started by an earlier test"; }
+    /* The traces compared here are those of the engine alone: the build
+     * tree's registry file would add the bundle registrations. */
+    void SetUp() override {
+        ASSERT_EQ(HalvernEnd(), 0) << "engine left started by an earlier test";
+        HalvernDisableRegistryLoad(1);
+    }
     /* Leaves the engine stopped whatever the test did. */
     void TearDown() override {
         for (int i = 0; i < 100 && HalvernAbsoluteEnd() != 0; ++i) {
         }
+        HalvernDisableRegistryLoad(0);
     }
 };
 

@@ -1,0 +1,39 @@
+/*
+ * headers/internal.h - helpers that the header units share.  Nothing here
+ * is exported.
+ */
+#ifndef HALV_HEADERS_INTERNAL_H
+#define HALV_HEADERS_INTERNAL_H
+
+#include <clocale>
+#include <cstdint>
+#include <locale.h>
+
+#include "halv_headers.h"
+
+namespace halv {
+
+/* While alive, the calling thread formats and scans numbers in the "C"
+ * locale, so a host's setlocale never turns "300.000000" into
+ * "300,000000".  The thread's own locale comes back afterwards. */
+class CNumberLocale {
+  public:
+    CNumberLocale() noexcept;
+    ~CNumberLocale();
+    CNumberLocale(const CNumberLocale &) = delete;
+    CNumberLocale &operator=(const CNumberLocale &) = delete;
+
+  private:
+    locale_t previous_;
+};
+
+/* White space of header text and value tokens: 9 to 13 and 32, whatever
+ * the locale says. */
+inline bool IsHeaderSpace(unsigned char c) { return c == ' ' || (c >= 9 && c <= 13); }
+
+/* Copies the nine slots of manager into header. */
+void BindManager(HalvHeaderStruct *header, const HVHdrManager &manager) noexcept;
+
+} // namespace halv
+
+#endif /* HALV_HEADERS_INTERNAL_H */

@@ -1,0 +1,109 @@
+/*
+ * sample_filter.cpp - the state, the pass and the end of every function of
+ * the halv bundle.
+ */
+#include <cstring>
+
+#include "sample_filter.h"
+
+namespace sample {
+namespace {
+
+uint32_t SampleSize(const FilterState *state) noexcept { return state->bits == 16 ? 2u : 1u; }
+
+uint32_t MaxValue(const FilterState *state) noexcept { return state->bits == 16 ? 0xFFFFu : 0xFFu; }
+
+bool GrowOutput(FilterState *state, uint32_t bytes) noexcept {
+    if (bytes <= state->outputCapacity)
+        return true;
+    void *grown = halv_internal_realloc(state->output, bytes);
+    if (grown == nullptr)
+        return false;
+    state->output = grown;
+    state->outputCapacity = bytes;
+    return true;
+}
+
+void MapSamples(const FilterState *state, const void *in, void *out, uint32_t bytes) noexcept {
+    const Operation *op = state->operation;
+    uint32_t maxValue = MaxValue(state);
+    if (state->bits == 8) {
+        auto *src = static_cast<const uint8_t *>(in);
+        auto *dst = static_cast<uint8_t *>(out);
+        for (uint32_t i = 0; i < bytes; ++i)
+            dst[i] = (uint8_t)op->apply(state, src[i], maxValue);
+        return;
+    }
+    auto *src = static_cast<const unsigned char *>(in);
+    auto *dst = static_cast<unsigned char *>(out);
+    for (uint32_t i = 0; i < bytes; i += 2) {
+        uint16_t sample;
+        std::memcpy(&sample, src + i, 2); /* chunks need not be aligned */
+        sample = (uint16_t)op->apply(state, sample, maxValue);
+        std::memcpy(dst + i, &sample, 2);
+    }
+}
+
+/* One pass: input chunk 0 mapped into output chunk 0, end flag passed on. */
+int ProcessChunk(HalvState *base) noexcept {
+    auto *state = reinterpret_cast<FilterState *>(base);
+    HalvChunk *in = base->inputChunks[0];
+    if (in->bytes % SampleSize(state) != 0)
+        return HalvSetError(base, 0, "%s: a chunk of %u bytes doesn't hold whole %d-bit samples\n",
+                            state->operation->name, in->bytes, state->bits);
+    if (in->bytes > 0 && in->data == nullptr)
+        return HalvSetError(base, 0, "%s: a chunk of %u bytes has no data\n", state->operation->name, in->bytes);
+    if (!GrowOutput(state, in->bytes))
+        return HalvSetError(base, 0, "%s: no memory for %u bytes\n", state->operation->name, in->bytes);
+    if (in->bytes > 0)
+        MapSamples(state, in->data, state->output, in->bytes);
+    HalvSetChunk(base->outputChunks, 0, state->output, in->bytes, in->lines);
+    HalvSetChunkFlags(base->outputChunks, 0, in->flags & HALV_CHUNK_END);
+    return 1;
+}
+
+int EndFilter(HalvState *base) noexcept {
+    auto *state = reinterpret_cast<FilterState *>(base);
+    halv_internal_free(state->output);
+    HalvFreeArray(base->inputChunks);
+    HalvFreeArray(base->outputChunks);
+    return HalvFreeState(base);
+}
+
+bool ReadBits(FilterState *state, const intptr_t *args) noexcept {
+    state->bits = 8;
+    if (HalvParseArgs(args, "bits:i", (int *)nullptr, &state->bits, HALV_ARG_END) != 1)
+        return HalvSetError(&state->base, 0, "%s: argument bits:i is malformed\n", state->operation->name), false;
+    if (state->bits != 8 && state->bits != 16)
+        return HalvSetError(&state->base, 0, "%s: bits must be 8 or 16, not %d\n", state->operation->name,
+                            state->bits),
+               false;
+    return true;
+}
+
+} // namespace
+
+int InitFilter(const Operation *operation, intptr_t *args, HalvState **out) noexcept {
+    if (out == nullptr)
+        return 0;
+    *out = nullptr;
+    HalvState *base = nullptr;
+    if (HalvAllocState(&base, (int32_t)sizeof(FilterState)) != 1)
+        return 0;
+    auto *state = reinterpret_cast<FilterState *>(base);
+    state->operation = operation;
+    base->name = operation->name;
+    base->processPoint = ProcessChunk;
+    base->endPoint = EndFilter;
+    *out = base;
+    if (args == nullptr)
+        return HalvSetError(base, 0, "%s: no argument list\n", operation->name);
+    if (HalvAllocArray(&base->inputChunks, 1, (uint32_t)sizeof(HalvChunk)) != 1 ||
+        HalvAllocArray(&base->outputChunks, 1, (uint32_t)sizeof(HalvChunk)) != 1)
+        return HalvSetError(base, 0, "%s: no memory for chunks\n", operation->name);
+    if (!ReadBits(state, args) || !operation->readArguments(state, args))
+        return 0;
+    return 1;
+}
+
+} // namespace sample

@@ -1,0 +1,147 @@
+/*
+ * streams/smartbuffer_read.cpp - peeking at, advancing over and reading a
+ * smart buffer.
+ *
+ * A file part is read by mapping the window of its file that holds the
+ * wanted bytes, with no read buffer; the file is opened, mapped, copied,
+ * unmapped and closed within one block's step.  Advancing frees memory
+ * blocks and deletes files as soon as they are used up.
+ */
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "halv_core.h"
+#include "streams/smartbuffer_internal.h"
+
+namespace halv {
+namespace {
+
+/* Copies count bytes at position of the file name into destination.  False
+ * when the file can't be opened, is shorter than that, or can't be mapped. */
+bool CopyFromFile(const char *name, int64_t position, char *destination, uint32_t count) noexcept {
+    int fd = open(name, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat info;
+    /* A file cut short behind our back would fault the mapping: refuse it. */
+    if (fstat(fd, &info) != 0 || info.st_size < position + count) {
+        close(fd);
+        return false;
+    }
+    static const int64_t page = sysconf(_SC_PAGESIZE);
+    int64_t start = position - position % page;
+    size_t length = static_cast<size_t>(position + count - start);
+    void *map = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd, static_cast<off_t>(start));
+    close(fd);
+    if (map == MAP_FAILED)
+        return false;
+    posix_madvise(map, length, POSIX_MADV_SEQUENTIAL);
+    std::memcpy(destination, static_cast<const char *>(map) + (position - start), count);
+    munmap(map, length);
+    return true;
+}
+
+/* Passes over a part of `unread` bytes: uses up *offset first, then copies
+ * from it through copy(from, n).  False when the copy failed. */
+template <typename Copy>
+bool PeekPart(int64_t unread, int64_t *offset, uint32_t count, uint32_t *copied, Copy copy) noexcept {
+    if (unread <= 0)
+        return true;
+    if (*offset >= unread) {
+        *offset -= unread;
+        return true;
+    }
+    int64_t n = unread - *offset;
+    uint32_t take = n < count - *copied ? static_cast<uint32_t>(n) : count - *copied;
+    if (!copy(*offset, take))
+        return false;
+    *copied += take;
+    *offset = 0;
+    return true;
+}
+
+void UnlinkHead(HalvSmartBuffer *sb) noexcept {
+    HalvSmartBufferBlock *block = sb->head;
+    sb->head = block->next;
+    if (sb->tail == block)
+        sb->tail = nullptr;
+    FreeBlock(block);
+}
+
+} // namespace
+} // namespace halv
+
+extern "C" {
+
+/* See halv_streams.h: copies without consuming. */
+HALV_API uint32_t HalvSBPeek(HalvSmartBuffer *sb, int64_t offset, void *buffer, uint32_t count) noexcept {
+    using namespace halv;
+    if (sb == nullptr || buffer == nullptr || offset < 0)
+        return 0;
+    char *out = static_cast<char *>(buffer);
+    uint32_t copied = 0;
+    for (HalvSmartBufferBlock *block = sb->head; block != nullptr && copied < count; block = block->next) {
+        PeekPart(UnreadInMemory(block), &offset, count, &copied, [&](int64_t from, uint32_t n) {
+            std::memcpy(out + copied, block->readPtr + from, n);
+            return true;
+        });
+        if (copied == count)
+            break;
+        bool ok = PeekPart(UnreadInFile(block), &offset, count, &copied, [&](int64_t from, uint32_t n) {
+            return CopyFromFile(block->fileName, block->fileOffset + from, out + copied, n);
+        });
+        if (!ok)
+            break;
+    }
+    return copied;
+}
+
+/* See halv_streams.h: drops bytes from the head. */
+HALV_API int64_t HalvSBAdvance(HalvSmartBuffer *sb, int64_t count) noexcept {
+    using namespace halv;
+    if (sb == nullptr || count <= 0)
+        return 0;
+    int64_t left = count;
+    while (left > 0 && sb->head != nullptr) {
+        HalvSmartBufferBlock *block = sb->head;
+        uint32_t inMemory = UnreadInMemory(block);
+        if (block->allocation != nullptr) {
+            uint32_t n = left < inMemory ? static_cast<uint32_t>(left) : inMemory;
+            if (n < inMemory)
+                block->readPtr += n;
+            else
+                DropMemoryPart(block);
+            left -= n;
+            sb->available -= n;
+            sb->inMemory -= n;
+        }
+        int64_t inFile = UnreadInFile(block);
+        if (left > 0 && block->fileName != nullptr) {
+            int64_t n = left < inFile ? left : inFile;
+            if (n < inFile)
+                block->fileOffset += n;
+            else
+                DropFilePart(block);
+            left -= n;
+            sb->available -= n;
+        }
+        if (block->capacity != 0 || block->fileName != nullptr)
+            break; /* the block keeps unread bytes */
+        UnlinkHead(sb);
+    }
+    return count - left;
+}
+
+/* See halv_streams.h: a peek at the head, then an advance over it. */
+HALV_API uint32_t HalvSBRead(HalvSmartBuffer *sb, void *buffer, uint32_t count) noexcept {
+    uint32_t copied = HalvSBPeek(sb, 0, buffer, count);
+    if (copied != 0)
+        HalvSBAdvance(sb, copied);
+    return copied;
+}
+
+} // extern "C"

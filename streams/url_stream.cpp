@@ -1,0 +1,217 @@
+/*
+ * streams/url_stream.cpp - the HTTP/1.1 client stream: GET for reading, PUT
+ * for writing.
+ *
+ * Each stream makes one request on a connection of its own and keeps the
+ * connection for its life.  The request is three sends: the request line,
+ * Host, and either Accept-Encoding (GET) or Transfer-Encoding (PUT), and
+ * no other header.  A GET reads the response head here, in blocking mode,
+ * and leaves the body to the read slot; a PUT never reads the answer.
+ */
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstring>
+
+#include "halv_env.h"
+#include "halv_text.h"
+#include "streams/socket_internal.h"
+
+namespace {
+
+using halv::SocketStream;
+
+constexpr char kScheme[] = "http://";
+constexpr size_t kSchemeLength = sizeof kScheme - 1;
+constexpr uint16_t kDefaultPort = 80;
+/* The port a failed %hd scan leaves behind: it stands for "none given". */
+constexpr uint16_t kNoPort = 65535;
+constexpr size_t kPieceSize = 512;
+constexpr int kStatusOk = 200;
+
+constexpr char kGetTail[] = "Accept-Encoding: chunked, identity\r\n\r\n";
+constexpr char kPutTail[] = "Transfer-Encoding: chunked\r\n\r\n";
+
+struct Request {
+    char host[kPieceSize]; /* without the port: connect to it and name it in Host */
+    uint16_t port;
+    char requestLine[kPieceSize];
+    char hostLine[kPieceSize];
+    bool put;
+};
+
+bool HasLetter(const char *mode, char letter) noexcept { return mode != nullptr && std::strchr(mode, letter) != nullptr; }
+
+/* Bytes that would end a request line early or smuggle a header in. */
+bool HasControlBytes(const char *text) noexcept {
+    for (; *text != '\0'; text++)
+        if (static_cast<unsigned char>(*text) < 0x20 || *text == 0x7F)
+            return true;
+    return false;
+}
+
+/* host[:port] up to the first '/'.  A port that is missing, doesn't scan,
+ * or is 65535 becomes 80; a scanned port keeps its low 16 bits, as %hd
+ * does. */
+bool SplitAddress(const char *text, Request *request) noexcept {
+    size_t length = std::strcspn(text, "/");
+    if (length >= sizeof request->host)
+        return false;
+    std::memcpy(request->host, text, length);
+    request->host[length] = '\0';
+    request->port = kDefaultPort;
+    if (char *colon = std::strchr(request->host, ':')) {
+        *colon = '\0';
+        int64_t scanned;
+        if (halv::ScanDecimal(colon + 1, &scanned)) {
+            auto port = static_cast<uint16_t>(static_cast<uint64_t>(scanned));
+            if (port != kNoPort)
+                request->port = port;
+        }
+    }
+    return true;
+}
+
+/* Formats one request piece; false when it doesn't fit its buffer. */
+bool FormatPiece(char (&piece)[kPieceSize], const char *format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    int32_t length = HalvVSNPrintf(piece, sizeof piece, format, arguments);
+    va_end(arguments);
+    return length >= 0 && static_cast<size_t>(length) < sizeof piece;
+}
+
+/* Everything the request needs, from the URL and the proxy setting.  With a
+ * proxy the connection goes to it, its host is named in Host, and the
+ * request target is the whole URL. */
+bool BuildRequest(const char *url, const char *proxy, const char *mode, Request *request) noexcept {
+    const char *address = url + kSchemeLength;
+    if (HasControlBytes(url) || (proxy != nullptr && HasControlBytes(proxy)) ||
+        !SplitAddress(proxy != nullptr ? proxy : address, request))
+        return false;
+    const char *path = std::strchr(address, '/');
+    const char *target = proxy != nullptr ? url : path != nullptr ? path : "/";
+    request->put = HasLetter(mode, 'w');
+    return FormatPiece(request->requestLine, "%s %s HTTP/1.1\r\n", request->put ? "PUT" : "GET", target) &&
+           FormatPiece(request->hostLine, "Host: %s\r\n", request->host);
+}
+
+/* The three pieces, each its own send.  The first two may wait for the
+ * third, so the head leaves in one segment. */
+void SendRequest(int fd, const Request &request) noexcept {
+    const char *tail = request.put ? kPutTail : kGetTail;
+    halv::SendSome(fd, request.requestLine, std::strlen(request.requestLine), true);
+    halv::SendSome(fd, request.hostLine, std::strlen(request.hostLine), true);
+    halv::SendSome(fd, tail, std::strlen(tail));
+}
+
+int ConnectTo(const Request &request) noexcept {
+    uint32_t address;
+    if (!halv::ResolveIPv4(request.host, &address))
+        return -1;
+    int fd = halv::OpenTcpSocket();
+    if (fd >= 0 && !halv::ConnectIPv4(fd, address, request.port)) {
+        close(fd);
+        fd = -1;
+    }
+    return fd;
+}
+
+/* "HTTP/1.1 200 any reason": the number behind the first word. */
+bool StatusIsOk(const char *line) noexcept {
+    while (halv::IsBlank(*line))
+        line++;
+    while (*line != '\0' && !halv::IsBlank(*line))
+        line++;
+    int64_t status;
+    return halv::ScanDecimal(line, &status) && status == kStatusOk;
+}
+
+/* One header line.  Only the body's length and chunking matter; a length
+ * that isn't a number from 0 to 2^31 - 1 refuses the response. */
+bool TakeHeader(SocketStream *s, const char *line) noexcept {
+    static constexpr char kLength[] = "Content-Length:";
+    static constexpr char kEncoding[] = "Transfer-Encoding:";
+    if (halv::StartsWithNoCase(line, kLength)) {
+        int64_t length;
+        if (!halv::ScanDecimal(line + sizeof kLength - 1, &length) || length < 0 || length > INT32_MAX)
+            return false;
+        s->remaining = static_cast<int32_t>(length);
+        s->lengthKnown = 1;
+    } else if (halv::StartsWithNoCase(line, kEncoding)) {
+        const char *value = line + sizeof kEncoding - 1;
+        while (halv::IsBlank(*value))
+            value++;
+        if (halv::StartsWithNoCase(value, "chunked"))
+            s->chunked = 1;
+    }
+    return true;
+}
+
+/* Status line and headers, up to the empty line; a failed read or a closed
+ * connection also ends the head.  False for a status other than 200, a
+ * status line that can't be read, or a line longer than the line buffer. */
+bool ReadHead(SocketStream *s) noexcept {
+    bool closed;
+    if (halv::ReadSocketLine(s, &closed) < 0 || !StatusIsOk(s->lineStart))
+        return false;
+    while (!closed) {
+        int32_t length = halv::ReadSocketLine(s, &closed);
+        if (length == halv::kLineTooLong)
+            return false;
+        if (length <= 0)
+            break;
+        if (!TakeHeader(s, s->lineStart))
+            return false;
+    }
+    /* Chunk sizes bound a chunked body, whatever a Content-Length said. */
+    if (s->chunked)
+        s->remaining = 0;
+    return true;
+}
+
+} // namespace
+
+namespace halv {
+
+HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
+    if (url == nullptr)
+        return nullptr;
+    auto *u = AllocStreamRecord<UrlStream>();
+    if (u == nullptr)
+        return nullptr;
+    SocketStream *s = &u->base;
+    s->lineStart = s->lineCursor = u->line;
+    const char *proxy = HalvGetenv("HV_PROXY");
+    StartSocketLayer();
+    Request request;
+    int fd = -1;
+    if (!StartsWithNoCase(url, kScheme) || !BuildRequest(url, proxy, mode, &request) ||
+        (fd = ConnectTo(request)) < 0) {
+        halv_internal_free(u);
+        return nullptr;
+    }
+    s->socket = fd;
+    InstallSocketSlots(s, false);
+    SendRequest(fd, request);
+    if (request.put) {
+        s->chunked = 1;
+        s->uploading = 1;
+    } else if (!ReadHead(s)) {
+        close(fd);
+        halv_internal_free(u);
+        return nullptr;
+    }
+    if (HasLetter(mode, 'n'))
+        SetNonBlocking(fd);
+    return &s->io;
+}
+
+} // namespace halv
+
+extern "C" {
+
+/* The contract is in halv_streams.h. */
+HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) noexcept { return halv::OpenUrl(url, mode); }
+
+} // extern "C"

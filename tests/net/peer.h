@@ -1,0 +1,247 @@
+/*
+ * tests/net/peer.h - the other end of the wire for the socket and HTTP
+ * tests, written on plain POSIX sockets so that nothing of the library
+ * under test checks itself.
+ *
+ * A Server listens on 127.0.0.1 at a port of the system's choice and runs
+ * one conversation per accepted connection on a thread of its own.  Every
+ * wait is bounded: accepts, reads and gates give up after a time-out, so a
+ * faulty client makes a test fail, never hang.
+ */
+#ifndef HALV_TESTS_NET_PEER_H
+#define HALV_TESTS_NET_PEER_H
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "dpk_hvsup.h"
+
+namespace peer {
+
+constexpr int kPatienceMs = 10000;
+
+/* The socket descriptor of a library stream: the first back-end field. */
+inline int SocketOf(HalvIO *io) {
+    intptr_t word;
+    std::memcpy(&word, reinterpret_cast<const char *>(io) + sizeof(HalvIO), sizeof word);
+    return static_cast<int>(word);
+}
+
+/* The local port of a descriptor. */
+inline uint16_t PortOf(int fd) {
+    sockaddr_in address = {};
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
+    return ntohs(address.sin_port);
+}
+
+inline bool WaitFor(int fd, short events, int timeoutMs) {
+    pollfd entry = {fd, events, 0};
+    int ready;
+    do
+        ready = poll(&entry, 1, timeoutMs);
+    while (ready < 0 && errno == EINTR);
+    return ready == 1;
+}
+
+inline bool SendAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t sent = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR)
+            continue;
+        if (sent < 0 && errno == EAGAIN && WaitFor(fd, POLLOUT, kPatienceMs))
+            continue;
+        if (sent <= 0)
+            return false;
+        bytes.remove_prefix(static_cast<size_t>(sent));
+    }
+    return true;
+}
+
+/* Reads until marker has arrived (and returns all bytes so far), the peer
+ * closes, or timeoutMs passes with nothing new. */
+inline std::string ReadUntil(int fd, std::string_view marker, int timeoutMs = kPatienceMs) {
+    std::string bytes;
+    char buffer[4096];
+    while (marker.empty() || bytes.find(marker) == std::string::npos) {
+        if (!WaitFor(fd, POLLIN, timeoutMs))
+            break;
+        ssize_t got = recv(fd, buffer, sizeof buffer, 0);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        bytes.append(buffer, static_cast<size_t>(got));
+    }
+    return bytes;
+}
+
+inline std::string ReadToEnd(int fd, int timeoutMs = kPatienceMs) { return ReadUntil(fd, {}, timeoutMs); }
+
+inline std::string ReadHead(int fd) { return ReadUntil(fd, "\r\n\r\n"); }
+
+/* A flag one thread raises and another waits for, with a time limit. */
+class Gate {
+public:
+    void Open() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+    bool Wait(int timeoutMs = kPatienceMs) {
+        std::unique_lock<std::mutex> hold(mutex_);
+        return changed_.wait_for(hold, std::chrono::milliseconds(timeoutMs), [this] { return open_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool open_ = false;
+};
+
+/* A listening socket on 127.0.0.1 with conversations on threads. */
+class Server {
+public:
+    using Conversation = std::function<void(int fd)>;
+
+    Server() {
+        listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
+        listen(listener_, 16);
+        port_ = PortOf(listener_);
+    }
+    ~Server() {
+        Join();
+        close(listener_);
+    }
+    uint16_t port() const { return port_; }
+    std::string Url(std::string_view path = "/") const {
+        return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
+    }
+
+    /* Accepts connections (up to count) one after another, each talked to
+     * by conversation; the connection is closed behind it. */
+    void Serve(Conversation conversation, int count = 1) {
+        Join();
+        thread_ = std::thread([this, conversation, count] {
+            for (int i = 0; i < count; i++) {
+                if (!WaitFor(listener_, POLLIN, kPatienceMs))
+                    return;
+                int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+                if (fd < 0)
+                    return;
+                accepted_.fetch_add(1);
+                conversation(fd);
+                close(fd);
+            }
+        });
+    }
+
+    /* A GET conversation: read the head (kept for request()), send the
+     * response, close. */
+    void Respond(std::string response) {
+        Serve([this, response](int fd) {
+            std::string head = ReadHead(fd);
+            SetRequest(head);
+            SendAll(fd, response);
+        });
+    }
+
+    /* Receives a whole upload (head and body) up to the client's close. */
+    void Receive() {
+        Serve([this](int fd) { SetRequest(ReadToEnd(fd)); });
+    }
+
+    void SetRequest(std::string bytes) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        request_ = std::move(bytes);
+    }
+    /* What the client sent; call after Join (or once the reply came). */
+    std::string request() {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return request_;
+    }
+    int accepted() const { return accepted_.load(); }
+
+    void Join() {
+        if (thread_.joinable())
+            thread_.join();
+    }
+
+private:
+    int listener_ = -1;
+    uint16_t port_ = 0;
+    std::thread thread_;
+    std::mutex mutex_;
+    std::string request_;
+    std::atomic<int> accepted_{0};
+};
+
+/* "HTTP/1.1 200 OK" with the given header lines and body. */
+inline std::string Response(std::string_view headers, std::string_view body, std::string_view status = "200 OK") {
+    return "HTTP/1.1 " + std::string(status) + "\r\n" + std::string(headers) + "\r\n" + std::string(body);
+}
+
+/* The decoded body of a chunked upload, and whether it ended with the last
+ * chunk "0\r\n" and nothing behind it.  Malformed framing gives ok false. */
+struct Dechunked {
+    std::string body;
+    bool ok = false;
+    int chunks = 0;
+};
+
+inline Dechunked Dechunk(std::string_view wire) {
+    Dechunked out;
+    for (;;) {
+        size_t lineEnd = wire.find("\r\n");
+        if (lineEnd == std::string_view::npos)
+            return out;
+        std::string sizeText(wire.substr(0, lineEnd));
+        char *end = nullptr;
+        unsigned long size = std::strtoul(sizeText.c_str(), &end, 16);
+        if (sizeText.empty() || *end != '\0')
+            return out;
+        wire.remove_prefix(lineEnd + 2);
+        if (size == 0) {
+            out.ok = wire.empty();
+            return out;
+        }
+        if (wire.size() < size + 2 || wire.substr(size, 2) != "\r\n")
+            return out;
+        out.body.append(wire.substr(0, size));
+        out.chunks++;
+        wire.remove_prefix(size + 2);
+    }
+}
+
+/* Bytes with a pattern that shows misplaced or lost pieces. */
+inline std::string Pattern(size_t length, unsigned seed = 1) {
+    std::string bytes(length, '\0');
+    for (size_t i = 0; i < length; i++)
+        bytes[i] = static_cast<char>('A' + (i * 7 + i / 253 + seed) % 58);
+    return bytes;
+}
+
+} // namespace peer
+
+#endif

@@ -1,0 +1,466 @@
+// The tree reader and the writer: exact text, round trips, merging,
+// strictness, where reading stops, and every way a read can fail.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "dpk_hvsup.h"
+#include "userdata/faithful.h"
+#include "userdata/streams.h"
+
+using ucm_test::Dump;
+using ucm_test::ReadStream;
+using ucm_test::ReadTree;
+using ucm_test::WriteStream;
+using ucm_test::WriteTree;
+
+namespace {
+
+const char kHeader[] = "[ID]\n"
+                       "format: sample\n"
+                       "version: 1\n"
+                       "\n"
+                       "[Data]\n"
+                       "Name: word value\n"
+                       "Title: \"a string: with a colon\"\n"
+                       "Sample: \"<<<<Base64Data:QUJD>>>>\"\n"
+                       "Empty: Count: 12\n"
+                       "\n"
+                       "[End]";
+
+/* A node made by hand, as a host would. */
+HalvUserCMData *Node(int32_t kind, const std::string &text, HalvUserCMData *children = nullptr,
+                     HalvUserCMData *next = nullptr) {
+    auto *node = static_cast<HalvUserCMData *>(halv_internal_calloc(1, sizeof(HalvUserCMData)));
+    node->text = static_cast<char *>(halv_internal_malloc(text.size() + 1));
+    std::memcpy(node->text, text.data(), text.size());
+    node->text[text.size()] = '\0';
+    node->length = (uint32_t)text.size();
+    node->kind = kind;
+    node->children = children;
+    node->next = next;
+    return node;
+}
+
+TEST(UserDataTreeText, TheSampleHeaderReadsAndWritesBackByteForByte) {
+    auto [result, tree] = ReadTree(kHeader, 1);
+    ASSERT_EQ(result, 1);
+    EXPECT_EQ(Dump(tree), "S'ID'{L'format'{W'sample'} L'version'{W'1'}} "
+                          "S'Data'{L'Name'{W'word value'} L'Title'{T'a string: with a colon'} "
+                          "L'Sample'{D'ABC'} L'Empty' L'Count'{W'12'}} S'End'");
+    EXPECT_EQ(WriteTree(tree), kHeader);
+    HalvFreeUserCMData(tree);
+}
+
+TEST(UserDataTreeText, WriterTextForEveryKind) {
+    // <I> [S] k: v, a second section, a second item: empty lines only in
+    // front of names that aren't first in their list.
+    HalvUserCMData *tree = Node(0, "I",
+                                Node(1, "S", Node(2, "k", Node(3, "v", nullptr, Node(4, "s: x", nullptr, Node(5, "AB")))),
+                                     Node(1, "T")),
+                                Node(0, "J"));
+    EXPECT_EQ(WriteTree(tree), "<I>\n[S]\nk: v\n\"s: x\"\n\"<<<<Base64Data:QUI=>>>>\"\n\n[T]\n\n<J>\n");
+    HalvFreeUserCMData(tree);
+
+    // A label without value runs on into the next node's text.
+    tree = Node(2, "a", nullptr, Node(2, "b", nullptr, Node(2, "c", Node(3, "d"))));
+    EXPECT_EQ(WriteTree(tree), "a: b: c: d\n");
+    HalvFreeUserCMData(tree);
+
+    // Texts go out with their length and unescaped, NULs and syntax alike.
+    tree = Node(1, std::string("a\0]", 3), Node(2, "k:", Node(3, "x # y\\")));
+    EXPECT_EQ(WriteTree(tree), std::string("[a\0]]\nk:: x # y\\\n", 17));
+    HalvFreeUserCMData(tree);
+
+    // Empty data and padding of one and two final bytes.
+    tree = Node(5, "", nullptr, Node(5, "A", nullptr, Node(5, "AB", nullptr, Node(5, "ABC"))));
+    EXPECT_EQ(WriteTree(tree), "\"<<<<Base64Data:>>>>\"\n\"<<<<Base64Data:QQ==>>>>\"\n"
+                               "\"<<<<Base64Data:QUI=>>>>\"\n\"<<<<Base64Data:QUJD>>>>\"\n");
+    HalvFreeUserCMData(tree);
+
+    // A node of a kind the language doesn't know prints nothing but its
+    // children; a null text prints as empty.
+    tree = Node(9, "ignored", Node(3, "child"));
+    HalvUserCMData *bare = Node(3, "");
+    halv_internal_free(bare->text);
+    bare->text = nullptr;
+    tree->next = bare;
+    EXPECT_EQ(WriteTree(tree), "child\n\n");
+    HalvFreeUserCMData(tree);
+}
+
+TEST(UserDataTreeText, WriterStopsAtTopLevelEndOnly) {
+    // Sections at the top: [End] has no line end, and nothing behind it is
+    // written, siblings and children alike.
+    HalvUserCMData *tree = Node(1, "A", Node(2, "k", Node(3, "v")),
+                                Node(1, "eNd", Node(2, "hidden", Node(3, "x")), Node(1, "After")));
+    EXPECT_EQ(WriteTree(tree), "[A]\nk: v\n\n[eNd]");
+    HalvFreeUserCMData(tree);
+    // Items at the top: a section End is ordinary, an item End stops.
+    tree = Node(0, "I", Node(1, "End", Node(2, "k", Node(3, "v")), Node(1, "S")),
+                Node(0, "End", Node(1, "never"), Node(0, "never")));
+    EXPECT_EQ(WriteTree(tree), "<I>\n[End]\nk: v\n\n[S]\n\n<End>");
+    HalvFreeUserCMData(tree);
+    // A first node that is End writes just that.
+    tree = Node(1, "End", nullptr, Node(1, "X"));
+    EXPECT_EQ(WriteTree(tree), "[End]");
+    HalvFreeUserCMData(tree);
+    // "Ends" or "En" are no End.
+    tree = Node(1, "Ends", nullptr, Node(1, "En"));
+    EXPECT_EQ(WriteTree(tree), "[Ends]\n\n[En]\n");
+    HalvFreeUserCMData(tree);
+}
+
+TEST(UserDataTreeText, Base64GoesOutInPiecesOfAtMost68Characters) {
+    std::string bytes;
+    for (int i = 0; i < 200; ++i)
+        bytes += (char)(i * 7);
+    HalvUserCMData *tree = Node(2, "blob", Node(5, bytes));
+    WriteStream out;
+    ASSERT_EQ(HalvWriteUserCMData(tree, out.io()), 1);
+    // 200 bytes: three pieces of 51 bytes (68 characters) and one of 47.
+    std::vector<uint32_t> pieces(out.counts().end() - 5, out.counts().end() - 1);
+    EXPECT_EQ(pieces, (std::vector<uint32_t>{68, 68, 68, 64}));
+    EXPECT_EQ(out.text().find('\n'), out.text().size() - 1); // no line break inside
+    auto [result, back] = ReadTree(out.text());
+    ASSERT_EQ(result, 1);
+    ASSERT_NE(back->children, nullptr);
+    EXPECT_EQ(std::string(back->children->text, back->children->length), bytes);
+    HalvFreeUserCMData(back);
+    HalvFreeUserCMData(tree);
+}
+
+TEST(UserDataTreeText, WriterResults) {
+    HalvUserCMData *tree = Node(1, "S", Node(2, "k", Node(5, std::string(300, 'x'))));
+    EXPECT_EQ(HalvWriteUserCMData(tree, nullptr), 0);
+    WriteStream out;
+    EXPECT_EQ(HalvWriteUserCMData(nullptr, out.io()), 1);
+    EXPECT_TRUE(out.counts().empty());
+    // A write that takes fewer bytes than given fails the output, before,
+    // within and after the Base64 block.
+    const std::string full = WriteTree(tree);
+    for (size_t capacity : {size_t(0), size_t(3), size_t(30), size_t(100), full.size() - 1}) {
+        WriteStream limited(capacity);
+        EXPECT_EQ(HalvWriteUserCMData(tree, limited.io()), -1) << capacity;
+        EXPECT_EQ(limited.text(), full.substr(0, capacity));
+    }
+    WriteStream exact(full.size());
+    EXPECT_EQ(HalvWriteUserCMData(tree, exact.io()), 1);
+    HalvFreeUserCMData(tree);
+}
+
+TEST(UserDataTreeText, EmptyStreamsAndStrictness) {
+    auto empty = ReadTree("");
+    EXPECT_EQ(empty.result, 1);
+    EXPECT_EQ(empty.tree, nullptr);
+    EXPECT_EQ(ReadTree("# nothing\n\n").result, 1);
+    auto strictEmpty = ReadTree("", 1);
+    EXPECT_EQ(strictEmpty.result, 0);
+    EXPECT_EQ(strictEmpty.tree, nullptr);
+
+    for (const char *good : {"[ID]\nk: v\n", "<ID>\n[S]\nk: v\n", "[id]\n"}) {
+        auto read = ReadTree(good, 1);
+        EXPECT_EQ(read.result, 1) << good;
+        EXPECT_NE(read.tree, nullptr) << good;
+        HalvFreeUserCMData(read.tree);
+    }
+    for (const char *bad : {"[Head]\nk: v\n", "name: x\n[ID]\n", "word\n", "\"string\"", "[IDs]", "<I D>"}) {
+        auto read = ReadTree(bad, 1);
+        EXPECT_EQ(read.result, 0) << bad;
+        EXPECT_EQ(read.tree, nullptr) << bad;
+    }
+    // Strict goes off only where the root is made: a strict read into a
+    // tree fails at its first label, and frees the caller's nodes as well.
+    auto base = ReadTree("[ID]\nk: v\n");
+    ASSERT_EQ(base.result, 1);
+    auto more = ReadTree("[ID]\nj: w\n", 1, base.tree);
+    EXPECT_EQ(more.result, 0);
+    EXPECT_EQ(more.tree, nullptr);
+}
+
+TEST(UserDataTreeText, EndStopsReadingRightBehindItsBracket) {
+    const std::string text = std::string("[ID]\nk: v\n[End]") + "\x01\xFF\x00[More]\nx: y";
+    ReadStream in(text);
+    HalvUserCMData *tree = nullptr;
+    EXPECT_EQ(HalvReadUserCMData(in.io(), &tree, 1), 1);
+    EXPECT_EQ(in.rest(), text.substr(text.find("[End]") + 5));
+    EXPECT_EQ(Dump(tree), "S'ID'{L'k'{W'v'}} S'End'");
+    HalvFreeUserCMData(tree);
+    for (uint32_t count : in.counts())
+        EXPECT_EQ(count, 1u);
+
+    // With items at the top [End] is an ordinary section; <End> stops.
+    ReadStream items("<I>\n[End]\nk: v\n<end>tail");
+    tree = nullptr;
+    EXPECT_EQ(HalvReadUserCMData(items.io(), &tree, 0), 1);
+    EXPECT_EQ(items.rest(), "tail");
+    EXPECT_EQ(Dump(tree), "I'I'{S'End'{L'k'{W'v'}}} I'end'");
+    HalvFreeUserCMData(tree);
+
+    // A first node End stops at once.
+    auto endOnly = ReadTree("[End]\n[Other]");
+    EXPECT_EQ(endOnly.result, 1);
+    EXPECT_EQ(Dump(endOnly.tree), "S'End'");
+    HalvFreeUserCMData(endOnly.tree);
+}
+
+TEST(UserDataTreeText, NamesReopenAndLabelsRepeat) {
+    auto [result, tree] = ReadTree("[A]\nx: 1\n[B]\ny: 2\n[a]\nz: 3\nx: 4\n");
+    ASSERT_EQ(result, 1);
+    EXPECT_EQ(Dump(tree), "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}");
+    // Reading more text into the tree merges it.
+    ReadStream in("[b]\nw: 5\n[C]\n");
+    EXPECT_EQ(HalvReadUserCMData(in.io(), &tree, 0), 1);
+    EXPECT_EQ(Dump(tree), "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'");
+    HalvFreeUserCMData(tree);
+
+    // Sections are found below the current item; a name needs the same
+    // length, so "ab" doesn't reopen "abc".
+    auto items = ReadTree("<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n");
+    ASSERT_EQ(items.result, 1);
+    EXPECT_EQ(Dump(items.tree), "I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}");
+    HalvFreeUserCMData(items.tree);
+}
+
+TEST(UserDataTreeText, AFoundNameIsReopenedWhateverItsKind) {
+    // <a> finds the section A and makes it the current item, so B becomes
+    // its child; the writer then prints B as a first section.
+    auto read = ReadTree("[A]\n<a>\n[B]\nk: v\n");
+    ASSERT_EQ(read.result, 1);
+    EXPECT_EQ(Dump(read.tree), "S'A'{S'B'{L'k'{W'v'}}}");
+    EXPECT_EQ(WriteTree(read.tree), "[A]\n[B]\nk: v\n");
+    HalvFreeUserCMData(read.tree);
+    // An End that is found again only reopens: reading goes on.
+    auto base = ReadTree("[S]\n[End]");
+    ASSERT_EQ(base.result, 1);
+    ReadStream in("[end]\nk: v\n[T]\n");
+    EXPECT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), 1);
+    EXPECT_EQ(Dump(base.tree), "S'S' S'End'{L'k'{W'v'}} S'T'");
+    EXPECT_EQ(in.rest(), "");
+    HalvFreeUserCMData(base.tree);
+}
+
+TEST(UserDataTreeText, CurrentSectionAndLabelSurviveNewNames) {
+    // A label after an item with no section lands in the previous section.
+    auto a = ReadTree("<I1>\n[S]\n<I2>\nk: v\n");
+    EXPECT_EQ(a.result, 1);
+    EXPECT_EQ(Dump(a.tree), "I'I1'{S'S'{L'k'{W'v'}}} I'I2'");
+    HalvFreeUserCMData(a.tree);
+    // A value after a new section with no label goes to the last label.
+    auto b = ReadTree("[S]\nk: v\n[T]\n\"more\"\n");
+    EXPECT_EQ(b.result, 1);
+    EXPECT_EQ(Dump(b.tree), "S'S'{L'k'{W'v' T'more'}} S'T'");
+    HalvFreeUserCMData(b.tree);
+}
+
+TEST(UserDataTreeText, AssignmentTextJoinsTheNextNode) {
+    auto a = ReadTree("name=value");
+    EXPECT_EQ(a.result, 1);
+    EXPECT_EQ(Dump(a.tree), "W'namevalue'");
+    HalvFreeUserCMData(a.tree);
+    auto b = ReadTree("[S]\nk: a=b\nx=[T]\n");
+    EXPECT_EQ(b.result, 1);
+    EXPECT_EQ(Dump(b.tree), "S'S'{L'k'{W'ab'}} S'xT'");
+    HalvFreeUserCMData(b.tree);
+}
+
+TEST(UserDataTreeText, TreesStartAtAnyLevel) {
+    auto labels = ReadTree("a: 1\nb: \"2\"\n");
+    EXPECT_EQ(labels.result, 1);
+    EXPECT_EQ(Dump(labels.tree), "L'a'{W'1'} L'b'{T'2'}");
+    EXPECT_EQ(WriteTree(labels.tree), "a: 1\nb: \"2\"\n");
+    HalvFreeUserCMData(labels.tree);
+    auto values = ReadTree("one\n\"two\"\n\"<<<<Base64Data:QUJD>>>>\"\nthree");
+    EXPECT_EQ(values.result, 1);
+    EXPECT_EQ(Dump(values.tree), "W'one' T'two' D'ABC' W'three'");
+    HalvFreeUserCMData(values.tree);
+}
+
+TEST(UserDataTreeText, NodesThatFitNowhereGiveMinusOneAndKeepTheTree) {
+    struct Case {
+        const char *text;
+        const char *kept;
+    };
+    for (const Case &c : {Case{"[S]\nk: v\n<I>\n", "S'S'{L'k'{W'v'}}"}, Case{"k: v\n[S]\n", "L'k'{W'v'}"},
+                          Case{"k: v\n<I>\n", "L'k'{W'v'}"}, Case{"w\nk: v\n", "W'w'"},
+                          Case{"w\n[S]\n", "W'w'"}, Case{"<I>\nword\n", "I'I'"}, Case{"<I>\nk: v\n", "I'I'"}}) {
+        auto read = ReadTree(c.text);
+        EXPECT_EQ(read.result, -1) << c.text;
+        EXPECT_EQ(Dump(read.tree), c.kept) << c.text;
+        HalvFreeUserCMData(read.tree);
+    }
+    // A caller's tree of sections with no current section for a label.
+    auto base = ReadTree("[S]\n");
+    ReadStream in("k: v\n");
+    EXPECT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), -1);
+    EXPECT_EQ(Dump(base.tree), "S'S'");
+    HalvFreeUserCMData(base.tree);
+}
+
+TEST(UserDataTreeText, MalformedStreamsGiveZeroAndFreeEverything) {
+    for (const char *bad : {"[S]\nk: {never closed", "[S]\nk: {a}", "[S]\nk: \"<<<<Base64Data:QUJ",
+                            "k: \"<<<<Base64Data:QUJD\n>>>>\""}) {
+        auto read = ReadTree(bad);
+        EXPECT_EQ(read.result, 0) << bad;
+        EXPECT_EQ(read.tree, nullptr) << bad;
+    }
+    // The caller's old nodes go too (the sanitizer build checks the frees).
+    auto base = ReadTree("[S]\nk: v\n");
+    ReadStream in("[T]\nj: {x");
+    EXPECT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), 0);
+    EXPECT_EQ(base.tree, nullptr);
+    // Null arguments are refused and leave the tree alone.
+    HalvUserCMData *tree = nullptr;
+    EXPECT_EQ(HalvReadUserCMData(nullptr, &tree, 0), 0);
+    ReadStream some("[S]");
+    EXPECT_EQ(HalvReadUserCMData(some.io(), nullptr, 0), 0);
+}
+
+TEST(UserDataTreeText, LongListsReopenTheFirstNodeOfEachName) {
+    // Enough sections for the reader to index them; names are reopened
+    // whatever the order and case, and a duplicate a host put in a tree is
+    // never the one found.
+    std::string text;
+    for (int i = 0; i < 300; ++i)
+        text += "[S" + std::to_string(i) + "]\nk: " + std::to_string(i) + "\n";
+    auto base = ReadTree(text);
+    ASSERT_EQ(base.result, 1);
+    HalvUserCMData *last = base.tree;
+    while (last->next != nullptr)
+        last = last->next;
+    last->next = Node(1, "s7"); // a second S7, behind the first
+    std::mt19937 random(5);
+    std::string more;
+    std::vector<int> added(300, 0);
+    for (int i = 0; i < 2000; ++i) {
+        int n = (int)(random() % 300);
+        ++added[n];
+        more += "[s" + std::to_string(n) + "]\nj: x\n";
+    }
+    more += "[New]\n";
+    ReadStream in(more);
+    ASSERT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), 1);
+    int sections = 0;
+    for (HalvUserCMData *s = base.tree; s != nullptr; s = s->next, ++sections) {
+        if (sections == 300) {
+            EXPECT_EQ(Dump(s->children), ""); // the duplicate stays empty
+            continue;
+        }
+        if (sections == 301) {
+            EXPECT_STREQ(s->text, "New");
+            continue;
+        }
+        int labels = 0;
+        for (HalvUserCMData *l = s->children; l != nullptr; l = l->next)
+            ++labels;
+        EXPECT_EQ(labels, 1 + added[sections]) << s->text;
+    }
+    EXPECT_EQ(sections, 302);
+    HalvFreeUserCMData(base.tree);
+}
+
+TEST(UserDataTreeText, ManyItemsWithManySectionsAlternating) {
+    // Reopening items and sections in turn, each time adding below them,
+    // keeps every label in order behind the earlier ones.
+    std::string text;
+    for (int round = 0; round < 40; ++round)
+        for (int item = 0; item < 20; ++item)
+            for (int section = 0; section < 20; section += 7)
+                text += "<I" + std::to_string(item) + ">\n[S" + std::to_string(section) + "]\nr: " +
+                        std::to_string(round) + "\n";
+    auto read = ReadTree(text);
+    ASSERT_EQ(read.result, 1);
+    int items = 0;
+    for (HalvUserCMData *i = read.tree; i != nullptr; i = i->next, ++items) {
+        int sections = 0;
+        for (HalvUserCMData *s = i->children; s != nullptr; s = s->next, ++sections) {
+            int round = 0;
+            for (HalvUserCMData *l = s->children; l != nullptr; l = l->next, ++round)
+                ASSERT_EQ(std::string(l->children->text), std::to_string(round));
+            EXPECT_EQ(round, 40);
+        }
+        EXPECT_EQ(sections, 3);
+    }
+    EXPECT_EQ(items, 20);
+    HalvFreeUserCMData(read.tree);
+}
+
+/* A random tree of the shape and texts the writer renders faithfully. */
+class TreeMaker {
+  public:
+    explicit TreeMaker(uint32_t seed) : random_(seed) {}
+
+    HalvUserCMData *Make() {
+        const int32_t rootKind = (int32_t)(random_() % 4);
+        return List(rootKind);
+    }
+
+  private:
+    std::string Text(const char *alphabet, size_t most) {
+        std::string text;
+        const size_t length = 1 + random_() % most;
+        const size_t size = std::strlen(alphabet);
+        for (size_t i = 0; i < length; ++i)
+            text += alphabet[random_() % size];
+        return text;
+    }
+
+    HalvUserCMData *Value() {
+        switch (random_() % 3) {
+        case 0:
+            return Node(3, Text("abcXYZ019 .,;!?'()/+-_*&%$@~<>[]{}", 20).insert(0, "w"));
+        case 1:
+            return Node(4, Text("abc XYZ 019:#=\n<>[]{}',;", 40));
+        default: {
+            std::string bytes;
+            for (size_t i = random_() % 120; i > 0; --i)
+                bytes += (char)random_();
+            return Node(5, bytes);
+        }
+        }
+    }
+
+    HalvUserCMData *List(int32_t kind) {
+        HalvUserCMData *head = nullptr, **link = &head;
+        const int count = kind == 0 ? 1 + (int)(random_() % 3) : (int)(random_() % 5);
+        for (int i = 0; i < count; ++i) {
+            HalvUserCMData *node;
+            if (kind >= 3) {
+                node = Value();
+            } else {
+                // Item and section names stay unique through a counter;
+                // labels may repeat.
+                std::string name = kind == 2 ? "L" + Text("abcXYZ019 _-.<>[]", 12)
+                                             : Text("abcXYZ019 _-.:#<[\n", 12) + "-" + std::to_string(serial_++);
+                node = Node(kind, name);
+                node->children = List(kind + 1);
+            }
+            *link = node;
+            link = &node->next;
+        }
+        return head;
+    }
+
+    std::mt19937 random_;
+    int serial_ = 0;
+};
+
+TEST(UserDataTreeText, RandomFaithfulTreesRoundTrip) {
+    for (uint32_t seed = 1; seed <= 300; ++seed) {
+        TreeMaker maker(seed);
+        HalvUserCMData *tree = maker.Make();
+        ASSERT_TRUE(ucm_test::Faithful(tree)) << Dump(tree);
+        const std::string text = WriteTree(tree);
+        auto back = ReadTree(text);
+        ASSERT_EQ(back.result, 1) << text;
+        EXPECT_TRUE(ucm_test::SameTree(tree, back.tree)) << text << "\n" << Dump(back.tree);
+        EXPECT_EQ(WriteTree(back.tree), text);
+        HalvFreeUserCMData(back.tree);
+        HalvFreeUserCMData(tree);
+    }
+}
+
+} // namespace

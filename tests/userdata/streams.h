@@ -1,0 +1,156 @@
+// Hand-built streams for the user data tests: each fills only the slot it
+// needs, so a reader that touched any other slot would crash the test.
+#ifndef HALV_TESTS_USERDATA_STREAMS_H
+#define HALV_TESTS_USERDATA_STREAMS_H
+
+#include <cstdint>
+#include <cstring>
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "dpk_hvsup.h"
+
+namespace ucm_test {
+
+/* Bytes to read; only the read slot is set.  Every call's count is kept. */
+class ReadStream {
+  public:
+    explicit ReadStream(std::string bytes) : bytes_(std::move(bytes)) {
+        std::memset(&record_, 0, sizeof record_);
+        record_.io.read = &ReadStream::Read;
+        record_.self = this;
+    }
+    ReadStream(const ReadStream &) = delete;
+    ReadStream &operator=(const ReadStream &) = delete;
+
+    HalvIO *io() { return &record_.io; }
+    size_t position() const { return position_; }
+    std::string rest() const { return bytes_.substr(position_); }
+    const std::vector<uint32_t> &counts() const { return counts_; }
+    /* From now on each read gives at most this many bytes. */
+    void LimitPieces(uint32_t most) { most_ = most; }
+
+  private:
+    struct Record {
+        HalvIO io;
+        ReadStream *self;
+    };
+    static int32_t Read(HalvIO *io, void *buffer, uint32_t count) {
+        ReadStream *self = reinterpret_cast<Record *>(io)->self;
+        self->counts_.push_back(count);
+        size_t take = std::min<size_t>({count, self->most_, self->bytes_.size() - self->position_});
+        std::memcpy(buffer, self->bytes_.data() + self->position_, take);
+        self->position_ += take;
+        return (int32_t)take;
+    }
+
+    Record record_;
+    std::string bytes_;
+    size_t position_ = 0;
+    uint32_t most_ = UINT32_MAX;
+    std::vector<uint32_t> counts_;
+};
+
+/* Collects written bytes; only the write slot is set.  Like a string stream
+ * it takes what fits in its capacity and answers 0 when full. */
+class WriteStream {
+  public:
+    explicit WriteStream(size_t capacity = SIZE_MAX) : capacity_(capacity) {
+        std::memset(&record_, 0, sizeof record_);
+        record_.io.write = &WriteStream::Write;
+        record_.self = this;
+    }
+    WriteStream(const WriteStream &) = delete;
+    WriteStream &operator=(const WriteStream &) = delete;
+
+    HalvIO *io() { return &record_.io; }
+    const std::string &text() const { return text_; }
+    const std::vector<uint32_t> &counts() const { return counts_; }
+    void Clear() {
+        text_.clear();
+        counts_.clear();
+    }
+
+  private:
+    struct Record {
+        HalvIO io;
+        WriteStream *self;
+    };
+    static int32_t Write(HalvIO *io, const void *bytes, uint32_t count) {
+        WriteStream *self = reinterpret_cast<Record *>(io)->self;
+        self->counts_.push_back(count);
+        size_t take = std::min<size_t>(count, self->capacity_ - self->text_.size());
+        self->text_.append(static_cast<const char *>(bytes), take);
+        return (int32_t)take;
+    }
+
+    Record record_;
+    size_t capacity_;
+    std::string text_;
+    std::vector<uint32_t> counts_;
+};
+
+struct Token {
+    int32_t code;
+    std::string text;
+    bool operator==(const Token &other) const { return code == other.code && text == other.text; }
+};
+
+inline std::ostream &operator<<(std::ostream &os, const Token &token) {
+    return os << "{" << token.code << " '" << token.text << "'}";
+}
+
+/* Every token of bytes, up to and including the first 101 or 69. */
+inline std::vector<Token> Tokens(const std::string &bytes, bool old = false) {
+    ReadStream in(bytes);
+    std::vector<Token> tokens;
+    for (int guard = 0; guard < 10000; ++guard) {
+        WriteStream out;
+        int32_t code = old ? HalvReadOldUserCM(in.io(), out.io()) : HalvReadUserCM(in.io(), out.io());
+        tokens.push_back({code, out.text()});
+        if (code == 101 || code == 69)
+            break;
+    }
+    return tokens;
+}
+
+/* The tree as one line: kind letter, text in quotes, children in braces. */
+inline std::string Dump(const HalvUserCMData *node) {
+    static const char kinds[] = "ISLWTD";
+    std::string text;
+    for (; node != nullptr; node = node->next) {
+        text += (node->kind >= 0 && node->kind < 6) ? kinds[node->kind] : '?';
+        text += '\'';
+        if (node->text != nullptr)
+            text.append(node->text, node->length);
+        text += '\'';
+        if (node->children != nullptr)
+            text += "{" + Dump(node->children) + "}";
+        if (node->next != nullptr)
+            text += ' ';
+    }
+    return text;
+}
+
+/* Reads a whole text into a tree; result and tree come back. */
+struct ReadResult {
+    int32_t result;
+    HalvUserCMData *tree;
+};
+inline ReadResult ReadTree(const std::string &bytes, int32_t strict = 0, HalvUserCMData *tree = nullptr) {
+    ReadStream in(bytes);
+    int32_t result = HalvReadUserCMData(in.io(), &tree, strict);
+    return {result, tree};
+}
+
+inline std::string WriteTree(const HalvUserCMData *tree) {
+    WriteStream out;
+    int32_t result = HalvWriteUserCMData(tree, out.io());
+    return result == 1 ? out.text() : "<failed " + std::to_string(result) + ">";
+}
+
+} // namespace ucm_test
+
+#endif
