@@ -223,9 +223,7 @@ public:
     }
 
 private:
-    /* A new table entry with all its fields, or -1 when the table is full.
-     * Field by field: the engine reads them back at once, and a narrow load
-     * from inside one wide store can stall. */
+    /* A new table entry with all its fields, or -1 when the table is full. */
     int32_t NewEntry(int32_t type, uint32_t flags, const Qualifiers &q, int32_t base, int32_t after) noexcept {
         if (count_ >= HALV_FORMAT_MAX_ARGS)
             return -1;

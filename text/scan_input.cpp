@@ -48,9 +48,7 @@ int32_t StreamInChar(HalvFormatContext *context, char *out) {
     return -1;
 }
 
-/* Field by field rather than a block clear: the core reads these fields
- * back at once, and a narrow load from inside a wide clearing store can
- * stall on its way out of the store buffer. */
+/* Every field of the record, the source's own text pointer included. */
 void InitSource(ScanSource &in, const HalvLocale *locale, decltype(HalvFormatContext::inChar) inChar,
                 void *location) noexcept {
     HalvFormatContext &context = in.context;
