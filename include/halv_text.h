@@ -170,7 +170,7 @@ HALV_API int32_t HalvLASPrintfl(const HalvLocale *locale, char **out, const char
  * from an int argument; '#' lets %x take a 0x prefix (%o a leading 0, base 2
  * a 0b) and lets %c and %s read backslash escapes.
  * Stored sizes: none, I8, I16, I32 store 32 bits; h and hh 16 bits; l, ll,
- * z, t, j and I64 64 bits.  %n stores the bytes taken so far, by the same
+ * z, t, j and I64 64 bits; an I size decides over any size behind it.  %n stores the bytes taken so far, by the same
  * sizes; %p stores a pointer and reads "(nil)" as null.
  * Unlike the C library: %i reads no prefix, %x takes 0x only with '#', the
  * unsigned conversions refuse a sign, an integer's sign is outside its

@@ -61,6 +61,13 @@ TEST(PrintIntegers, SizesFollowThePlatformWords) {
     EXPECT_EQ(Text("%td|%tx", static_cast<ptrdiff_t>(-5), static_cast<ptrdiff_t>(-1)), "-5|ffffffffffffffff");
     EXPECT_EQ(Text("%I8d|%I16d|%I32d|%I32u", -1, 70000, INT_MIN, -1), "-1|70000|-2147483648|4294967295");
     EXPECT_EQ(Text("%Ld|%Lu", -3, 3), "-3|3");  /* L has no effect on integers */
+    /* A size behind an I size is taken, and the I decides the width. */
+    EXPECT_EQ(Text("%I64hd|%I32lld|%d", INT64_MIN, 7, 8), "-9223372036854775808|7|8");
+    int64_t wide = -1;
+    int32_t narrow = -1;
+    EXPECT_EQ(Text("ab%I64hn|%I32lln", &wide, &narrow), "ab|");
+    EXPECT_EQ(wide, 2);
+    EXPECT_EQ(narrow, 3);
     /* Arguments after a 64-bit one still line up. */
     EXPECT_EQ(Text("%lld %d %ld %d", 1LL << 40, 2, 3L, 4), "1099511627776 2 3 4");
 }
@@ -160,7 +167,7 @@ TEST(PrintLiterals, TextPercentAndUtf8) {
 TEST(PrintMalformed, RefusedFormatsWriteNothing) {
     const char *const malformed[] = {
         "%y", "%b", "%B", "%C", "%S", "%D", "%O", "%U", "%k", "%1$d", "%'d", "%^d", "%[a]", "%hhhd", "%lllu",
-        "%I5d", "%Id", "%I320d", "%hI32d", "%I32hd", "%I32I32d", "%...2i", "%..37i", "%..1i", "%..0i", "x%", "%5",
+        "%I5d", "%Id", "%I320d", "%hI32d", "%I32I32d", "%...2i", "%..37i", "%..1i", "%..0i", "x%", "%5",
         "%-", "%.", "%\xc3\xa9",
     };
     for (const char *format : malformed) {
@@ -214,6 +221,12 @@ TEST(PrintLimits, SixtyFourArguments) {
     EXPECT_STREQ(buffer, "");
     /* The parse fails before any argument is fetched, so none are needed. */
     EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, Directives(100).c_str()), HALV_FORMAT_TOO_MANY_ARGS);
+    /* The limit is tested before the directive is read: a malformed 65th
+     * directive is too many, a malformed 64th is malformed. */
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(64) + "%y").c_str(), pointers.data()),
+              HALV_FORMAT_TOO_MANY_ARGS);
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(63) + "%y").c_str(), pointers.data()),
+              HALV_FORMAT_MALFORMED);
 
     /* '*' arguments count: 32 "%*d" take all 64 entries, one more is too many,
      * also when only the '*' of the last directive would still fit. */

@@ -102,6 +102,8 @@ TEST(TextScan, IntegerStoreSizes) {
         {"%d", 4},   {"%hd", 2},  {"%hhd", 2},  {"%ld", 8},   {"%lld", 8}, {"%jd", 8},
         {"%zd", 8},  {"%td", 8},  {"%I8d", 4},  {"%I16d", 4}, {"%I32d", 4}, {"%I64d", 8},
         {"%Ld", 4},  {"%hn", 2},  {"%lln", 8},  {"%n", 4},
+        /* An I size decides over any size behind it. */
+        {"%I32hd", 4}, {"%I64hd", 8}, {"%I16lld", 4}, {"%I8hn", 4},
     };
     for (const auto &c : cases) {
         unsigned char buffer[16];
@@ -334,6 +336,17 @@ TEST(TextScan, CharacterSets) {
     int v = 0;
     EXPECT_EQ(HalvSScanf("5 x", "%d %[z-a]", &v, a), HALV_SCAN_BAD_RANGE);
     EXPECT_EQ(v, 5);
+    /* A lone leading ']' with the format ending behind it is the whole set;
+     * "]-" both lead, and the ']' behind them closes. */
+    EXPECT_EQ(HalvSScanf("]]x", "%[]", a), 1);
+    EXPECT_STREQ(a, "]]");
+    EXPECT_EQ(HalvSScanf("-]-x", "%[]-]%s", a, b), 2);
+    EXPECT_STREQ(a, "-]-");
+    EXPECT_STREQ(b, "x");
+    /* A '*' base on a set still takes its argument, and means nothing. */
+    EXPECT_EQ(HalvSScanf("ab 7", "%..*[ab] %d", 99, a, &v), 2);
+    EXPECT_STREQ(a, "ab");
+    EXPECT_EQ(v, 7);
 }
 
 TEST(TextScan, Pointers) {
@@ -429,6 +442,7 @@ TEST(TextScan, MalformedFormats) {
     const char *bad[] = {
         "%y", "%b", "%D", "%S", "%C", "%", "%5", "%hhhd", "%llld", "%...i", "%1$d",
         "%'d", "%^d", "%lI32d", "%I32I32d", "%I7d", "%I016d", "%Id", "%I128d", "%\xC3\xA9",
+        "%..1i", "%..0u", "%[a]%..40[b]",
     };
     for (const char *format : bad) {
         a = 99;
@@ -455,6 +469,10 @@ TEST(TextScan, ArgumentLimit) {
     EXPECT_EQ(HalvLSScanf(text.c_str(), format.c_str(), slots), 64);
     EXPECT_EQ(values[63], 63);
     EXPECT_EQ(HalvLSScanf(text.c_str(), (format + "%d").c_str(), slots), HALV_SCAN_TOO_MANY);
+    /* The limit comes before the directive is read, and a '*' directive
+     * takes an entry too. */
+    EXPECT_EQ(HalvLSScanf(text.c_str(), (format + "%y").c_str(), slots), HALV_SCAN_TOO_MANY);
+    EXPECT_EQ(HalvLSScanf(text.c_str(), (format + "%*d").c_str(), slots), HALV_SCAN_TOO_MANY);
     /* A `*` base entry that pushes past the table also overflows it. */
     std::string pushed;
     for (int i = 0; i < 63; ++i)

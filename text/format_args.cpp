@@ -129,19 +129,36 @@ constexpr Fetcher kPrintFetchers[] = {
     FetchPointer,     /* HALV_FORMAT_GROUP */
 };
 
+/* Scan mode: every entry but a '*' one takes a pointer, a suppressed one
+ * nothing. */
+void FetchScanArguments(FormatTable &table, int32_t count, ArgumentReader &reader) noexcept {
+    for (int32_t i = 0; i < count; ++i) {
+        HalvFormatParameter &p = table[i];
+        if (p.type == HALV_FORMAT_STAR)
+            FetchStar(p, reader);
+        else if ((p.flags & kFlagSuppress) == 0)
+            FetchPointer(p, reader);
+    }
+}
+
+void FetchPrintArguments(FormatTable &table, int32_t count, ArgumentReader &reader) noexcept {
+    for (int32_t i = 0; i < count; ++i)
+        kPrintFetchers[table[i].type](table[i], reader);
+}
+
 } // namespace
+
+int32_t DefaultBase(const HalvFormatParameter &p) noexcept {
+    const char conversion = ConversionOf(p);
+    return conversion == 'a' || conversion == 'A' ? 16 : 10;
+}
 
 void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept {
     ArgumentReader reader(args);
-    for (int32_t i = 0; i < count; ++i) {
-        HalvFormatParameter &p = table[i];
-        if (p.flags & kFlagSuppress)
-            continue;
-        if (mode == FormatMode::Scan && p.type != HALV_FORMAT_STAR)
-            FetchPointer(p, reader);
-        else
-            kPrintFetchers[p.type](p, reader);
-    }
+    if (mode == FormatMode::Scan)
+        FetchScanArguments(table, count, reader);
+    else
+        FetchPrintArguments(table, count, reader);
 }
 
 } // namespace halv

@@ -15,6 +15,7 @@
 #include <stdint.h>
 
 #include "halv_text.h"
+#include "text/locale_internal.h"
 
 namespace halv {
 
@@ -50,17 +51,58 @@ inline char ConversionOf(const HalvFormatParameter &p) noexcept {
     return static_cast<char>(p.flags >> kConversionShift);
 }
 
-/* True when an integer of this size is read and printed in 64 bits: ll, j,
- * I64, and the pointer-sized l, z and t.  A wide size outranks h. */
+/* True when an integer of this size is read, printed and stored in 64 bits:
+ * ll, j, I64, and the pointer-sized l, z and t.  An I size decides alone;
+ * otherwise a wide size outranks h. */
 inline bool IsWideInteger(const HalvFormatParameter &p) noexcept {
     if (p.flags & kFlagSizeI)
         return p.varsize == 8;
     return (p.flags & (kFlagSizeL | kFlagSizeLL | kFlagSizeZ | kFlagSizeT | kFlagSizeJ)) != 0;
 }
 
-/* True when %n stores 16 bits. */
-inline bool IsShortInteger(const HalvFormatParameter &p) noexcept {
-    return (p.flags & (kFlagSizeH | kFlagSizeHH)) != 0 && !IsWideInteger(p);
+/* The bytes a %n count, or a scanned integer, is stored in: 8 for the wide
+ * sizes, 2 for h and hh, 4 for none and for I8, I16 and I32. */
+inline int IntegerStoreBytes(const HalvFormatParameter &p) noexcept {
+    if (IsWideInteger(p))
+        return 8;
+    if ((p.flags & kFlagSizeI) == 0 && (p.flags & (kFlagSizeH | kFlagSizeHH)) != 0)
+        return 2;
+    return 4;
+}
+
+/* Stores value through target in the width IntegerStoreBytes gives; the
+ * value is cut to that width.  A null target is passed over. */
+inline void StoreInteger(const HalvFormatParameter &p, void *target, uint64_t value) noexcept {
+    if (target == nullptr)
+        return;
+    switch (IntegerStoreBytes(p)) {
+    case 2:
+        *static_cast<int16_t *>(target) = static_cast<int16_t>(value);
+        break;
+    case 4:
+        *static_cast<int32_t *>(target) = static_cast<int32_t>(value);
+        break;
+    default:
+        *static_cast<int64_t *>(target) = static_cast<int64_t>(value);
+        break;
+    }
+}
+
+/* The conversions whose value has a sign. */
+inline bool IsSignedConversion(char conversion) noexcept {
+    return conversion == 'd' || conversion == 'i';
+}
+
+/* The record a call works with: the caller's, or the fixed one of
+ * HalvGetHalvernLocale(). */
+inline const HalvLocale *LocaleOrFixed(const HalvLocale *locale) noexcept {
+    return locale != nullptr ? locale : &kHalvernLocale;
+}
+
+/* The decimal point of a call; a record without one has the fixed ".". */
+inline const char *DecimalPointOf(const HalvFormatContext &context) noexcept {
+    const HalvLocale *locale = context.locale;
+    return locale != nullptr && locale->decimalPoint != nullptr ? locale->decimalPoint : ".";
 }
 
 enum class FormatMode { Print = 1, Scan = 2 };
@@ -73,16 +115,43 @@ using FormatTable = HalvFormatParameter[HALV_FORMAT_MAX_ARGS];
  * keeps the format offset just behind its '[' in `base`. */
 int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept;
 
+/* Where the set of a "%[" ends.  `set` is the text behind the '['; a leading
+ * '^', and then a leading ']' or '-', belong to the set, and from there '['
+ * and ']' pair up.  Gives the closing ']', or the format's terminating NUL
+ * when none closes the set. */
+const char *GroupEnd(const char *set) noexcept;
+
+/* The base a conversion has by default, for a '*' base argument outside 2
+ * to 36. */
+int32_t DefaultBase(const HalvFormatParameter &p) noexcept;
+
+/* The base of an entry, its '*' argument resolved. */
+inline int32_t ResolveBase(const HalvFormatParameter &p, const FormatTable &table) noexcept {
+    if ((p.flags & kFlagBaseArg) == 0)
+        return p.base;
+    const auto base = static_cast<int32_t>(table[p.base].data.i);
+    return base >= 2 && base <= 36 ? base : DefaultBase(p);
+}
+
 /* Where the arguments come from: a va_list, or an array of pointers. */
 struct FormatArgs {
     va_list *list;      /* non-null for the plain and V forms */
     void *const *array; /* the L forms; entry i belongs to the i-th argument */
 };
 
-/* Fetches the argument of every entry, in table order, into its data.  Print
- * mode reads values by type and size; scan mode reads a pointer for every
- * entry but '*' ones, and nothing for suppressed ones. */
+/* Parses `format` into `table` and then fetches the argument of every
+ * entry, in table order, into its data; a format that fails to parse
+ * fetches nothing.  Print mode reads values by type and size; scan mode
+ * reads a pointer for every entry but '*' ones, and nothing for suppressed
+ * ones.  Result: that of ParseFormat. */
 void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept;
+
+inline int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args) noexcept {
+    const int32_t count = ParseFormat(format, mode, table);
+    if (count > 0)
+        FetchArguments(table, count, mode, args);
+    return count;
+}
 
 /* The next '%' of a format, or its terminating NUL.  Literal runs between
  * directives are short, so a plain loop beats a library search here. */

@@ -41,9 +41,7 @@ enum SizeLetter : uint8_t { kLetterH, kLetterL, kLetterLD, kLetterZ, kLetterT, k
 constexpr auto kByteRules = [] {
     struct {
         ByteRule rule[256];
-    } t{};
-    for (auto &r : t.rule)
-        r = {ByteKind::Conversion, 0};
+    } t{}; /* zeroed: every byte not listed is a Conversion */
     t.rule[' '] = {ByteKind::Flag, kFlagBlank};
     t.rule['+'] = {ByteKind::Flag, kFlagPlus};
     t.rule['-'] = {ByteKind::Flag, kFlagLeft};
@@ -66,7 +64,7 @@ constexpr auto kByteRules = [] {
 /* What a size letter sets: `once` the first time, `twice` in its place the
  * second time ("hh", "ll"); a letter that is no counted pair has both the
  * same and may repeat.  A third 'h' or 'l' is malformed, and so is an I size
- * beside any other size. */
+ * behind any other size.  Sizes behind an I are taken, and the I decides. */
 struct SizeRule {
     uint32_t once;
     uint32_t twice;
@@ -85,7 +83,7 @@ constexpr SizeRule kSizeRules[kSizeLetters] = {
 /* The size flags after one more letter, or 0 when the sizes are malformed. */
 uint32_t AddSize(uint32_t sizes, SizeLetter letter) noexcept {
     const SizeRule rule = kSizeRules[letter];
-    if ((sizes & kFlagSizeI) || (letter == kLetterI && sizes != 0))
+    if (letter == kLetterI && sizes != 0)
         return 0;
     if (rule.once == rule.twice || (sizes & (rule.once | rule.twice)) == 0)
         return sizes | rule.once;
@@ -105,9 +103,7 @@ struct ConversionRule {
 constexpr auto kConversionRules = [] {
     struct {
         ConversionRule rule[256];
-    } t{};
-    for (auto &r : t.rule)
-        r = {0, 0, 0};
+    } t{}; /* zeroed: type 0, no conversion */
     t.rule['d'] = {HALV_FORMAT_INTEGER, 10, 10};
     t.rule['i'] = {HALV_FORMAT_INTEGER, 0, 10};
     t.rule['u'] = {HALV_FORMAT_INTEGER, 0, 10};
@@ -154,54 +150,72 @@ int32_t ReadVarSize(const char *&p) noexcept {
     return -1;
 }
 
-/* Parses one directive; p points behind its '%'. */
-class DirectiveParser {
-public:
-    DirectiveParser(const char *format, FormatMode mode, FormatTable &table, int32_t &count) noexcept
-        : format_(format), mode_(mode), table_(table), count_(count) {}
+/* The qualifiers of the directive being read. */
+struct Qualifiers {
+    uint32_t flags = 0;
+    int32_t width = 0;
+    int32_t precision = -1;
+    int32_t base = 0;
+    int32_t varsize = -1;
+    int dots = 0;
+    uint32_t sizes = 0; /* the kFlagSize* bits */
+};
 
-    /* 0 and p behind the directive, or a negative result. */
+/* Parses the directives of one format into its table. */
+class FormatParser {
+public:
+    FormatParser(const char *format, FormatMode mode, FormatTable &table) noexcept
+        : format_(format), mode_(mode), table_(table) {}
+
+    int32_t Count() const noexcept { return count_; }
+
+    /* Parses one directive, p pointing behind its '%'.  Gives 0 and p behind
+     * the directive, or a negative result. */
     int32_t Parse(const char *&p) noexcept {
+        Qualifiers q;
         for (;;) {
             const ByteRule rule = kByteRules.rule[static_cast<unsigned char>(*p)];
+            /* Tested first: most directives are a bare conversion. */
+            if (rule.kind == ByteKind::Conversion)
+                return Conversion(q, p);
             int32_t result = 0;
             switch (rule.kind) {
             case ByteKind::Flag:
-                flags_ |= rule.value;
+                q.flags |= rule.value;
                 if (rule.value == kFlagLeft)
-                    flags_ &= ~kFlagZero;
+                    q.flags &= ~kFlagZero;
                 ++p;
                 break;
             case ByteKind::Zero:
-                if (flags_ & kFlagLeft) {
-                    SetWidth(ReadNumber(p));
+                if (q.flags & kFlagLeft) {
+                    SetWidth(q, ReadNumber(p));
                 } else {
-                    flags_ |= kFlagZero;
+                    q.flags |= kFlagZero;
                     ++p;
                 }
                 break;
             case ByteKind::Digit:
-                SetWidth(ReadNumber(p));
+                SetWidth(q, ReadNumber(p));
                 break;
             case ByteKind::Star:
                 ++p;
-                result = Star();
+                result = Star(q);
                 break;
             case ByteKind::Dot:
                 ++p;
-                result = Dot(p);
+                result = Dot(q, p);
                 break;
             case ByteKind::Size:
             case ByteKind::SizeI:
                 ++p;
-                sizes_ = AddSize(sizes_, static_cast<SizeLetter>(rule.value));
+                q.sizes = AddSize(q.sizes, static_cast<SizeLetter>(rule.value));
                 if (rule.kind == ByteKind::SizeI)
-                    varsize_ = ReadVarSize(p);
-                if (sizes_ == 0 || (rule.kind == ByteKind::SizeI && varsize_ < 0))
+                    q.varsize = ReadVarSize(p);
+                if (q.sizes == 0 || (rule.kind == ByteKind::SizeI && q.varsize < 0))
                     return HALV_FORMAT_MALFORMED;
                 break;
             case ByteKind::Conversion:
-                return Conversion(p);
+                break;
             }
             if (result < 0)
                 return result;
@@ -209,60 +223,62 @@ public:
     }
 
 private:
-    /* A new table entry, or -1 when the table is full. */
-    int32_t NewEntry(int32_t type) noexcept {
+    /* A new table entry with all its fields, or -1 when the table is full. */
+    int32_t NewEntry(int32_t type, uint32_t flags, const Qualifiers &q, int32_t base, int32_t after) noexcept {
         if (count_ >= HALV_FORMAT_MAX_ARGS)
             return -1;
         HalvFormatParameter &entry = table_[count_];
-        entry = HalvFormatParameter{};
         entry.type = type;
-        entry.precision = -1;
-        entry.varsize = -1;
+        entry.flags = flags;
+        entry.width = q.width;
+        entry.precision = q.precision;
+        entry.base = base;
+        entry.varsize = q.varsize;
+        entry.indexAfterSpecifier = after;
+        entry.data.u = 0;
         return count_++;
     }
 
+    /* The entry of a '*' argument: only its type and value matter. */
     int32_t StarEntry() noexcept {
-        const int32_t index = NewEntry(HALV_FORMAT_STAR);
-        if (index >= 0)
-            table_[index].indexAfterSpecifier = -1;
-        return index;
+        return NewEntry(HALV_FORMAT_STAR, 0, Qualifiers{}, 0, -1);
     }
 
-    void SetWidth(int32_t width) noexcept {
-        width_ = width;
-        flags_ &= ~kFlagWidthArg;
+    static void SetWidth(Qualifiers &q, int32_t width) noexcept {
+        q.width = width;
+        q.flags &= ~kFlagWidthArg;
     }
 
-    int32_t Star() noexcept {
+    int32_t Star(Qualifiers &q) noexcept {
         if (mode_ == FormatMode::Scan) {
-            flags_ |= kFlagSuppress;
+            q.flags |= kFlagSuppress;
             return 0;
         }
         const int32_t index = StarEntry();
         if (index < 0)
             return HALV_FORMAT_TOO_MANY_ARGS;
-        width_ = index;
-        flags_ |= kFlagWidthArg;
+        q.width = index;
+        q.flags |= kFlagWidthArg;
         return 0;
     }
 
     /* The first dot starts a precision, the second a base. */
-    int32_t Dot(const char *&p) noexcept {
-        const bool isPrecision = ++dots_ == 1;
-        if (dots_ > 2)
+    int32_t Dot(Qualifiers &q, const char *&p) noexcept {
+        const bool isPrecision = ++q.dots == 1;
+        if (q.dots > 2)
             return HALV_FORMAT_MALFORMED;
         const uint32_t argFlag = isPrecision ? kFlagPrecisionArg : kFlagBaseArg;
-        int32_t &value = isPrecision ? precision_ : base_;
+        int32_t &value = isPrecision ? q.precision : q.base;
         if (*p == '*') {
             ++p;
             const int32_t index = StarEntry();
             if (index < 0)
                 return HALV_FORMAT_TOO_MANY_ARGS;
             value = index;
-            flags_ |= argFlag;
+            q.flags |= argFlag;
             return 0;
         }
-        flags_ &= ~argFlag;
+        q.flags &= ~argFlag;
         if (isPrecision) {
             /* "%..16i" goes straight on to the base: no precision. */
             value = *p == '.' ? -1 : ReadNumber(p);
@@ -276,87 +292,76 @@ private:
         return value < 2 || value > 36 ? HALV_FORMAT_MALFORMED : 0;
     }
 
-    int32_t Conversion(const char *&p) noexcept {
+    int32_t Conversion(const Qualifiers &q, const char *&p) noexcept {
         const unsigned char conversion = static_cast<unsigned char>(*p);
         const ConversionRule rule = kConversionRules.rule[conversion];
         if (rule.type == 0 || (rule.type == HALV_FORMAT_GROUP && mode_ == FormatMode::Print))
             return HALV_FORMAT_MALFORMED;
         ++p;
-        const int32_t index = NewEntry(rule.type);
-        if (index < 0)
-            return HALV_FORMAT_TOO_MANY_ARGS;
-        HalvFormatParameter &entry = table_[index];
-        entry.flags = flags_ | sizes_ | (static_cast<uint32_t>(conversion) << kConversionShift);
-        entry.width = width_;
-        entry.precision = precision_;
-        entry.varsize = varsize_;
-        if (rule.fixedBase != 0) {
-            /* A '*' base still took its argument; the output pass skips it. */
-            entry.flags &= ~kFlagBaseArg;
-            entry.base = rule.fixedBase;
-        } else if ((flags_ & kFlagBaseArg) == 0 && base_ == 0) {
-            entry.base = rule.defaultBase;
-        } else {
-            entry.base = base_;
-        }
+        uint32_t flags = q.flags | q.sizes | (static_cast<uint32_t>(conversion) << kConversionShift);
+        int32_t base = q.base;
         if (rule.type == HALV_FORMAT_GROUP) {
-            entry.base = static_cast<int32_t>(p - format_);
-            SkipGroup(p);
-        }
-        entry.indexAfterSpecifier = static_cast<int32_t>(p - format_);
-        return 0;
-    }
-
-    /* Moves p behind the set of a "%[": a leading '^', then a leading ']' or
-     * '-' are members, and from there '[' and ']' pair up.  The end of the
-     * format ends the set too. */
-    static void SkipGroup(const char *&p) noexcept {
-        if (*p == '^')
-            ++p;
-        if (*p == ']' || *p == '-')
-            ++p;
-        int depth = 1;
-        for (; *p != '\0'; ++p) {
-            if (*p == '[') {
-                ++depth;
-            } else if (*p == ']' && --depth == 0) {
+            /* A group has no base: the slot keeps where its set starts. */
+            flags &= ~kFlagBaseArg;
+            base = static_cast<int32_t>(p - format_);
+            p = GroupEnd(p);
+            if (*p == ']')
                 ++p;
-                return;
-            }
+        } else if (rule.fixedBase != 0) {
+            /* A '*' base still took its argument; the output pass skips it. */
+            flags &= ~kFlagBaseArg;
+            base = rule.fixedBase;
+        } else if ((q.flags & kFlagBaseArg) == 0 && q.base == 0) {
+            base = rule.defaultBase;
         }
+        if (NewEntry(rule.type, flags, q, base, static_cast<int32_t>(p - format_)) < 0)
+            return HALV_FORMAT_TOO_MANY_ARGS;
+        return 0;
     }
 
     const char *format_;
     FormatMode mode_;
     FormatTable &table_;
-    int32_t &count_;
-    uint32_t flags_ = 0;
-    int32_t width_ = 0;
-    int32_t precision_ = -1;
-    int32_t base_ = 0;
-    int32_t varsize_ = -1;
-    int dots_ = 0;
-    uint32_t sizes_ = 0; /* the kFlagSize* bits */
+    int32_t count_ = 0;
 };
 
 } // namespace
 
+const char *GroupEnd(const char *set) noexcept {
+    const char *p = set;
+    if (*p == '^')
+        ++p;
+    if (*p == ']' || *p == '-')
+        ++p;
+    for (int depth = 1; *p != '\0'; ++p) {
+        if (*p == '[')
+            ++depth;
+        else if (*p == ']' && --depth == 0)
+            break;
+    }
+    return p;
+}
+
 int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept {
     if (format == nullptr)
         return HALV_FORMAT_MALFORMED;
-    int32_t count = 0;
+    FormatParser parser(format, mode, table);
     const char *p = format;
     while (*(p = NextPercent(p)) != '\0') {
         if (p[1] == '%') {
             p += 2;
             continue;
         }
+        /* The limit comes first: a 65th directive is too many even when it
+         * would also be malformed. */
+        if (parser.Count() >= HALV_FORMAT_MAX_ARGS)
+            return HALV_FORMAT_TOO_MANY_ARGS;
         ++p;
-        const int32_t result = DirectiveParser(format, mode, table, count).Parse(p);
+        const int32_t result = parser.Parse(p);
         if (result < 0)
             return result;
     }
-    return count;
+    return parser.Count();
 }
 
 } // namespace halv

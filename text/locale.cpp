@@ -18,7 +18,12 @@ constexpr char kFixedDecimalPoint[] = ".";
 constexpr char kFixedThousandSeparator[] = ",";
 constexpr char kFixedGrouping[] = "";
 
-constinit const HalvLocale kFixedLocale = {kFixedDecimalPoint, kFixedThousandSeparator, kFixedGrouping};
+
+} // namespace
+
+constinit const HalvLocale kHalvernLocale = {kFixedDecimalPoint, kFixedThousandSeparator, kFixedGrouping};
+
+namespace {
 
 struct UserLocale {
     HalvLocale record;
@@ -86,7 +91,7 @@ void MarkFilled() noexcept {
 extern "C" {
 
 HALV_API const HalvLocale *HalvGetHalvernLocale(void) noexcept {
-    return &halv::kFixedLocale;
+    return &halv::kHalvernLocale;
 }
 
 HALV_API HalvLocale *HalvGetUserLocale(void) noexcept {

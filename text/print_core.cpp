@@ -27,11 +27,6 @@ constexpr FieldWriter kFieldWriters[] = {
     PrintCountField,     /* HALV_FORMAT_COUNT */
 };
 
-/* The default base of a conversion whose base argument is out of range. */
-int32_t DefaultBase(char conversion) noexcept {
-    return conversion == 'a' || conversion == 'A' ? 16 : 10;
-}
-
 /* Resolves the '*' arguments of a directive.  A negative width argument
  * left-adjusts; a negative precision argument means none. */
 PrintField ResolveField(const HalvFormatParameter &p, const FormatTable &table) noexcept {
@@ -49,10 +44,7 @@ PrintField ResolveField(const HalvFormatParameter &p, const FormatTable &table) 
         const int32_t precision = static_cast<int32_t>(table[p.precision].data.i);
         field.precision = precision < 0 ? -1 : precision;
     }
-    if (p.flags & kFlagBaseArg) {
-        const int32_t base = static_cast<int32_t>(table[p.base].data.i);
-        field.base = base >= 2 && base <= 36 ? base : DefaultBase(field.conversion);
-    }
+    field.base = ResolveBase(p, table);
     return field;
 }
 
@@ -82,23 +74,14 @@ void OutputPass(PrintSink &sink, const char *format, const FormatTable &table) n
 
 /* %n: stores what the sink took so far, in the width of its size. */
 void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &) noexcept {
-    if (p.data.p == nullptr)
-        return;
-    const int32_t committed = sink.context.committed;
-    if (IsWideInteger(p))
-        *static_cast<int64_t *>(p.data.p) = committed;
-    else if (IsShortInteger(p))
-        *static_cast<int16_t *>(p.data.p) = static_cast<int16_t>(committed);
-    else
-        *static_cast<int32_t *>(p.data.p) = committed;
+    StoreInteger(p, p.data.p, static_cast<uint64_t>(static_cast<int64_t>(sink.context.committed)));
 }
 
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
-    const int32_t count = ParseFormat(format, FormatMode::Print, table);
+    const int32_t count = PrepareFormat(format, FormatMode::Print, table, args);
     if (count < 0)
         return count;
-    FetchArguments(table, count, FormatMode::Print, args);
     OutputPass(sink, format, table);
     return sink.context.error != 0 ? sink.context.error : sink.context.processed;
 }

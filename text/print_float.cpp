@@ -62,11 +62,6 @@ double ScaleDown(double number, int32_t base, int exponent) noexcept {
            std::pow(static_cast<double>(base), exponent - half);
 }
 
-const char *DecimalPointOf(const HalvFormatContext &context) noexcept {
-    const HalvLocale *locale = context.locale;
-    return locale != nullptr && locale->decimalPoint != nullptr ? locale->decimalPoint : ".";
-}
-
 enum class FloatForm { Fixed, Exponent, Shorter };
 
 /* The form letter of a conversion, lower case; 'a' is the exponent form in

@@ -63,11 +63,6 @@ int64_t DigitsInAnyBase(uint64_t value, uint32_t base, const char *set, char *en
     return end - p;
 }
 
-/* Conversions that print a signed value. */
-bool IsSignedConversion(char conversion) noexcept {
-    return conversion == 'd' || conversion == 'i';
-}
-
 } // namespace
 
 void WriteInteger(Staging &out, uint64_t value, const IntegerSpec &spec) noexcept {

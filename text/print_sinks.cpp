@@ -19,10 +19,6 @@
 namespace halv {
 namespace {
 
-const HalvLocale *LocaleOrFixed(const HalvLocale *locale) noexcept {
-    return locale != nullptr ? locale : HalvGetHalvernLocale();
-}
-
 void InitSink(PrintSink &sink, const PrintSinkOps &ops, const HalvLocale *locale, void *location) noexcept {
     std::memset(&sink, 0, sizeof sink);
     sink.ops = &ops;
@@ -51,8 +47,11 @@ void FillByRuns(PrintSink &sink, char byte, uint32_t count) noexcept {
 
 /* ---- Stream ---------------------------------------------------------- */
 
-/* One byte the way the stream layer writes a run: a negative slot result is
- * passed on, 0 means nothing taken.  Only 1 counts as taken. */
+/* One write call of one byte, as a byte-wide transfer over the write slot
+ * goes: a missing slot fails, and only a result of exactly 1 counts as
+ * taken.  The slot's answer is kept as it is, so a slot that claims more
+ * than the one byte it was offered reads as a refusal; the library's
+ * transfer helper caps such a claim at the count, which would hide it. */
 int32_t WriteOneByte(HalvIO *io, char byte) noexcept {
     if (io->write == nullptr)
         return -1;
@@ -79,47 +78,21 @@ void StreamBytes(PrintSink &sink, const char *bytes, uint32_t count) noexcept {
         sink.context.outChar(&sink.context, static_cast<unsigned char>(bytes[i]));
 }
 
+/* A null stream counts a fill at once, however wide. */
 void StreamFill(PrintSink &sink, char byte, uint32_t count) noexcept {
-    if (sink.context.location == nullptr) {
+    if (sink.context.location == nullptr)
         AddCount(sink.context.processed, count);
-        return;
-    }
-    for (uint32_t i = 0; i < count; ++i)
-        sink.context.outChar(&sink.context, static_cast<unsigned char>(byte));
+    else
+        FillByRuns(sink, byte, count);
 }
 
 constexpr PrintSinkOps kStreamOps = {StreamBytes, StreamFill};
 
-/* ---- Buffer without bound -------------------------------------------- */
+/* ---- Buffers ------------------------------------------------------- */
 
-/* location holds the address of the moving text pointer. */
-char *&CursorOf(PrintSink &sink) noexcept {
-    return *static_cast<char **>(sink.context.location);
-}
-
-void BufferBytes(PrintSink &sink, const char *bytes, uint32_t count) noexcept {
-    char *&cursor = CursorOf(sink);
-    if (cursor != nullptr) {
-        std::memcpy(cursor, bytes, count);
-        cursor += count;
-        AddCount(sink.context.committed, count);
-    }
-    AddCount(sink.context.processed, count);
-}
-
-void BufferFill(PrintSink &sink, char byte, uint32_t count) noexcept {
-    char *&cursor = CursorOf(sink);
-    if (cursor != nullptr) {
-        std::memset(cursor, byte, count);
-        cursor += count;
-        AddCount(sink.context.committed, count);
-    }
-    AddCount(sink.context.processed, count);
-}
-
-constexpr PrintSinkOps kBufferOps = {BufferBytes, BufferFill};
-
-/* ---- Bounded buffer -------------------------------------------------- */
+/* The caller's buffer, with a bound or without one: a buffer without bound
+ * has the largest limit a count can reach.  Bytes go behind the text kept
+ * so far while it is below the limit; every byte counts as offered. */
 
 /* How many of count bytes still fit below the limit. */
 uint32_t RoomFor(const PrintSink &sink, uint32_t count) noexcept {
@@ -129,25 +102,29 @@ uint32_t RoomFor(const PrintSink &sink, uint32_t count) noexcept {
     return count < room ? count : room;
 }
 
-void BoundedBytes(PrintSink &sink, const char *bytes, uint32_t count) noexcept {
+/* `put` writes count bytes at a place: from a run, or of a fill byte. */
+template <typename Put>
+void BufferPut(PrintSink &sink, uint32_t count, Put put) noexcept {
     const uint32_t take = RoomFor(sink, count);
     if (take > 0) {
-        std::memcpy(sink.buffer + sink.context.committed, bytes, take);
+        put(sink.buffer + static_cast<uint32_t>(sink.context.committed), take);
         AddCount(sink.context.committed, take);
     }
     AddCount(sink.context.processed, count);
 }
 
-void BoundedFill(PrintSink &sink, char byte, uint32_t count) noexcept {
-    const uint32_t take = RoomFor(sink, count);
-    if (take > 0) {
-        std::memset(sink.buffer + sink.context.committed, byte, take);
-        AddCount(sink.context.committed, take);
-    }
-    AddCount(sink.context.processed, count);
+void BufferBytes(PrintSink &sink, const char *bytes, uint32_t count) noexcept {
+    BufferPut(sink, count, [bytes](char *to, uint32_t n) { std::memcpy(to, bytes, n); });
 }
 
-constexpr PrintSinkOps kBoundedOps = {BoundedBytes, BoundedFill};
+void BufferFill(PrintSink &sink, char byte, uint32_t count) noexcept {
+    BufferPut(sink, count, [byte](char *to, uint32_t n) { std::memset(to, byte, n); });
+}
+
+constexpr PrintSinkOps kBufferOps = {BufferBytes, BufferFill};
+
+/* The limit of a buffer without bound: all of the 32-bit count. */
+constexpr uint32_t kNoBound = UINT32_MAX;
 
 /* ---- New string ------------------------------------------------------ */
 
@@ -227,30 +204,30 @@ int32_t PrintToStream(const HalvLocale *locale, HalvIO *io, const char *format, 
     return PrintCore(sink, format, args);
 }
 
-int32_t PrintToBuffer(const HalvLocale *locale, char *buffer, const char *format, FormatArgs &args) noexcept {
-    char *cursor = buffer;
+/* Runs the core over the caller's buffer with a limit, and closes the text
+ * kept with a terminator unless told not to.  The start of the text is in
+ * `buffer`, and location holds its address. */
+int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
+                          const char *format, FormatArgs &args) noexcept {
     PrintSink sink;
-    InitSink(sink, kBufferOps, locale, &cursor);
+    InitSink(sink, kBufferOps, locale, &sink.buffer);
     sink.context.outChar = OutCharThroughRun;
     sink.buffer = buffer;
+    sink.context.max = buffer != nullptr ? static_cast<int32_t>(limit) : 0;
     const int32_t result = PrintCore(sink, format, args);
-    if (cursor != nullptr)
-        *cursor = '\0'; /* behind the text, or an empty string on failure */
+    if (buffer != nullptr && terminate) /* behind the text, or an empty string on failure */
+        buffer[static_cast<uint32_t>(sink.context.committed)] = '\0';
     return result;
+}
+
+int32_t PrintToBuffer(const HalvLocale *locale, char *buffer, const char *format, FormatArgs &args) noexcept {
+    return PrintToBufferSink(locale, buffer, kNoBound, true, format, args);
 }
 
 int32_t PrintToBoundedBuffer(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
                              FormatArgs &args) noexcept {
-    PrintSink sink;
-    InitSink(sink, kBoundedOps, locale, &sink.buffer);
-    sink.context.outChar = OutCharThroughRun;
-    sink.buffer = buffer;
-    const uint32_t limit = (buffer == nullptr || size == 0) ? 0 : size - 1;
-    sink.context.max = static_cast<int32_t>(limit > INT32_MAX ? INT32_MAX : limit);
-    const int32_t result = PrintCore(sink, format, args);
-    if (buffer != nullptr && size > 0)
-        buffer[sink.context.committed] = '\0';
-    return result;
+    const uint32_t limit = size == 0 ? 0 : size - 1;
+    return PrintToBufferSink(locale, buffer, limit > INT32_MAX ? INT32_MAX : limit, size > 0, format, args);
 }
 
 int32_t PrintToNewString(const HalvLocale *locale, char **out, const char *format, FormatArgs &args) noexcept {

@@ -4,108 +4,31 @@
  * pointers, and each once more with a locale record in front.  All of them
  * end in ScanCore.
  */
+#include "text/format_family.h"
 #include "text/scan_internal.h"
 
 namespace {
 
-using halv::ScanArguments;
-using halv::ScanInput;
-
-ScanInput StringInput(const char *text) {
-    ScanInput in{};
-    in.text = (const unsigned char *)(text != nullptr ? text : "");
-    return in;
+int32_t ScanText(const HalvLocale *locale, const char *text, const char *format, halv::FormatArgs &args) noexcept {
+    halv::ScanSource in;
+    halv::InitTextSource(in, locale, text);
+    return halv::ScanCore(in, format, args);
 }
 
-ScanInput StreamInput(HalvIO *io) {
-    ScanInput in{};
-    in.io = io;
-    return in;
-}
-
-/* va_list is an array type here: the core gets a copy it may advance. */
-int32_t ScanList(ScanInput &&in, const HalvLocale *locale, const char *format, va_list args) {
-    va_list copy;
-    va_copy(copy, args);
-    int32_t result = halv::ScanCore(in, locale, format, ScanArguments{&copy, nullptr});
-    va_end(copy);
-    return result;
-}
-
-int32_t ScanArray(ScanInput &&in, const HalvLocale *locale, const char *format, void **args) {
-    return halv::ScanCore(in, locale, format, ScanArguments{nullptr, args});
+int32_t ScanStream(const HalvLocale *locale, HalvIO *io, const char *format, halv::FormatArgs &args) noexcept {
+    halv::ScanSource in;
+    halv::InitStreamSource(in, locale, io);
+    return halv::ScanCore(in, format, args);
 }
 
 } // namespace
 
 extern "C" {
 
-int32_t HalvVSScanfl(const HalvLocale *locale, const char *text, const char *format,
-                     va_list args) noexcept {
-    return ScanList(StringInput(text), locale, format, args);
-}
+HALV_FORMAT_FAMILY(ScanText, (const char *text), (text), HalvSScanf, HalvSScanfl, HalvVSScanf, HalvVSScanfl,
+                   HalvLSScanf, HalvLSScanfl)
 
-int32_t HalvVSScanf(const char *text, const char *format, va_list args) noexcept {
-    return ScanList(StringInput(text), nullptr, format, args);
-}
-
-int32_t HalvSScanfl(const HalvLocale *locale, const char *text, const char *format, ...) noexcept {
-    va_list args;
-    va_start(args, format);
-    int32_t result = ScanList(StringInput(text), locale, format, args);
-    va_end(args);
-    return result;
-}
-
-int32_t HalvSScanf(const char *text, const char *format, ...) noexcept {
-    va_list args;
-    va_start(args, format);
-    int32_t result = ScanList(StringInput(text), nullptr, format, args);
-    va_end(args);
-    return result;
-}
-
-int32_t HalvLSScanfl(const HalvLocale *locale, const char *text, const char *format,
-                     void **args) noexcept {
-    return ScanArray(StringInput(text), locale, format, args);
-}
-
-int32_t HalvLSScanf(const char *text, const char *format, void **args) noexcept {
-    return ScanArray(StringInput(text), nullptr, format, args);
-}
-
-int32_t HalvIOVScanfl(const HalvLocale *locale, HalvIO *io, const char *format,
-                      va_list args) noexcept {
-    return ScanList(StreamInput(io), locale, format, args);
-}
-
-int32_t HalvIOVScanf(HalvIO *io, const char *format, va_list args) noexcept {
-    return ScanList(StreamInput(io), nullptr, format, args);
-}
-
-int32_t HalvIOScanfl(const HalvLocale *locale, HalvIO *io, const char *format, ...) noexcept {
-    va_list args;
-    va_start(args, format);
-    int32_t result = ScanList(StreamInput(io), locale, format, args);
-    va_end(args);
-    return result;
-}
-
-int32_t HalvIOScanf(HalvIO *io, const char *format, ...) noexcept {
-    va_list args;
-    va_start(args, format);
-    int32_t result = ScanList(StreamInput(io), nullptr, format, args);
-    va_end(args);
-    return result;
-}
-
-int32_t HalvIOLScanfl(const HalvLocale *locale, HalvIO *io, const char *format,
-                      void **args) noexcept {
-    return ScanArray(StreamInput(io), locale, format, args);
-}
-
-int32_t HalvIOLScanf(HalvIO *io, const char *format, void **args) noexcept {
-    return ScanArray(StreamInput(io), nullptr, format, args);
-}
+HALV_FORMAT_FAMILY(ScanStream, (HalvIO *io), (io), HalvIOScanf, HalvIOScanfl, HalvIOVScanf, HalvIOVScanfl,
+                   HalvIOLScanf, HalvIOLScanfl)
 
 } // extern "C"

@@ -1,6 +1,6 @@
 /*
- * text/scan_core.cpp - the scan core: parse the format, fetch the
- * destinations, then walk the format against the input.
+ * text/scan_core.cpp - the scan core: parse the format in scan mode, fetch
+ * the destinations, then walk the format against the input.
  *
  * Format white space skips any input white space; a literal byte must match
  * the look-ahead; a UTF-8 sequence of the format must match byte for byte;
@@ -16,175 +16,141 @@ namespace halv {
 namespace {
 
 constexpr int32_t kEndedBeforeAssignment = -1;
-constexpr int32_t kMismatch = -2;
-
-const char *const kDefaultPoint = ".";
-
-constinit const HalvLocale kFixedLocale = {".", ",", ""};
-
-/* Byte width an integer or count is stored with, by its size qualifier:
- * 64 bits for ll j z t l (the platform's long) and I64, 16 for h and hh,
- * 32 otherwise, I8 I16 I32 included. */
-int StoreWidth(const ScanDirective &d) {
-    if (d.flags & (kFlagLongLong | kFlagMax | kFlagSize | kFlagPtrDiff | kFlagLong))
-        return 8;
-    if ((d.flags & kFlagExplicitSize) && d.varsize == 8)
-        return 8;
-    if (d.flags & (kFlagShort | kFlagShortShort))
-        return 2;
-    return 4;
-}
-
-void StoreInteger(const ScanDirective &d, uint64_t value) {
-    if (d.target == nullptr)
-        return;
-    switch (StoreWidth(d)) {
-    case 2:
-        *(int16_t *)d.target = (int16_t)value;
-        break;
-    case 4:
-        *(int32_t *)d.target = (int32_t)value;
-        break;
-    default:
-        *(int64_t *)d.target = (int64_t)value;
-        break;
-    }
-}
-
-bool Suppressed(const ScanDirective &d) {
-    return (d.flags & kFlagSuppress) != 0;
-}
 
 struct ScanCall {
     const char *format;
-    const char *decimalPoint;
+    const FormatTable &table;
 };
 
-using FieldReader = int (*)(ScanInput &, const ScanDirective &, const ScanCall &);
+using FieldReader = int (*)(ScanSource &, const HalvFormatParameter &, const ScanCall &);
 
-int IntegerField(ScanInput &in, const ScanDirective &d, const ScanCall &) {
-    const int base = (d.base >= 2 && d.base <= 36) ? d.base : 10;
+int IntegerField(ScanSource &in, const HalvFormatParameter &p, const ScanCall &call) {
     uint64_t value = 0;
-    int result = ReadScanInteger(in, base, (d.flags & kFlagUnsigned) != 0,
-                                 (d.flags & kFlagAlternative) != 0, d.width, &value);
-    if (result == kFieldDone && !Suppressed(d))
-        StoreInteger(d, value);
+    const int result = ReadScanInteger(in, ResolveBase(p, call.table), !IsSignedConversion(ConversionOf(p)),
+                                       (p.flags & kFlagAlt) != 0, p.width, &value);
+    if (result == kFieldDone)
+        StoreInteger(p, DestinationOf(p), value);
     return result;
 }
 
-int FloatField(ScanInput &in, const ScanDirective &d, const ScanCall &call) {
+int FloatField(ScanSource &in, const HalvFormatParameter &p, const ScanCall &) {
     double value = 0;
-    int result = ReadScanFloat(in, call.decimalPoint, d.width, &value);
-    if (result == kFieldDone && !Suppressed(d) && d.target != nullptr)
-        *(double *)d.target = value; /* always a double, whatever the size */
+    const int result = ReadScanFloat(in, p.width, &value);
+    if (result == kFieldDone && DestinationOf(p) != nullptr)
+        *static_cast<double *>(DestinationOf(p)) = value; /* always a double, whatever the size */
     return result;
 }
 
 /* "0x" and up to 16 digits, or the word "(nil)" for a null pointer. */
-int PointerField(ScanInput &in, const ScanDirective &d, const ScanCall &) {
+int PointerField(ScanSource &in, const HalvFormatParameter &p, const ScanCall &) {
     constexpr int32_t kPointerWidth = 18;
     static const char kNil[] = "(nil)";
     uint64_t value = 0;
     if (ReadScanInteger(in, 16, true, true, kPointerWidth, &value) != kFieldDone) {
         int n = 0;
         bool same = true;
-        for (; n < 5 && in.current != -1 && !IsScanSpace(in.current); ++n) {
-            same = same && in.current == kNil[n];
+        for (; n < 5 && in.Current() != -1 && !IsScanSpace(in.Current()); ++n) {
+            same = same && in.Current() == kNil[n];
             in.Advance();
         }
         if (!same || n != 5)
             return kFieldFailed;
         value = 0;
     }
-    if (!Suppressed(d) && d.target != nullptr)
-        *(void **)d.target = (void *)(uintptr_t)value;
+    if (DestinationOf(p) != nullptr)
+        *static_cast<void **>(DestinationOf(p)) = reinterpret_cast<void *>(static_cast<uintptr_t>(value));
     return kFieldDone;
 }
 
 /* Bytes taken so far, not counting a look-ahead that is still unread by
  * any field. */
-int CountField(ScanInput &in, const ScanDirective &d, const ScanCall &) {
-    if (!Suppressed(d))
-        StoreInteger(d, (uint64_t)(int64_t)(in.committed - (in.current != -1 ? 1 : 0)));
+int CountField(ScanSource &in, const HalvFormatParameter &p, const ScanCall &) {
+    const int32_t taken = in.context.committed - (in.Current() != -1 ? 1 : 0);
+    StoreInteger(p, DestinationOf(p), static_cast<uint64_t>(static_cast<int64_t>(taken)));
     return kFieldDone;
 }
 
-int CharsField(ScanInput &in, const ScanDirective &d, const ScanCall &call) {
-    return ReadScanChars(in, d, call.format);
+int CharsField(ScanSource &in, const HalvFormatParameter &p, const ScanCall &) {
+    return ReadScanChars(in, p);
 }
 
-int StringField(ScanInput &in, const ScanDirective &d, const ScanCall &call) {
-    return ReadScanString(in, d, call.format);
+int StringField(ScanSource &in, const HalvFormatParameter &p, const ScanCall &) {
+    return ReadScanString(in, p);
 }
 
-int GroupField(ScanInput &in, const ScanDirective &d, const ScanCall &call) {
-    return ReadScanGroup(in, d, call.format);
+int GroupField(ScanSource &in, const HalvFormatParameter &p, const ScanCall &call) {
+    return ReadScanGroup(in, p, call.format);
 }
 
-/* Indexed by ScanType. */
+/* By parameter type; '*' entries are passed over before the table is
+ * consulted. */
 constexpr FieldReader kReaders[] = {
-    nullptr,      IntegerField, FloatField, CharsField, StringField,
-    PointerField, CountField,   nullptr,    GroupField,
+    nullptr,      /* 0 */
+    IntegerField, /* HALV_FORMAT_INTEGER */
+    FloatField,   /* HALV_FORMAT_FLOATING */
+    CharsField,   /* HALV_FORMAT_CHARACTER */
+    StringField,  /* HALV_FORMAT_STRING */
+    PointerField, /* HALV_FORMAT_POINTER */
+    CountField,   /* HALV_FORMAT_COUNT */
+    nullptr,      /* HALV_FORMAT_STAR */
+    GroupField,   /* HALV_FORMAT_GROUP */
 };
 
 /* Index of the next directive entry at or after i, passing over the
  * entries of `*` arguments. */
-int NextDirective(const ScanDirective *table, int entries, int i) {
-    while (i < entries && table[i].type == kScanArgument)
+int32_t NextDirective(const FormatTable &table, int32_t entries, int32_t i) {
+    while (i < entries && table[i].type == HALV_FORMAT_STAR)
         ++i;
     return i;
 }
 
-bool IsFormatSpace(unsigned char c) {
-    return c == ' ' || (c >= 9 && c <= 13);
-}
-
-int32_t RunScanLoop(ScanInput &in, const ScanCall &call, const ScanDirective *table, int entries) {
-    const unsigned char *format = (const unsigned char *)call.format;
+int32_t RunScanLoop(ScanSource &in, const ScanCall &call, int32_t entries) {
+    const auto *format = reinterpret_cast<const unsigned char *>(call.format);
+    const FormatTable &table = call.table;
     int32_t assigned = 0;
-    int next = NextDirective(table, entries, 0);
+    int32_t next = NextDirective(table, entries, 0);
     int32_t pos = 0;
     while (format[pos] != 0) {
         const unsigned char c = format[pos];
         if (c >= 0x80) {
-            int length = HalvUTF8NextCharLen((const char *)format + pos);
+            const int length = HalvUTF8NextCharLen(call.format + pos);
             if (length > 0) {
                 for (int k = 0; k < length; ++k, ++pos) {
-                    if (in.current != format[pos])
-                        return kMismatch;
+                    if (in.Current() != format[pos])
+                        return HALV_FORMAT_MALFORMED;
                     in.Advance();
                 }
                 continue;
             }
             /* A byte that starts no sequence is an ordinary literal. */
-        } else if (in.current == -1 && (next >= entries || table[next].type != kScanCount)) {
+        } else if (in.Current() == -1 && (next >= entries || table[next].type != HALV_FORMAT_COUNT)) {
             return assigned > 0 ? assigned : kEndedBeforeAssignment;
         } else if (c == '%' && format[pos + 1] == '%') {
-            if (in.current != '%')
-                return kMismatch;
+            if (in.Current() != '%')
+                return HALV_FORMAT_MALFORMED;
             in.Advance();
             pos += 2;
             continue;
         } else if (c == '%') {
             if (next >= entries) /* the parser saw this directive; never met */
                 return assigned;
-            const ScanDirective &d = table[next];
-            int result = kReaders[d.type](in, d, call);
+            const HalvFormatParameter &p = table[next];
+            const int result = kReaders[p.type](in, p, call);
             if (result < 0)
                 return result;
             if (result == kFieldFailed)
                 return assigned;
-            if (!Suppressed(d) && d.type != kScanCount)
+            if (!(p.flags & kFlagSuppress) && p.type != HALV_FORMAT_COUNT)
                 ++assigned;
-            pos = d.indexAfterSpecifier;
+            pos = p.indexAfterSpecifier;
             next = NextDirective(table, entries, next + 1);
             continue;
-        } else if (IsFormatSpace(c)) {
+        } else if (IsScanSpace(c)) {
             SkipScanSpace(in);
             ++pos;
             continue;
         }
-        if (in.current != c)
+        if (in.Current() != c)
             return assigned;
         in.Advance();
         ++pos;
@@ -194,26 +160,14 @@ int32_t RunScanLoop(ScanInput &in, const ScanCall &call, const ScanDirective *ta
 
 } // namespace
 
-const HalvLocale *ScanFixedLocale() noexcept {
-    return &kFixedLocale;
-}
-
-int32_t ScanCore(ScanInput &in, const HalvLocale *locale, const char *format,
-                 ScanArguments args) noexcept {
-    constexpr int32_t kMalformed = -2;
-    if (format == nullptr)
-        return kMalformed;
-    ScanDirective table[kScanMaxEntries];
-    int entries = ParseScanFormat(format, table);
+int32_t ScanCore(ScanSource &in, const char *format, FormatArgs &args) noexcept {
+    FormatTable table;
+    const int32_t entries = PrepareFormat(format, FormatMode::Scan, table, args);
     if (entries < 0)
         return entries;
-    FetchScanArguments(table, entries, args);
-    if (locale == nullptr)
-        locale = ScanFixedLocale();
-    ScanCall call = {format, locale->decimalPoint != nullptr ? locale->decimalPoint : kDefaultPoint};
     in.Advance(); /* the look-ahead, read even for a format that asks nothing */
-    int32_t result = RunScanLoop(in, call, table, entries);
-    return in.error != 0 ? in.error : result;
+    const int32_t result = RunScanLoop(in, ScanCall{format, table}, entries);
+    return in.context.error != 0 ? in.context.error : result;
 }
 
 } // namespace halv

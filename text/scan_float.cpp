@@ -24,36 +24,36 @@ enum PointMatch { kNoPoint, kPoint, kPartialPoint };
 /* Collects the bytes of one float field. */
 class FloatCollector {
 public:
-    FloatCollector(ScanInput &in, int32_t width)
+    FloatCollector(ScanSource &in, int32_t width)
         : in_(in), remaining_((width <= 0 || width > kFieldLimit) ? kFieldLimit : width) {}
 
-    int Read(const char *decimalPoint, double *value) {
+    int Read(double *value) {
         SkipScanSpace(in_);
         char sign = 0;
-        if (in_.current == '+' || in_.current == '-') {
-            sign = (char)in_.current;
+        if (in_.Current() == '+' || in_.Current() == '-') {
+            sign = (char)in_.Current();
             Take();
         }
         int32_t body = length_;
-        int lead = in_.current | 0x20;
+        int lead = in_.Current() | 0x20;
         if ((lead == 'n' && sign == 0) || lead == 'i')
             return ReadWord(body, sign, value);
 
         int base = 10;
-        if (Lasts() && in_.current == '0') {
+        if (Lasts() && in_.Current() == '0') {
             Take();
-            if (Lasts() && (in_.current | 0x20) == 'x') {
+            if (Lasts() && (in_.Current() | 0x20) == 'x') {
                 Take();
                 base = 16;
             }
         }
         TakeDigits(base);
-        if (Lasts() && MatchPoint(decimalPoint) == kPoint) {
+        if (Lasts() && MatchPoint(DecimalPointOf(in_.context)) == kPoint) {
             Store('.');
             TakeDigits(base);
-            if (Lasts() && (in_.current | 0x20) == (base == 16 ? 'p' : 'e')) {
+            if (Lasts() && (in_.Current() | 0x20) == (base == 16 ? 'p' : 'e')) {
                 Take();
-                if (Lasts() && (in_.current == '+' || in_.current == '-'))
+                if (Lasts() && (in_.Current() == '+' || in_.Current() == '-'))
                     Take();
                 TakeDigits(10);
             }
@@ -74,7 +74,7 @@ private:
     }
 
     void Take() {
-        Store((char)in_.current);
+        Store((char)in_.Current());
         in_.Advance();
     }
 
@@ -92,10 +92,10 @@ private:
      * it matched, and ends the field. */
     PointMatch MatchPoint(const char *decimalPoint) {
         const unsigned char *point = (const unsigned char *)decimalPoint;
-        if (point[0] == 0 || in_.current != point[0])
+        if (point[0] == 0 || in_.Current() != point[0])
             return kNoPoint;
         for (; *point != 0; ++point) {
-            if (in_.current != *point)
+            if (in_.Current() != *point)
                 return kPartialPoint;
             in_.Advance();
         }
@@ -105,7 +105,7 @@ private:
     /* "inf", "infinite" (signed or not) and an unsigned "nan", in any case;
      * any other word fails. */
     int ReadWord(int32_t body, char sign, double *value) {
-        while (Lasts() && ((in_.current | 0x20) >= 'a' && (in_.current | 0x20) <= 'z'))
+        while (Lasts() && ((in_.Current() | 0x20) >= 'a' && (in_.Current() | 0x20) <= 'z'))
             Take();
         char word[9] = {};
         int32_t size = length_ - body;
@@ -131,7 +131,7 @@ private:
         return kFieldFailed;
     }
 
-    ScanInput &in_;
+    ScanSource &in_;
     int32_t remaining_;
     int32_t length_ = 0;
     char text_[kFieldLimit + 1];
@@ -139,9 +139,9 @@ private:
 
 } // namespace
 
-int ReadScanFloat(ScanInput &in, const char *decimalPoint, int32_t width, double *value) noexcept {
+int ReadScanFloat(ScanSource &in, int32_t width, double *value) noexcept {
     FloatCollector collector(in, width);
-    return collector.Read(decimalPoint, value);
+    return collector.Read(value);
 }
 
 } // namespace halv

@@ -1,6 +1,5 @@
 /*
- * text/scan_input.cpp - the stream source of the scan engine and the fetch
- * of its arguments.
+ * text/scan_input.cpp - the two byte sources of the scan engine.
  *
  * A stream has no push-back: every byte the engine looks at is taken from
  * the stream for good, the look-ahead behind the last field included.
@@ -10,51 +9,70 @@
 namespace halv {
 namespace {
 
-constexpr int32_t kStreamFailed = -8;
 constexpr int32_t kStreamEndByte = 0xFF; /* reads like the end of input */
+
+ScanSource &SourceOf(HalvFormatContext *context) noexcept {
+    return *reinterpret_cast<ScanSource *>(context);
+}
+
+/* Hands the byte now in `current` to out, unless the input has ended. */
+int32_t Deliver(HalvFormatContext *context, char *out) noexcept {
+    if (out != nullptr && context->current >= 0)
+        *out = static_cast<char>(context->current);
+    return context->current;
+}
+
+int32_t TextInChar(HalvFormatContext *context, char *out) {
+    SourceOf(context).NextTextByte();
+    return Deliver(context, out);
+}
+
+/* One read call of one byte.  Only a failed read is an error; a stream that
+ * would block has nothing to give now, which to a scan is the end of its
+ * input, and so has a stream without a read slot. */
+int32_t StreamInChar(HalvFormatContext *context, char *out) {
+    if (context->current == -1)
+        return -1;
+    auto *io = static_cast<HalvIO *>(context->location);
+    unsigned char byte = 0;
+    const int32_t got = io != nullptr && io->read != nullptr ? HalvIOReadBytes(io, &byte, 1) : 0;
+    if (got > 0 && byte != kStreamEndByte) {
+        ++context->processed;
+        ++context->committed;
+        context->current = byte;
+        return Deliver(context, out);
+    }
+    if (got == -1)
+        context->error = HALV_FORMAT_STREAM_ERROR;
+    context->current = -1;
+    return -1;
+}
+
+/* Every field of the record, the source's own text pointer included. */
+void InitSource(ScanSource &in, const HalvLocale *locale, decltype(HalvFormatContext::inChar) inChar,
+                void *location) noexcept {
+    HalvFormatContext &context = in.context;
+    context.outChar = nullptr;
+    context.inChar = inChar;
+    context.location = location;
+    context.current = 0;
+    context.processed = 0;
+    context.committed = 0;
+    context.max = 0;
+    context.error = 0;
+    context.locale = LocaleOrFixed(locale);
+    in.text = nullptr;
+}
 
 } // namespace
 
-int32_t ScanInput::AdvanceStream() noexcept {
-    if (current == -1)
-        return current;
-    unsigned char byte = 0;
-    int32_t got = (io != nullptr && io->read != nullptr) ? io->read(io, &byte, 1) : 0;
-    if (got > 0 && byte != kStreamEndByte) {
-        ++committed;
-        current = byte;
-        return current;
-    }
-    /* Only a failed read is an error; a stream that would block has
-     * nothing to give now, which to a scan is the end of its input. */
-    if (got == -1)
-        error = kStreamFailed;
-    current = -1;
-    return current;
+void InitTextSource(ScanSource &in, const HalvLocale *locale, const char *text) noexcept {
+    InitSource(in, locale, TextInChar, &in.text);
+    in.text = reinterpret_cast<const unsigned char *>(text != nullptr ? text : "");
 }
 
-void FetchScanArguments(ScanDirective *table, int entries, ScanArguments args) noexcept {
-    int next = 0;
-    for (int i = 0; i < entries; ++i) {
-        ScanDirective &d = table[i];
-        if (d.type == kScanArgument) {
-            if (args.list != nullptr) {
-                d.value = va_arg(*args.list, int);
-            } else {
-                const int *source = args.array != nullptr ? (const int *)args.array[next++] : nullptr;
-                d.value = source != nullptr ? *source : 0;
-            }
-            continue;
-        }
-        if (!(d.flags & kFlagSuppress)) {
-            if (args.list != nullptr)
-                d.target = va_arg(*args.list, void *);
-            else
-                d.target = args.array != nullptr ? args.array[next++] : nullptr;
-        }
-        if (d.flags & kFlagBaseArgument)
-            d.base = table[d.base].value;
-    }
+void InitStreamSource(ScanSource &in, const HalvLocale *locale, HalvIO *io) noexcept {
+    InitSource(in, locale, StreamInChar, io);
 }
 
 } // namespace halv

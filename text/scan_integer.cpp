@@ -18,18 +18,18 @@ int PrefixLetter(int base) {
 
 } // namespace
 
-int ReadScanInteger(ScanInput &in, int base, bool isUnsigned, bool alternative, int32_t width,
+int ReadScanInteger(ScanSource &in, int base, bool isUnsigned, bool alternative, int32_t width,
                     uint64_t *value) noexcept {
     SkipScanSpace(in);
     bool negative = false;
-    if (!isUnsigned && (in.current == '+' || in.current == '-')) {
-        negative = in.current == '-';
+    if (!isUnsigned && (in.Current() == '+' || in.Current() == '-')) {
+        negative = in.Current() == '-';
         in.Advance();
     }
     int32_t remaining = width > 0 ? width : kNoWidth;
     bool anyDigit = false;
     if (alternative && (base == 2 || base == 8 || base == 16)) {
-        if (in.current != '0')
+        if (in.Current() != '0')
             return kFieldFailed;
         /* In base 8 the 0 is the first digit; elsewhere it opens 0x / 0b,
          * and on its own it is the value 0. */
@@ -37,7 +37,7 @@ int ReadScanInteger(ScanInput &in, int base, bool isUnsigned, bool alternative, 
             in.Advance();
             --remaining;
             anyDigit = true;
-            if (remaining > 0 && (in.current | 0x20) == PrefixLetter(base)) {
+            if (remaining > 0 && (in.Current() | 0x20) == PrefixLetter(base)) {
                 in.Advance();
                 --remaining;
             }

@@ -14,8 +14,6 @@ namespace halv {
 namespace {
 
 constexpr int32_t kNoWidth = 0x7FFFFFFF;
-constexpr int kRangeBackwards = -7;
-constexpr int kMalformed = -2;
 
 struct EscapeTable {
     char value[128]; /* 0: not a one-letter escape */
@@ -37,10 +35,10 @@ constexpr EscapeTable MakeEscapeTable() {
 constinit const EscapeTable kEscapes = MakeEscapeTable();
 
 /* Up to maxDigits digits of base; the byte they make, or -1 for none. */
-int ReadEscapeNumber(ScanInput &in, int base, int maxDigits) {
+int ReadEscapeNumber(ScanSource &in, int base, int maxDigits) {
     int value = 0, digits = 0;
     for (; digits < maxDigits; ++digits) {
-        int digit = DigitValue(in.current);
+        int digit = DigitValue(in.Current());
         if (digit < 0 || digit >= base)
             break;
         value = value * base + digit;
@@ -52,12 +50,12 @@ int ReadEscapeNumber(ScanInput &in, int base, int maxDigits) {
 /* Takes one character of a field, resolving an escape when asked to.
  * Gives the byte, or -1 when an escape has no number behind it, or nothing
  * at all; that ends the field. */
-int TakeFieldChar(ScanInput &in, bool escapes) {
-    int c = in.current;
+int TakeFieldChar(ScanSource &in, bool escapes) {
+    int c = in.Current();
     in.Advance();
     if (!escapes || c != '\\')
         return c;
-    c = in.current;
+    c = in.Current();
     if (c < 0)
         return -1;
     if (c < 128 && kEscapes.value[c] != 0) {
@@ -74,18 +72,34 @@ int TakeFieldChar(ScanInput &in, bool escapes) {
     return c;
 }
 
-char *Destination(const ScanDirective &d) {
-    return (d.flags & kFlagSuppress) ? nullptr : (char *)d.target;
+char *Destination(const HalvFormatParameter &p) {
+    return static_cast<char *>(DestinationOf(p));
 }
 
-int32_t Limit(const ScanDirective &d) {
-    return d.width > 0 ? d.width : kNoWidth;
+int32_t Limit(const HalvFormatParameter &p) {
+    return p.width > 0 ? p.width : kNoWidth;
+}
+
+/* Takes up to limit characters while keep(byte) holds, each escape resolved
+ * when asked to, into out (null: nowhere); gives the number taken.  An
+ * escape without its number ends the field. */
+template <class Keep>
+int32_t TakeChars(ScanSource &in, int32_t limit, char *out, bool escapes, Keep keep) {
+    int32_t n = 0;
+    for (; n < limit && in.Current() != -1 && keep(in.Current()); ++n) {
+        const int c = TakeFieldChar(in, escapes);
+        if (c < 0)
+            break;
+        if (out != nullptr)
+            out[n] = (char)c;
+    }
+    return n;
 }
 
 /* Takes the run of bytes that keep accepts into out (null: nowhere) and
  * closes it with a terminator. */
 template <class Keep>
-void TakeIntoString(ScanInput &in, int32_t limit, char *out, Keep keep) {
+void TakeIntoString(ScanSource &in, int32_t limit, char *out, Keep keep) {
     int32_t stored = 0;
     in.TakeRun(limit, keep, [out, &stored](int32_t c) {
         if (out != nullptr)
@@ -95,13 +109,14 @@ void TakeIntoString(ScanInput &in, int32_t limit, char *out, Keep keep) {
         out[stored] = '\0';
 }
 
-/* Fills members from the set text between the brackets of a %[ directive.
- * Gives 0, -2 for a range cut off by the end of the format, or -7 for a
- * range that runs backwards. */
-int BuildSet(const char *format, const ScanDirective &d, unsigned char *members, bool *negated) {
+/* Fills members from the set text between the brackets of a %[ directive,
+ * whose entry keeps where the set starts in its base.  Gives 0, -2 for a
+ * range cut off by the end of the format, or -7 for a range that runs
+ * backwards. */
+int BuildSet(const char *format, const HalvFormatParameter &p, unsigned char *members, bool *negated) {
     const unsigned char *text = (const unsigned char *)format;
     memset(members, 0, 256);
-    int32_t pos = d.setStart;
+    int32_t pos = p.base;
     *negated = text[pos] == '^';
     pos += *negated ? 1 : 0;
     /* A leading ']' or '-' is a member, not a closer or a range. */
@@ -111,7 +126,7 @@ int BuildSet(const char *format, const ScanDirective &d, unsigned char *members,
             ++pos;
         }
     }
-    const int32_t end = d.setEnd;
+    const auto end = static_cast<int32_t>(GroupEnd(format + p.base) - format);
     const bool closed = text[end] == ']';
     int previous = -1;
     while (pos < end) {
@@ -119,14 +134,14 @@ int BuildSet(const char *format, const ScanDirective &d, unsigned char *members,
         if (c == '-' && previous >= 0) {
             if (pos + 1 >= end) {
                 if (!closed)
-                    return kMalformed;
+                    return HALV_FORMAT_MALFORMED;
                 members['-'] = 1; /* right before the closing ']' */
                 ++pos;
                 continue;
             }
             int last = text[pos + 1];
             if (last < previous)
-                return kRangeBackwards;
+                return HALV_FORMAT_BAD_RANGE;
             for (int v = previous; v <= last; ++v)
                 members[v] = 1;
             previous = last; /* ranges chain: a-c-e is a to e */
@@ -142,49 +157,34 @@ int BuildSet(const char *format, const ScanDirective &d, unsigned char *members,
 
 } // namespace
 
-int ReadScanChars(ScanInput &in, const ScanDirective &d, const char *) noexcept {
-    char *out = Destination(d);
-    const bool escapes = (d.flags & kFlagAlternative) != 0;
-    const int32_t count = d.width > 0 ? d.width : 1;
-    for (int32_t n = 0; n < count && in.current != -1; ++n) {
-        int c = TakeFieldChar(in, escapes);
-        if (c < 0)
-            break;
-        if (out != nullptr)
-            out[n] = (char)c;
-    }
+int ReadScanChars(ScanSource &in, const HalvFormatParameter &p) noexcept {
+    const int32_t count = p.width > 0 ? p.width : 1;
+    TakeChars(in, count, Destination(p), (p.flags & kFlagAlt) != 0, [](int32_t) { return true; });
     return kFieldDone;
 }
 
-int ReadScanString(ScanInput &in, const ScanDirective &d, const char *) noexcept {
-    char *out = Destination(d);
-    const int32_t limit = Limit(d);
+int ReadScanString(ScanSource &in, const HalvFormatParameter &p) noexcept {
+    char *out = Destination(p);
+    const auto notSpace = [](int32_t c) { return !IsScanSpace(c); };
     SkipScanSpace(in);
-    if (!(d.flags & kFlagAlternative)) {
-        TakeIntoString(in, limit, out, [](int32_t c) { return !IsScanSpace(c); });
+    if (!(p.flags & kFlagAlt)) {
+        TakeIntoString(in, Limit(p), out, notSpace);
         return kFieldDone;
     }
     /* With escapes one character of the width may be several bytes. */
-    int32_t n = 0;
-    for (; n < limit && in.current != -1 && !IsScanSpace(in.current); ++n) {
-        int c = TakeFieldChar(in, true);
-        if (c < 0)
-            break;
-        if (out != nullptr)
-            out[n] = (char)c;
-    }
+    const int32_t taken = TakeChars(in, Limit(p), out, true, notSpace);
     if (out != nullptr)
-        out[n] = '\0';
+        out[taken] = '\0';
     return kFieldDone;
 }
 
-int ReadScanGroup(ScanInput &in, const ScanDirective &d, const char *format) noexcept {
+int ReadScanGroup(ScanSource &in, const HalvFormatParameter &p, const char *format) noexcept {
     unsigned char members[256];
     bool negated = false;
-    int built = BuildSet(format, d, members, &negated);
+    int built = BuildSet(format, p, members, &negated);
     if (built < 0)
         return built;
-    TakeIntoString(in, Limit(d), Destination(d),
+    TakeIntoString(in, Limit(p), Destination(p),
                    [&members, negated](int32_t c) { return (members[c] != 0) != negated; });
     return kFieldDone;
 }
