@@ -2,14 +2,13 @@
  * streams/smartbuffer_read.cpp - peeking at, advancing over and reading a
  * smart buffer.
  *
- * A file part is read by mapping the window of its file that holds the
- * wanted bytes, with no read buffer; the file is opened, mapped, copied,
- * unmapped and closed within one block's step.  Advancing frees memory
+ * A file part is read with pread straight into the caller's buffer, with
+ * no read buffer; the file is opened, read and closed within one block's
+ * step.  Advancing frees memory
  * blocks and deletes files as soon as they are used up.
  */
+#include <errno.h>
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -21,28 +20,29 @@ namespace halv {
 namespace {
 
 /* Copies count bytes at position of the file name into destination.  False
- * when the file can't be opened, is shorter than that, or can't be mapped. */
+ * when the file can't be opened or holds fewer bytes there.
+ *
+ * The bytes go from the page cache straight into the caller's buffer with
+ * pread: no read buffer of our own, as with a mapping, but without the cost
+ * of building and tearing down a mapping on every read, which made a
+ * spilled buffer half as fast as a plain file.  The file is opened and
+ * closed within the call, so no descriptor outlives it. */
 bool CopyFromFile(const char *name, int64_t position, char *destination, uint32_t count) noexcept {
     int fd = open(name, O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return false;
-    struct stat info;
-    /* A file cut short behind our back would fault the mapping: refuse it. */
-    if (fstat(fd, &info) != 0 || info.st_size < position + count) {
-        close(fd);
-        return false;
+    posix_fadvise(fd, static_cast<off_t>(position), static_cast<off_t>(count), POSIX_FADV_SEQUENTIAL);
+    uint32_t done = 0;
+    while (done < count) {
+        ssize_t got = pread(fd, destination + done, count - done, static_cast<off_t>(position + done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break; /* a file cut short behind our back */
+        done += static_cast<uint32_t>(got);
     }
-    static const int64_t page = sysconf(_SC_PAGESIZE);
-    int64_t start = position - position % page;
-    size_t length = static_cast<size_t>(position + count - start);
-    void *map = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd, static_cast<off_t>(start));
     close(fd);
-    if (map == MAP_FAILED)
-        return false;
-    posix_madvise(map, length, POSIX_MADV_SEQUENTIAL);
-    std::memcpy(destination, static_cast<const char *>(map) + (position - start), count);
-    munmap(map, length);
-    return true;
+    return done == count;
 }
 
 /* Passes over a part of `unread` bytes: uses up *offset first, then copies
