@@ -21,12 +21,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
 
 extern char **environ;
@@ -38,7 +38,7 @@ constexpr size_t kSendBlock = size_t{1} << 20;
 
 /* Serves every connection with the same 256 MiB body, one at a time. */
 class BodyServer {
-public:
+  public:
     BodyServer() : block_(kSendBlock) {
         for (size_t i = 0; i < block_.size(); i++)
             block_[i] = static_cast<char>('a' + i % 23);
@@ -60,7 +60,7 @@ public:
     }
     const std::string &url() const { return url_; }
 
-private:
+  private:
     void Run() {
         while (!stop_) {
             pollfd entry = {listener_, POLLIN, 0};
@@ -196,44 +196,12 @@ void BM_Http_Curl(benchmark::State &state) {
 }
 BENCHMARK(BM_Http_Curl)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 
-/* Console output as usual, then the library's throughput over curl's. */
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs) {
-            auto it = run.counters.find("bytes_per_second");
-            if (!run.error_occurred && it != run.counters.end())
-                rates_[run.run_name.function_name] = it->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        double read = rates_["BM_Http_Halv_Read"], copy = rates_["BM_Http_Halv_Copy"], curl = rates_["BM_Http_Curl"];
-        if (read > 0 && curl > 0) {
-            char line[200];
-            std::snprintf(line, sizeof line,
-                          "GET of 256 MiB over loopback: library %.0f MB/s (copy %.0f MB/s), curl %.0f MB/s, "
-                          "ratio %.2fx (copy %.2fx)\n",
-                          read / 1e6, copy / 1e6, curl / 1e6, read / curl, copy / curl);
-            GetOutputStream() << line;
-        }
-    }
-
-private:
-    std::map<std::string, double> rates_;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunWithRatios(argc, argv,
+                                {
+                                    {"GET of 256 MiB over loopback, read / curl", "BM_Http_Halv_Read", "BM_Http_Curl"},
+                                    {"GET of 256 MiB over loopback, copy / curl", "BM_Http_Halv_Copy", "BM_Http_Curl"},
+                                });
 }

@@ -5,11 +5,10 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <map>
-#include <ostream>
 #include <string>
 #include <vector>
 
+#include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
 
 namespace {
@@ -62,42 +61,8 @@ void BM_Md5_OpenSSL(benchmark::State &state) {
 BENCHMARK(BM_Md5_Halv)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_Md5_OpenSSL)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 
-/* Console output as usual, then the library's throughput over OpenSSL's. */
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs) {
-            auto it = run.counters.find("bytes_per_second");
-            if (!run.error_occurred && it != run.counters.end())
-                rates_[run.run_name.function_name] = it->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        double halv = rates_["BM_Md5_Halv"], openssl = rates_["BM_Md5_OpenSSL"];
-        if (halv > 0 && openssl > 0) {
-            char line[160];
-            std::snprintf(line, sizeof line, "MD5 over 64 MiB: library %.0f MB/s, OpenSSL %.0f MB/s, ratio %.2fx\n",
-                          halv / 1e6, openssl / 1e6, halv / openssl);
-            GetOutputStream() << line;
-        }
-    }
-
-private:
-    std::map<std::string, double> rates_;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunWithRatios(argc, argv, {{"MD5 over 64 MiB / OpenSSL", "BM_Md5_Halv", "BM_Md5_OpenSSL"}});
 }

@@ -18,11 +18,10 @@
 
 #include <cstdio>
 #include <cstring>
-#include <map>
-#include <ostream>
 #include <string>
 #include <vector>
 
+#include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
 
 namespace {
@@ -118,9 +117,7 @@ void BM_PlainTempFile(benchmark::State &state) {
     state.SetBytesProcessed(state.iterations() * kSpillBytes);
 }
 
-void BM_SmartBuffer_Memory(benchmark::State &state) {
-    ThroughSmartBuffer(state, 1, kMemoryBytes);
-}
+void BM_SmartBuffer_Memory(benchmark::State &state) { ThroughSmartBuffer(state, 1, kMemoryBytes); }
 
 void BM_Memcpy(benchmark::State &state) {
     const auto &chunk = Chunk();
@@ -197,49 +194,17 @@ BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0)
 BENCHMARK(BM_FileStream)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 BENCHMARK(BM_PosixReadWrite)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
 
-// Console output as usual, then each library case over its baseline.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
-
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs) {
-            auto it = run.counters.find("bytes_per_second");
-            if (!run.error_occurred && it != run.counters.end())
-                rates_[run.run_name.function_name] = it->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        Ratio("smart buffer, 1 GiB spilled (1 MiB memory, 64 MiB files)", "BM_SmartBuffer_Spilled",
-              "plain temp file write/read", "BM_PlainTempFile");
-        Ratio("smart buffer, 16 MiB spilled with the default limits", "BM_SmartBuffer_SpilledDefaultLimits",
-              "plain temp file write/read", "BM_PlainTempFile");
-        Ratio("smart buffer, 256 MiB in memory", "BM_SmartBuffer_Memory", "memcpy in and out", "BM_Memcpy");
-        Ratio("file stream by name, 64 KiB blocks", "BM_FileStream", "write/read", "BM_PosixReadWrite");
-    }
-
-private:
-    void Ratio(const char *what, const char *name, const char *baseline, const char *baselineName) {
-        double rate = rates_[name], base = rates_[baselineName];
-        if (rate <= 0 || base <= 0)
-            return;
-        char line[256];
-        std::snprintf(line, sizeof line, "%s: %.0f MB/s; %s: %.0f MB/s; ratio %.2fx\n", what, rate / 1e6, baseline,
-                      base / 1e6, rate / base);
-        GetOutputStream() << line;
-    }
-
-    std::map<std::string, double> rates_;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunWithRatios(
+        argc, argv,
+        {
+            {"smart buffer, 1 GiB spilled (1 MiB memory, 64 MiB files) / plain temp file", "BM_SmartBuffer_Spilled",
+             "BM_PlainTempFile"},
+            {"smart buffer, 16 MiB spilled with the default limits / plain temp file",
+             "BM_SmartBuffer_SpilledDefaultLimits", "BM_PlainTempFile"},
+            {"smart buffer, 256 MiB in memory / memcpy in and out", "BM_SmartBuffer_Memory", "BM_Memcpy"},
+            {"file stream by name, 64 KiB blocks / write and read", "BM_FileStream", "BM_PosixReadWrite"},
+        });
 }

@@ -6,7 +6,8 @@
  *   - the same with two threads hammering one lock;
  *   - a signal/wait ping-pong between two threads through the conditional,
  *     against std::mutex + std::condition_variable.
- * After the runs the ratios (library time / standard time) are printed.
+ * After the runs the ratios are printed as the library's speed over the
+ * standard one's: a lock within 1.5x of the standard cost shows 0.67x or more.
  */
 #include <benchmark/benchmark.h>
 
@@ -19,6 +20,7 @@
 #include <string>
 #include <thread>
 
+#include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
 
 namespace {
@@ -161,49 +163,6 @@ template <class PingPong> void RoundTrips(benchmark::State &state) {
     partner.join();
 }
 
-/* ---- ratios ------------------------------------------------------------- */
-
-class RatioReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        /* Single-thread runs compare CPU time, which a busy machine's
-         * preemptions do not inflate; threaded runs compare wall time. */
-        for (const Run &run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred)
-                continue;
-            std::string name = run.benchmark_name();
-            bool wall = name.find("/real_time") != std::string::npos;
-            nanos_[name] = wall ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    void PrintRatio(const char *label, const std::string &ours, const std::string &theirs) const {
-        auto a = nanos_.find(ours), b = nanos_.find(theirs);
-        if (a == nanos_.end() || b == nanos_.end() || b->second <= 0)
-            return;
-        std::printf("%-44s %9.2f ns vs %9.2f ns   ratio %.2fx\n", label, a->second, b->second, a->second / b->second);
-    }
-
-  private:
-    std::map<std::string, double> nanos_;
-};
-
-struct Pair {
-    const char *label;
-    const char *ours;
-    const char *theirs;
-};
-
-constexpr Pair kPairs[] = {
-    {"uncontended: section / std::mutex", "uncontended/halv_section", "uncontended/std_mutex"},
-    {"uncontended: mutex / std::mutex", "uncontended/halv_mutex", "uncontended/std_mutex"},
-    {"  floor: pthread recursive / std::mutex", "uncontended/pthread_recursive", "uncontended/std_mutex"},
-    {"  floor: pthread robust rec. / std::mutex", "uncontended/pthread_robust_recursive", "uncontended/std_mutex"},
-    {"contended x2: section / std::mutex", "contended/halv_section/real_time/threads:2", "contended/std_mutex/real_time/threads:2"},
-    {"contended x2: mutex / std::mutex", "contended/halv_mutex/real_time/threads:2", "contended/std_mutex/real_time/threads:2"},
-    {"ping-pong: conditional / std::cv", "pingpong/halv_conditional/real_time", "pingpong/std_condition_variable/real_time"},
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
@@ -218,12 +177,19 @@ int main(int argc, char **argv) {
     benchmark::RegisterBenchmark("pingpong/halv_conditional", RoundTrips<HalvPingPong>)->UseRealTime();
     benchmark::RegisterBenchmark("pingpong/std_condition_variable", RoundTrips<StdPingPong>)->UseRealTime();
 
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nratios (library / standard, target within 1.50x):\n");
-    for (const Pair &pair : kPairs)
-        reporter.PrintRatio(pair.label, pair.ours, pair.theirs);
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunWithRatios(
+        argc, argv,
+        {
+            {"uncontended: section / std::mutex", "uncontended/halv_section", "uncontended/std_mutex"},
+            {"uncontended: mutex / std::mutex", "uncontended/halv_mutex", "uncontended/std_mutex"},
+            {"  floor: pthread recursive / std::mutex", "uncontended/pthread_recursive", "uncontended/std_mutex"},
+            {"  floor: pthread robust rec. / std::mutex", "uncontended/pthread_robust_recursive",
+             "uncontended/std_mutex"},
+            {"contended x2: section / std::mutex", "contended/halv_section/real_time/threads:2",
+             "contended/std_mutex/real_time/threads:2"},
+            {"contended x2: mutex / std::mutex", "contended/halv_mutex/real_time/threads:2",
+             "contended/std_mutex/real_time/threads:2"},
+            {"ping-pong: conditional / std::cv", "pingpong/halv_conditional/real_time",
+             "pingpong/std_condition_variable/real_time"},
+        });
 }

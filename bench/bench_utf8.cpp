@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
 
 namespace {
@@ -43,8 +44,7 @@ const char *const kMixedSentences[] = {
     "Symbols and emoji: ✓ ★ → 😀 🎨 🖼️ ",
 };
 
-template <size_t N>
-std::string BuildText(const char *const (&sentences)[N]) {
+template <size_t N> std::string BuildText(const char *const (&sentences)[N]) {
     std::string text;
     text.reserve(kTextBytes + 256);
     for (size_t i = 0; text.size() < kTextBytes; ++i)
@@ -152,41 +152,6 @@ void IconvFromUtf16(benchmark::State &state, const std::string *text) {
     state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)text->size());
 }
 
-// Console output as usual, then "halv / iconv" for every pair of runs that
-// differ only in their last name part.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run &run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred)
-                continue;
-            auto rate = run.counters.find("bytes_per_second");
-            if (rate != run.counters.end())
-                rates_[run.benchmark_name()] = rate->second.value;
-        }
-    }
-
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        std::printf("\n%-22s %12s %12s %8s\n", "case", "halv MB/s", "iconv MB/s", "ratio");
-        for (const auto &[name, rate] : rates_) {
-            const std::string suffix = "/halv";
-            if (name.size() < suffix.size() || name.compare(name.size() - suffix.size(), suffix.size(), suffix) != 0)
-                continue;
-            std::string base = name.substr(0, name.size() - suffix.size());
-            auto other = rates_.find(base + "/iconv");
-            if (other == rates_.end() || other->second <= 0)
-                continue;
-            std::printf("%-22s %12.0f %12.0f %7.2fx\n", base.c_str(), rate / 1e6, other->second / 1e6,
-                        rate / other->second);
-        }
-    }
-
-private:
-    std::map<std::string, double> rates_;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
@@ -200,11 +165,12 @@ int main(int argc, char **argv) {
     benchmark::RegisterBenchmark("from_utf16/ascii/iconv", IconvFromUtf16, ascii);
     benchmark::RegisterBenchmark("from_utf16/mixed/halv", HalvFromUtf16, mixed);
     benchmark::RegisterBenchmark("from_utf16/mixed/iconv", IconvFromUtf16, mixed);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunWithRatios(
+        argc, argv,
+        {
+            {"to UTF-16, ASCII text / iconv", "to_utf16/ascii/halv", "to_utf16/ascii/iconv"},
+            {"to UTF-16, mixed scripts / iconv", "to_utf16/mixed/halv", "to_utf16/mixed/iconv"},
+            {"from UTF-16, ASCII text / iconv", "from_utf16/ascii/halv", "from_utf16/ascii/iconv"},
+            {"from UTF-16, mixed scripts / iconv", "from_utf16/mixed/halv", "from_utf16/mixed/iconv"},
+        });
 }

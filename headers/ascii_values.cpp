@@ -45,6 +45,22 @@ TokenResult ReadToken(HalvIO *in, char *text, size_t capacity) {
     return fits ? kToken : kTooLong;
 }
 
+/* Reads one token and scans it with format into scanned, in the C locale:
+ * 0 when a number was scanned, 1 when the token is no number or too long,
+ * -1 at the end of the values or for a null argument.  destination is only
+ * checked here; the caller narrows scanned into it. */
+template <size_t TokenBytes, typename Scanned>
+int ReadNumber(HalvIO *in, const void *destination, const char *format, Scanned *scanned) {
+    if (in == nullptr || destination == nullptr)
+        return -1;
+    char text[TokenBytes];
+    TokenResult got = ReadToken(in, text, sizeof text);
+    if (got != kToken)
+        return got;
+    halv::CNumberLocale c;
+    return std::sscanf(text, format, scanned) == 1 ? 0 : 1;
+}
+
 /* 0 when all of the text went out, -1 otherwise. */
 int WriteText(HalvIO *out, const char *text, int length) {
     if (length < 0)
@@ -57,33 +73,19 @@ int WriteText(HalvIO *out, const char *text, int length) {
 extern "C" {
 
 HALV_API int __HVHdrReadAsciiInt(HalvIO *in, uint32_t *value) noexcept {
-    if (in == nullptr || value == nullptr)
-        return -1;
-    char text[kIntToken];
-    TokenResult got = ReadToken(in, text, sizeof text);
-    if (got != kToken)
-        return got;
-    halv::CNumberLocale c;
     unsigned scanned;
-    if (std::sscanf(text, "%u", &scanned) != 1)
-        return 1;
-    *value = scanned;
-    return 0;
+    int result = ReadNumber<kIntToken>(in, value, "%u", &scanned);
+    if (result == 0)
+        *value = scanned;
+    return result;
 }
 
 HALV_API int __HVHdrReadAsciiFloat(HalvIO *in, float *value) noexcept {
-    if (in == nullptr || value == nullptr)
-        return -1;
-    char text[kFloatToken];
-    TokenResult got = ReadToken(in, text, sizeof text);
-    if (got != kToken)
-        return got;
-    halv::CNumberLocale c;
     double scanned;
-    if (std::sscanf(text, "%lf", &scanned) != 1)
-        return 1;
-    *value = (float)scanned;
-    return 0;
+    int result = ReadNumber<kFloatToken>(in, value, "%lf", &scanned);
+    if (result == 0)
+        *value = (float)scanned;
+    return result;
 }
 
 HALV_API int __HVHdrReadAsciiComplex(HalvIO *in, float *pair) noexcept {
