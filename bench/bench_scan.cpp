@@ -1,18 +1,18 @@
 /*
  * The scan engine against the C library in one run: HalvSScanf beside
  * sscanf for integers and doubles, and beside strtod for doubles.  The
- * closing lines give the ratios (C library time / HalvSScanf time).
+ * closing lines give the ratios (HalvSScanf speed over the C library's).
  */
 #include <benchmark/benchmark.h>
 
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
 
 namespace {
@@ -139,33 +139,14 @@ BENCHMARK(DoubleStrtod);
 BENCHMARK(MixedHalvSScanf);
 BENCHMARK(MixedSscanf);
 
-/* Keeps each benchmark's time per iteration for the ratio lines. */
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run &run : runs)
-            if (run.run_type == Run::RT_Iteration && run.iterations > 0)
-                times[run.benchmark_name()] = run.GetAdjustedCPUTime();
-    }
-    std::map<std::string, double> times;
-};
-
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    auto ratio = [&](const char *label, const char *baseline, const char *ours) {
-        auto b = reporter.times.find(baseline), o = reporter.times.find(ours);
-        if (b != reporter.times.end() && o != reporter.times.end() && o->second > 0)
-            std::printf("ratio %-28s %.2fx\n", label, b->second / o->second);
-    };
-    ratio("integer: sscanf / HalvSScanf", "IntSscanf", "IntHalvSScanf");
-    ratio("double: sscanf / HalvSScanf", "DoubleSscanf", "DoubleHalvSScanf");
-    ratio("double: strtod / HalvSScanf", "DoubleStrtod", "DoubleHalvSScanf");
-    ratio("mixed: sscanf / HalvSScanf", "MixedSscanf", "MixedHalvSScanf");
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunWithRatios(argc, argv,
+                                {
+                                    {"integer: HalvSScanf / sscanf", "IntHalvSScanf", "IntSscanf"},
+                                    {"double: HalvSScanf / sscanf", "DoubleHalvSScanf", "DoubleSscanf"},
+                                    {"double: HalvSScanf / strtod", "DoubleHalvSScanf", "DoubleStrtod"},
+                                    {"mixed: HalvSScanf / sscanf", "MixedHalvSScanf", "MixedSscanf"},
+                                });
 }
