@@ -13,6 +13,7 @@
 
 #include "halv_userdata.h"
 #include "halv_util.h"
+#include "headers/formats/formats.h"
 #include "headers/internal.h"
 
 struct HVHdrManagerEntry {
@@ -45,9 +46,44 @@ constexpr HVHdrManagerEntry FreeEntry() { return HVHdrManagerEntry{{}, {}, -1, {
  * An entry whose format isn't built yet stays free: empty name and
  * version, so registrations may take it.
  */
+constexpr HVHdrManager kInternal = {nullptr,
+                                    nullptr,
+                                    nullptr,
+                                    nullptr,
+                                    halv::InternalToHeader,
+                                    halv::InternalLoadChunk,
+                                    halv::InternalFromHeader,
+                                    halv::InternalEmitChunk,
+                                    halv::InternalCreateHeader};
+
+constexpr HVHdrManager WithToHeader(HVHdrManager manager, HVHdrToHeaderFn toHeader) {
+    manager.toHeader = toHeader;
+    return manager;
+}
+
+constexpr HVHdrManager kImageExt = {nullptr,
+                                    nullptr,
+                                    nullptr,
+                                    nullptr,
+                                    halv::ImageExtToHeader,
+                                    halv::ImageExtLoadChunk,
+                                    halv::ImageExtFromHeader,
+                                    halv::ImageExtEmitChunk,
+                                    halv::ImageExtCreateHeader};
+
 constinit HVHdrManagerEntry gManagers[HVHDR_MANAGER_ENTRIES] = {
-    FreeEntry(), FreeEntry(), FreeEntry(), FreeEntry(), FreeEntry(), FreeEntry(),
-    FreeEntry(), FreeEntry(), FreeEntry(), FreeEntry(), FreeEntry(), FreeEntry(),
+    {"internal", "2.1", HALV_HDR_INTERNAL, kInternal},
+    {"internal", "2.0", -1, WithToHeader(kInternal, halv::InternalToHeaderOld)},
+    FreeEntry(),
+    FreeEntry(),
+    {"image-ext", "1.0", HALV_HDR_IMAGE_EXT, kImageExt},
+    FreeEntry(),
+    FreeEntry(),
+    FreeEntry(),
+    FreeEntry(),
+    FreeEntry(),
+    FreeEntry(),
+    FreeEntry(),
 };
 constinit uint32_t gManagerCount = HVHDR_MANAGER_ENTRIES;
 

@@ -85,6 +85,27 @@ struct HalvHeaderStruct {
     HalvUserCMData *userData;
 };
 
+/* The raster formats' records: the generic header, then the fields that
+ * their loaders keep.  swapBytes is set when the stream's data are in the
+ * other byte order; chunkBuffer holds the last chunk loaded (the next load
+ * overwrites it) and belongs to the header, whose free releases it. */
+typedef struct HalvInternalHeader {
+    HalvHeaderStruct generic;
+    uint32_t swapBytes;
+    uint32_t bytesPerLine; /* sum of bytesPerSep over sepCount; 0 when compressed */
+    uint32_t sepCount;     /* sum of parts, 1 with pixel interleave */
+    uint32_t bufferCapacity;
+    uint32_t linesRead;
+    void *chunkBuffer;
+} HalvInternalHeader;
+
+typedef struct HalvImageExtHeader {
+    HalvHeaderStruct generic;
+    uint32_t swapBytes;
+    uint32_t bufferCapacity;
+    void *chunkBuffer;
+} HalvImageExtHeader;
+
 /* Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps. */
 
 /* Bytes of one scanline of one separation: whole bytes up to 8 bits, whole

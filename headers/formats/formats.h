@@ -1,0 +1,92 @@
+/*
+ * headers/formats/formats.h - the slot functions of the built-in stored
+ * formats, which the manager table names, and the helpers that the raster
+ * formats share.  Nothing here is exported.
+ */
+#ifndef HALV_HEADERS_FORMATS_H
+#define HALV_HEADERS_FORMATS_H
+
+#include <cstdint>
+
+#include "halv_headers.h"
+
+namespace halv {
+
+/* ---- internal 2.1 (and 2.0, which has its own toHeader) ---- */
+int InternalToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
+int InternalToHeaderOld(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
+int InternalLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t lines) noexcept;
+int InternalFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept;
+int InternalEmitChunk(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) noexcept;
+int InternalCreateHeader(HalvHeaderStruct **header) noexcept;
+
+/* ---- image-ext 1.0 ---- */
+int ImageExtToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
+int ImageExtLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t lines) noexcept;
+int ImageExtFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept;
+int ImageExtEmitChunk(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) noexcept;
+int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept;
+
+/* ---- shared by the raster formats (raster_common.cpp) ---- */
+
+/* Separations that make up one scanline's list entries: 1 with pixel
+ * interleave, else the sum of parts; never more than the lists hold. */
+uint32_t RasterSepCount(const HalvHeaderStruct *header) noexcept;
+
+/* Sum of the first count entries of bytesPerSep, wrapping in 32 bits as
+ * all byte counts do. */
+uint32_t RasterLineBytes(const HalvHeaderStruct *header, uint32_t count) noexcept;
+
+/* endian from ID/architecture; when that names the other order, *swap is
+ * set and endian becomes the machine's, since the loader reverses. */
+void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_t *swap) noexcept;
+
+/* The code of the first word of Compression/compressors: 0 when absent or
+ * empty, -1 for a word that isn't known (a word too long included). */
+int32_t RasterFindCompression(HalvUserCMData *tree) noexcept;
+
+/* The code of Photometry/name, 0 when absent or unknown.  A known name is
+ * taken out of *tree; an unknown one stays, so it goes out as it came. */
+int32_t RasterFindColor(HalvUserCMData **tree) noexcept;
+
+/* One number, or up to capacity numbers of one line, into values; true
+ * when the key is there (entries it doesn't give keep their value). */
+bool RasterReadNumber(HalvUserCMData *tree, const char *section, const char *key, uint32_t *value) noexcept;
+bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *key, uint32_t *values,
+                       uint32_t capacity) noexcept;
+
+/* Stores count numbers as one line of decimal text joined by blanks. */
+HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
+                                 uint32_t count) noexcept;
+
+/* Deletes each named key of section; the list ends with null. */
+HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept;
+
+/* Reverses the samples of lines scanlines at data in place, by the widths
+ * in bitsPerSample, never touching bytes at or past size. */
+void RasterReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size, uint32_t lines) noexcept;
+
+/* The keys that both formats write, in their order: ID (format, the four
+ * zero bytes of binary, version, architecture), then Raster pixels, then
+ * what the format adds through addRaster, then Encoding imageParts,
+ * bytes/sl, bits/sample, interleave, alignment, then addEncoding, then
+ * Photometry name, then End. */
+struct RasterKeys {
+    const char *format;
+    const char *version;
+    HalvUserCMData *(*addRaster)(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept;
+    HalvUserCMData *(*addEncoding)(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept;
+};
+int RasterFromHeader(const RasterKeys &keys, HalvHeaderStruct *header, HalvUserCMData **tree) noexcept;
+
+/* A zeroed record of size bytes with copy, free and the machine's endian;
+ * null when memory runs out. */
+HalvHeaderStruct *RasterNewRecord(size_t size, HalvHeaderStruct *(*copy)(HalvHeaderStruct *),
+                                  void (*release)(HalvHeaderStruct *)) noexcept;
+
+/* The chunk's bytes written whole: 1, else -1. */
+int RasterWritePayload(const HalvChunk *chunk, HalvIO *out) noexcept;
+
+} // namespace halv
+
+#endif /* HALV_HEADERS_FORMATS_H */

@@ -1,0 +1,197 @@
+/*
+ * headers/formats/raster_common.cpp - what the raster formats share: the
+ * byte order, compression and colour a stored header names, the number
+ * keys, the keys both write, and the reversal of samples in scanlines
+ * read from a stream of the other byte order.
+ */
+#include <cstdio>
+#include <cstring>
+
+#include "halv_userdata.h"
+#include "halv_util.h"
+#include "headers/formats/formats.h"
+#include "headers/internal.h"
+
+namespace halv {
+
+namespace {
+
+/* Bytes of the buffer a compression word is looked up from, terminator
+ * included; no keyword comes near it. */
+constexpr size_t kCompressionWordBytes = 32;
+
+/* Longest decimal text of a uint32_t, and the blank or NUL behind it. */
+constexpr size_t kNumberBytes = 11;
+
+bool EndsCompressionWord(char c) { return c == '\0' || c == '(' || IsHeaderSpace((unsigned char)c); }
+
+/* Reverses every whole group of width bytes in [p, p + n). */
+void ReverseGroups(unsigned char *p, uint32_t n, uint32_t width) {
+    if (width == 4)
+        HalvSwabLongArray(p, n / 4);
+    else if (width == 2)
+        HalvSwabShortArray(p, n / 2);
+}
+
+uint32_t SampleWidth(uint32_t bits) { return bits > 16 ? 4 : bits > 8 ? 2 : 1; }
+
+} // namespace
+
+uint32_t RasterSepCount(const HalvHeaderStruct *header) noexcept {
+    if (header->interleave == 1)
+        return 1;
+    uint64_t sum = (uint64_t)header->parts[0] + header->parts[1] + header->parts[2];
+    return sum > HALV_MAX_SEPARATIONS ? HALV_MAX_SEPARATIONS : (uint32_t)sum;
+}
+
+uint32_t RasterLineBytes(const HalvHeaderStruct *header, uint32_t count) noexcept {
+    uint32_t sum = 0;
+    for (uint32_t i = 0; i < count && i < HALV_MAX_SEPARATIONS; ++i)
+        sum += header->bytesPerSep[i];
+    return sum;
+}
+
+void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_t *swap) noexcept {
+    int order = HalvStr2Endian(HVHdrGetHeaderParam(tree, "ID", "architecture"));
+    int machine = HalvIdentifyEndian();
+    *swap = 0;
+    if (order != -1 && order != machine) {
+        *swap = 1;
+        order = machine;
+    }
+    header->endian = order;
+}
+
+int32_t RasterFindCompression(HalvUserCMData *tree) noexcept {
+    const char *text = HVHdrGetHeaderParam(tree, "Compression", "compressors");
+    if (text == nullptr)
+        return 0;
+    while (*text != '\0' && IsHeaderSpace((unsigned char)*text))
+        ++text;
+    size_t length = 0;
+    while (!EndsCompressionWord(text[length]))
+        ++length;
+    if (length == 0)
+        return 0;
+    if (length >= kCompressionWordBytes)
+        return -1;
+    char word[kCompressionWordBytes];
+    std::memcpy(word, text, length);
+    word[length] = '\0';
+    return HalvStr2Comp(word);
+}
+
+int32_t RasterFindColor(HalvUserCMData **tree) noexcept {
+    const char *name = HVHdrGetHeaderParam(*tree, "Photometry", "name");
+    if (name == nullptr)
+        return 0;
+    int32_t color = HalvStr2Clr(name);
+    if (color != 0)
+        *tree = HVHdrDeleteHeaderField(*tree, "Photometry", "name");
+    return color;
+}
+
+bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *key, uint32_t *values,
+                       uint32_t capacity) noexcept {
+    int32_t scanned[HALV_MAX_SEPARATIONS];
+    if (capacity > HALV_MAX_SEPARATIONS)
+        capacity = HALV_MAX_SEPARATIONS;
+    std::memcpy(scanned, values, capacity * sizeof(uint32_t));
+    uint32_t count = capacity;
+    if (HVHdrGetHeaderInts(tree, section, key, scanned, &count) != 1)
+        return false;
+    std::memcpy(values, scanned, count * sizeof(uint32_t));
+    return true;
+}
+
+bool RasterReadNumber(HalvUserCMData *tree, const char *section, const char *key, uint32_t *value) noexcept {
+    return RasterReadNumbers(tree, section, key, value, 1);
+}
+
+HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
+                                 uint32_t count) noexcept {
+    char text[HALV_MAX_SEPARATIONS * kNumberBytes + 1];
+    size_t used = 0;
+    text[0] = '\0';
+    for (uint32_t i = 0; i < count && i < HALV_MAX_SEPARATIONS; ++i)
+        used += (size_t)std::snprintf(text + used, sizeof text - used, i == 0 ? "%u" : " %u", values[i]);
+    return HVHdrSetHeaderParam(tree, section, key, text);
+}
+
+HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept {
+    for (; *keys != nullptr; ++keys)
+        tree = HVHdrDeleteHeaderField(tree, section, *keys);
+    return tree;
+}
+
+void RasterReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size, uint32_t lines) noexcept {
+    auto *p = static_cast<unsigned char *>(data);
+    uint32_t left = size;
+    uint32_t count = RasterSepCount(header);
+    for (uint32_t line = 0; line < lines && left > 0; ++line) {
+        for (uint32_t i = 0; i < count && left > 0; ++i) {
+            uint32_t n = header->bytesPerSep[i] < left ? header->bytesPerSep[i] : left;
+            ReverseGroups(p, n, SampleWidth(header->bitsPerSample[i]));
+            p += n;
+            left -= n;
+        }
+    }
+}
+
+int RasterFromHeader(const RasterKeys &keys, HalvHeaderStruct *header, HalvUserCMData **tree) noexcept {
+    if (header == nullptr || tree == nullptr)
+        return 0;
+    static const char kZeroBytes[4] = {0, 0, 0, 0};
+    int endian = header->endian == -1 ? HalvIdentifyEndian() : header->endian;
+    HalvUserCMData *t = *tree;
+    t = HVHdrSetHeaderParam(t, "ID", "format", keys.format);
+    t = HVHdrSetHeaderField(t, "ID", "binary", kZeroBytes, sizeof kZeroBytes);
+    t = HVHdrSetHeaderParam(t, "ID", "version", keys.version);
+    t = HVHdrSetHeaderParam(t, "ID", "architecture", HalvEndian2Str(endian));
+
+    t = RasterSetNumbers(t, "Raster", "pixels", &header->dims[0], 1);
+    t = keys.addRaster(header, t);
+
+    uint32_t n = RasterSepCount(header);
+    t = RasterSetNumbers(t, "Encoding", "imageParts", header->parts, 3);
+    t = RasterSetNumbers(t, "Encoding", "bytes/sl", header->bytesPerSep, n);
+    t = RasterSetNumbers(t, "Encoding", "bits/sample", header->bitsPerSample, n);
+    t = HVHdrSetHeaderParam(t, "Encoding", "interleave", HalvInterleave2Str((int32_t)header->interleave));
+    if (header->alignment != 0)
+        t = RasterSetNumbers(t, "Encoding", "alignment", &header->alignment, 1);
+    if (keys.addEncoding != nullptr)
+        t = keys.addEncoding(header, t);
+
+    // A name this library doesn't know came in with the header and stays
+    // as it was; "unknown" only where there was no name at all.
+    if (header->color != 0)
+        t = HVHdrSetHeaderParam(t, "Photometry", "name", HalvClr2Str(header->color));
+    else if (HVHdrGetHeaderParam(header->userData, "Photometry", "name") == nullptr)
+        t = HVHdrSetHeaderParam(t, "Photometry", "name", "unknown");
+
+    t = HVHdrSetHeaderParam(t, "End", nullptr, nullptr);
+    *tree = t;
+    return 1;
+}
+
+HalvHeaderStruct *RasterNewRecord(size_t size, HalvHeaderStruct *(*copy)(HalvHeaderStruct *),
+                                  void (*release)(HalvHeaderStruct *)) noexcept {
+    auto *header = static_cast<HalvHeaderStruct *>(halv_internal_calloc(1, size));
+    if (header == nullptr)
+        return nullptr;
+    header->copy = copy;
+    header->free = release;
+    header->endian = HalvIdentifyEndian();
+    return header;
+}
+
+int RasterWritePayload(const HalvChunk *chunk, HalvIO *out) noexcept {
+    if (chunk->bytes == 0)
+        return 1;
+    if (chunk->data == nullptr)
+        return -1;
+    int32_t written = HalvIOWriteBytes(out, chunk->data, chunk->bytes);
+    return written >= 0 && (uint32_t)written == chunk->bytes ? 1 : -1;
+}
+
+} // namespace halv
