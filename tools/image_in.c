@@ -47,10 +47,17 @@ uint32_t ImageSamples(const Image *image) {
     return sum > HALV_MAX_SEPARATIONS ? 0 : (uint32_t)sum;
 }
 
+/* With pixel interleave one bits/sample entry stands for every sample. */
+static uint32_t SampleBits(const HalvHeaderStruct *header, uint32_t sample) {
+    return header->bitsPerSample[header->interleave == 1 ? 0 : sample];
+}
+
 uint32_t ImageCommonBits(const Image *image) {
     uint32_t samples = ImageSamples(image);
     if (samples == 0)
         return 0;
+    if (image->header->interleave == 1)
+        return image->header->bitsPerSample[0];
     for (uint32_t i = 1; i < samples; ++i)
         if (image->header->bitsPerSample[i] != image->header->bitsPerSample[0])
             return 0;
@@ -136,14 +143,14 @@ static int CheckSeparations(const Image *image, uint64_t pixels) {
     const HalvHeaderStruct *h = image->header;
     uint32_t samples = ImageSamples(image);
     for (uint32_t i = 0; i < samples; ++i)
-        if (h->bitsPerSample[i] == 0 || h->bitsPerSample[i] > 32)
+        if (SampleBits(h, i) == 0 || SampleBits(h, i) > 32)
             return Complain("%s: separation %u has %u bits per sample; 1 to 32 can be handled", image->path, i + 1,
-                            h->bitsPerSample[i]);
+                            SampleBits(h, i));
     for (uint32_t i = 0; i < image->storedSeps; ++i) {
         uint64_t need = 0;
         if (h->interleave == 1)
             for (uint32_t s = 0; s < samples; ++s)
-                need += SampleBytes(h->bitsPerSample[s], pixels);
+                need += SampleBytes(SampleBits(h, s), pixels);
         else
             need = SampleBytes(h->bitsPerSample[i], pixels);
         if (need > kMaxLineBytes)
@@ -153,7 +160,7 @@ static int CheckSeparations(const Image *image, uint64_t pixels) {
             return Complain("%s: its header gives separation %u %u bytes per scanline, but %llu pixels of %u "
                             "bits need %llu",
                             image->path, i + 1, h->bytesPerSep[i], (unsigned long long)pixels,
-                            h->bitsPerSample[h->interleave == 1 ? 0 : i], (unsigned long long)need);
+                            SampleBits(h, i), (unsigned long long)need);
     }
     return kExitOk;
 }

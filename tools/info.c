@@ -31,20 +31,37 @@ static void PrintSize(const HalvHeaderStruct *h) {
     printf("\n");
 }
 
+/* A copy of tree without the top-level sections that hold nothing (the
+ * manager took their keys); null when nothing is left. */
+static HalvUserCMData *WithoutEmptySections(const HalvUserCMData *tree) {
+    HalvUserCMData *copy = HalvUserCMDupData(tree);
+    HalvUserCMData **link = &copy;
+    while (*link != NULL) {
+        HalvUserCMData *node = *link;
+        if (node->kind == HALV_UCM_SECTION && node->children == NULL) {
+            *link = node->next;
+            node->next = NULL;
+            HalvFreeUserCMData(node);
+        } else {
+            link = &node->next;
+        }
+    }
+    return copy;
+}
+
 /* The tree as the header text would hold it, indented, control bytes
  * shown as dots. */
 static void PrintTree(const HalvUserCMData *tree) {
-    if (tree == NULL) {
-        printf("rest of header: (nothing)\n");
-        return;
-    }
     HalvIO *mem = HalvIO_Mem(1024);
-    if (mem == NULL || HalvWriteUserCMData(tree, mem) != 1) {
+    HalvUserCMData *kept = WithoutEmptySections(tree);
+    if (kept == NULL || mem == NULL || HalvWriteUserCMData(kept, mem) != 1) {
         if (mem != NULL)
             mem->close(mem);
-        printf("rest of header: (can't be shown)\n");
+        HalvFreeUserCMData(kept);
+        printf("rest of header: %s\n", kept == NULL ? "(nothing)" : "(can't be shown)");
         return;
     }
+    HalvFreeUserCMData(kept);
     const unsigned char *text = HalvIOMemBuffer(mem);
     uint32_t length = HalvIOMemLength(mem);
     printf("rest of header:\n    ");
@@ -65,7 +82,7 @@ static void PrintRaster(const Image *image) {
     PrintSize(h);
     printf("%-14s %u (image %u, mask %u, other %u)\n", "separations:", h->parts[0] + h->parts[1] + h->parts[2],
            h->parts[0], h->parts[1], h->parts[2]);
-    PrintNumbers("bit depth:", h->bitsPerSample, samples);
+    PrintNumbers("bit depth:", h->bitsPerSample, h->interleave == 1 && samples > 0 ? 1 : samples);
     uint32_t seps = image->storedSeps <= HALV_MAX_SEPARATIONS ? image->storedSeps : 0;
     PrintNumbers("bytes/line:", h->bytesPerSep, seps);
     printf("%-14s %s\n", "colour space:", ImageColorName(h));
