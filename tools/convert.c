@@ -70,7 +70,9 @@ static HalvHeaderStruct *PlanConversion(const Image *image, const ConvertOptions
     }
     /* Loaded data are in the header's order; unknown counts as this machine's. */
     int loadedOrder = h->endian == 0 || h->endian == 1 ? h->endian : HalvIdentifyEndian();
-    int target = options->byteOrder >= 0 ? options->byteOrder : loadedOrder;
+    /* By default the output keeps the order the input was stored in. */
+    int storedOrder = HalvStr2Endian(image->architecture);
+    int target = options->byteOrder >= 0 ? options->byteOrder : storedOrder >= 0 ? storedOrder : loadedOrder;
     *swap = target != loadedOrder && HasWideSamples(image);
     if (*swap && h->compression != 0) {
         Complain("%s holds compressed data; its byte order can't be changed", image->path);

@@ -237,11 +237,12 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
     }
     int loaded = HVHdrToChunkLines(image->manager, image->header, image->io, chunk, LinesPerLoad(image));
     if (loaded != 1 && loaded != 2) {
-        if (image->height != 0)
+        if (image->header->managerType == HALV_HDR_INTERNAL && image->height != 0)
             return Complain("%s is cut short: it ends before the %u scanlines its header gives (after %llu)",
                             image->path, image->height, (unsigned long long)image->linesRead);
-        return Complain("%s is damaged: its data end inside a chunk, after %llu scanlines", image->path,
-                        (unsigned long long)image->linesRead);
+        return Complain("%s is damaged: its data end inside a chunk, or a chunk record gives a wrong length "
+                        "(after %llu scanlines)",
+                        image->path, (unsigned long long)image->linesRead);
     }
     if (CheckChunk(image, chunk) != kExitOk)
         return kExitFailed;
