@@ -5,8 +5,10 @@
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <time.h>
 
 #include "host.h"
 
@@ -106,8 +108,21 @@ static HalvHeaderStruct *OutputHeader(HalvState *state, const Image *image) {
     return copy;
 }
 
+/* Seconds spent loading, processing and writing, told on standard error
+ * when HALVERN_TIMING is set: where the time of a run goes. */
+typedef struct PhaseTimes {
+    double load, process, write;
+} PhaseTimes;
+
+static double Now(void) {
+    struct timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (double)t.tv_sec + (double)t.tv_nsec * 1e-9;
+}
+
 /* One pass: chunk in, output chunk written (the header before the first). */
-static int Pass(HalvState *state, Image *image, Output *out, const HalvChunk *chunk, int first) {
+static int Pass(HalvState *state, Image *image, Output *out, const HalvChunk *chunk, int first, PhaseTimes *times) {
+    double start = Now();
     HalvSetChunkFlags(state->inputChunks, 0, chunk->flags);
     state->inputChunks[0]->auxWord = chunk->auxWord;
     void *data = NULL;
@@ -124,25 +139,35 @@ static int Pass(HalvState *state, Image *image, Output *out, const HalvChunk *ch
         if (header == NULL || OutputWriteHeader(out, header, image->manager, 0) != kExitOk)
             return kExitFailed;
     }
+    double processed = Now();
+    times->process += processed - start;
     HalvGetChunkFlags(state->outputChunks, 0, &flags);
     HalvChunk produced = {flags | (chunk->flags & HALV_CHUNK_END), chunk->auxWord, lines, bytes, bytes, 0, data};
-    return OutputWriteChunk(out, &produced);
+    int status = OutputWriteChunk(out, &produced);
+    times->write += Now() - processed;
+    return status;
 }
 
 static int Drive(HalvState *state, Image *image, Output *out) {
     Progress progress;
     ProgressStart(&progress, state->name, image->fileBytes);
     HalvChunk chunk;
+    PhaseTimes times = {0, 0, 0};
     int status = kExitOk;
     for (int first = 1; status == kExitOk; first = 0) {
+        double start = Now();
         status = ImageNextChunk(image, &chunk);
+        times.load += Now() - start;
         if (status == kExitOk)
-            status = Pass(state, image, out, &chunk, first);
+            status = Pass(state, image, out, &chunk, first, &times);
         ProgressAdvance(&progress, chunk.bytes);
         if (chunk.flags & HALV_CHUNK_END)
             break;
     }
     ProgressFinish(&progress);
+    if (getenv("HALVERN_TIMING") != NULL)
+        fprintf(stderr, "halvern: %s: load %.3f s, process %.3f s, write %.3f s\n", state->name ? state->name : "",
+                times.load, times.process, times.write);
     if (status == kExitOk && image->linesRead == 0)
         status = Complain("%s holds no scanlines", image->path);
     return status;
