@@ -128,6 +128,16 @@ void RasterReverseLines(const HalvHeaderStruct *header, void *data, uint32_t siz
     auto *p = static_cast<unsigned char *>(data);
     uint32_t left = size;
     uint32_t count = RasterSepCount(header);
+    // A stored chunk's line count is whatever its record says: the lines
+    // that fit the bytes bound the walk, and lines of no bytes end it.
+    uint64_t stride = 0;
+    for (uint32_t i = 0; i < count; ++i)
+        stride += header->bytesPerSep[i];
+    if (stride == 0)
+        return;
+    uint64_t fitting = ((uint64_t)size + stride - 1) / stride;
+    if (lines > fitting)
+        lines = (uint32_t)fitting;
     for (uint32_t line = 0; line < lines && left > 0; ++line) {
         for (uint32_t i = 0; i < count && left > 0; ++i) {
             uint32_t n = header->bytesPerSep[i] < left ? header->bytesPerSep[i] : left;
