@@ -1,136 +1,80 @@
 /*
  * halvern - the command-line host of the Halvern engine.
  *
- *   halvern list           every processing function of every registered bundle
- *   halvern describe NAME  one function's description
- *   halvern demo           (the default) runs every function on a sample scanline
- *
  * It uses the public interface only, as any host would: start the engine
  * (which reads hvregistry.dot and opens the bundles it names), find the
- * functions, build an argument list, drive each state through its chunks,
- * end it, stop the engine.
+ * functions, read stored images through their header managers, drive a
+ * function's state through the chunks, write the result, stop the engine.
  */
+#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
-#include "dpk_hvsup.h"
+#include "host.h"
 
-enum { kSampleWidth = 16 };
-
-static void PrintList(const char *label, char **items) {
-    if (items == NULL)
-        return;
-    for (uint32_t i = 0; items[i] != NULL; ++i)
-        if (items[i] != HalvArrayEmptySlot())
-            printf("  %-12s %s\n", i == 0 ? label : "", items[i]);
+int Complain(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    fputs("halvern: ", stderr);
+    vfprintf(stderr, format, args);
+    fputc('\n', stderr);
+    va_end(args);
+    return kExitFailed;
 }
 
-static int ListFunctions(void) {
-    HalvFuncDesc **descs = NULL;
-    if (HalvFindAllFuncDesc(&descs) != 1 || descs == NULL) {
-        fprintf(stderr, "halvern: no processing functions are registered\n");
-        return 1;
-    }
-    for (uint32_t i = 0; descs[i] != NULL; ++i)
-        printf("%-12s %s\n", descs[i]->name, descs[i]->description ? descs[i]->description : "");
-    HalvFreeSmartArray(descs);
-    return 0;
+static const char kUsage[] =
+    "usage: halvern COMMAND [ARGUMENTS]\n"
+    "\n"
+    "  demo [--keep]                  make a sample image and run every function over it\n"
+    "  list                           every processing function of every registered bundle\n"
+    "  describe NAME                  one function's full description\n"
+    "  info FILE                      the header of a stored image\n"
+    "  run NAME INPUT OUTPUT [key=value ...]\n"
+    "                                 run a function over an image (halvern describe NAME\n"
+    "                                 shows the keys it takes; bits comes from the image)\n"
+    "  convert INPUT OUTPUT --format internal|image-ext [--byte-order big|little]\n"
+    "                                 store an image in another format or byte order\n"
+    "  export INPUT OUTPUT.pgm|.ppm   write an 8- or 16-bit image of one or three\n"
+    "                                 separations as binary netpbm\n"
+    "  help                           this text\n"
+    "\n"
+    "OUTPUT appears only when the command succeeds.  Exit status: 0 done,\n"
+    "1 failed (the reason is on standard error), 2 wrong command line.\n";
+
+static int CommandHelp(int argc, char **argv) {
+    (void)argc;
+    (void)argv;
+    fputs(kUsage, stdout);
+    return kExitOk;
 }
 
-static int DescribeFunction(const char *name) {
-    HalvFuncDesc *desc = HalvAllocFuncDesc();
-    if (desc == NULL)
-        return 1;
-    int found = HalvFindAndReadFuncDesc(name, desc);
-    if (found != 1) {
-        fprintf(stderr, "halvern: unknown function %s\n", name);
-        HalvFreeFuncDesc(desc);
-        return 1;
-    }
-    printf("%s: %s\n", desc->name, desc->description ? desc->description : "");
-    printf("  inputs %d, outputs %d\n", desc->inputs, desc->outputs);
-    PrintList("arguments", desc->args);
-    PrintList("formats", desc->formats);
-    PrintList("categories", desc->categories);
-    PrintList("tests", desc->tests);
-    if (desc->documentation)
-        printf("\n%s\n", desc->documentation);
-    HalvFreeFuncDesc(desc);
-    return 0;
-}
-
-/* Runs one function over a ramp of 8-bit samples, as two chunks, and prints
- * what came out.  Arguments a function doesn't ask for are left unread. */
-static int RunOnSample(const char *name) {
-    int32_t bits = 8, level = 128;
-    double factor = 1.5;
-    intptr_t args[16];
-    HalvBuildArgs(args, HALV_ARG("bits:i"), HALV_ARG(&bits), HALV_ARG_NULL, HALV_ARG("level:i"), HALV_ARG(&level),
-                  HALV_ARG_NULL, HALV_ARG("factor:d"), HALV_ARG(&factor), HALV_ARG_NULL, HALV_ARG_END);
-    HalvState *state = NULL;
-    int result = HalvCallInitByName(name, args, &state);
-    if (result != 1 && result != 2) {
-        fprintf(stderr, "halvern: %s did not start: %s\n", name,
-                state && HalvGetErrorMsg(state) ? HalvGetErrorMsg(state) : "no state");
-        if (state)
-            HalvAbsoluteCallEnd(state);
-        return 1;
-    }
-    unsigned char line[kSampleWidth];
-    for (int i = 0; i < kSampleWidth; ++i)
-        line[i] = (unsigned char)(i * 17);
-    printf("%-10s", name);
-    for (int pass = 0; pass < 2; ++pass) {
-        void *out = NULL;
-        uint32_t bytes = 0, lines = 0;
-        HalvSetChunkFlags(state->inputChunks, 0, pass == 1 ? HALV_CHUNK_END : 0);
-        result = HalvProcessSISO(state, line + pass * 8, 8, 1, &out, &bytes, &lines);
-        if (result != 1 && result != 2) {
-            fprintf(stderr, "\nhalvern: %s failed: %s\n", name, HalvGetErrorMsg(state) ? HalvGetErrorMsg(state) : "");
-            HalvAbsoluteCallEnd(state);
-            return 1;
-        }
-        for (uint32_t i = 0; i < bytes; ++i)
-            printf(" %3u", ((const unsigned char *)out)[i]);
-    }
-    printf("\n");
-    return HalvAbsoluteCallEnd(state) == 1 ? 0 : 1;
-}
-
-static int Demo(void) {
-    HalvFuncDesc **descs = NULL;
-    if (HalvFindAllFuncDesc(&descs) != 1 || descs == NULL || descs[0] == NULL) {
-        fprintf(stderr, "halvern: no processing functions are registered (is hvregistry.dot beside halvern?)\n");
-        return 1;
-    }
-    printf("%-10s", "input");
-    for (int i = 0; i < kSampleWidth; ++i)
-        printf(" %3d", i * 17);
-    printf("\n");
-    int status = 0;
-    for (uint32_t i = 0; descs[i] != NULL; ++i)
-        status |= RunOnSample(descs[i]->name);
-    HalvFreeSmartArray(descs);
-    return status;
-}
+static const struct {
+    const char *name;
+    int (*run)(int argc, char **argv);
+} kCommands[] = {
+    {"demo", CommandDemo},       {"list", CommandList},     {"describe", CommandDescribe},
+    {"info", CommandInfo},       {"run", CommandRun},       {"convert", CommandConvert},
+    {"export", CommandExport},   {"help", CommandHelp},     {"--help", CommandHelp},
+};
 
 int main(int argc, char **argv) {
+    if (argc < 2) {
+        fputs(kUsage, stderr);
+        return kExitUsage;
+    }
+    int (*command)(int, char **) = NULL;
+    for (size_t i = 0; i < sizeof kCommands / sizeof kCommands[0]; ++i)
+        if (strcmp(argv[1], kCommands[i].name) == 0)
+            command = kCommands[i].run;
+    if (command == NULL) {
+        Complain("unknown command %s (halvern help lists the commands)", argv[1]);
+        return kExitUsage;
+    }
     if (HalvernInit() != 1) {
-        fprintf(stderr, "halvern: the engine did not start\n");
         HalvernEnd();
-        return 1;
+        return Complain("the engine did not start");
     }
-    int status;
-    if (argc < 2 || strcmp(argv[1], "demo") == 0)
-        status = Demo();
-    else if (strcmp(argv[1], "list") == 0)
-        status = ListFunctions();
-    else if (strcmp(argv[1], "describe") == 0 && argc == 3)
-        status = DescribeFunction(argv[2]);
-    else {
-        fprintf(stderr, "usage: halvern [demo | list | describe NAME]\n");
-        status = 2;
-    }
+    int status = command(argc - 2, argv + 2);
     HalvernEnd();
     return status;
 }

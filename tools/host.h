@@ -1,0 +1,159 @@
+/*
+ * host.h - the pieces of the halvern command-line host.
+ *
+ * Every command reports its own failures on standard error as one line
+ * "halvern: ..." and gives back an exit status: 0 done, 1 failed, 2 the
+ * command line was wrong.
+ */
+#ifndef HALVERN_HOST_H
+#define HALVERN_HOST_H
+
+#include <stdint.h>
+
+#include "dpk_hvsup.h"
+
+enum { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
+
+/* Prints "halvern: " and the message with a line end on standard error;
+ * gives kExitFailed so that callers can return it. */
+int Complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* ------------------------------------------------------------------------
+ * Reading a stored image: its header, then its chunks.
+ * ------------------------------------------------------------------------ */
+
+typedef struct Image {
+    const char *path;
+    HalvIO *io;
+    HVHdrManager manager;
+    HalvHeaderStruct *header;
+    char format[32];
+    char version[32];
+    char architecture[32]; /* as stored; empty when absent */
+    uint32_t storedSeps;   /* separations side by side in a line: 1 with pixel interleave */
+    uint32_t lineBytes;    /* bytes of one scanline; 0 for compressed data */
+    uint32_t height;       /* scanlines, 0 when the header doesn't know */
+    uint64_t fileBytes;    /* size on disk, 0 when unknown */
+    uint64_t linesRead;
+    uint64_t bytesRead;
+    int ended;
+} Image;
+
+/* Opens path and reads its header.  kExitOk, or kExitFailed after saying
+ * why (the image is then closed). */
+int ImageOpen(Image *image, const char *path);
+/* Closes the stream and frees the header; safe on a closed image. */
+void ImageClose(Image *image);
+/* Checks that the header describes plain raster data whose lines can be
+ * handled sample by sample: known layout, pixels, no compression, sizes
+ * that agree.  kExitOk or kExitFailed with the reason said. */
+int ImageCheckRaster(const Image *image);
+/* Separations that lie side by side in a scanline, each with its own
+ * bytes/sl entry: 1 with pixel interleave, else the sum of parts (37 when
+ * that is beyond the 36 a header holds). */
+uint32_t HeaderStoredSeps(const HalvHeaderStruct *header);
+/* The common sample depth of all separations, or 0 when they differ. */
+uint32_t ImageCommonBits(const Image *image);
+/* The number of samples of each pixel: the sum of the header's parts. */
+uint32_t ImageSamples(const Image *image);
+/* Loads the next chunk.  kExitOk with *chunk filled (its flags carry
+ * HALV_CHUNK_END on the last one, which may be empty); kExitFailed after
+ * saying what is wrong with the data.  The data stay valid up to the next
+ * load. */
+int ImageNextChunk(Image *image, HalvChunk *chunk);
+/* Name of the colour space, "unknown" for code 0. */
+const char *ImageColorName(const HalvHeaderStruct *header);
+
+/* ------------------------------------------------------------------------
+ * Writing: OUTPUT is made under a temporary name beside it, renamed into
+ * place by OutputCommit, removed by OutputAbort or when the process is
+ * interrupted.
+ * ------------------------------------------------------------------------ */
+
+typedef struct Output {
+    const char *path;
+    char *tempPath;
+    HalvIO *io;
+    HVHdrManager manager;
+    HalvHeaderStruct *header; /* owned once OutputWriteHeader took it */
+    int swapBytes;            /* reverse samples wider than 8 bits */
+    void *scratch;
+    uint32_t scratchCapacity;
+} Output;
+
+int OutputOpen(Output *out, const char *path);
+/* Takes header (freed with the output), writes it through manager and
+ * keeps both for the chunks.  swapBytes asks for samples to be reversed
+ * on the way out. */
+int OutputWriteHeader(Output *out, HalvHeaderStruct *header, HVHdrManager manager, int swapBytes);
+/* Writes one chunk behind the header.  Empty chunks are left out. */
+int OutputWriteChunk(Output *out, const HalvChunk *chunk);
+/* Writes raw bytes (formats the library doesn't know). */
+int OutputWriteBytes(Output *out, const void *bytes, uint32_t count);
+int OutputCommit(Output *out);
+void OutputAbort(Output *out);
+
+/* A new header of the stored format name ("internal" or "image-ext") with
+ * the raster description of source; its manager in *manager.  Null after
+ * saying why. */
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager);
+/* Reverses the bytes of every sample wider than 8 bits in lines lines. */
+void SwapLines(const HalvHeaderStruct *header, uint32_t storedSeps, void *data, uint32_t lines);
+
+/* ------------------------------------------------------------------------
+ * Processing functions
+ * ------------------------------------------------------------------------ */
+
+/* The description of a registered function, or null after saying that
+ * there is none.  Free with HalvFreeFuncDesc. */
+HalvFuncDesc *FindFunction(const char *name);
+
+/* An argument list built from key=value texts against the arguments that
+ * desc declares.  facts are key=value texts that the host knows from the
+ * image (bits=8): they are used when the function declares the key, and a
+ * user's value for them must agree.  With lenient set, keys the function
+ * doesn't declare are left out instead of refused. */
+typedef struct FnArgs {
+    intptr_t *words;
+    void **values; /* separately allocated value storage */
+    uint32_t valueCount;
+} FnArgs;
+
+int BuildFnArgs(FnArgs *args, const HalvFuncDesc *desc, char *const *pairs, int pairCount, char *const *facts,
+                int factCount, int lenient);
+void FreeFnArgs(FnArgs *args);
+
+/* Runs function name over input into output.  pairs are the user's
+ * key=value texts.  With quiet set nothing but failures is printed. */
+int RunFunction(const char *name, const char *input, const char *output, char *const *pairs, int pairCount,
+                int lenient);
+
+/* ------------------------------------------------------------------------
+ * Progress on standard error, for long jobs on a terminal.
+ * ------------------------------------------------------------------------ */
+
+typedef struct Progress {
+    int enabled;
+    uint64_t total;
+    uint64_t done;
+    int shown; /* per mille last drawn, -1 before the first */
+    const char *label;
+} Progress;
+
+void ProgressStart(Progress *progress, const char *label, uint64_t total);
+void ProgressAdvance(Progress *progress, uint64_t amount);
+void ProgressFinish(Progress *progress);
+
+/* ------------------------------------------------------------------------
+ * Commands: argc and argv start behind the command word.
+ * ------------------------------------------------------------------------ */
+
+int CommandList(int argc, char **argv);
+int CommandDescribe(int argc, char **argv);
+int CommandInfo(int argc, char **argv);
+int CommandRun(int argc, char **argv);
+int CommandConvert(int argc, char **argv);
+int CommandExport(int argc, char **argv);
+int CommandDemo(int argc, char **argv);
+
+#endif

@@ -1,0 +1,258 @@
+/*
+ * image_in.c - reading a stored image: the header through its manager,
+ * then the chunks, with every size the header claims checked against what
+ * the data hold.
+ */
+#define _POSIX_C_SOURCE 200809L
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/stat.h>
+
+#include "host.h"
+
+/* Chunks of about this many bytes keep the number of passes small without
+ * leaving the caches far behind. */
+enum { kChunkTargetBytes = 1u << 20, kCompressedLinesPerLoad = 256 };
+/* No sane scanline is longer; anything above is a header that lies. */
+static const uint64_t kMaxLineBytes = 1ull << 30;
+
+static void CopyParam(char *dst, size_t size, HalvUserCMData *tree, const char *section, const char *key) {
+    const char *text = HVHdrGetHeaderParam(tree, section, key);
+    snprintf(dst, size, "%s", text != NULL ? text : "");
+}
+
+static int IsRasterFormat(const HalvHeaderStruct *header) {
+    return header->managerType == HALV_HDR_INTERNAL || header->managerType == HALV_HDR_IMAGE_EXT;
+}
+
+uint32_t HeaderStoredSeps(const HalvHeaderStruct *header) {
+    if (header->interleave == 1)
+        return 1;
+    uint64_t sum = (uint64_t)header->parts[0] + header->parts[1] + header->parts[2];
+    return sum > HALV_MAX_SEPARATIONS ? HALV_MAX_SEPARATIONS + 1 : (uint32_t)sum;
+}
+
+static uint64_t LineBytes(const HalvHeaderStruct *header, uint32_t seps) {
+    uint64_t sum = 0;
+    for (uint32_t i = 0; i < seps && i < HALV_MAX_SEPARATIONS; ++i)
+        sum += header->bytesPerSep[i];
+    return sum;
+}
+
+uint32_t ImageSamples(const Image *image) {
+    const HalvHeaderStruct *h = image->header;
+    uint64_t sum = (uint64_t)h->parts[0] + h->parts[1] + h->parts[2];
+    return sum > HALV_MAX_SEPARATIONS ? 0 : (uint32_t)sum;
+}
+
+/* With pixel interleave one bits/sample entry stands for every sample. */
+static uint32_t SampleBits(const HalvHeaderStruct *header, uint32_t sample) {
+    return header->bitsPerSample[header->interleave == 1 ? 0 : sample];
+}
+
+uint32_t ImageCommonBits(const Image *image) {
+    uint32_t samples = ImageSamples(image);
+    if (samples == 0)
+        return 0;
+    if (image->header->interleave == 1)
+        return image->header->bitsPerSample[0];
+    for (uint32_t i = 1; i < samples; ++i)
+        if (image->header->bitsPerSample[i] != image->header->bitsPerSample[0])
+            return 0;
+    return image->header->bitsPerSample[0];
+}
+
+const char *ImageColorName(const HalvHeaderStruct *header) {
+    if (header->color == 0) {
+        const char *stored = HVHdrGetHeaderParam(header->userData, "Photometry", "name");
+        if (stored != NULL)
+            return stored;
+    }
+    return HalvClr2Str(header->color);
+}
+
+void ImageClose(Image *image) {
+    if (image->io != NULL)
+        image->io->close(image->io);
+    if (image->header != NULL && image->header->free != NULL)
+        image->header->free(image->header);
+    image->io = NULL;
+    image->header = NULL;
+}
+
+static int ReadHeader(Image *image) {
+    HalvUserCMData *tree = NULL;
+    int read = HVHdrRead(image->io, &tree);
+    if (read != 1) {
+        HVHdrFree(tree);
+        return Complain("%s is not a stored image: its header text is missing or malformed", image->path);
+    }
+    CopyParam(image->format, sizeof image->format, tree, "ID", "format");
+    CopyParam(image->version, sizeof image->version, tree, "ID", "version");
+    CopyParam(image->architecture, sizeof image->architecture, tree, "ID", "architecture");
+    int status = kExitOk;
+    if (image->format[0] == '\0')
+        status = Complain("%s is not a stored image: its header names no format", image->path);
+    else if (HVHdrGetManager(tree, &image->manager) != 1)
+        status = Complain("%s has format \"%s\" version \"%s\", which this build can't read", image->path,
+                          image->format, image->version);
+    else if (HVHdrToHeader(image->manager, tree, &image->header) != 1 || image->header == NULL)
+        status = Complain("%s: no memory for its header", image->path);
+    HVHdrFree(tree);
+    return status;
+}
+
+int ImageOpen(Image *image, const char *path) {
+    memset(image, 0, sizeof *image);
+    image->path = path;
+    if (strncasecmp(path, "http://", 7) != 0) {
+        struct stat info;
+        if (stat(path, &info) != 0)
+            return Complain("can't read %s: %s", path, strerror(errno));
+        if (S_ISDIR(info.st_mode))
+            return Complain("can't read %s: it is a directory", path);
+        if (S_ISREG(info.st_mode))
+            image->fileBytes = (uint64_t)info.st_size;
+    }
+    errno = 0;
+    image->io = HalvIO_FileName(path, "rb");
+    if (image->io == NULL)
+        return Complain("can't open %s: %s", path, errno != 0 ? strerror(errno) : "failed");
+    if (ReadHeader(image) != kExitOk) {
+        ImageClose(image);
+        return kExitFailed;
+    }
+    image->storedSeps = HeaderStoredSeps(image->header);
+    uint64_t lineBytes = LineBytes(image->header, image->storedSeps);
+    image->lineBytes = image->header->compression != 0 || lineBytes > kMaxLineBytes ? 0 : (uint32_t)lineBytes;
+    image->height = image->header->dimCount >= 2 ? image->header->dims[1] : 0;
+    return kExitOk;
+}
+
+/* Bytes that pixels samples of bits bits take in a line: packed below 8
+ * bits, 16- and 32-bit words above. */
+static uint64_t SampleBytes(uint32_t bits, uint64_t samples) {
+    if (bits <= 8)
+        return (samples * bits + 7) / 8;
+    return samples * (bits <= 16 ? 2 : 4);
+}
+
+static int CheckSeparations(const Image *image, uint64_t pixels) {
+    const HalvHeaderStruct *h = image->header;
+    uint32_t samples = ImageSamples(image);
+    for (uint32_t i = 0; i < samples; ++i)
+        if (SampleBits(h, i) == 0 || SampleBits(h, i) > 32)
+            return Complain("%s: separation %u has %u bits per sample; 1 to 32 can be handled", image->path, i + 1,
+                            SampleBits(h, i));
+    for (uint32_t i = 0; i < image->storedSeps; ++i) {
+        uint64_t need = 0;
+        if (h->interleave == 1)
+            for (uint32_t s = 0; s < samples; ++s)
+                need += SampleBytes(SampleBits(h, s), pixels);
+        else
+            need = SampleBytes(h->bitsPerSample[i], pixels);
+        if (need > kMaxLineBytes)
+            return Complain("%s: a scanline of %llu pixels needs %llu bytes, more than this host handles",
+                            image->path, (unsigned long long)pixels, (unsigned long long)need);
+        if (h->bytesPerSep[i] < need)
+            return Complain("%s: its header gives separation %u %u bytes per scanline, but %llu pixels of %u "
+                            "bits need %llu",
+                            image->path, i + 1, h->bytesPerSep[i], (unsigned long long)pixels,
+                            SampleBits(h, i), (unsigned long long)need);
+    }
+    return kExitOk;
+}
+
+/* An internal image of known height must hold all its scanlines; saying so
+ * before anything is written gives the clearest message. */
+static int CheckStoredSize(const Image *image) {
+    if (image->header->managerType != HALV_HDR_INTERNAL || image->height == 0 || image->fileBytes == 0 ||
+        image->io->seek == NULL)
+        return kExitOk;
+    int64_t dataStart = image->io->seek(image->io, 0, 1);
+    if (dataStart < 0)
+        return kExitOk;
+    uint64_t need = (uint64_t)image->height * image->lineBytes;
+    uint64_t have = image->fileBytes > (uint64_t)dataStart ? image->fileBytes - (uint64_t)dataStart : 0;
+    if (have < need)
+        return Complain("%s is cut short: its header promises %u scanlines of %u bytes (%llu bytes), the file "
+                        "holds %llu",
+                        image->path, image->height, image->lineBytes, (unsigned long long)need,
+                        (unsigned long long)have);
+    return kExitOk;
+}
+
+int ImageCheckRaster(const Image *image) {
+    const HalvHeaderStruct *h = image->header;
+    if (!IsRasterFormat(h))
+        return Complain("%s has format %s; only internal and image-ext images can be processed", image->path,
+                        image->format);
+    if (h->compression != 0)
+        return Complain("%s holds compressed data (%s); its samples can't be processed", image->path,
+                        HalvComp2Str(h->compression));
+    if (h->interleave > 1)
+        return Complain("%s has %s interleave; scanline and pixel interleave can be processed", image->path,
+                        HalvInterleave2Str((int32_t)h->interleave));
+    if (ImageSamples(image) == 0)
+        return Complain("%s: its header gives %s separations", image->path,
+                        h->parts[0] + h->parts[1] + h->parts[2] == 0 ? "no" : "more than 36");
+    if (h->dims[0] == 0)
+        return Complain("%s has no pixels: its width is 0", image->path);
+    if (CheckSeparations(image, h->dims[0]) != kExitOk)
+        return kExitFailed;
+    if (image->lineBytes == 0)
+        return Complain("%s: its scanlines have no bytes", image->path);
+    return CheckStoredSize(image);
+}
+
+static uint32_t LinesPerLoad(const Image *image) {
+    if (image->lineBytes == 0)
+        return kCompressedLinesPerLoad;
+    uint32_t lines = kChunkTargetBytes / image->lineBytes;
+    return lines == 0 ? 1 : lines;
+}
+
+static int CheckChunk(Image *image, const HalvChunk *chunk) {
+    if (image->lineBytes == 0)
+        return kExitOk;
+    if ((uint64_t)chunk->lines * image->lineBytes != chunk->bytes) {
+        if (chunk->bytes % image->lineBytes != 0)
+            return Complain("%s ends in the middle of a scanline, after %llu whole scanlines", image->path,
+                            (unsigned long long)image->linesRead);
+        return Complain("%s is damaged: a chunk holds %u bytes for %u scanlines of %u bytes", image->path,
+                        chunk->bytes, chunk->lines, image->lineBytes);
+    }
+    if (image->height != 0 && image->linesRead + chunk->lines > image->height)
+        return Complain("%s holds more scanlines than the %u its header gives", image->path, image->height);
+    return kExitOk;
+}
+
+int ImageNextChunk(Image *image, HalvChunk *chunk) {
+    memset(chunk, 0, sizeof *chunk);
+    if (image->ended) {
+        chunk->flags = HALV_CHUNK_END;
+        return kExitOk;
+    }
+    int loaded = HVHdrToChunkLines(image->manager, image->header, image->io, chunk, LinesPerLoad(image));
+    if (loaded != 1 && loaded != 2) {
+        if (image->header->managerType == HALV_HDR_INTERNAL && image->height != 0)
+            return Complain("%s is cut short: it ends before the %u scanlines its header gives (after %llu)",
+                            image->path, image->height, (unsigned long long)image->linesRead);
+        return Complain("%s is damaged: its data end inside a chunk, or a chunk record gives a wrong length "
+                        "(after %llu scanlines)",
+                        image->path, (unsigned long long)image->linesRead);
+    }
+    if (CheckChunk(image, chunk) != kExitOk)
+        return kExitFailed;
+    image->linesRead += chunk->lines;
+    image->bytesRead += chunk->bytes;
+    if (chunk->flags & HALV_CHUNK_END) {
+        image->ended = 1;
+        if (image->height != 0 && image->lineBytes != 0 && image->linesRead < image->height)
+            return Complain("%s is cut short: it ends after %llu of the %u scanlines its header gives", image->path,
+                            (unsigned long long)image->linesRead, image->height);
+    }
+    return kExitOk;
+}

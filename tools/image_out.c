@@ -1,0 +1,224 @@
+/*
+ * image_out.c - writing OUTPUT all or nothing.
+ *
+ * The file is made under a temporary name beside OUTPUT, so that the
+ * rename at the end stays on one file system; a failure or an interrupt
+ * removes it.  Nobody ever sees a half-written OUTPUT.
+ */
+#define _POSIX_C_SOURCE 200809L
+#include <errno.h>
+#include <signal.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host.h"
+
+/* The temporary file of the output in progress, for the signal handler. */
+static char gPendingPath[4096];
+static volatile sig_atomic_t gPending;
+
+static void RemovePendingAndDie(int sig) {
+    if (gPending)
+        unlink(gPendingPath);
+    signal(sig, SIG_DFL);
+    raise(sig);
+}
+
+static void GuardAgainstInterrupts(void) {
+    static int installed;
+    if (installed)
+        return;
+    installed = 1;
+    static const int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+    for (size_t i = 0; i < sizeof kSignals / sizeof kSignals[0]; ++i) {
+        struct sigaction action;
+        memset(&action, 0, sizeof action);
+        action.sa_handler = RemovePendingAndDie;
+        sigemptyset(&action.sa_mask);
+        sigaction(kSignals[i], &action, NULL);
+    }
+}
+
+static void SetPending(const char *path) {
+    gPending = 0;
+    if (path != NULL && strlen(path) < sizeof gPendingPath) {
+        memcpy(gPendingPath, path, strlen(path) + 1);
+        gPending = 1;
+    }
+}
+
+int OutputOpen(Output *out, const char *path) {
+    memset(out, 0, sizeof *out);
+    out->path = path;
+    size_t length = strlen(path);
+    out->tempPath = malloc(length + 16);
+    if (out->tempPath == NULL)
+        return Complain("no memory");
+    snprintf(out->tempPath, length + 16, "%s.halvern-XXXXXX", path);
+    GuardAgainstInterrupts();
+    int fd = mkstemp(out->tempPath);
+    if (fd < 0) {
+        int error = errno;
+        free(out->tempPath);
+        out->tempPath = NULL;
+        return Complain("can't write %s: %s", path, strerror(error));
+    }
+    SetPending(out->tempPath);
+    mode_t mask = umask(0);
+    umask(mask);
+    fchmod(fd, 0666 & ~mask); /* mkstemp's 0600 would stick to OUTPUT */
+    out->io = HalvIO_FD(fd);
+    if (out->io == NULL) {
+        close(fd);
+        OutputAbort(out);
+        return Complain("no memory");
+    }
+    out->io->setAutoClose(out->io, 1);
+    return kExitOk;
+}
+
+static int WriteFailed(Output *out) {
+    return Complain("can't write %s: %s", out->path, errno != 0 ? strerror(errno) : "the write failed");
+}
+
+int OutputWriteHeader(Output *out, HalvHeaderStruct *header, HVHdrManager manager, int swapBytes) {
+    out->header = header;
+    out->manager = manager;
+    out->swapBytes = swapBytes;
+    errno = 0;
+    if (HVHdrWrite_Header(header, &out->manager, out->io) != 1)
+        return WriteFailed(out);
+    return kExitOk;
+}
+
+static void *Scratch(Output *out, uint32_t bytes) {
+    if (bytes > out->scratchCapacity) {
+        void *grown = realloc(out->scratch, bytes);
+        if (grown == NULL)
+            return NULL;
+        out->scratch = grown;
+        out->scratchCapacity = bytes;
+    }
+    return out->scratch;
+}
+
+int OutputWriteChunk(Output *out, const HalvChunk *chunk) {
+    if (chunk->bytes == 0 && chunk->lines == 0)
+        return kExitOk;
+    HalvChunk copy = *chunk;
+    if (out->swapBytes && chunk->bytes > 0) {
+        copy.data = Scratch(out, chunk->bytes);
+        if (copy.data == NULL)
+            return Complain("no memory for %u bytes", chunk->bytes);
+        copy.capacity = chunk->bytes;
+        memcpy(copy.data, chunk->data, chunk->bytes);
+        SwapLines(out->header, HeaderStoredSeps(out->header), copy.data, copy.lines);
+    }
+    errno = 0;
+    if (HVHdrFromChunk(out->manager, out->header, &copy, out->io) != 1)
+        return WriteFailed(out);
+    return kExitOk;
+}
+
+int OutputWriteBytes(Output *out, const void *bytes, uint32_t count) {
+    errno = 0;
+    if (count > 0 && HalvIOWriteBytes(out->io, bytes, count) != (int32_t)count)
+        return WriteFailed(out);
+    return kExitOk;
+}
+
+static void Release(Output *out) {
+    if (out->io != NULL)
+        out->io->close(out->io);
+    if (out->header != NULL && out->header->free != NULL)
+        out->header->free(out->header);
+    free(out->scratch);
+    out->io = NULL;
+    out->header = NULL;
+    out->scratch = NULL;
+}
+
+int OutputCommit(Output *out) {
+    Release(out);
+    int status = kExitOk;
+    if (rename(out->tempPath, out->path) != 0) {
+        status = Complain("can't write %s: %s", out->path, strerror(errno));
+        unlink(out->tempPath);
+    }
+    gPending = 0;
+    free(out->tempPath);
+    out->tempPath = NULL;
+    return status;
+}
+
+void OutputAbort(Output *out) {
+    Release(out);
+    if (out->tempPath != NULL)
+        unlink(out->tempPath);
+    gPending = 0;
+    free(out->tempPath);
+    out->tempPath = NULL;
+}
+
+/* ------------------------------------------------------------------------
+ * Headers of another format, and byte order.
+ * ------------------------------------------------------------------------ */
+
+static const struct {
+    const char *format;
+    const char *version;
+} kWritableFormats[] = {{"internal", "2.1"}, {"image-ext", "1.0"}};
+
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager) {
+    const char *version = NULL;
+    for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i)
+        if (strcmp(kWritableFormats[i].format, format) == 0)
+            version = kWritableFormats[i].version;
+    if (version == NULL) {
+        Complain("unknown format %s: internal or image-ext", format);
+        return NULL;
+    }
+    HalvHeaderStruct *header = NULL;
+    if (HVHdrGetManager_Str(format, version, manager) != 1 || HVHdrCreateHeader(*manager, &header) != 1 ||
+        header == NULL) {
+        Complain("this build can't write format %s", format);
+        return NULL;
+    }
+    /* The raster description is the run of generic fields from endian up
+     * to userData; the format's own fields behind it stay as made. */
+    size_t from = offsetof(HalvHeaderStruct, endian), to = offsetof(HalvHeaderStruct, userData);
+    memcpy((char *)header + from, (const char *)source + from, to - from);
+    if (source->userData != NULL) {
+        header->userData = HalvUserCMDupData(source->userData);
+        if (header->userData == NULL) {
+            header->free(header);
+            Complain("no memory");
+            return NULL;
+        }
+    }
+    return header;
+}
+
+static void ReverseGroups(unsigned char *bytes, uint32_t count, uint32_t width) {
+    for (uint32_t i = 0; i + width <= count; i += width)
+        for (uint32_t a = i, b = i + width - 1; a < b; ++a, --b) {
+            unsigned char t = bytes[a];
+            bytes[a] = bytes[b];
+            bytes[b] = t;
+        }
+}
+
+void SwapLines(const HalvHeaderStruct *header, uint32_t storedSeps, void *data, uint32_t lines) {
+    unsigned char *cursor = data;
+    for (uint32_t line = 0; line < lines; ++line)
+        for (uint32_t i = 0; i < storedSeps && i < HALV_MAX_SEPARATIONS; ++i) {
+            uint32_t bits = header->bitsPerSample[i];
+            if (bits > 8)
+                ReverseGroups(cursor, header->bytesPerSep[i], bits > 16 ? 4 : 2);
+            cursor += header->bytesPerSep[i];
+        }
+}

@@ -1,0 +1,209 @@
+/*
+ * run.c - one stored image through one processing function: open, read
+ * the header, init the function, pass every chunk through it, write the
+ * output header and chunks, end.
+ */
+#define _POSIX_C_SOURCE 200809L
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <time.h>
+
+#include "host.h"
+
+/* Whether the description's "label: w1 w2 ..." format line allows word:
+ * 1 yes (or "any"), 0 no, -1 there is no such line. */
+static int FormatLineAllows(const HalvFuncDesc *desc, const char *label, const char *word) {
+    size_t labelLength = strlen(label);
+    for (uint32_t i = 0; desc->formats != NULL && desc->formats[i] != NULL; ++i) {
+        const char *line = desc->formats[i];
+        if (line == HalvArrayEmptySlot() || strncasecmp(line, label, labelLength) != 0 || line[labelLength] != ':')
+            continue;
+        const char *cursor = line + labelLength + 1;
+        size_t wordLength = strlen(word);
+        while (*cursor != '\0') {
+            cursor += strspn(cursor, " \t");
+            size_t n = strcspn(cursor, " \t");
+            if ((n == wordLength && strncasecmp(cursor, word, n) == 0) || (n == 3 && strncasecmp(cursor, "any", 3) == 0))
+                return 1;
+            cursor += n;
+        }
+        return 0;
+    }
+    return -1;
+}
+
+static int DeclaredBitsAllow(const HalvFuncDesc *desc, uint32_t bits) {
+    if (desc->bits == NULL)
+        return 1;
+    for (uint32_t i = 0; desc->bits[i] != -1; ++i)
+        if ((uint32_t)desc->bits[i] == bits)
+            return 1;
+    return 0;
+}
+
+/* What the description says the function takes, against the image. */
+static int CheckFunctionFits(const HalvFuncDesc *desc, const Image *image) {
+    if (desc->inputs != 1 || desc->outputs != 1)
+        return Complain("%s takes %d inputs and gives %d outputs; run drives functions of one input and one output",
+                        desc->name, desc->inputs, desc->outputs);
+    uint32_t bits = ImageCommonBits(image);
+    char bitsWord[16];
+    snprintf(bitsWord, sizeof bitsWord, "%u", bits);
+    if (bits == 0 || !DeclaredBitsAllow(desc, bits) || FormatLineAllows(desc, "bits", bitsWord) == 0) {
+        if (bits == 0)
+            return Complain("%s: its separations differ in depth, and %s works on one depth", image->path,
+                            desc->name);
+        return Complain("%s doesn't take %u-bit samples, which %s has", desc->name, bits, image->path);
+    }
+    const char *interleave = HalvInterleave2Str((int32_t)image->header->interleave);
+    if (!(desc->interleave & (1 << image->header->interleave)) || FormatLineAllows(desc, "interleave", interleave) == 0)
+        return Complain("%s doesn't take images of %s interleave, which %s has", desc->name, interleave, image->path);
+    return kExitOk;
+}
+
+/* The function's own text, without the line end its messages carry. */
+static const char *StateMessage(HalvState *state, char *buffer, size_t size) {
+    const char *text = state != NULL ? HalvGetErrorMsg(state) : NULL;
+    snprintf(buffer, size, "%s", text != NULL && text[0] != '\0' ? text : "no reason given");
+    size_t n = strlen(buffer);
+    while (n > 0 && (buffer[n - 1] == '\n' || buffer[n - 1] == '\r'))
+        buffer[--n] = '\0';
+    return buffer;
+}
+
+static HalvState *StartFunction(const HalvFuncDesc *desc, const Image *image, char *const *pairs, int pairCount,
+                                int lenient) {
+    char bitsFact[32];
+    snprintf(bitsFact, sizeof bitsFact, "bits=%u", ImageCommonBits(image));
+    char *facts[] = {bitsFact};
+    FnArgs args;
+    if (BuildFnArgs(&args, desc, pairs, pairCount, facts, 1, lenient) != kExitOk)
+        return NULL;
+    HalvState *state = NULL;
+    int started = HalvCallInitByName(desc->name, args.words, &state);
+    FreeFnArgs(&args);
+    if (started == 1 || started == 2) {
+        if (state != NULL && state->inputChunks != NULL && state->outputChunks != NULL)
+            return state;
+        Complain("%s gave no state with an input and an output chunk", desc->name);
+    } else {
+        char message[1024];
+        Complain("%s did not start: %s", desc->name, StateMessage(state, message, sizeof message));
+    }
+    if (state != NULL)
+        HalvAbsoluteCallEnd(state);
+    return NULL;
+}
+
+/* The output header: the function's own if it gives one, else the input's.
+ * Asked after the first pass, when a function knows it at the latest. */
+static HalvHeaderStruct *OutputHeader(HalvState *state, const Image *image) {
+    HalvHeaderStruct *given = state->outputHeaderFn != NULL ? state->outputHeaderFn(state, 0) : NULL;
+    HalvHeaderStruct *source = given != NULL && given->copy != NULL ? given : image->header;
+    HalvHeaderStruct *copy = source->copy(source);
+    if (copy == NULL)
+        Complain("no memory for the output header");
+    return copy;
+}
+
+/* Seconds spent loading, processing and writing, told on standard error
+ * when HALVERN_TIMING is set: where the time of a run goes. */
+typedef struct PhaseTimes {
+    double load, process, write;
+} PhaseTimes;
+
+static double Now(void) {
+    struct timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (double)t.tv_sec + (double)t.tv_nsec * 1e-9;
+}
+
+/* One pass: chunk in, output chunk written (the header before the first). */
+static int Pass(HalvState *state, Image *image, Output *out, const HalvChunk *chunk, int first, PhaseTimes *times) {
+    double start = Now();
+    HalvSetChunkFlags(state->inputChunks, 0, chunk->flags);
+    state->inputChunks[0]->auxWord = chunk->auxWord;
+    void *data = NULL;
+    uint32_t bytes = 0, lines = 0, flags = 0;
+    int result = HalvProcessSISO(state, chunk->data, chunk->bytes, chunk->lines, &data, &bytes, &lines);
+    if (result != 1 && result != 2) {
+        char message[1024];
+        return Complain("%s failed on %s after %llu scanlines: %s", state->name ? state->name : "the function",
+                        image->path, (unsigned long long)(image->linesRead - chunk->lines),
+                        StateMessage(state, message, sizeof message));
+    }
+    if (first) {
+        HalvHeaderStruct *header = OutputHeader(state, image);
+        if (header == NULL || OutputWriteHeader(out, header, image->manager, 0) != kExitOk)
+            return kExitFailed;
+    }
+    double processed = Now();
+    times->process += processed - start;
+    HalvGetChunkFlags(state->outputChunks, 0, &flags);
+    HalvChunk produced = {flags | (chunk->flags & HALV_CHUNK_END), chunk->auxWord, lines, bytes, bytes, 0, data};
+    int status = OutputWriteChunk(out, &produced);
+    times->write += Now() - processed;
+    return status;
+}
+
+static int Drive(HalvState *state, Image *image, Output *out) {
+    Progress progress;
+    ProgressStart(&progress, state->name, image->fileBytes);
+    HalvChunk chunk;
+    PhaseTimes times = {0, 0, 0};
+    int status = kExitOk;
+    for (int first = 1; status == kExitOk; first = 0) {
+        double start = Now();
+        status = ImageNextChunk(image, &chunk);
+        times.load += Now() - start;
+        if (status == kExitOk)
+            status = Pass(state, image, out, &chunk, first, &times);
+        ProgressAdvance(&progress, chunk.bytes);
+        if (chunk.flags & HALV_CHUNK_END)
+            break;
+    }
+    ProgressFinish(&progress);
+    if (getenv("HALVERN_TIMING") != NULL)
+        fprintf(stderr, "halvern: %s: load %.3f s, process %.3f s, write %.3f s\n", state->name ? state->name : "",
+                times.load, times.process, times.write);
+    if (status == kExitOk && image->linesRead == 0)
+        status = Complain("%s holds no scanlines", image->path);
+    return status;
+}
+
+int RunFunction(const char *name, const char *input, const char *output, char *const *pairs, int pairCount,
+                int lenient) {
+    HalvFuncDesc *desc = FindFunction(name);
+    if (desc == NULL)
+        return kExitFailed;
+    Image image;
+    int status = ImageOpen(&image, input);
+    if (status == kExitOk && (ImageCheckRaster(&image) != kExitOk || CheckFunctionFits(desc, &image) != kExitOk))
+        status = kExitFailed;
+    HalvState *state = status == kExitOk ? StartFunction(desc, &image, pairs, pairCount, lenient) : NULL;
+    if (status == kExitOk && state == NULL)
+        status = kExitFailed;
+    Output out;
+    if (status == kExitOk)
+        status = OutputOpen(&out, output);
+    if (status == kExitOk) {
+        status = Drive(state, &image, &out);
+        if (status == kExitOk)
+            status = OutputCommit(&out);
+        else
+            OutputAbort(&out);
+    }
+    if (state != NULL && HalvAbsoluteCallEnd(state) != 1 && status == kExitOk)
+        Complain("%s did not end cleanly", name); /* the output is complete all the same */
+    ImageClose(&image);
+    HalvFreeFuncDesc(desc);
+    return status;
+}
+
+int CommandRun(int argc, char **argv) {
+    if (argc < 3)
+        return Complain("usage: halvern run NAME INPUT OUTPUT [key=value ...]"), kExitUsage;
+    return RunFunction(argv[0], argv[1], argv[2], argv + 3, argc - 3, 0);
+}
