@@ -47,9 +47,9 @@ bool ReadLevel(FilterState *state, const intptr_t *args) noexcept {
 
 } // namespace
 
-const Operation kCopy = {"copy", NoArguments, CopySample};
-const Operation kInvert = {"invert", NoArguments, InvertSample};
-const Operation kGain = {"gain", ReadFactor, GainSample};
-const Operation kThreshold = {"threshold", ReadLevel, ThresholdSample};
+const Operation kCopy = {"copy", NoArguments, CopySample, true};
+const Operation kInvert = {"invert", NoArguments, InvertSample, false};
+const Operation kGain = {"gain", ReadFactor, GainSample, false};
+const Operation kThreshold = {"threshold", ReadLevel, ThresholdSample, false};
 
 } // namespace sample

@@ -24,22 +24,47 @@ bool GrowOutput(FilterState *state, uint32_t bytes) noexcept {
     return true;
 }
 
-void MapSamples(const FilterState *state, const void *in, void *out, uint32_t bytes) noexcept {
+/* Every operation depends on the sample alone, so its results for all
+ * 256 or 65536 values are worked out once at init, and a pass is one table
+ * lookup a sample: no call and no floating point per sample. */
+bool MakeTable(FilterState *state) noexcept {
     const Operation *op = state->operation;
+    if (op->identity)
+        return true;
     uint32_t maxValue = MaxValue(state);
+    state->table = halv_internal_malloc((maxValue + 1) * SampleSize(state));
+    if (state->table == nullptr)
+        return false;
+    for (uint32_t value = 0; value <= maxValue; ++value) {
+        uint32_t mapped = op->apply(state, value, maxValue);
+        if (state->bits == 8)
+            static_cast<uint8_t *>(state->table)[value] = (uint8_t)mapped;
+        else
+            static_cast<uint16_t *>(state->table)[value] = (uint16_t)mapped;
+    }
+    return true;
+}
+
+void MapSamples(const FilterState *state, const void *in, void *out, uint32_t bytes) noexcept {
+    if (state->operation->identity) {
+        std::memcpy(out, in, bytes);
+        return;
+    }
     if (state->bits == 8) {
+        auto *table = static_cast<const uint8_t *>(state->table);
         auto *src = static_cast<const uint8_t *>(in);
         auto *dst = static_cast<uint8_t *>(out);
         for (uint32_t i = 0; i < bytes; ++i)
-            dst[i] = (uint8_t)op->apply(state, src[i], maxValue);
+            dst[i] = table[src[i]];
         return;
     }
+    auto *table = static_cast<const uint16_t *>(state->table);
     auto *src = static_cast<const unsigned char *>(in);
     auto *dst = static_cast<unsigned char *>(out);
     for (uint32_t i = 0; i < bytes; i += 2) {
         uint16_t sample;
         std::memcpy(&sample, src + i, 2); /* chunks need not be aligned */
-        sample = (uint16_t)op->apply(state, sample, maxValue);
+        sample = table[sample];
         std::memcpy(dst + i, &sample, 2);
     }
 }
@@ -65,6 +90,7 @@ int ProcessChunk(HalvState *base) noexcept {
 int EndFilter(HalvState *base) noexcept {
     auto *state = reinterpret_cast<FilterState *>(base);
     halv_internal_free(state->output);
+    halv_internal_free(state->table);
     HalvFreeArray(base->inputChunks);
     HalvFreeArray(base->outputChunks);
     return HalvFreeState(base);
@@ -103,6 +129,8 @@ int InitFilter(const Operation *operation, intptr_t *args, HalvState **out) noex
         return HalvSetError(base, 0, "%s: no memory for chunks\n", operation->name);
     if (!ReadBits(state, args) || !operation->readArguments(state, args))
         return 0;
+    if (!MakeTable(state))
+        return HalvSetError(base, 0, "%s: no memory for the sample table\n", operation->name);
     return 1;
 }
 

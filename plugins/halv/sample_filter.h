@@ -23,6 +23,8 @@ struct Operation {
     bool (*readArguments)(FilterState *state, const intptr_t *args);
     /* The new value of one sample, given the largest sample value. */
     uint32_t (*apply)(const FilterState *state, uint32_t sample, uint32_t maxValue);
+    /* True when every sample keeps its value: the pass is a plain copy. */
+    bool identity;
 };
 
 /* The bundle's state: the library's record first, then the function's
@@ -35,6 +37,7 @@ struct FilterState {
     int32_t level;     /* threshold */
     void *output;      /* the output chunk's bytes, reused from pass to pass */
     uint32_t outputCapacity;
+    void *table;       /* apply's result for every sample value, made at init */
 };
 
 /* The init point shared by all functions: parses the common arguments,
