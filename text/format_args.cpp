@@ -114,20 +114,26 @@ void FetchStar(HalvFormatParameter &p, ArgumentReader &reader) noexcept {
     p.data.i = reader.Read<int>();
 }
 
-using Fetcher = void (*)(HalvFormatParameter &, ArgumentReader &);
-
 /* By parameter type; strings and counts are pointers as well. */
-constexpr Fetcher kPrintFetchers[] = {
-    nullptr,          /* 0: no type */
-    FetchInteger,     /* HALV_FORMAT_INTEGER */
-    FetchFloating,    /* HALV_FORMAT_FLOATING */
-    FetchCharacter,   /* HALV_FORMAT_CHARACTER */
-    FetchPointer,     /* HALV_FORMAT_STRING */
-    FetchPointer,     /* HALV_FORMAT_POINTER */
-    FetchPointer,     /* HALV_FORMAT_COUNT */
-    FetchStar,        /* HALV_FORMAT_STAR */
-    FetchPointer,     /* HALV_FORMAT_GROUP */
-};
+void FetchPrintArgument(HalvFormatParameter &p, ArgumentReader &reader) noexcept {
+    switch (p.type) {
+    case HALV_FORMAT_INTEGER:
+        FetchInteger(p, reader);
+        break;
+    case HALV_FORMAT_FLOATING:
+        FetchFloating(p, reader);
+        break;
+    case HALV_FORMAT_CHARACTER:
+        FetchCharacter(p, reader);
+        break;
+    case HALV_FORMAT_STAR:
+        FetchStar(p, reader);
+        break;
+    default: /* strings, pointers, counts, groups */
+        FetchPointer(p, reader);
+        break;
+    }
+}
 
 /* Scan mode: every entry but a '*' one takes a pointer, a suppressed one
  * nothing. */
@@ -143,7 +149,7 @@ void FetchScanArguments(FormatTable &table, int32_t count, ArgumentReader &reade
 
 void FetchPrintArguments(FormatTable &table, int32_t count, ArgumentReader &reader) noexcept {
     for (int32_t i = 0; i < count; ++i)
-        kPrintFetchers[table[i].type](table[i], reader);
+        FetchPrintArgument(table[i], reader);
 }
 
 } // namespace
