@@ -30,6 +30,8 @@ constexpr struct {
 };
 
 IntegerType IntegerTypeOf(const HalvFormatParameter &p) noexcept {
+    if ((p.flags & kFlagSizeMask) == 0)
+        return IntegerType::Int;
     if (p.flags & kFlagSizeI) /* I8, I16 and I32 read as no size */
         return p.varsize == 8 ? IntegerType::LongLong : IntegerType::Int;
     for (const auto &line : kIntegerTypes)

@@ -44,6 +44,10 @@ int64_t IntegerDigits(double integerNumber, int32_t base, double epsilon) noexce
  * guards only keep the table safe when a value beyond the largest double
  * (an adjustment added to it) made w infinite. */
 int DigitIndex(double w, int32_t base) noexcept {
+    /* w is a whole number: below 2^63 the integer remainder is exactly what
+     * fmod gives, and much cheaper. */
+    if (w >= 0 && w < 9223372036854775808.0)
+        return static_cast<int>(static_cast<uint64_t>(w) % static_cast<uint32_t>(base));
     const double rest = std::fmod(w, static_cast<double>(base));
     if (std::isnan(rest))
         return 0;

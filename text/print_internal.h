@@ -67,9 +67,28 @@ inline size_t Room(const PrintSink &sink) noexcept {
     return static_cast<size_t>(sink.limit - sink.cursor);
 }
 
+/* Copies count bytes.  Runs up to 16 bytes, most literal text and most
+ * fields, move as two overlapping fixed-size pieces instead of a library
+ * call. */
+inline void CopyBytes(char *to, const char *from, size_t count) noexcept {
+    if (count >= 8 && count <= 16) {
+        memcpy(to, from, 8);
+        memcpy(to + count - 8, from + count - 8, 8);
+    } else if (count >= 4 && count < 8) {
+        memcpy(to, from, 4);
+        memcpy(to + count - 4, from + count - 4, 4);
+    } else if (count > 0 && count < 4) {
+        to[0] = from[0];
+        to[count / 2] = from[count / 2];
+        to[count - 1] = from[count - 1];
+    } else if (count > 16) {
+        memcpy(to, from, count);
+    }
+}
+
 inline void Put(PrintSink &sink, const char *bytes, size_t count) noexcept {
     if (count <= Room(sink)) {
-        memcpy(sink.cursor, bytes, count);
+        CopyBytes(sink.cursor, bytes, count);
         sink.cursor += count;
     } else {
         sink.spill(sink, bytes, count, 0);
