@@ -109,6 +109,17 @@ void DoubleFixed(benchmark::State &state) {
 }
 
 template <typename Engine>
+void DoubleRoundTrip(benchmark::State &state) {
+    const std::vector<double> values = Doubles();
+    char buffer[64];
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(Engine::Print(buffer, sizeof buffer, "%.17g", values[i++ % kValues]));
+        benchmark::ClobberMemory();
+    }
+}
+
+template <typename Engine>
 void DoubleMixed(benchmark::State &state) {
     const std::vector<double> values = Doubles();
     char buffer[128];
@@ -128,6 +139,8 @@ BENCHMARK_TEMPLATE(String, Halv);
 BENCHMARK_TEMPLATE(String, Libc);
 BENCHMARK_TEMPLATE(DoubleFixed, Halv);
 BENCHMARK_TEMPLATE(DoubleFixed, Libc);
+BENCHMARK_TEMPLATE(DoubleRoundTrip, Halv);
+BENCHMARK_TEMPLATE(DoubleRoundTrip, Libc);
 BENCHMARK_TEMPLATE(DoubleMixed, Halv);
 BENCHMARK_TEMPLATE(DoubleMixed, Libc);
 

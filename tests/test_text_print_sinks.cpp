@@ -5,7 +5,9 @@
  */
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cstdarg>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -121,6 +123,77 @@ TEST(PrintBoundedBuffer, StoresWhatFitsAndReturnsTheLength) {
     EXPECT_EQ(HalvSNPrintf(big.data(), 200, "%250s|%s", "x", std::string(500, 'q').c_str()), 751);
     EXPECT_EQ(std::strlen(big.data()), 199u);
     EXPECT_EQ(big[200], 'Z');
+}
+
+/* Every bound from 0 to past the end, against the C library, which stores
+ * the same bytes and terminator and returns the same length for these
+ * formats; the bytes behind the terminator must stay as they were.  The
+ * other sinks must make the full text: the new string, the buffer without
+ * bound, and the stream one call per byte, also when a stream refuses from
+ * some byte on. */
+template <typename... Args>
+void CheckEverySink(const char *format, Args... args) {
+    SCOPED_TRACE(format);
+    std::vector<char> full(4096);
+    const int length = std::snprintf(full.data(), full.size(), format, args...);
+    ASSERT_GE(length, 0);
+    ASSERT_LT(length, static_cast<int>(full.size()));
+    const std::string text(full.data(), static_cast<size_t>(length));
+    for (uint32_t size = 0; size <= static_cast<uint32_t>(length) + 2; ++size) {
+        std::vector<char> engine(size + 8, 'Z');
+        std::vector<char> libc(size + 8, 'Z');
+        ASSERT_EQ(HalvSNPrintf(engine.data(), size, format, args...),
+                  std::snprintf(libc.data(), size, format, args...)) << "size " << size;
+        ASSERT_EQ(engine, libc) << "size " << size;
+    }
+    EXPECT_EQ(HalvSNPrintf(nullptr, 0, format, args...), length);
+
+    std::vector<char> unbounded(text.size() + 8, 'Z');
+    EXPECT_EQ(HalvSPrintf(unbounded.data(), format, args...), length);
+    EXPECT_EQ(std::string(unbounded.data()), text);
+    EXPECT_EQ(unbounded[text.size() + 1], 'Z');
+
+    char *out = nullptr;
+    EXPECT_EQ(HalvASPrintf(&out, format, args...), length);
+    ASSERT_NE(out, nullptr);
+    EXPECT_EQ(std::string(out), text);
+    halv_internal_free(out);
+
+    RecordingStream stream;
+    EXPECT_EQ(HalvIOPrintf(stream.io, format, args...), length);
+    EXPECT_EQ(stream.taken, text);
+    EXPECT_EQ(stream.callCounts, std::vector<uint32_t>(text.size(), 1u));
+    for (long refuseFrom : {0L, 1L, static_cast<long>(length / 2), static_cast<long>(length) - 1}) {
+        if (refuseFrom < 0 || refuseFrom >= length)
+            continue;
+        RecordingStream refusing;
+        refusing.refuseFrom = refuseFrom;
+        EXPECT_EQ(HalvIOPrintf(refusing.io, format, args...), HALV_FORMAT_STREAM_ERROR);
+        EXPECT_EQ(refusing.taken, text.substr(0, static_cast<size_t>(refuseFrom)));
+        EXPECT_EQ(refusing.offered, length);
+    }
+    EXPECT_EQ(HalvIOPrintf(nullptr, format, args...), length);
+}
+
+TEST(PrintSinks, EveryBoundAndEverySinkAgree) {
+    ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
+    const std::string longText(600, 'L');
+    CheckEverySink("plain literal text, no directive");
+    CheckEverySink("");
+    CheckEverySink("%d", -2147483647 - 1);
+    CheckEverySink("%d|%u|%x|%X|%o", 0, 4000000000u, 0xbeefu, 0xbeefu, 8u);
+    CheckEverySink("[%-12d] [%+08d] [% 5d] [%.7d] [%12.5d]", 42, -42, 7, -3, 99);
+    CheckEverySink("%lld %llu %#llx %#o %#X", -9223372036854775807LL - 1, 18446744073709551615ULL,
+                   0x123456789abcULL, 8u, 255u);
+    CheckEverySink("100%% sure: %s and [%20s] then [%-7.3s]", "yes", "right", "cutting");
+    CheckEverySink("%c%c%c|%5c|%-5c|", 'a', 'b', 'c', 'x', 'y');
+    CheckEverySink("caf\xc3\xa9 %d \xe2\x82\xac %s", 5, "\xc3\xbc");
+    CheckEverySink("%300d|", 12345);
+    CheckEverySink("%-280s|%s", "left", "tail");
+    CheckEverySink("<%s>", longText.c_str());
+    CheckEverySink("%0250d", -1);
+    CheckEverySink("%.3f %e %10.4f %-12.2e| %g %g", 2.5, 12345.678, -0.5, 1e-7, 100000.0, 0.0001);
+    CheckEverySink("%.40f", 0.25);
 }
 
 /* ---- Buffer without bound ------------------------------------------------ */

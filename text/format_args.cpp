@@ -30,6 +30,8 @@ constexpr struct {
 };
 
 IntegerType IntegerTypeOf(const HalvFormatParameter &p) noexcept {
+    if ((p.flags & kFlagSizeMask) == 0)
+        return IntegerType::Int;
     if (p.flags & kFlagSizeI) /* I8, I16 and I32 read as no size */
         return p.varsize == 8 ? IntegerType::LongLong : IntegerType::Int;
     for (const auto &line : kIntegerTypes)
@@ -114,20 +116,26 @@ void FetchStar(HalvFormatParameter &p, ArgumentReader &reader) noexcept {
     p.data.i = reader.Read<int>();
 }
 
-using Fetcher = void (*)(HalvFormatParameter &, ArgumentReader &);
-
 /* By parameter type; strings and counts are pointers as well. */
-constexpr Fetcher kPrintFetchers[] = {
-    nullptr,          /* 0: no type */
-    FetchInteger,     /* HALV_FORMAT_INTEGER */
-    FetchFloating,    /* HALV_FORMAT_FLOATING */
-    FetchCharacter,   /* HALV_FORMAT_CHARACTER */
-    FetchPointer,     /* HALV_FORMAT_STRING */
-    FetchPointer,     /* HALV_FORMAT_POINTER */
-    FetchPointer,     /* HALV_FORMAT_COUNT */
-    FetchStar,        /* HALV_FORMAT_STAR */
-    FetchPointer,     /* HALV_FORMAT_GROUP */
-};
+void FetchPrintArgument(HalvFormatParameter &p, ArgumentReader &reader) noexcept {
+    switch (p.type) {
+    case HALV_FORMAT_INTEGER:
+        FetchInteger(p, reader);
+        break;
+    case HALV_FORMAT_FLOATING:
+        FetchFloating(p, reader);
+        break;
+    case HALV_FORMAT_CHARACTER:
+        FetchCharacter(p, reader);
+        break;
+    case HALV_FORMAT_STAR:
+        FetchStar(p, reader);
+        break;
+    default: /* strings, pointers, counts, groups */
+        FetchPointer(p, reader);
+        break;
+    }
+}
 
 /* Scan mode: every entry but a '*' one takes a pointer, a suppressed one
  * nothing. */
@@ -143,7 +151,7 @@ void FetchScanArguments(FormatTable &table, int32_t count, ArgumentReader &reade
 
 void FetchPrintArguments(FormatTable &table, int32_t count, ArgumentReader &reader) noexcept {
     for (int32_t i = 0; i < count; ++i)
-        kPrintFetchers[table[i].type](table[i], reader);
+        FetchPrintArgument(table[i], reader);
 }
 
 } // namespace

@@ -109,11 +109,23 @@ enum class FormatMode { Print = 1, Scan = 2 };
 
 using FormatTable = HalvFormatParameter[HALV_FORMAT_MAX_ARGS];
 
-/* Parses `format` into `table`.  Result: the number of entries, or
+/* Where the literal text of a parsed format lies, for an engine that copies
+ * it: the offset of each directive's '%' at the table index of the
+ * directive's entry, the length of the format, and whether a "%%" occurs,
+ * in which case literal runs are not plain copies of the format. */
+struct FormatOutline {
+    int32_t directiveStart[HALV_FORMAT_MAX_ARGS];
+    int32_t length;
+    bool hasEscapedPercent;
+};
+
+/* Parses `format` into `table`, and into `outline` unless it is null.
+ * Result: the number of entries, or
  * HALV_FORMAT_MALFORMED or HALV_FORMAT_TOO_MANY_ARGS.  In scan mode '*'
  * suppresses instead of taking an argument and "%[" is a group, whose entry
  * keeps the format offset just behind its '[' in `base`. */
-int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept;
+int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table,
+                    FormatOutline *outline = nullptr) noexcept;
 
 /* Where the set of a "%[" ends.  `set` is the text behind the '['; a leading
  * '^', and then a leading ']' or '-', belong to the set, and from there '['
@@ -146,8 +158,9 @@ struct FormatArgs {
  * ones.  Result: that of ParseFormat. */
 void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept;
 
-inline int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args) noexcept {
-    const int32_t count = ParseFormat(format, mode, table);
+inline int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args,
+                             FormatOutline *outline = nullptr) noexcept {
+    const int32_t count = ParseFormat(format, mode, table, outline);
     if (count > 0)
         FetchArguments(table, count, mode, args);
     return count;

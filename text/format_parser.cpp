@@ -172,10 +172,13 @@ public:
     /* Parses one directive, p pointing behind its '%'.  Gives 0 and p behind
      * the directive, or a negative result. */
     int32_t Parse(const char *&p) noexcept {
+        /* Most directives are a bare conversion; with the qualifiers known
+         * to be none, the entry is made of constants. */
+        if (kByteRules.rule[static_cast<unsigned char>(*p)].kind == ByteKind::Conversion)
+            return Conversion(Qualifiers{}, p);
         Qualifiers q;
         for (;;) {
             const ByteRule rule = kByteRules.rule[static_cast<unsigned char>(*p)];
-            /* Tested first: most directives are a bare conversion. */
             if (rule.kind == ByteKind::Conversion)
                 return Conversion(q, p);
             int32_t result = 0;
@@ -292,7 +295,7 @@ private:
         return value < 2 || value > 36 ? HALV_FORMAT_MALFORMED : 0;
     }
 
-    int32_t Conversion(const Qualifiers &q, const char *&p) noexcept {
+    __attribute__((always_inline)) int32_t Conversion(const Qualifiers &q, const char *&p) noexcept {
         const unsigned char conversion = static_cast<unsigned char>(*p);
         const ConversionRule rule = kConversionRules.rule[conversion];
         if (rule.type == 0 || (rule.type == HALV_FORMAT_GROUP && mode_ == FormatMode::Print))
@@ -342,13 +345,15 @@ const char *GroupEnd(const char *set) noexcept {
     return p;
 }
 
-int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noexcept {
+int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table, FormatOutline *outline) noexcept {
     if (format == nullptr)
         return HALV_FORMAT_MALFORMED;
     FormatParser parser(format, mode, table);
+    bool hasEscapedPercent = false;
     const char *p = format;
     while (*(p = NextPercent(p)) != '\0') {
         if (p[1] == '%') {
+            hasEscapedPercent = true;
             p += 2;
             continue;
         }
@@ -356,10 +361,17 @@ int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table) noe
          * would also be malformed. */
         if (parser.Count() >= HALV_FORMAT_MAX_ARGS)
             return HALV_FORMAT_TOO_MANY_ARGS;
+        const auto start = static_cast<int32_t>(p - format);
         ++p;
         const int32_t result = parser.Parse(p);
         if (result < 0)
             return result;
+        if (outline != nullptr) /* the directive's own entry is the last one made */
+            outline->directiveStart[parser.Count() - 1] = start;
+    }
+    if (outline != nullptr) {
+        outline->length = static_cast<int32_t>(p - format);
+        outline->hasEscapedPercent = hasEscapedPercent;
     }
     return parser.Count();
 }

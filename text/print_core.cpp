@@ -13,19 +13,32 @@
 namespace halv {
 namespace {
 
-using FieldWriter = void (*)(PrintSink &, const HalvFormatParameter &, const PrintField &);
-
-/* By parameter type.  Stars are skipped before the table is consulted, and
- * groups never parse in print mode. */
-constexpr FieldWriter kFieldWriters[] = {
-    nullptr,             /* 0 */
-    PrintIntegerField,   /* HALV_FORMAT_INTEGER */
-    PrintFloatField,     /* HALV_FORMAT_FLOATING */
-    PrintCharacterField, /* HALV_FORMAT_CHARACTER */
-    PrintStringField,    /* HALV_FORMAT_STRING */
-    PrintPointerField,   /* HALV_FORMAT_POINTER */
-    PrintCountField,     /* HALV_FORMAT_COUNT */
-};
+/* Hands a directive to the writer of its type.  Stars are skipped before
+ * this, and groups never parse in print mode. */
+void WriteField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
+    switch (p.type) {
+    case HALV_FORMAT_INTEGER:
+        PrintIntegerField(sink, p, field);
+        break;
+    case HALV_FORMAT_FLOATING:
+        PrintFloatField(sink, p, field);
+        break;
+    case HALV_FORMAT_CHARACTER:
+        PrintCharacterField(sink, p, field);
+        break;
+    case HALV_FORMAT_STRING:
+        PrintStringField(sink, p, field);
+        break;
+    case HALV_FORMAT_POINTER:
+        PrintPointerField(sink, p, field);
+        break;
+    case HALV_FORMAT_COUNT:
+        PrintCountField(sink, p, field);
+        break;
+    default:
+        break;
+    }
+}
 
 /* Resolves the '*' arguments of a directive.  A negative width argument
  * left-adjusts; a negative precision argument means none. */
@@ -48,24 +61,42 @@ PrintField ResolveField(const HalvFormatParameter &p, const FormatTable &table) 
     return field;
 }
 
-void OutputPass(PrintSink &sink, const char *format, const FormatTable &table) noexcept {
+/* The output pass of a format without "%%": the outline says where each
+ * literal run ends, so runs are copied without looking at them again. */
+void OutputByOutline(PrintSink &sink, const char *format, const FormatTable &table, int32_t count,
+                     const FormatOutline &outline) noexcept {
+    const char *p = format;
+    for (int32_t i = 0; i < count; ++i) {
+        const HalvFormatParameter &param = table[i];
+        if (param.type == HALV_FORMAT_STAR)
+            continue;
+        Put(sink, p, static_cast<size_t>(format + outline.directiveStart[i] - p));
+        WriteField(sink, param, ResolveField(param, table));
+        p = format + param.indexAfterSpecifier;
+    }
+    Put(sink, p, static_cast<size_t>(format + outline.length - p));
+}
+
+/* The output pass of a format with "%%": literal text is walked again, and
+ * each "%%" gives one '%'. */
+void OutputByScanning(PrintSink &sink, const char *format, const FormatTable &table) noexcept {
     const char *p = format;
     int32_t next = 0;
     for (;;) {
         const char *percent = NextPercent(p);
         if (percent > p)
-            sink.ops->bytes(sink, p, static_cast<uint32_t>(percent - p));
+            Put(sink, p, static_cast<size_t>(percent - p));
         if (*percent == '\0')
             return;
         if (percent[1] == '%') {
-            sink.ops->bytes(sink, "%", 1);
+            PutByte(sink, '%');
             p = percent + 2;
             continue;
         }
         while (table[next].type == HALV_FORMAT_STAR)
             ++next;
         const HalvFormatParameter &param = table[next++];
-        kFieldWriters[param.type](sink, param, ResolveField(param, table));
+        WriteField(sink, param, ResolveField(param, table));
         p = format + param.indexAfterSpecifier;
     }
 }
@@ -74,15 +105,21 @@ void OutputPass(PrintSink &sink, const char *format, const FormatTable &table) n
 
 /* %n: stores what the sink took so far, in the width of its size. */
 void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &) noexcept {
+    SyncCounts(sink);
     StoreInteger(p, p.data.p, static_cast<uint64_t>(static_cast<int64_t>(sink.context.committed)));
 }
 
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
-    const int32_t count = PrepareFormat(format, FormatMode::Print, table, args);
+    FormatOutline outline;
+    const int32_t count = PrepareFormat(format, FormatMode::Print, table, args, &outline);
     if (count < 0)
         return count;
-    OutputPass(sink, format, table);
+    if (outline.hasEscapedPercent)
+        OutputByScanning(sink, format, table);
+    else
+        OutputByOutline(sink, format, table, count, outline);
+    SyncCounts(sink);
     return sink.context.error != 0 ? sink.context.error : sink.context.processed;
 }
 

@@ -44,6 +44,10 @@ int64_t IntegerDigits(double integerNumber, int32_t base, double epsilon) noexce
  * guards only keep the table safe when a value beyond the largest double
  * (an adjustment added to it) made w infinite. */
 int DigitIndex(double w, int32_t base) noexcept {
+    /* w is a whole number: below 2^63 the integer remainder is exactly what
+     * fmod gives, and much cheaper. */
+    if (w >= 0 && w < 9223372036854775808.0)
+        return static_cast<int>(static_cast<uint64_t>(w) % static_cast<uint32_t>(base));
     const double rest = std::fmod(w, static_cast<double>(base));
     if (std::isnan(rest))
         return 0;
@@ -244,17 +248,15 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
     const int64_t padding = field.width - expectedWidth;
     const bool left = (flags & kFlagLeft) != 0;
 
-    Staging out(sink);
-
     /* 14. Padding, sign and prefix. */
     if (!(flags & kFlagZero) && !left && padding > 0)
-        out.Fill(' ', padding);
+        PutFill(sink, ' ', padding);
     if (sign != '\0')
-        out.Add(sign);
+        PutByte(sink, sign);
     if (isHex)
-        out.Add(upper ? "0X" : "0x", 2);
+        Put(sink, upper ? "0X" : "0x", 2);
     if ((flags & kFlagZero) && !left && padding > 0)
-        out.Fill('0', padding);
+        PutFill(sink, '0', padding);
 
     /* 15. Integer digits, from the most significant. */
     double scale = 1 / Power(base, integerDigits - 1);
@@ -262,13 +264,13 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
         int digit = 0;
         if (i < integerThreshold)
             digit = DigitIndex(std::floor((integerNumber + integerAdjust) * scale), base);
-        out.Add(digitSet[digit]);
+        PutByte(sink, digitSet[digit]);
         scale *= base;
     }
 
     /* 16. */
     if (keepDecimalPoint)
-        out.Add(point, pointLength);
+        Put(sink, point, pointLength);
 
     /* 17, 18. Fraction digits.  Zeros are only noted until a later digit
      * shows they are not trailing. */
@@ -291,21 +293,21 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
         if (index == 0) {
             ++notedZeros;
         } else {
-            out.Fill('0', notedZeros);
+            PutFill(sink, '0', notedZeros);
             notedZeros = 0;
-            out.Add(digitSet[index]);
+            PutByte(sink, digitSet[index]);
         }
     }
     if (keepTrailingZeroes)
-        out.Fill('0', notedZeros);
+        PutFill(sink, '0', notedZeros);
 
     /* 19. Exponent: its digits in decimal for the hexadecimal form, else in
      * the number's own base. */
     if (exponentDigits > 0) {
-        out.Add(isHex ? (upper ? 'P' : 'p') : (upper ? 'E' : 'e'));
-        out.Add(exponent < 0 ? '-' : '+');
+        PutByte(sink, isHex ? (upper ? 'P' : 'p') : (upper ? 'E' : 'e'));
+        PutByte(sink, exponent < 0 ? '-' : '+');
         if (requireTwoDigits)
-            out.Add('0');
+            PutByte(sink, '0');
         /* Exactly exponentDigits digits, from the most significant. */
         const uint64_t exponentBase = isHex ? 10 : static_cast<uint64_t>(base);
         char digits[64];
@@ -315,12 +317,12 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
             digits[i] = digitSet[rest % exponentBase];
             rest /= exponentBase;
         }
-        out.Add(digits, static_cast<uint32_t>(count));
+        Put(sink, digits, static_cast<size_t>(count));
     }
 
     /* 20. */
     if (left && padding > 0)
-        out.Fill(' ', padding);
+        PutFill(sink, ' ', padding);
 }
 
 void PrintFloatField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {

@@ -7,6 +7,8 @@
  * width and the precision in a fixed order of steps; the comments number the
  * places where a step decides something.
  */
+#include <cstring>
+
 #include "text/print_internal.h"
 
 namespace halv {
@@ -26,32 +28,108 @@ const char *AltPrefix(int32_t base, bool upper) noexcept {
     }
 }
 
-/* Writes the digits of value backwards, ending at `end`; returns their
- * count.  The common bases get divisions by a constant, which the compiler
- * turns into multiplications, and values that fit use 32-bit arithmetic. */
-template <uint32_t Base>
-int64_t DigitsInBase(uint64_t value, const char *set, char *end) noexcept {
-    char *p = end;
-    while (value > UINT32_MAX) {
-        *--p = set[value % Base];
-        value /= Base;
+/* "00" to "99": decimal digits are made two at a time. */
+constexpr auto kDigitPairs = [] {
+    struct {
+        char pair[200];
+    } t{};
+    for (int i = 0; i < 100; ++i) {
+        t.pair[2 * i] = static_cast<char>('0' + i / 10);
+        t.pair[2 * i + 1] = static_cast<char>('0' + i % 10);
     }
-    uint32_t small = static_cast<uint32_t>(value);
-    do {
-        *--p = set[small % Base];
-        small /= Base;
-    } while (small != 0);
-    return end - p;
+    return t;
+}();
+
+constexpr auto kPowersOfTen = [] {
+    struct {
+        uint64_t power[20];
+    } t{};
+    uint64_t power = 1;
+    for (auto &p : t.power) {
+        p = power;
+        power *= 10;
+    }
+    return t;
+}();
+
+/* Bits up to the highest one set; 1 for 0, which still has a digit. */
+int BitLength(uint64_t value) noexcept {
+    return 64 - __builtin_clzll(value | 1);
 }
 
-int64_t DigitsInAnyBase(uint64_t value, uint32_t base, const char *set, char *end) noexcept {
+/* How many digits value has in base, 1 for 0.  In base 10 the bit length
+ * gives the count within one (1233 / 4096 is just above log10(2)), and one
+ * compare settles it. */
+int DigitCount(uint64_t value, uint32_t base) noexcept {
+    switch (base) {
+    case 10: {
+        const int estimate = (BitLength(value) * 1233) >> 12;
+        return value < 10 ? 1 : estimate + (value >= kPowersOfTen.power[estimate] ? 1 : 0);
+    }
+    case 16:
+        return (BitLength(value) + 3) / 4;
+    case 8:
+        return (BitLength(value) + 2) / 3;
+    case 2:
+        return BitLength(value);
+    default:
+        break;
+    }
+    int count = 1;
+    while (value >= base) {
+        value /= base;
+        ++count;
+    }
+    return count;
+}
+
+/* Writes the digits of value backwards, ending at `end`, which is where a
+ * count of DigitCount digits must end.  Divisions are by constants, which
+ * the compiler turns into multiplications, and in 32 bits once the value
+ * fits. */
+void DecimalDigits(uint64_t value, char *end) noexcept {
+    char *p = end;
+    while (value > UINT32_MAX) {
+        const auto pair = static_cast<uint32_t>(value % 100);
+        value /= 100;
+        p -= 2;
+        std::memcpy(p, &kDigitPairs.pair[2 * pair], 2);
+    }
+    auto small = static_cast<uint32_t>(value);
+    while (small >= 100) {
+        const uint32_t pair = small % 100;
+        small /= 100;
+        p -= 2;
+        std::memcpy(p, &kDigitPairs.pair[2 * pair], 2);
+    }
+    if (small >= 10) {
+        p -= 2;
+        std::memcpy(p, &kDigitPairs.pair[2 * small], 2);
+    } else {
+        *--p = static_cast<char>('0' + small);
+    }
+}
+
+/* The digits of value in a base that is a power of two, `bits` to a digit. */
+void PowerOfTwoDigits(uint64_t value, unsigned bits, const char *set, char *end) noexcept {
+    const uint64_t mask = (uint64_t{1} << bits) - 1;
+    char *p = end;
+    do {
+        *--p = set[value & mask];
+        value >>= bits;
+    } while (value != 0);
+}
+
+void WriteDigits(uint64_t value, uint32_t base, const char *set, char *end) noexcept {
     switch (base) {
     case 10:
-        return DigitsInBase<10>(value, set, end);
+        return DecimalDigits(value, end);
     case 16:
-        return DigitsInBase<16>(value, set, end);
+        return PowerOfTwoDigits(value, 4, set, end);
     case 8:
-        return DigitsInBase<8>(value, set, end);
+        return PowerOfTwoDigits(value, 3, set, end);
+    case 2:
+        return PowerOfTwoDigits(value, 1, set, end);
     default:
         break;
     }
@@ -60,20 +138,88 @@ int64_t DigitsInAnyBase(uint64_t value, uint32_t base, const char *set, char *en
         *--p = set[value % base];
         value /= base;
     } while (value != 0);
-    return end - p;
+}
+
+/* The parts of an integer field, in the order they are written. */
+struct IntegerLayout {
+    int64_t leftBlanks;
+    char sign; /* 0 for none */
+    const char *prefix;
+    uint32_t prefixLength;
+    int64_t zeros;
+    int digits; /* 0 when the number prints no digit */
+    int64_t rightBlanks;
+
+    int64_t Total() const noexcept {
+        return leftBlanks + (sign != 0 ? 1 : 0) + prefixLength + zeros + digits + rightBlanks;
+    }
+};
+
+IntegerLayout LayOut(uint64_t value, uint32_t flags, int64_t width, int64_t precision, uint32_t base, bool upper,
+                     bool negative, int digitCount) noexcept {
+    const bool hasPrecision = precision >= 0;
+    IntegerLayout layout{};
+    /* Value 0 at precision 0 prints no digit, except as octal under '#'. */
+    const bool noDigits = value == 0 && precision == 0 && !((flags & kFlagAlt) && base == 8);
+    if (!noDigits) {
+        width -= digitCount;
+        layout.digits = digitCount;
+    }
+    /* A precision pads with zeros, whatever the flags said. */
+    if (hasPrecision) {
+        precision = precision > digitCount ? precision - digitCount : 0;
+        flags |= kFlagZero;
+    }
+    const int64_t count = ((flags & kFlagLeft) || !hasPrecision) ? 0 : precision;
+
+    layout.sign = negative ? '-' : (flags & kFlagPlus) ? '+' : (flags & kFlagBlank) ? ' ' : '\0';
+    if (layout.sign != '\0')
+        --width;
+    layout.prefix = "";
+    if ((flags & kFlagAlt) && value != 0 && !(base == 8 && (flags & kFlagZero) && count != 0))
+        layout.prefix = AltPrefix(static_cast<int32_t>(base), upper);
+    while (layout.prefix[layout.prefixLength] != '\0')
+        ++layout.prefixLength;
+    width -= layout.prefixLength;
+
+    if (!(flags & kFlagLeft) && !((flags & kFlagZero) && !hasPrecision) && width > count) {
+        layout.leftBlanks = width - count;
+        width = count;
+    }
+    if (flags & kFlagZero) {
+        const int64_t zeros = hasPrecision ? precision : width;
+        if (zeros > 0) {
+            layout.zeros = zeros;
+            width -= zeros;
+        }
+    }
+    if ((flags & kFlagLeft) && width > 0)
+        layout.rightBlanks = width;
+    return layout;
+}
+
+/* Sign and prefix at p; gives the end. */
+char *WriteHead(char *p, const IntegerLayout &layout) noexcept {
+    if (layout.sign != '\0')
+        *p++ = layout.sign;
+    for (uint32_t i = 0; i < layout.prefixLength; ++i)
+        *p++ = layout.prefix[i];
+    return p;
+}
+
+void FillAt(char *&p, char byte, int64_t count) noexcept {
+    if (count > 0) {
+        std::memset(p, byte, static_cast<size_t>(count));
+        p += count;
+    }
 }
 
 } // namespace
 
-void WriteInteger(Staging &out, uint64_t value, const IntegerSpec &spec) noexcept {
+void WriteInteger(PrintSink &out, uint64_t value, const IntegerSpec &spec) noexcept {
     uint32_t flags = spec.flags;
-    int64_t width = spec.width;
-    int64_t precision = spec.precision;
-    const bool hasPrecision = precision >= 0;
     const uint32_t base = static_cast<uint32_t>(spec.base);
-
-    /* Value 0 at precision 0 prints no digit, except as octal under '#'. */
-    const bool noDigits = value == 0 && precision == 0 && !((flags & kFlagAlt) && base == 8);
+    const char *set = spec.upper ? kUpperDigits : kLowerDigits;
 
     bool negative = false;
     if (!spec.isSigned) {
@@ -85,48 +231,34 @@ void WriteInteger(Staging &out, uint64_t value, const IntegerSpec &spec) noexcep
     if (!spec.wide)
         value &= 0xFFFFFFFFu;
 
-    char digits[64];
-    const int64_t digitCount =
-        DigitsInAnyBase(value, base, spec.upper ? kUpperDigits : kLowerDigits, digits + sizeof digits);
+    const int digitCount = DigitCount(value, base);
+    const IntegerLayout layout =
+        LayOut(value, flags, spec.width, spec.precision, base, spec.upper, negative, digitCount);
 
-    if (!noDigits)
-        width -= digitCount;
-    /* A precision pads with zeros, whatever the flags said. */
-    if (hasPrecision) {
-        precision = precision > digitCount ? precision - digitCount : 0;
-        flags |= kFlagZero;
-    }
-    const int64_t count = ((flags & kFlagLeft) || !hasPrecision) ? 0 : precision;
-
-    const char sign = negative ? '-' : (flags & kFlagPlus) ? '+' : (flags & kFlagBlank) ? ' ' : '\0';
-    if (sign != '\0')
-        --width;
-    const char *prefix = "";
-    if ((flags & kFlagAlt) && value != 0 && !(base == 8 && (flags & kFlagZero) && count != 0))
-        prefix = AltPrefix(spec.base, spec.upper);
-    uint32_t prefixLength = 0;
-    while (prefix[prefixLength] != '\0')
-        ++prefixLength;
-    width -= prefixLength;
-
-    if (!(flags & kFlagLeft) && !((flags & kFlagZero) && !hasPrecision) && width > count) {
-        out.Fill(' ', width - count);
-        width = count;
-    }
-    if (sign != '\0')
-        out.Add(sign);
-    out.Add(prefix, prefixLength);
-    if (flags & kFlagZero) {
-        const int64_t zeros = hasPrecision ? precision : width;
-        if (zeros > 0) {
-            out.Fill('0', zeros);
-            width -= zeros;
+    /* The whole field fits the window: it is written in place. */
+    if (static_cast<uint64_t>(layout.Total()) <= Room(out)) {
+        char *p = out.cursor;
+        FillAt(p, ' ', layout.leftBlanks);
+        p = WriteHead(p, layout);
+        FillAt(p, '0', layout.zeros);
+        if (layout.digits > 0) {
+            p += layout.digits;
+            WriteDigits(value, base, set, p);
         }
+        FillAt(p, ' ', layout.rightBlanks);
+        out.cursor = p;
+        return;
     }
-    if (!noDigits)
-        out.Add(digits + sizeof digits - digitCount, static_cast<uint32_t>(digitCount));
-    if ((flags & kFlagLeft) && width > 0)
-        out.Fill(' ', width);
+    /* Otherwise part by part: the fills may be wide, the rest is small. */
+    PutFill(out, ' ', layout.leftBlanks);
+    char small[72];
+    Put(out, small, static_cast<size_t>(WriteHead(small, layout) - small));
+    PutFill(out, '0', layout.zeros);
+    if (layout.digits > 0) {
+        WriteDigits(value, base, set, small + layout.digits);
+        Put(out, small, static_cast<size_t>(layout.digits));
+    }
+    PutFill(out, ' ', layout.rightBlanks);
 }
 
 void PrintIntegerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
@@ -140,13 +272,12 @@ void PrintIntegerField(PrintSink &sink, const HalvFormatParameter &p, const Prin
     spec.isSigned = IsSignedConversion(field.conversion) && !(p.flags & kFlagSizeZ);
     spec.wide = wide;
     spec.upper = field.conversion == 'X';
-    Staging out(sink);
-    WriteInteger(out, p.data.u, spec);
+    WriteInteger(sink, p.data.u, spec);
 }
 
 void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
     if (p.data.p == nullptr) {
-        sink.ops->bytes(sink, "(nil)", 5); /* no padding, whatever the width */
+        Put(sink, "(nil)", 5); /* no padding, whatever the width */
         return;
     }
     IntegerSpec spec{};
@@ -157,8 +288,7 @@ void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p, const Prin
     spec.isSigned = false;
     spec.wide = true;
     spec.upper = false;
-    Staging out(sink);
-    WriteInteger(out, reinterpret_cast<uintptr_t>(p.data.p), spec);
+    WriteInteger(sink, reinterpret_cast<uintptr_t>(p.data.p), spec);
 }
 
 } // namespace halv

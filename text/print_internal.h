@@ -1,15 +1,19 @@
 /*
  * text/print_internal.h - the print engine's sinks and writers.
  *
- * Every byte the engine produces goes to a PrintSink.  The public
- * HalvFormatContext sits at its head and keeps the counts; the sink's
- * operations take runs of bytes, so that a memory sink copies a whole field
- * at once while the stream sink still makes one write call per byte.
+ * Every byte the engine produces goes into the sink's window, a run of
+ * memory the writers fill directly: for the memory sinks it is the free part
+ * of the destination itself, so the text is formatted in place with no copy;
+ * for the stream sink it is a stage on the stack that is handed on one write
+ * call per byte.  What does not fit goes to the sink's spill function, which
+ * flushes, grows, or only counts.  The public HalvFormatContext sits at the
+ * head of the sink; its counts are brought up to date by SyncCounts.
  */
 #ifndef HALV_TEXT_PRINT_INTERNAL_H
 #define HALV_TEXT_PRINT_INTERNAL_H
 
 #include <stdint.h>
+#include <string.h>
 
 #include "text/format_internal.h"
 
@@ -17,16 +21,23 @@ namespace halv {
 
 struct PrintSink;
 
-struct PrintSinkOps {
-    void (*bytes)(PrintSink &sink, const char *bytes, uint32_t count);
-    void (*fill)(PrintSink &sink, char byte, uint32_t count);
-};
+/* Takes what did not fit in the window: `count` bytes from `bytes`, or,
+ * with bytes null, `count` copies of `fill`.  It may move the window. */
+using SpillFunction = void (*)(PrintSink &sink, const char *bytes, uint64_t count, char fill);
+
+/* The stream sink's: hands what the window holds to the stream. */
+using FlushFunction = void (*)(PrintSink &sink);
 
 struct PrintSink {
     HalvFormatContext context; /* first, so a context leads back to its sink */
-    const PrintSinkOps *ops;
-    char *buffer;     /* memory sinks: the start of the text */
-    bool outOfMemory; /* the growing sink could not grow */
+    char *cursor;              /* where the next byte goes */
+    char *limit;               /* the end of the window */
+    char *buffer;              /* memory sinks: the start of the text; stream: the stage */
+    SpillFunction spill;
+    FlushFunction flush;       /* null for the memory sinks */
+    uint32_t dropped;          /* memory sinks: bytes offered beyond the window */
+    bool outOfMemory;          /* the growing sink could not grow */
+    char stage[256];           /* the stream sink's window */
 };
 
 inline PrintSink &SinkOf(HalvFormatContext *context) noexcept {
@@ -34,33 +45,74 @@ inline PrintSink &SinkOf(HalvFormatContext *context) noexcept {
 }
 
 /* Raises a count the way the engine counts: unsigned 32-bit, wrapping. */
-inline void AddCount(int32_t &count, uint32_t n) noexcept {
-    count = static_cast<int32_t>(static_cast<uint32_t>(count) + n);
+inline void AddCount(int32_t &count, uint64_t n) noexcept {
+    count = static_cast<int32_t>(static_cast<uint32_t>(count) + static_cast<uint32_t>(n));
 }
 
-/* Collects the bytes of one field on the stack and hands them to the sink in
- * as few runs as it can.  Long fills go to the sink directly. */
-class Staging {
-public:
-    explicit Staging(PrintSink &sink) noexcept : sink_(sink) {}
-    ~Staging() { Flush(); }
-    Staging(const Staging &) = delete;
-    Staging &operator=(const Staging &) = delete;
-
-    void Add(char byte) noexcept {
-        if (used_ == sizeof buffer_)
-            Flush();
-        buffer_[used_++] = byte;
+/* Brings context.processed and context.committed up to date with all that
+ * was written so far.  A memory sink has committed what its window took
+ * (nothing while the window is the empty stage) and was offered that and
+ * what it dropped. */
+inline void SyncCounts(PrintSink &sink) noexcept {
+    if (sink.flush != nullptr) {
+        sink.flush(sink);
+        return;
     }
-    void Add(const char *bytes, uint32_t count) noexcept;
-    void Fill(char byte, int64_t count) noexcept;
-    void Flush() noexcept;
+    sink.context.committed = static_cast<int32_t>(sink.cursor - sink.buffer);
+    sink.context.processed = sink.context.committed;
+    AddCount(sink.context.processed, sink.dropped);
+}
 
-private:
-    PrintSink &sink_;
-    uint32_t used_ = 0;
-    char buffer_[128];
-};
+inline size_t Room(const PrintSink &sink) noexcept {
+    return static_cast<size_t>(sink.limit - sink.cursor);
+}
+
+/* Copies count bytes.  Runs up to 16 bytes, most literal text and most
+ * fields, move as two overlapping fixed-size pieces instead of a library
+ * call. */
+inline void CopyBytes(char *to, const char *from, size_t count) noexcept {
+    if (count >= 8 && count <= 16) {
+        memcpy(to, from, 8);
+        memcpy(to + count - 8, from + count - 8, 8);
+    } else if (count >= 4 && count < 8) {
+        memcpy(to, from, 4);
+        memcpy(to + count - 4, from + count - 4, 4);
+    } else if (count > 0 && count < 4) {
+        to[0] = from[0];
+        to[count / 2] = from[count / 2];
+        to[count - 1] = from[count - 1];
+    } else if (count > 16) {
+        memcpy(to, from, count);
+    }
+}
+
+inline void Put(PrintSink &sink, const char *bytes, size_t count) noexcept {
+    if (count <= Room(sink)) {
+        CopyBytes(sink.cursor, bytes, count);
+        sink.cursor += count;
+    } else {
+        sink.spill(sink, bytes, count, 0);
+    }
+}
+
+inline void PutByte(PrintSink &sink, char byte) noexcept {
+    if (sink.cursor != sink.limit)
+        *sink.cursor++ = byte;
+    else
+        sink.spill(sink, &byte, 1, 0);
+}
+
+/* count copies of byte; nothing for a count of 0 or below. */
+inline void PutFill(PrintSink &sink, char byte, int64_t count) noexcept {
+    if (count <= 0)
+        return;
+    if (static_cast<uint64_t>(count) <= Room(sink)) {
+        memset(sink.cursor, byte, static_cast<size_t>(count));
+        sink.cursor += count;
+    } else {
+        sink.spill(sink, nullptr, static_cast<uint64_t>(count), byte);
+    }
+}
 
 /* A directive with its '*' arguments resolved. */
 struct PrintField {
@@ -81,7 +133,7 @@ struct IntegerSpec {
     bool upper; /* upper-case digits and prefix */
 };
 
-void WriteInteger(Staging &out, uint64_t value, const IntegerSpec &spec) noexcept;
+void WriteInteger(PrintSink &sink, uint64_t value, const IntegerSpec &spec) noexcept;
 
 /* Text of `length` bytes in a field, escaped under '#'. */
 void WriteText(PrintSink &sink, const char *text, uint32_t length, uint32_t flags, int64_t width) noexcept;

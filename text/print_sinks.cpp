@@ -9,7 +9,8 @@
  *   new      stores into a buffer that doubles from 32 bytes.
  *
  * `processed` counts every byte offered, `committed` every byte kept.  The
- * memory sinks take whole runs; the stream sink splits them into bytes.
+ * memory sinks let the writers format straight into the destination; the
+ * stream sink stages a field's bytes and then offers them one by one.
  */
 #include <cstring>
 
@@ -19,30 +20,37 @@
 namespace halv {
 namespace {
 
-void InitSink(PrintSink &sink, const PrintSinkOps &ops, const HalvLocale *locale, void *location) noexcept {
-    std::memset(&sink, 0, sizeof sink);
-    sink.ops = &ops;
-    sink.context.locale = LocaleOrFixed(locale);
+void InitSink(PrintSink &sink, const HalvLocale *locale, void *location, SpillFunction spill,
+              FlushFunction flush) noexcept {
+    sink.context.outChar = nullptr;
+    sink.context.inChar = nullptr;
     sink.context.location = location;
     sink.context.current = -1;
+    sink.context.processed = 0;
+    sink.context.committed = 0;
+    sink.context.max = 0;
+    sink.context.error = 0;
+    sink.context.locale = LocaleOrFixed(locale);
+    sink.buffer = sink.stage;
+    sink.cursor = sink.stage; /* no room until a sink opens its window */
+    sink.limit = sink.stage;
+    sink.spill = spill;
+    sink.flush = flush;
+    sink.dropped = 0;
+    sink.outOfMemory = false;
 }
 
-/* The context's byte sink for the memory sinks: a run of one. */
-void OutCharThroughRun(HalvFormatContext *context, int32_t byte) {
-    PrintSink &sink = SinkOf(context);
-    const char b = static_cast<char>(byte);
-    sink.ops->bytes(sink, &b, 1);
+/* The context's byte sink for the memory sinks: one byte into the window. */
+void OutCharThroughWindow(HalvFormatContext *context, int32_t byte) {
+    PutByte(SinkOf(context), static_cast<char>(byte));
 }
 
-/* Fills through a small stack run, for sinks that have no fill of their own. */
-void FillByRuns(PrintSink &sink, char byte, uint32_t count) noexcept {
-    char run[64];
-    std::memset(run, byte, sizeof run);
-    while (count > 0) {
-        const uint32_t n = count < sizeof run ? count : static_cast<uint32_t>(sizeof run);
-        sink.ops->bytes(sink, run, n);
-        count -= n;
-    }
+/* Copies count bytes, or count fill bytes, to `to`. */
+void CopyOrFill(char *to, const char *bytes, size_t count, char fill) noexcept {
+    if (bytes != nullptr)
+        std::memcpy(to, bytes, count);
+    else
+        std::memset(to, fill, count);
 }
 
 /* ---- Stream ---------------------------------------------------------- */
@@ -69,59 +77,50 @@ void StreamOutChar(HalvFormatContext *context, int32_t byte) {
     AddCount(context->processed, 1);
 }
 
-void StreamBytes(PrintSink &sink, const char *bytes, uint32_t count) noexcept {
+/* Hands bytes to the stream one call each; a null stream counts them at
+ * once, however many. */
+void StreamSend(PrintSink &sink, const char *bytes, uint64_t count, char fill) noexcept {
     if (sink.context.location == nullptr) {
         AddCount(sink.context.processed, count);
         return;
     }
-    for (uint32_t i = 0; i < count; ++i)
-        sink.context.outChar(&sink.context, static_cast<unsigned char>(bytes[i]));
+    for (uint64_t i = 0; i < count; ++i)
+        sink.context.outChar(&sink.context, static_cast<unsigned char>(bytes != nullptr ? bytes[i] : fill));
 }
 
-/* A null stream counts a fill at once, however wide. */
-void StreamFill(PrintSink &sink, char byte, uint32_t count) noexcept {
-    if (sink.context.location == nullptr)
-        AddCount(sink.context.processed, count);
-    else
-        FillByRuns(sink, byte, count);
+/* Empties the stage into the stream. */
+void StreamFlush(PrintSink &sink) noexcept {
+    StreamSend(sink, sink.stage, static_cast<uint64_t>(sink.cursor - sink.stage), 0);
+    sink.cursor = sink.stage;
 }
 
-constexpr PrintSinkOps kStreamOps = {StreamBytes, StreamFill};
+/* The stage is full: it goes out, and what came is staged or, when larger
+ * than the stage, sent as it is. */
+void StreamSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) noexcept {
+    StreamFlush(sink);
+    if (count <= sizeof sink.stage) {
+        CopyOrFill(sink.cursor, bytes, static_cast<size_t>(count), fill);
+        sink.cursor += count;
+    } else {
+        StreamSend(sink, bytes, count, fill);
+    }
+}
 
 /* ---- Buffers ------------------------------------------------------- */
 
-/* The caller's buffer, with a bound or without one: a buffer without bound
- * has the largest limit a count can reach.  Bytes go behind the text kept
- * so far while it is below the limit; every byte counts as offered. */
+/* The caller's buffer, with a bound or without one: the window is the
+ * buffer up to its limit, and what goes beyond it is only counted.  A
+ * buffer without bound has the largest limit a count can reach. */
 
-/* How many of count bytes still fit below the limit. */
-uint32_t RoomFor(const PrintSink &sink, uint32_t count) noexcept {
-    const uint32_t kept = static_cast<uint32_t>(sink.context.committed);
-    const uint32_t limit = static_cast<uint32_t>(sink.context.max);
-    const uint32_t room = kept < limit ? limit - kept : 0;
-    return count < room ? count : room;
-}
-
-/* `put` writes count bytes at a place: from a run, or of a fill byte. */
-template <typename Put>
-void BufferPut(PrintSink &sink, uint32_t count, Put put) noexcept {
-    const uint32_t take = RoomFor(sink, count);
+/* Stores what still fits below the limit; the rest is counted as offered. */
+void BufferSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) noexcept {
+    const size_t take = Room(sink);
     if (take > 0) {
-        put(sink.buffer + static_cast<uint32_t>(sink.context.committed), take);
-        AddCount(sink.context.committed, take);
+        CopyOrFill(sink.cursor, bytes, take, fill);
+        sink.cursor += take;
     }
-    AddCount(sink.context.processed, count);
+    sink.dropped += static_cast<uint32_t>(count - take);
 }
-
-void BufferBytes(PrintSink &sink, const char *bytes, uint32_t count) noexcept {
-    BufferPut(sink, count, [bytes](char *to, uint32_t n) { std::memcpy(to, bytes, n); });
-}
-
-void BufferFill(PrintSink &sink, char byte, uint32_t count) noexcept {
-    BufferPut(sink, count, [byte](char *to, uint32_t n) { std::memset(to, byte, n); });
-}
-
-constexpr PrintSinkOps kBufferOps = {BufferBytes, BufferFill};
 
 /* The limit of a buffer without bound: all of the 32-bit count. */
 constexpr uint32_t kNoBound = UINT32_MAX;
@@ -131,92 +130,67 @@ constexpr uint32_t kNoBound = UINT32_MAX;
 /* Makes room for count more bytes and their terminator: the capacity
  * starts at 32 and doubles.  False when memory or the 32-bit count ran out;
  * the sink then only counts, and the route reports it. */
-bool GrowFor(PrintSink &sink, uint32_t count) noexcept {
+bool GrowFor(PrintSink &sink, uint64_t count) noexcept {
+    const bool allocated = sink.buffer != sink.stage;
     const uint64_t needed = static_cast<uint64_t>(sink.context.committed) + count;
-    if (sink.buffer != nullptr && needed <= static_cast<uint64_t>(sink.context.max))
+    if (allocated && needed <= static_cast<uint64_t>(sink.context.max))
         return true;
     uint64_t capacity = sink.context.max == 0 ? 32 : static_cast<uint64_t>(sink.context.max) * 2;
     while (capacity < needed)
         capacity *= 2;
     if (capacity > INT32_MAX)
         return false;
-    auto *grown = static_cast<char *>(halv_internal_realloc(sink.buffer, capacity + 1));
+    auto *grown = static_cast<char *>(halv_internal_realloc(allocated ? sink.buffer : nullptr, capacity + 1));
     if (grown == nullptr)
         return false;
     sink.buffer = grown;
     sink.context.max = static_cast<int32_t>(capacity);
+    sink.cursor = grown + sink.context.committed;
+    sink.limit = grown + capacity;
     return true;
 }
 
-void NewStringBytes(PrintSink &sink, const char *bytes, uint32_t count) noexcept {
+/* The window of the growing sink is its allocation; before the first one it
+ * is the empty stage, and after memory ran out it has no room. */
+void NewStringSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) noexcept {
+    SyncCounts(sink);
     if (!sink.outOfMemory && GrowFor(sink, count)) {
-        std::memcpy(sink.buffer + sink.context.committed, bytes, count);
-        AddCount(sink.context.committed, count);
-        sink.buffer[sink.context.committed] = '\0';
-    } else {
-        sink.outOfMemory = true;
+        CopyOrFill(sink.cursor, bytes, static_cast<size_t>(count), fill);
+        sink.cursor += count;
+        return;
     }
-    AddCount(sink.context.processed, count);
+    sink.outOfMemory = true;
+    sink.limit = sink.cursor; /* from now on everything only counts */
+    sink.dropped += static_cast<uint32_t>(count);
 }
-
-constexpr PrintSinkOps kNewStringOps = {NewStringBytes, FillByRuns};
 
 } // namespace
 
-void Staging::Add(const char *bytes, uint32_t count) noexcept {
-    if (count > sizeof buffer_ - used_) {
-        Flush();
-        if (count > sizeof buffer_) {
-            sink_.ops->bytes(sink_, bytes, count);
-            return;
-        }
-    }
-    std::memcpy(buffer_ + used_, bytes, count);
-    used_ += count;
-}
-
-void Staging::Fill(char byte, int64_t count) noexcept {
-    if (count <= 0)
-        return;
-    if (count > static_cast<int64_t>(sizeof buffer_ - used_)) {
-        Flush();
-        while (count > 0) {
-            const uint32_t n = count > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(count);
-            sink_.ops->fill(sink_, byte, n);
-            count -= n;
-        }
-        return;
-    }
-    std::memset(buffer_ + used_, byte, static_cast<size_t>(count));
-    used_ += static_cast<uint32_t>(count);
-}
-
-void Staging::Flush() noexcept {
-    if (used_ > 0)
-        sink_.ops->bytes(sink_, buffer_, used_);
-    used_ = 0;
-}
-
 int32_t PrintToStream(const HalvLocale *locale, HalvIO *io, const char *format, FormatArgs &args) noexcept {
     PrintSink sink;
-    InitSink(sink, kStreamOps, locale, io);
+    InitSink(sink, locale, io, StreamSpill, StreamFlush);
     sink.context.outChar = StreamOutChar;
+    sink.limit = sink.stage + sizeof sink.stage;
     return PrintCore(sink, format, args);
 }
 
 /* Runs the core over the caller's buffer with a limit, and closes the text
- * kept with a terminator unless told not to.  The start of the text is in
- * `buffer`, and location holds its address. */
+ * kept with a terminator unless told not to.  location holds the address of
+ * the window's moving end. */
 int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
                           const char *format, FormatArgs &args) noexcept {
     PrintSink sink;
-    InitSink(sink, kBufferOps, locale, &sink.buffer);
-    sink.context.outChar = OutCharThroughRun;
-    sink.buffer = buffer;
-    sink.context.max = buffer != nullptr ? static_cast<int32_t>(limit) : 0;
+    InitSink(sink, locale, &sink.cursor, BufferSpill, nullptr);
+    sink.context.outChar = OutCharThroughWindow;
+    if (buffer != nullptr) {
+        sink.buffer = buffer;
+        sink.cursor = buffer;
+        sink.limit = buffer + limit;
+        sink.context.max = static_cast<int32_t>(limit);
+    }
     const int32_t result = PrintCore(sink, format, args);
     if (buffer != nullptr && terminate) /* behind the text, or an empty string on failure */
-        buffer[static_cast<uint32_t>(sink.context.committed)] = '\0';
+        *sink.cursor = '\0';
     return result;
 }
 
@@ -235,19 +209,23 @@ int32_t PrintToNewString(const HalvLocale *locale, char **out, const char *forma
         return -1;
     *out = nullptr;
     PrintSink sink;
-    InitSink(sink, kNewStringOps, locale, &sink.buffer);
-    sink.context.outChar = OutCharThroughRun;
+    InitSink(sink, locale, &sink.cursor, NewStringSpill, nullptr);
+    sink.context.outChar = OutCharThroughWindow;
     const int32_t result = PrintCore(sink, format, args);
+    const bool allocated = sink.buffer != sink.stage;
     if (result < 0) {
-        halv_internal_free(sink.buffer); /* a format that fails to parse: null stays */
+        if (allocated) /* a format that fails to parse: null stays */
+            halv_internal_free(sink.buffer);
         return result;
     }
-    if (!sink.outOfMemory && sink.buffer == nullptr)
+    if (!sink.outOfMemory && !allocated)
         sink.outOfMemory = !GrowFor(sink, 0); /* an empty text is still a string */
     if (sink.outOfMemory) {
-        halv_internal_free(sink.buffer);
+        if (sink.buffer != sink.stage)
+            halv_internal_free(sink.buffer);
         return -1;
     }
+    SyncCounts(sink);
     sink.buffer[sink.context.committed] = '\0';
     *out = sink.buffer;
     return result;

@@ -31,19 +31,19 @@ constexpr auto kEscapes = [] {
     return t;
 }();
 
-void WriteEscaped(Staging &out, const char *text, uint32_t length) noexcept {
+void WriteEscaped(PrintSink &out, const char *text, uint32_t length) noexcept {
     for (uint32_t i = 0; i < length; ++i) {
         const unsigned char byte = static_cast<unsigned char>(text[i]);
         const char letter = kEscapes.letter[byte];
         if (letter == 0) {
-            out.Add(static_cast<char>(byte));
+            PutByte(out, static_cast<char>(byte));
             continue;
         }
-        out.Add('\\');
-        out.Add(letter);
+        PutByte(out, '\\');
+        PutByte(out, letter);
         if (letter == 'x') {
-            out.Add(kLowerDigits[byte >> 4]);
-            out.Add(kLowerDigits[byte & 15]);
+            PutByte(out, kLowerDigits[byte >> 4]);
+            PutByte(out, kLowerDigits[byte & 15]);
         }
     }
 }
@@ -52,19 +52,14 @@ void WriteEscaped(Staging &out, const char *text, uint32_t length) noexcept {
 
 void WriteText(PrintSink &sink, const char *text, uint32_t length, uint32_t flags, int64_t width) noexcept {
     const int64_t blanks = width - length;
-    Staging out(sink);
-    if (!(flags & kFlagLeft) && blanks > 0)
-        out.Fill(' ', blanks);
-    if (flags & kFlagAlt) {
-        WriteEscaped(out, text, length);
-    } else if (length > 64) {
-        out.Flush(); /* long text goes to the sink in one run */
-        sink.ops->bytes(sink, text, length);
-    } else {
-        out.Add(text, length);
-    }
-    if ((flags & kFlagLeft) && blanks > 0)
-        out.Fill(' ', blanks);
+    if (!(flags & kFlagLeft))
+        PutFill(sink, ' ', blanks);
+    if (flags & kFlagAlt)
+        WriteEscaped(sink, text, length);
+    else
+        Put(sink, text, length);
+    if (flags & kFlagLeft)
+        PutFill(sink, ' ', blanks);
 }
 
 void WriteString(PrintSink &sink, const char *text, uint32_t flags, int64_t width, int64_t precision) noexcept {
