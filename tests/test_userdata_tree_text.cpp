@@ -219,7 +219,12 @@ std::string RestOf(HalvIO *io) {
 TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
     // The library's memory streams are scanned in place; the tree, the result
     // and the bytes left behind must be those of a stream read a byte per call.
+    std::string groups;
+    for (int i = 0; i < 50; ++i)
+        groups += "QUJD"; // 150 decoded bytes: more than one batch
     const std::string inputs[] = {
+        "k: \"<<<<Base64Data:" + groups + ">>>>\"\nl: x",
+        "k: \"<<<<Base64Data:" + groups + "QU",
         std::string(kHeader) + std::string("\x01\xFF\x00 binary tail", 14),
         "[ID]\r\nk: \"<<<<Base64Data:QUI=>>>>\"\r\nl: \"a\\\"b\" c\\\nd # note: x\r\n[End]\r\nrest",
         "k: a\xFF" "b\nm: {x {y} z}\nn: 'q' \"r: s\"",
@@ -251,6 +256,15 @@ TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
         }
         HalvFreeUserCMData(expected);
     }
+
+    // The long block decodes whole.
+    std::string decoded;
+    for (int i = 0; i < 50; ++i)
+        decoded += "ABC";
+    auto block = ReadTree(inputs[0]);
+    EXPECT_EQ(block.result, 1);
+    EXPECT_EQ(Dump(block.tree), "L'k'{D'" + decoded + "'} L'l'{W'x'}");
+    HalvFreeUserCMData(block.tree);
 
     // A token reader writing into the memory stream it reads from sees the
     // bytes its writes change, as with any stream, and nothing else.

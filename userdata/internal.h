@@ -87,20 +87,23 @@ class ByteSource {
         return (int32_t)take;
     }
 
-    /* The bytes ahead in the window that stop[] doesn't mark, taken as a
-     * run: the scan ends before a marked byte, a CR or a 0xFF.  Empty when
-     * the stream is read by calls. */
-    template <class Marks> uint32_t TakeRun(const Marks &stop, const unsigned char **run) noexcept {
+    /* Windowed only, right after Next gave an ordinary byte: that byte and
+     * the bytes behind it that stop[] doesn't mark, taken as one run in the
+     * window.  The scan ends before a marked byte; stop[] marks CR and 0xFF,
+     * which Next must see. */
+    template <class Marks> uint32_t TakeRunFromLast(const Marks &stop, const unsigned char **run) noexcept {
         const unsigned char *p = cursor_;
         while (p < end_ && !stop[*p])
             ++p;
-        *run = cursor_;
-        const auto length = (uint32_t)(p - cursor_);
+        *run = cursor_ - 1;
+        const auto length = (uint32_t)(p - *run);
         cursor_ = p;
         return length;
     }
 
     bool Windowed() const noexcept { return windowed_; }
+    /* Windowed only: where the byte Next just gave lies. */
+    const unsigned char *LastTaken() const noexcept { return cursor_ - 1; }
 
     /* Consumes from the stream what the window handed out; further reads go
      * on behind it. */
@@ -142,12 +145,27 @@ struct StreamSink {
 };
 
 /* Token text collected in memory, up to the 32-bit length of a node.  A
- * failed allocation is a refused byte, as a full stream's would be. */
+ * failed allocation is a refused byte, as a full stream's would be.  Text
+ * that lies in one piece in the source's window is only pointed at until
+ * the node copies it, or until other bytes join it. */
 class TextBuffer {
   public:
     static constexpr bool kCollectsOnly = true;
 
+    /* Bytes that stay where they are while the text is collected. */
+    bool PutInPlace(const unsigned char *bytes, uint32_t count) noexcept {
+        if (!bytes_.empty() || (span_ != nullptr && span_ + spanLength_ != bytes))
+            return PutBlock(bytes, count);
+        if (UINT32_MAX - spanLength_ < count)
+            return false;
+        if (span_ == nullptr)
+            span_ = bytes;
+        spanLength_ += count;
+        return true;
+    }
     bool Put(int c) noexcept {
+        if (span_ != nullptr && !Spill())
+            return false;
         if (bytes_.size() == UINT32_MAX)
             return false;
         try {
@@ -158,6 +176,8 @@ class TextBuffer {
         return true;
     }
     bool PutBlock(const unsigned char *bytes, uint32_t count) noexcept {
+        if (span_ != nullptr && !Spill())
+            return false;
         if (UINT32_MAX - bytes_.size() < count)
             return false;
         try {
@@ -167,12 +187,27 @@ class TextBuffer {
         }
         return true;
     }
-    const char *Bytes() const noexcept { return bytes_.data(); }
-    uint32_t Length() const noexcept { return (uint32_t)bytes_.size(); }
-    void Clear() noexcept { bytes_.clear(); }
+    const char *Bytes() const noexcept { return span_ != nullptr ? (const char *)span_ : bytes_.data(); }
+    uint32_t Length() const noexcept { return span_ != nullptr ? spanLength_ : (uint32_t)bytes_.size(); }
+    void Clear() noexcept {
+        bytes_.clear();
+        span_ = nullptr;
+        spanLength_ = 0;
+    }
 
   private:
+    /* Copies the text pointed at into the string, which is empty then. */
+    bool Spill() noexcept {
+        const unsigned char *span = span_;
+        span_ = nullptr;
+        const bool copied = PutBlock(span, spanLength_);
+        spanLength_ = 0;
+        return copied;
+    }
+
     std::string bytes_;
+    const unsigned char *span_ = nullptr;
+    uint32_t spanLength_ = 0;
 };
 
 enum class Dialect { Current, Old };

@@ -84,12 +84,13 @@ constexpr StopBytes MakeQuotedStops(unsigned char quote) {
 constexpr StopBytes kDoubleQuotedStops = MakeQuotedStops('"');
 constexpr StopBytes kSingleQuotedStops = MakeQuotedStops('\'');
 
-/* Hands the ordinary bytes ahead in the source's window to a collecting
- * sink in one block.  Result: false when the sink refused them. */
+/* Hands the ordinary byte Next just gave and those behind it in the
+ * source's window to a collecting sink as they lie.  Result: false when the
+ * sink refused them. */
 template <class Sink> bool PutWindowRun(ByteSource &source, Sink &sink, const StopBytes &stops) noexcept {
     const unsigned char *run;
-    const uint32_t length = source.TakeRun(stops.stop, &run);
-    return length == 0 || sink.PutBlock(run, length);
+    const uint32_t length = source.TakeRunFromLast(stops.stop, &run);
+    return sink.PutInPlace(run, length);
 }
 
 /* Ordinary bytes, by far the most of a run, up to the first stop byte,
@@ -101,7 +102,7 @@ template <class Sink> bool PutOrdinary(ByteSource &source, Sink &sink, const Sto
     if constexpr (Sink::kCollectsOnly) {
         if (source.Windowed()) {
             for (; !stops.stop[c & 0xFF]; c = source.Next())
-                if (!sink.Put(c) || !PutWindowRun(source, sink, stops))
+                if (!PutWindowRun(source, sink, stops))
                     return false;
             return true;
         }
@@ -182,13 +183,15 @@ template <class Sink> int32_t ReadQuoted(ByteSource &source, Sink &sink, int quo
         // Ordinary bytes behind it take the same steps in short; none of
         // them is a backslash, so previous only matters before the loop.
         while (c != quote && c != '\\' && c != kEndOfInput) {
-            if (!sink.Put(c))
+            bool taken;
+            if constexpr (Sink::kCollectsOnly)
+                taken = source.Windowed() ? PutWindowRun(source, sink, quote == '"' ? kDoubleQuotedStops : kSingleQuotedStops)
+                                          : sink.Put(c);
+            else
+                taken = sink.Put(c);
+            if (!taken)
                 return kError;
             previous = c;
-            if constexpr (Sink::kCollectsOnly)
-                if (source.Windowed() &&
-                    !PutWindowRun(source, sink, quote == '"' ? kDoubleQuotedStops : kSingleQuotedStops))
-                    return kError;
             c = source.Next();
         }
         if (c != quote)
@@ -329,7 +332,12 @@ template <class Sink> int32_t ReadToken(ByteSource &source, Sink &sink, Dialect 
         break;
     }
     // Bare text: its first byte is text whatever it is, even ':' or '\'.
-    if (!sink.Put(c))
+    bool taken;
+    if constexpr (Sink::kCollectsOnly)
+        taken = source.Windowed() ? sink.PutInPlace(source.LastTaken(), 1) : sink.Put(c);
+    else
+        taken = sink.Put(c);
+    if (!taken)
         return kError;
     return ReadRun(source, sink, ':', kUndecided, dialect);
 }
