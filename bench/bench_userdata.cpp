@@ -1,13 +1,15 @@
-// Reading and writing a 10 MiB user data tree, side by side with copying
-// the same bytes through a memory stream (the I/O floor) in the same run.
+// Reading and writing a 10 MiB user data tree, side by side with plain
+// passes over the same bytes (the floors) in the same run.
 //
-// The token reader must take its input one byte per read call (it may not
-// consume beyond a token), so two floors are shown: the bulk copy in 4 KiB
-// reads and writes, and the same bytes read one per call.  bytes_per_second
-// counts the text's size over the CPU time; best_MBps is the best single
-// pass, and x_copy_floor and x_byte_floor say how many times the best pass
-// of each floor (measured once per run) a pass takes.  All times are CPU
-// time of the benchmark's thread.
+// The tree is read from a library string stream, whose bytes the reader
+// scans in place, and from a hand-built stream, which it may only read one
+// byte per call (it may not consume beyond a token).  Three floors are
+// shown: counting the lines with memchr, the bulk copy in 4 KiB reads and
+// writes, and the same bytes read one per call.  bytes_per_second counts the
+// text's size over the CPU time; best_MBps is the best single pass, and
+// x_scan_floor, x_copy_floor and x_byte_floor say how many times the best
+// pass of each floor (measured once per run) a pass takes.  All times are
+// CPU time of the benchmark's thread.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -97,11 +99,16 @@ const std::string &Text() {
     return text;
 }
 
-HalvUserCMData *ReadText(const std::string &text) {
-    MemoryStream in = Open(&text, nullptr);
+/* The tree of text, read from a string stream over it, or with byByte
+ * from the hand-built stream. */
+HalvUserCMData *ReadText(const std::string &text, bool byByte = false) {
+    MemoryStream hand = Open(&text, nullptr);
+    HalvIO *in = byByte ? &hand.io : HalvIO_Str(const_cast<char *>(text.data()), (uint32_t)text.size());
     HalvUserCMData *tree = nullptr;
-    if (HalvReadUserCMData(&in.io, &tree, 0) != 1)
+    if (in == nullptr || HalvReadUserCMData(in, &tree, 0) != 1)
         std::abort();
+    if (!byByte)
+        in->close(in);
     return tree;
 }
 
@@ -119,6 +126,16 @@ struct Clock {
 double Seconds(double since) { return Clock::now() - since; }
 
 /* One pass of each floor, in seconds. */
+double CountLinesOnce(const std::string &text) {
+    const auto start = Clock::now();
+    size_t lines = 0;
+    for (const char *p = text.data(), *end = p + text.size();
+         (p = static_cast<const char *>(std::memchr(p, '\n', (size_t)(end - p)))) != nullptr; ++p)
+        ++lines;
+    benchmark::DoNotOptimize(lines);
+    return Seconds(start);
+}
+
 double CopyBulkOnce(const std::string &text, std::string &copy) {
     const auto start = Clock::now();
     copy.clear();
@@ -146,7 +163,7 @@ double ReadByteByByteOnce(const std::string &text) {
 /* The best of several passes of each floor, measured once per run, so the
  * tree benchmarks can report how many times the floor they take. */
 struct Floors {
-    double bulk = 1e9, byteByByte = 1e9;
+    double scan = 1e9, bulk = 1e9, byteByByte = 1e9;
 };
 const Floors &MeasuredFloors() {
     static const Floors floors = [] {
@@ -154,6 +171,7 @@ const Floors &MeasuredFloors() {
         std::string copy;
         copy.reserve(Text().size());
         for (int i = 0; i < 20; ++i) {
+            best.scan = std::min(best.scan, CountLinesOnce(Text()));
             best.bulk = std::min(best.bulk, CopyBulkOnce(Text(), copy));
             best.byteByByte = std::min(best.byteByByte, ReadByteByByteOnce(Text()));
         }
@@ -166,8 +184,16 @@ void ReportAgainstFloors(benchmark::State &state, double bestSeconds) {
     const Floors &floors = MeasuredFloors();
     state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)Text().size());
     state.counters["best_MBps"] = (double)Text().size() / 1e6 / bestSeconds;
+    state.counters["x_scan_floor"] = bestSeconds / floors.scan;
     state.counters["x_copy_floor"] = bestSeconds / floors.bulk;
     state.counters["x_byte_floor"] = bestSeconds / floors.byteByByte;
+}
+
+void BM_Floor_CountLines(benchmark::State &state) {
+    double best = 1e9;
+    for (auto _ : state)
+        best = std::min(best, CountLinesOnce(Text()));
+    ReportAgainstFloors(state, best);
 }
 
 void BM_Floor_CopyBulk(benchmark::State &state) {
@@ -186,11 +212,11 @@ void BM_Floor_ReadByteByByte(benchmark::State &state) {
     ReportAgainstFloors(state, best);
 }
 
-void BM_ReadTree(benchmark::State &state) {
+void ReadTreeFrom(benchmark::State &state, bool byByte) {
     double best = 1e9;
     for (auto _ : state) {
         const auto start = Clock::now();
-        HalvUserCMData *tree = ReadText(Text());
+        HalvUserCMData *tree = ReadText(Text(), byByte);
         best = std::min(best, Seconds(start));
         state.PauseTiming();
         HalvFreeUserCMData(tree);
@@ -198,6 +224,9 @@ void BM_ReadTree(benchmark::State &state) {
     }
     ReportAgainstFloors(state, best);
 }
+
+void BM_ReadTree(benchmark::State &state) { ReadTreeFrom(state, false); }
+void BM_ReadTree_ByteStream(benchmark::State &state) { ReadTreeFrom(state, true); }
 
 void BM_WriteTree(benchmark::State &state) {
     const std::string &text = Text();
@@ -221,9 +250,11 @@ void BM_WriteTree(benchmark::State &state) {
     ReportAgainstFloors(state, best);
 }
 
+BENCHMARK(BM_Floor_CountLines)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Floor_CopyBulk)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Floor_ReadByteByByte)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReadTree)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadTree_ByteStream)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_WriteTree)->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -10,9 +10,11 @@
  */
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 #include "halv_headers.h"
+#include "halv_util.h"
 
 namespace {
 
@@ -101,21 +103,9 @@ constexpr WordEntry kScanDirections[] = {
     {0, "LRTB"}, {1, "LRBT"}, {2, "RLTB"}, {3, "RLBT"}, {4, "TBRL"}, {5, "TBLR"}, {6, "BTRL"}, {7, "BTLR"},
 };
 
-constexpr unsigned char FoldCase(unsigned char c) { return (c >= 'A' && c <= 'Z') ? (unsigned char)(c + 32) : c; }
-
-/* Whether text begins with prefix, case folded. */
+/* Whether text begins with prefix, ignoring ASCII case. */
 bool BeginsWith(const char *text, const char *prefix) {
-    for (; *prefix != '\0'; ++text, ++prefix)
-        if (FoldCase((unsigned char)*text) != FoldCase((unsigned char)*prefix))
-            return false;
-    return true;
-}
-
-bool EqualFolded(const char *a, const char *b) {
-    for (; *a != '\0' || *b != '\0'; ++a, ++b)
-        if (FoldCase((unsigned char)*a) != FoldCase((unsigned char)*b))
-            return false;
-    return true;
+    return HalvStrNCaseCmp(text, prefix, (uint32_t)std::strlen(prefix)) == 0;
 }
 
 const ColorSpace *FindColor(int32_t code) {
@@ -133,7 +123,7 @@ int32_t CodeOfWord(const char *text, std::span<const WordEntry> words, int32_t n
         return notFound;
     for (auto table : {words, readAliases})
         for (const WordEntry &entry : table)
-            if (EqualFolded(text, entry.word))
+            if (HalvStrCaseCmp(text, entry.word) == 0)
                 return entry.code;
     return notFound;
 }

@@ -207,6 +207,78 @@ TEST(UserDataTreeText, EndStopsReadingRightBehindItsBracket) {
     HalvFreeUserCMData(endOnly.tree);
 }
 
+/* The bytes a stream still holds, read to its end. */
+std::string RestOf(HalvIO *io) {
+    std::string rest;
+    char buffer[64];
+    for (int32_t got; (got = io->read(io, buffer, sizeof buffer)) > 0;)
+        rest.append(buffer, (size_t)got);
+    return rest;
+}
+
+TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
+    // The library's memory streams are scanned in place; the tree, the result
+    // and the bytes left behind must be those of a stream read a byte per call.
+    std::string groups;
+    for (int i = 0; i < 50; ++i)
+        groups += "QUJD"; // 150 decoded bytes: more than one batch
+    const std::string inputs[] = {
+        "k: \"<<<<Base64Data:" + groups + ">>>>\"\nl: x",
+        "k: \"<<<<Base64Data:" + groups + "QU",
+        std::string(kHeader) + std::string("\x01\xFF\x00 binary tail", 14),
+        "[ID]\r\nk: \"<<<<Base64Data:QUI=>>>>\"\r\nl: \"a\\\"b\" c\\\nd # note: x\r\n[End]\r\nrest",
+        "k: a\xFF" "b\nm: {x {y} z}\nn: 'q' \"r: s\"",
+        "<I>\n[S]\na=b c\n<End>tail",
+        "k: \"<<<<Base64Data:QU",
+        "[ID]\nk: \"" + std::string(40, 'x') + "\\\" y\"\n[End]" + std::string(3000, 'z'),
+        "",
+    };
+    for (const std::string &input : inputs) {
+        SCOPED_TRACE(input);
+        ReadStream hand(input);
+        HalvUserCMData *expected = nullptr;
+        const int32_t result = HalvReadUserCMData(hand.io(), &expected, 0);
+
+        std::string bytes = input; // size 0 makes a string stream read up to a NUL: "" too
+        HalvIO *str = HalvIO_Str(bytes.data(), (uint32_t)bytes.size());
+        HalvIO *mem = HalvIO_Mem(0);
+        ASSERT_NE(str, nullptr);
+        ASSERT_NE(mem, nullptr);
+        ASSERT_EQ(mem->write(mem, input.data(), (uint32_t)input.size()), (int32_t)input.size());
+        ASSERT_EQ(mem->seek(mem, 0, 0), 0);
+        for (HalvIO *io : {str, mem}) {
+            HalvUserCMData *tree = nullptr;
+            EXPECT_EQ(HalvReadUserCMData(io, &tree, 0), result);
+            EXPECT_EQ(Dump(tree), Dump(expected));
+            EXPECT_EQ(RestOf(io), hand.rest());
+            HalvFreeUserCMData(tree);
+            io->close(io);
+        }
+        HalvFreeUserCMData(expected);
+    }
+
+    // The long block decodes whole.
+    std::string decoded;
+    for (int i = 0; i < 50; ++i)
+        decoded += "ABC";
+    auto block = ReadTree(inputs[0]);
+    EXPECT_EQ(block.result, 1);
+    EXPECT_EQ(Dump(block.tree), "L'k'{D'" + decoded + "'} L'l'{W'x'}");
+    HalvFreeUserCMData(block.tree);
+
+    // A token reader writing into the memory stream it reads from sees the
+    // bytes its writes change, as with any stream, and nothing else.
+    HalvIO *both = HalvIO_Mem(0);
+    ASSERT_NE(both, nullptr);
+    const std::string word(5000, 'w');
+    ASSERT_EQ(both->write(both, word.data(), (uint32_t)word.size()), (int32_t)word.size());
+    ASSERT_EQ(both->seek(both, 0, 0), 0);
+    EXPECT_EQ(HalvReadUserCM(both, both), HALV_UCM_TOKEN_WORD);
+    EXPECT_EQ(HalvIOMemLength(both), 5000u);
+    EXPECT_EQ(both->seek(both, 0, 1), 5000); // each read and each write moved it once
+    both->close(both);
+}
+
 TEST(UserDataTreeText, NamesReopenAndLabelsRepeat) {
     auto [result, tree] = ReadTree("[A]\nx: 1\n[B]\ny: 2\n[a]\nz: 3\nx: 4\n");
     ASSERT_EQ(result, 1);

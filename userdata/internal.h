@@ -1,32 +1,27 @@
 /*
  * userdata/internal.h - pieces the user data files share: name comparison,
- * node making, the byte source and sinks of the token reader, and the
- * growing text buffer that collects token text.
+ * node making, and the byte source and sinks of the token reader.
  */
 #ifndef HALV_USERDATA_INTERNAL_H
 #define HALV_USERDATA_INTERNAL_H
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 #include "halv_core.h"
+#include "halv_streams.h"
 #include "halv_userdata.h"
+#include "halv_util.h"
 
 namespace halv {
 
 /* ---- Names ------------------------------------------------------------ */
 
-/* Folds the 26 ASCII capitals; every other byte stays as it is. */
-inline unsigned char FoldAscii(unsigned char c) noexcept {
-    return (c >= 'A' && c <= 'Z') ? (unsigned char)(c + ('a' - 'A')) : c;
-}
-
-/* Equal over n bytes ignoring ASCII case. */
-bool SameFolded(const char *a, const char *b, uint32_t n) noexcept;
-
-/* The node's name is text[0..length) by length first, then ignoring case. */
+/* The node's name is text[0..length): equal length first, then the texts
+ * ignoring ASCII case as the library's string compare sees them. */
 inline bool NodeNamed(const HalvUserCMData *node, const char *text, uint32_t length) noexcept {
-    return node->length == length && (length == 0 || SameFolded(node->text, text, length));
+    return node->length == length && (length == 0 || HalvStrNCaseCmp(node->text, text, length) == 0);
 }
 
 /* Item or section End, whose bracket ends reading and writing at the top. */
@@ -51,30 +46,87 @@ bool AppendToList(HalvUserCMData **head, HalvUserCMData *node) noexcept;
 
 /* ---- The token reader ------------------------------------------------- */
 
-/* Where the token reader takes its bytes: the stream's read slot, one byte
- * per call.  It holds no state of its own, so it is passed by value.  Next gives a byte 0..255 except 0xFF, or kEndOfInput for the
- * end of the stream, a failed read or a 0xFF; a CR is dropped. */
+/* Next gives a byte 0..255 except 0xFF, or kEndOfInput for the end of the
+ * stream, a failed read or a 0xFF; a CR is dropped. */
 constexpr int kEndOfInput = -1;
 
-struct ByteSource {
-    explicit ByteSource(HalvIO *stream) noexcept : in(stream), read(stream->read) {}
+/* Where the token reader takes its bytes.  The reader may consume nothing
+ * behind the byte that ends a token, so a stream is read one byte per read
+ * call, except a library memory stream: that one is read in place through
+ * its read view (window_ .. end_), and what was taken is consumed from it
+ * when the source is finished, which leaves the stream exactly where byte
+ * reads would have.  The window is the stream's own memory, so nothing may
+ * write to that stream while the source is open. */
+class ByteSource {
+  public:
+    /* inPlace false keeps to read calls whatever the stream is. */
+    ByteSource(HalvIO *stream, bool inPlace) noexcept;
+    ~ByteSource() { Finish(); }
+    ByteSource(const ByteSource &) = delete;
+    ByteSource &operator=(const ByteSource &) = delete;
 
-    HalvIO *in;
-    int32_t (*read)(HalvIO *, void *, uint32_t); // fetched once: it is called for every byte
+    int Next() noexcept {
+        while (cursor_ < end_) {
+            const unsigned char byte = *cursor_++;
+            if (byte != 13)
+                return byte == 0xFF ? kEndOfInput : byte;
+        }
+        return windowed_ ? kEndOfInput : NextByReading();
+    }
 
-    int Next() const noexcept {
+    /* One raw read of up to count bytes, no CR dropping: the Base64 block.
+     * The result is the read slot's, or what the window holds up to count,
+     * as the memory streams' read slots give. */
+    int32_t ReadRaw(void *buffer, uint32_t count) noexcept {
+        if (!windowed_)
+            return read_(in_, buffer, count);
+        const auto take = (uint32_t)(end_ - cursor_) < count ? (uint32_t)(end_ - cursor_) : count;
+        if (take != 0)
+            std::memcpy(buffer, cursor_, take);
+        cursor_ += take;
+        return (int32_t)take;
+    }
+
+    /* Windowed only, right after Next gave an ordinary byte: that byte and
+     * the bytes behind it that stop[] doesn't mark, taken as one run in the
+     * window.  The scan ends before a marked byte; stop[] marks CR and 0xFF,
+     * which Next must see. */
+    template <class Marks> uint32_t TakeRunFromLast(const Marks &stop, const unsigned char **run) noexcept {
+        const unsigned char *p = cursor_;
+        while (p < end_ && !stop[*p])
+            ++p;
+        *run = cursor_ - 1;
+        const auto length = (uint32_t)(p - *run);
+        cursor_ = p;
+        return length;
+    }
+
+    bool Windowed() const noexcept { return windowed_; }
+    /* Windowed only: where the byte Next just gave lies. */
+    const unsigned char *LastTaken() const noexcept { return cursor_ - 1; }
+
+    /* Consumes from the stream what the window handed out; further reads go
+     * on behind it. */
+    void Finish() noexcept;
+
+  private:
+    int NextByReading() noexcept {
         for (;;) {
             unsigned char byte;
-            if (read(in, &byte, 1) < 1)
+            if (read_(in_, &byte, 1) < 1)
                 return kEndOfInput;
-            if (byte == 13)
-                continue;
-            return byte == 0xFF ? kEndOfInput : byte;
+            if (byte != 13)
+                return byte == 0xFF ? kEndOfInput : byte;
         }
     }
 
-    /* One raw read call, no CR dropping: the Base64 block. */
-    int32_t ReadRaw(void *buffer, uint32_t count) const noexcept { return read(in, buffer, count); }
+    HalvIO *in_;
+    int32_t (*read_)(HalvIO *, void *, uint32_t); // fetched once: it is called for every byte
+    const unsigned char *cursor_ = nullptr;
+    const unsigned char *end_ = nullptr;
+    const unsigned char *start_ = nullptr;
+    void (*consume_)(HalvIO *, size_t) = nullptr;
+    bool windowed_ = false;
 };
 
 /* Token text to an outside stream: one write call per byte, and a decoded
@@ -92,57 +144,77 @@ struct StreamSink {
     }
 };
 
-/* A growing byte buffer in memory, without limit but the 32-bit length. */
+/* Token text collected in memory, up to the 32-bit length of a node.  A
+ * failed allocation is a refused byte, as a full stream's would be.  Text
+ * that lies in one piece in the source's window is only pointed at until
+ * the node copies it, or until other bytes join it. */
 class TextBuffer {
   public:
     static constexpr bool kCollectsOnly = true;
-    TextBuffer() noexcept = default;
-    TextBuffer(const TextBuffer &) = delete;
-    TextBuffer &operator=(const TextBuffer &) = delete;
-    ~TextBuffer() { halv_internal_free(bytes_); }
 
-    bool Put(int c) noexcept {
-        if (length_ == capacity_ && !Grow(1))
+    /* Bytes that stay where they are while the text is collected. */
+    bool PutInPlace(const unsigned char *bytes, uint32_t count) noexcept {
+        if (!bytes_.empty() || (span_ != nullptr && span_ + spanLength_ != bytes))
+            return PutBlock(bytes, count);
+        if (UINT32_MAX - spanLength_ < count)
             return false;
-        bytes_[length_++] = (char)c;
+        if (span_ == nullptr)
+            span_ = bytes;
+        spanLength_ += count;
+        return true;
+    }
+    bool Put(int c) noexcept {
+        if (span_ != nullptr && !Spill())
+            return false;
+        if (bytes_.size() == UINT32_MAX)
+            return false;
+        try {
+            bytes_.push_back((char)c);
+        } catch (...) {
+            return false;
+        }
         return true;
     }
     bool PutBlock(const unsigned char *bytes, uint32_t count) noexcept {
-        if (capacity_ - length_ < count && !Grow(count))
+        if (span_ != nullptr && !Spill())
             return false;
-        std::memcpy(bytes_ + length_, bytes, count);
-        length_ += count;
+        if (UINT32_MAX - bytes_.size() < count)
+            return false;
+        try {
+            bytes_.append(reinterpret_cast<const char *>(bytes), count);
+        } catch (...) {
+            return false;
+        }
         return true;
     }
-    const char *Bytes() const noexcept { return bytes_ != nullptr ? bytes_ : ""; }
-    uint32_t Length() const noexcept { return length_; }
-    void Clear() noexcept { length_ = 0; }
+    const char *Bytes() const noexcept { return span_ != nullptr ? (const char *)span_ : bytes_.data(); }
+    uint32_t Length() const noexcept { return span_ != nullptr ? spanLength_ : (uint32_t)bytes_.size(); }
+    void Clear() noexcept {
+        bytes_.clear();
+        span_ = nullptr;
+        spanLength_ = 0;
+    }
 
   private:
-    bool Grow(uint32_t more) noexcept;
+    /* Copies the text pointed at into the string, which is empty then. */
+    bool Spill() noexcept {
+        const unsigned char *span = span_;
+        span_ = nullptr;
+        const bool copied = PutBlock(span, spanLength_);
+        spanLength_ = 0;
+        return copied;
+    }
 
-    char *bytes_ = nullptr;
-    uint32_t length_ = 0;
-    uint32_t capacity_ = 0;
+    std::string bytes_;
+    const unsigned char *span_ = nullptr;
+    uint32_t spanLength_ = 0;
 };
 
 enum class Dialect { Current, Old };
 
 /* Reads one token as HalvReadUserCM (or HalvReadOldUserCM) does, with the
  * token text going to sink.  Instantiated for StreamSink and TextBuffer. */
-template <class Sink> int32_t ReadToken(ByteSource source, Sink &sink, Dialect dialect) noexcept;
-
-/* ---- Private memory stream -------------------------------------------- */
-
-/* A read-only stream over caller-owned bytes, living on the caller's stack:
- * close does nothing.  Reads run to the end of the given length. */
-struct MemoryReader {
-    HalvIO io;
-    const unsigned char *bytes;
-    uint32_t length;
-    uint32_t position;
-};
-void OpenMemoryReader(MemoryReader *reader, const void *bytes, uint32_t length) noexcept;
+template <class Sink> int32_t ReadToken(ByteSource &source, Sink &sink, Dialect dialect) noexcept;
 
 } // namespace halv
 

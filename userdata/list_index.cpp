@@ -76,8 +76,9 @@ bool ListMap::Put(ListLink list, HalvUserCMData *node) noexcept {
 
 uint32_t NameIndex::Hash(ListLink list, const char *text, uint32_t length) noexcept {
     uint32_t hash = 2166136261u;
-    for (uint32_t i = 0; i < length; ++i)
-        hash = (hash ^ FoldAscii((unsigned char)text[i])) * 16777619u;
+    // Names compare as texts, up to a NUL, so the hash stops there too.
+    for (uint32_t i = 0; i < length && text[i] != '\0'; ++i)
+        hash = (hash ^ (uint32_t)HalvAsciiToLower((unsigned char)text[i])) * 16777619u;
     return hash ^ HashLink(list);
 }
 
@@ -120,15 +121,15 @@ bool SiblingLists::IndexWholeList(HalvUserCMData **list) noexcept {
     return indexed_.Put(list, *list);
 }
 
-HalvUserCMData *SiblingLists::Find(HalvUserCMData **list, const char *text, uint32_t length) noexcept {
-    if (!namesBroken_ && indexed_.Get(list) != nullptr)
-        return names_.Find(list, text, length);
+HalvUserCMData *SiblingLists::Find(ListCursor &cursor, const char *text, uint32_t length) noexcept {
+    if (cursor.indexed && !namesBroken_)
+        return names_.Find(cursor.list, text, length);
     uint32_t walked = 0;
-    for (HalvUserCMData *node = *list; node != nullptr; node = node->next, ++walked)
+    for (HalvUserCMData *node = *cursor.list; node != nullptr; node = node->next, ++walked)
         if (NodeNamed(node, text, length))
             return node;
     if (walked >= kLongList && !namesBroken_)
-        IndexWholeList(list);
+        cursor.indexed = IndexWholeList(cursor.list);
     return nullptr;
 }
 
@@ -136,8 +137,10 @@ void SiblingLists::Open(ListCursor &cursor, HalvUserCMData **list, bool mayHoldN
     cursor.list = list;
     cursor.tail = nullptr;
     cursor.known = 0;
+    cursor.indexed = false;
     if (!mayHoldNodes || *list == nullptr)
         return;
+    cursor.indexed = !indexed_.Empty() && indexed_.Get(list) != nullptr;
     if ((cursor.tail = tails_.Get(list)) != nullptr) {
         cursor.known = kLongList;
         return;
@@ -166,7 +169,7 @@ void SiblingLists::Append(ListCursor &cursor, HalvUserCMData *node) noexcept {
     }
     cursor.tail = node;
     ++cursor.known;
-    if (!namesBroken_ && !indexed_.Empty() && indexed_.Get(list) != nullptr && !names_.Add(list, node))
+    if (cursor.indexed && !namesBroken_ && !names_.Add(list, node))
         namesBroken_ = true;
 }
 

@@ -72,12 +72,13 @@ class NameIndex {
     uint32_t used_ = 0;
 };
 
-/* A sibling list the reader appends to: where it ends, as far as known, and
- * how many nodes it is known to hold. */
+/* A sibling list the reader appends to: where it ends, as far as known, how
+ * many nodes it is known to hold, and whether the name index covers it. */
 struct ListCursor {
     HalvUserCMData **list = nullptr;
     HalvUserCMData *tail = nullptr;
     uint32_t known = 0;
+    bool indexed = false;
 };
 
 /* Searching and appending for the tree reader. */
@@ -87,8 +88,8 @@ class SiblingLists {
      * and their end is remembered when the reader leaves them. */
     static constexpr uint32_t kLongList = 16;
 
-    /* The first node of the list whose name is text, or null. */
-    HalvUserCMData *Find(HalvUserCMData **list, const char *text, uint32_t length) noexcept;
+    /* The first node of the cursor's list whose name is text, or null. */
+    HalvUserCMData *Find(ListCursor &cursor, const char *text, uint32_t length) noexcept;
 
     /* Points cursor at list: one that is new and empty, or one that may
      * hold nodes already (reopened, or the caller's tree). */

@@ -1,17 +1,9 @@
 /*
- * userdata/node.cpp - making nodes and linking them into sibling lists, and
- * the name comparison every lookup uses.
+ * userdata/node.cpp - making nodes and linking them into sibling lists.
  */
 #include "userdata/internal.h"
 
 namespace halv {
-
-bool SameFolded(const char *a, const char *b, uint32_t n) noexcept {
-    for (uint32_t i = 0; i < n; ++i)
-        if (a[i] != b[i] && FoldAscii((unsigned char)a[i]) != FoldAscii((unsigned char)b[i]))
-            return false;
-    return true;
-}
 
 HalvUserCMData *NewNode(int32_t kind, const void *bytes, uint32_t length) noexcept {
     auto *node = static_cast<HalvUserCMData *>(halv_internal_malloc(sizeof(HalvUserCMData)));

@@ -23,7 +23,7 @@ class TreeReader {
         lists_.Open(top_, &root_, true);
     }
 
-    int32_t Read(ByteSource source) noexcept {
+    int32_t Read(ByteSource &source) noexcept {
         for (;;) {
             const int32_t code = ReadToken(source, text_, Dialect::Current);
             const int32_t result = Take(code);
@@ -69,7 +69,7 @@ class TreeReader {
 
     /* The node found in list under the collected name, which is dropped. */
     HalvUserCMData *Reopen(ListCursor &cursor) noexcept {
-        HalvUserCMData *found = lists_.Find(cursor.list, text_.Bytes(), text_.Length());
+        HalvUserCMData *found = lists_.Find(cursor, text_.Bytes(), text_.Length());
         if (found != nullptr)
             text_.Clear();
         return found;
@@ -198,7 +198,7 @@ extern "C" {
 HALV_API int32_t HalvReadUserCMData(HalvIO *in, HalvUserCMData **tree, int32_t strict) noexcept {
     if (in == nullptr || tree == nullptr)
         return 0;
-    halv::ByteSource source(in);
+    halv::ByteSource source(in, true);
     halv::TreeReader reader(*tree, strict != 0);
     const int32_t result = reader.Read(source);
     if (result == 0) {

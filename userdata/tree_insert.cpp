@@ -159,9 +159,11 @@ HALV_API HalvUserCMData *HalvSetParam(HalvUserCMData *tree, const char *item, co
         at = halv::Emit(at, ": ", 2);
     }
     halv::Emit(at, value, valueLength);
-    halv::MemoryReader reader;
-    halv::OpenMemoryReader(&reader, text, (uint32_t)total);
-    HalvReadUserCMData(&reader.io, &tree, 0);
+    // total isn't 0: size 0 would make the stream look for a NUL.
+    if (HalvIO *in = HalvIO_Str(text, (uint32_t)total)) {
+        HalvReadUserCMData(in, &tree, 0);
+        in->close(in);
+    }
     halv_internal_free(text);
     return tree;
 }

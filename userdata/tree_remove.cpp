@@ -6,16 +6,6 @@
 
 namespace {
 
-/* Equal as NUL-terminated texts ignoring ASCII case, with no length test. */
-bool SameText(const char *a, const char *b) noexcept {
-    for (;; ++a, ++b) {
-        if (halv::FoldAscii((unsigned char)*a) != halv::FoldAscii((unsigned char)*b))
-            return false;
-        if (*a == '\0')
-            return true;
-    }
-}
-
 /* Takes the node at *link out of its list and frees it with its children. */
 void Unlink(HalvUserCMData **link) noexcept {
     HalvUserCMData *node = *link;
@@ -43,7 +33,7 @@ HALV_API void HalvDeleteParam(HalvUserCMData *tree, const char *item, const char
     if (node == nullptr || label == nullptr)
         return;
     for (HalvUserCMData **link = &node->children; *link != nullptr; link = &(*link)->next) {
-        if ((*link)->text != nullptr && SameText((*link)->text, label)) {
+        if ((*link)->text != nullptr && HalvStrCaseCmp((*link)->text, label) == 0) {
             Unlink(link);
             return;
         }

@@ -1,7 +1,9 @@
 // Fuzz target for the user data language.
 //
 // Every input goes through the token reader in both dialects and through the
-// tree reader, strict and not.  A tree that the reader accepts must print,
+// tree reader, strict and not, from a hand-built stream (read a byte per
+// call) and from a library memory stream (scanned in place): both must give
+// the same tokens, the same trees, and leave the stream at the same place.  A tree that the reader accepts must print,
 // copy, and, when it is one the writer can render faithfully, read back from
 // its own text as the very same tree that prints the very same text.
 #include <cstdint>
@@ -56,20 +58,37 @@ MemoryStream Open(const void *bytes, size_t size, std::string *written) {
     std::abort();
 }
 
+/* A library memory stream holding the bytes, read from the start. */
+HalvIO *OpenLibrary(const void *bytes, size_t size) {
+    HalvIO *io = HalvIO_Mem(0);
+    if (io == nullptr || (size != 0 && io->write(io, bytes, (uint32_t)size) != (int32_t)size) ||
+        io->seek(io, 0, 0) != 0)
+        Fail("memory stream");
+    return io;
+}
+
+size_t Position(HalvIO *io) { return (size_t)io->seek(io, 0, 1); }
+
 /* Tokens to the end of the input: each token but the final 101 consumes at
  * least one byte, so the count is bounded. */
 void ReadAllTokens(const uint8_t *data, size_t size, bool old) {
-    std::string sink;
+    auto readToken = old ? HalvReadOldUserCM : HalvReadUserCM;
+    std::string sink, librarySink;
     MemoryStream in = Open(data, size, nullptr);
+    HalvIO *library = OpenLibrary(data, size);
     for (size_t tokens = 0;; ++tokens) {
         if (tokens > size + 1)
             Fail("token reader makes no progress");
-        MemoryStream out = Open(nullptr, 0, &sink);
+        MemoryStream out = Open(nullptr, 0, &sink), libraryOut = Open(nullptr, 0, &librarySink);
         sink.clear();
-        int32_t code = old ? HalvReadOldUserCM(&in.io, &out.io) : HalvReadUserCM(&in.io, &out.io);
+        librarySink.clear();
+        const int32_t code = readToken(&in.io, &out.io);
+        if (readToken(library, &libraryOut.io) != code || librarySink != sink || Position(library) != in.position)
+            Fail("a memory stream reads another token");
         if ((code == HALV_UCM_TOKEN_END || code == HALV_UCM_TOKEN_ERROR) && in.position == size)
-            return;
+            break;
     }
+    library->close(library);
 }
 
 std::string Write(const HalvUserCMData *tree) {
@@ -111,9 +130,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     for (int32_t strict = 0; strict <= 1; ++strict) {
         HalvUserCMData *tree = nullptr;
-        const int32_t result = Read(data, size, &tree, strict);
+        MemoryStream in = Open(data, size, nullptr);
+        const int32_t result = HalvReadUserCMData(&in.io, &tree, strict);
         if (result == 0 && tree != nullptr)
             Fail("a rejected read left a tree");
+        HalvUserCMData *libraryTree = nullptr;
+        HalvIO *library = OpenLibrary(data, size);
+        if (HalvReadUserCMData(library, &libraryTree, strict) != result || !ucm_test::SameTree(tree, libraryTree) ||
+            Position(library) != in.position)
+            Fail("a memory stream reads another tree");
+        library->close(library);
+        HalvFreeUserCMData(libraryTree);
         if (result == 1)
             CheckRoundTrip(tree);
         HalvFreeUserCMData(tree);
