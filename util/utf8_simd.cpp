@@ -108,8 +108,14 @@ __attribute__((no_sanitize_address)) size_t Utf16SpanLength(const uint16_t *wide
     return n < max ? n : max;
 }
 
+/* The SSSE3 routines are compiled for that extension alone and run only
+ * after SimdUtf8Available has said yes. */
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("ssse3"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("ssse3")
+#endif
 
 namespace {
 
@@ -239,7 +245,11 @@ size_t SimdUtf16ToUtf8(const uint16_t **src, const uint16_t *end, unsigned char 
     return (size_t)(out - start);
 }
 
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 
 bool SimdUtf8Available() noexcept { return __builtin_cpu_supports("ssse3"); }
 
