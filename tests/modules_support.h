@@ -15,44 +15,11 @@
 #include <vector>
 
 #include "dpk_hvsup.h"
+#include "temp_dir.h"
 
 namespace modtest {
 
-/* A fresh directory, removed with everything in it at the end. */
-class TempDir {
-  public:
-    TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "halv_modules_XXXXXX").string();
-        std::vector<char> buffer(pattern.begin(), pattern.end());
-        buffer.push_back('\0');
-        char *made = mkdtemp(buffer.data());
-        if (made != nullptr)
-            path_ = made;
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        if (!path_.empty())
-            std::filesystem::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-
-    const std::string &path() const { return path_; }
-
-    std::string Write(const std::string &name, const std::string &text) const {
-        std::string file = path_ + "/" + name;
-        std::filesystem::create_directories(std::filesystem::path(file).parent_path());
-        FILE *fp = std::fopen(file.c_str(), "wb");
-        if (fp != nullptr) {
-            std::fwrite(text.data(), 1, text.size(), fp);
-            std::fclose(fp);
-        }
-        return file;
-    }
-
-  private:
-    std::string path_;
-};
+using TempDir = halvtest::TempDir;
 
 /* The engine started with HV_DATA_PATH naming one directory, so that the
  * registry file is the test's own; stopped at the end of the scope. */

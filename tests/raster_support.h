@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "dpk_hvsup.h"
+#include "temp_dir.h"
 
 namespace raster_test {
 
@@ -157,25 +158,7 @@ struct Opened {
     int result = 0;
 };
 
-/* A temporary directory for one test, removed with everything in it. */
-class TempDir {
-  public:
-    TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "halv_raster_XXXXXX").string();
-        path_ = mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-    }
-    ~TempDir() {
-        std::error_code ec;
-        if (!path_.empty())
-            std::filesystem::remove_all(path_, ec);
-    }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-    std::string File(const std::string &name) const { return path_ + "/" + name; }
-
-  private:
-    std::string path_;
-};
+using TempDir = halvtest::TempDir;
 
 inline void PutWord(std::string &s, uint32_t v, bool big) {
     for (int i = 0; i < 4; ++i)

@@ -32,7 +32,7 @@ bool Contains(const std::string &text, const std::string &part) { return text.fi
 
 TEST(EnvLayers, NothingSetGivesDefaultsAndLastResorts) {
     probe::TempDir dir;
-    const std::string cwd = std::filesystem::canonical(dir.Path()).string();
+    const std::string cwd = std::filesystem::canonical(dir.path()).string();
     auto r = Probe({"prefix", "chdir", cwd, "init",
                     "get", "HV_OS", "get", "HV_VERS", "get", "HV_ROTATE_BUFFERSIZE", "get", "HV_CHUNKBUFFER_CAP",
                     "get", "HALV_MEMORY_MAX", "get", "HALV_TEMPFILE_MAX",
@@ -64,8 +64,8 @@ TEST(EnvLayers, NothingSetGivesDefaultsAndLastResorts) {
 
 TEST(EnvLayers, LastResortsAreComputedOnce) {
     probe::TempDir first, second;
-    const std::string a = std::filesystem::canonical(first.Path()).string();
-    const std::string b = std::filesystem::canonical(second.Path()).string();
+    const std::string a = std::filesystem::canonical(first.path()).string();
+    const std::string b = std::filesystem::canonical(second.path()).string();
     auto r = Probe({"chdir", a, "get", "NO_SUCH_NAME", "chdir", b, "get", "PWD", "putenv", "TMPDIR", "/late",
                     "get", "TEMP"},
                    {});

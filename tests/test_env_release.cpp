@@ -36,8 +36,8 @@ probe::Result RunAt(const std::string &exe, const Lines &args, const Lines &envi
 
 TEST(EnvRelease, DerivedFromTheExecutablesDirectory) {
     probe::TempDir temp;
-    ASSERT_FALSE(temp.Path().empty());
-    const std::string root = fs::canonical(temp.Path()).string();
+    ASSERT_FALSE(temp.path().empty());
+    const std::string root = fs::canonical(temp.path()).string();
     const struct {
         const char *directory;
         const char *release;
@@ -65,7 +65,7 @@ TEST(EnvRelease, DerivedFromTheExecutablesDirectory) {
 
 TEST(EnvRelease, FollowsSymbolicLinksToTheRealExecutable) {
     probe::TempDir temp;
-    const std::string root = fs::canonical(temp.Path()).string();
+    const std::string root = fs::canonical(temp.path()).string();
     const std::string real = PlaceProbe(root, "R/lib/x");
     fs::create_directories(fs::path(root) / "S/bin");
     const std::string link = root + "/S/bin/env_probe";
@@ -76,7 +76,7 @@ TEST(EnvRelease, FollowsSymbolicLinksToTheRealExecutable) {
 
 TEST(EnvRelease, OtherLayersComeFirst) {
     probe::TempDir temp;
-    const std::string root = fs::canonical(temp.Path()).string();
+    const std::string root = fs::canonical(temp.path()).string();
     const std::string exe = PlaceProbe(root, "R/bin");
     auto r = RunAt(exe, {"get", "HV_RELEASE", "get", "KOVTOP"}, {"KOVTOP=/k"});
     EXPECT_EQ(r.lines, (Lines{"HV_RELEASE=/k", "KOVTOP=/k"}));
@@ -95,7 +95,7 @@ TEST(EnvRelease, UnreadableLocationFallsBackOnTheBuildPrefix) {
     // A path of 1023 bytes or more can't be read whole: no executable path,
     // and HV_RELEASE takes its built-in default.
     probe::TempDir temp;
-    const std::string root = fs::canonical(temp.Path()).string();
+    const std::string root = fs::canonical(temp.path()).string();
     std::string deep;
     while (root.size() + deep.size() < 1100)
         deep += std::string(100, 'd') + "/";

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "../temp_dir.h"
+
 namespace probe {
 
 struct Result {
@@ -121,26 +123,7 @@ inline Result Run(const std::vector<std::string> &args, const std::vector<std::s
     return Run(ProbePath(), args, environment);
 }
 
-// A fresh directory under /tmp, removed again at the end of the scope.
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/halv_env_XXXXXX";
-        if (mkdtemp(pattern) != nullptr)
-            path_ = pattern;
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        if (!path_.empty())
-            std::filesystem::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-    const std::string &Path() const { return path_; }
-
-private:
-    std::string path_;
-};
+using TempDir = halvtest::TempDir;
 
 } // namespace probe
 
