@@ -116,10 +116,7 @@ int CommandConvert(int argc, char **argv) {
     ProgressFinish(&progress);
     if (status == kExitOk && image.linesRead == 0 && image.bytesRead == 0)
         status = Complain("%s holds no data", image.path);
-    if (status == kExitOk)
-        status = OutputCommit(&out);
-    else
-        OutputAbort(&out);
+    status = OutputFinish(&out, status);
     ImageClose(&image);
     return status;
 }

@@ -130,10 +130,7 @@ int CommandExport(int argc, char **argv) {
         status = OutputWriteBytes(&out, header, (uint32_t)length);
         if (status == kExitOk)
             status = WritePixels(&image, &out, kind->samples);
-        if (status == kExitOk)
-            status = OutputCommit(&out);
-        else
-            OutputAbort(&out);
+        status = OutputFinish(&out, status);
     }
     ImageClose(&image);
     return status;

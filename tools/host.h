@@ -92,6 +92,9 @@ int OutputWriteChunk(Output *out, const HalvChunk *chunk);
 int OutputWriteBytes(Output *out, const void *bytes, uint32_t count);
 int OutputCommit(Output *out);
 void OutputAbort(Output *out);
+/* Commits the output when status is kExitOk, else removes it; gives the
+ * command's status. */
+int OutputFinish(Output *out, int status);
 
 /* A new header of the stored format name ("internal" or "image-ext") with
  * the raster description of source; its manager in *manager.  Null after

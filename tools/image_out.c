@@ -164,6 +164,13 @@ void OutputAbort(Output *out) {
     out->tempPath = NULL;
 }
 
+int OutputFinish(Output *out, int status) {
+    if (status == kExitOk)
+        return OutputCommit(out);
+    OutputAbort(out);
+    return status;
+}
+
 /* ------------------------------------------------------------------------
  * Headers of another format, and byte order.
  * ------------------------------------------------------------------------ */

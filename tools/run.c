@@ -189,11 +189,7 @@ int RunFunction(const char *name, const char *input, const char *output, char *c
     if (status == kExitOk)
         status = OutputOpen(&out, output);
     if (status == kExitOk) {
-        status = Drive(state, &image, &out);
-        if (status == kExitOk)
-            status = OutputCommit(&out);
-        else
-            OutputAbort(&out);
+        status = OutputFinish(&out, Drive(state, &image, &out));
     }
     if (state != NULL && HalvAbsoluteCallEnd(state) != 1 && status == kExitOk)
         Complain("%s did not end cleanly", name); /* the output is complete all the same */
