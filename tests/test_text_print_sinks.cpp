@@ -205,11 +205,15 @@ TEST(PrintSinks, EverydayFormatsAndTheirNeighboursAgree) {
     CheckEverySink("[%-9d][%9d][%-1x][%12X][%3u]", -123456789, -5, 0u, 0xdeadbeefu, 4294967295u);
     CheckEverySink("[%s][%-8s][%8s][%.0s][%.2s][%-6.3s][%6.9s]", "", "ab", "ab", "skip", "cut", "cut here", "abc");
     CheckEverySink("%%%d%%%s%%", 7, "t");
+    CheckEverySink("[%08d][%05d][%00012x][%03u][%01d]", -42, 123456, 0xbeefu, 7u, -3);
+    CheckEverySink("%ld|%lld|%lu|%llx|%020ld|%-22lld|", -9223372036854775807L - 1, 42LL, 18446744073709551615UL,
+                   0xfeedfacecafebeefULL, -5L, -9223372036854775807LL);
     /* One directive beyond the everyday ones: the rest is printed the same. */
     CheckEverySink("%s %d %5x %08d", "a", 1, 2u, 3);
     CheckEverySink("%d %s %+d", 4, "b", 5);
     CheckEverySink("%s %.3d %d", "c", 6, 7);
     CheckEverySink("%d %ld %d", 8, 9L, 10);
+    CheckEverySink("%d %-05d %0-5d %hd %lld", 11, 12, 13, 14, 15LL);
 
     /* A precision stops the reading of unterminated text; null prints as
      * "(nil)", cut and padded like any text. */

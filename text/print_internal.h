@@ -164,8 +164,8 @@ void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintF
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept;
 
 /* The one-pass route of the memory sinks for plain formats: literal text,
- * "%%", and %d, %i, %u, %x, %X and %s with at most a '-' and a width, and
- * for %s a precision.  For such a
+ * "%%", and %d, %i, %u, %x, %X and %s with at most a '-' or zeros and a
+ * width, 'l' or "ll" for the integers, and for %s a precision.  For such a
  * format it stores at most `limit` bytes at buffer (none when it is null),
  * gives in `total` the length of the whole text and returns true; for any
  * other format it returns false having read no argument and written nothing,

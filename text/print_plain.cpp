@@ -1,7 +1,8 @@
 /*
  * text/print_plain.cpp - the short way through the engine for the formats
  * most calls use: text with %d, %i, %u, %x, %X and %s, with at most a
- * '-', a width, and for %s a precision.
+ * '-' or zeros, a width, 'l' or "ll" for the integers, and for %s a
+ * precision.
  *
  * Such a format cannot fail to parse, takes no '*' argument, stores no count
  * and needs no locale, so one cheap look over it decides, and a second pass
@@ -37,11 +38,14 @@ inline Plain PlainOf(char byte) noexcept {
     return kPlainConversions.of[static_cast<unsigned char>(byte)];
 }
 
-/* A directive of this route: a bare conversion, or one with a '-', a width,
- * and for %s a precision, all plain digits. */
+/* A directive of this route: a bare conversion, or one with a '-' or zeros,
+ * a width, and for %s a precision, all plain digits; the integers may be
+ * 'l' or "ll" wide, and zeros pad them. */
 struct PlainSpec {
     Plain kind;
     bool left;
+    bool zero;
+    bool wide;
     int32_t width;
     int32_t precision; /* -1 for none */
 };
@@ -63,21 +67,35 @@ const char *ReadPlainDirective(const char *p, PlainSpec &spec) noexcept {
     spec.kind = PlainOf(*p);
     if (spec.kind != Plain::Other) { /* the usual bare conversion */
         spec.left = false;
+        spec.zero = false;
+        spec.wide = false;
         spec.width = 0;
         spec.precision = -1;
         return p + 1;
     }
     spec.left = *p == '-';
-    if (spec.left)
+    spec.zero = false;
+    if (spec.left) {
         ++p;
+    } else {
+        while (*p == '0') {
+            spec.zero = true;
+            ++p;
+        }
+    }
     spec.width = *p >= '1' && *p <= '9' ? ReadDigits(p) : 0;
     spec.precision = -1;
     if (*p == '.') {
         ++p;
         spec.precision = ReadDigits(p);
     }
+    spec.wide = *p == 'l';
+    if (spec.wide)
+        p += p[1] == 'l' ? 2 : 1;
     spec.kind = PlainOf(*p);
-    if (spec.kind == Plain::Other || (spec.precision >= 0 && spec.kind != Plain::Text))
+    if (spec.kind == Plain::Other)
+        return nullptr;
+    if (spec.kind == Plain::Text ? spec.zero || spec.wide : spec.precision >= 0)
         return nullptr;
     return p + 1;
 }
@@ -144,11 +162,12 @@ struct PlainReader {
 
     const void *Entry() noexcept { return args.array != nullptr ? args.array[next++] : nullptr; }
 
-    int Integer() noexcept {
+    template <typename T>
+    T Integer() noexcept {
         if (args.list != nullptr)
-            return va_arg(*args.list, int);
+            return va_arg(*args.list, T);
         const void *entry = Entry();
-        return entry != nullptr ? *static_cast<const int *>(entry) : 0;
+        return entry != nullptr ? *static_cast<const T *>(entry) : 0;
     }
 
     const char *Text() noexcept {
@@ -158,19 +177,27 @@ struct PlainReader {
     }
 };
 
-/* An unsized integer: 32 bits, a sign only for the signed conversions. */
-void PutInteger(PlainOut &out, int value, const PlainSpec &spec) noexcept {
+/* An integer of 32 bits, or 64 when wide; a sign only for the signed
+ * conversions, zeros between it and the digits when asked. */
+void PutInteger(PlainOut &out, int64_t value, const PlainSpec &spec) noexcept {
     const Plain kind = spec.kind;
-    char digits[32]; /* room beyond the eleven a 32-bit field needs */
+    char digits[32]; /* room beyond the twenty-one a 64-bit field needs */
     char *end = digits + sizeof digits;
-    uint64_t magnitude = static_cast<uint32_t>(value);
+    uint64_t magnitude = spec.wide ? static_cast<uint64_t>(value) : static_cast<uint32_t>(value);
     const bool negative = kind == Plain::Signed && value < 0;
     if (negative)
-        magnitude = 0 - static_cast<uint64_t>(static_cast<int64_t>(value));
+        magnitude = 0 - static_cast<uint64_t>(value);
     const uint32_t base = kind == Plain::Hex || kind == Plain::UpperHex ? 16 : 10;
     const int count = DigitCount(magnitude, base);
     WriteDigits(magnitude, base, kind == Plain::UpperHex ? kUpperDigits : kLowerDigits, end);
     char *start = end - count;
+    if (spec.zero) {
+        if (negative)
+            out.Put("-", 1);
+        out.Fill('0', static_cast<int64_t>(spec.width) - count - (negative ? 1 : 0));
+        out.Put(start, static_cast<size_t>(count));
+        return;
+    }
     if (negative)
         *--start = '-';
     out.PutField(start, static_cast<size_t>(end - start), spec);
@@ -209,7 +236,7 @@ bool PrintPlain(char *buffer, size_t limit, const char *format, FormatArgs &args
         if (spec.kind == Plain::Text)
             PutText(out, reader.Text(), spec);
         else
-            PutInteger(out, reader.Integer(), spec);
+            PutInteger(out, spec.wide ? reader.Integer<long long>() : reader.Integer<int>(), spec);
     }
     total = out.total;
     return true;
