@@ -196,6 +196,39 @@ TEST(PrintSinks, EveryBoundAndEverySinkAgree) {
     CheckEverySink("%.40f", 0.25);
 }
 
+/* Formats made only of text and the everyday directives, with and without
+ * a '-', a width or a precision, next to ones where a single directive asks
+ * for more: each must come out as the C library makes it at every bound. */
+TEST(PrintSinks, EverydayFormatsAndTheirNeighboursAgree) {
+    ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
+    CheckEverySink("%d%i%u%x%X", -1, -2147483647 - 1, -1, 0xabcdefu, 0xabcdefu);
+    CheckEverySink("[%-9d][%9d][%-1x][%12X][%3u]", -123456789, -5, 0u, 0xdeadbeefu, 4294967295u);
+    CheckEverySink("[%s][%-8s][%8s][%.0s][%.2s][%-6.3s][%6.9s]", "", "ab", "ab", "skip", "cut", "cut here", "abc");
+    CheckEverySink("%%%d%%%s%%", 7, "t");
+    CheckEverySink("[%08d][%05d][%00012x][%03u][%01d]", -42, 123456, 0xbeefu, 7u, -3);
+    CheckEverySink("%ld|%lld|%lu|%llx|%020ld|%-22lld|", -9223372036854775807L - 1, 42LL, 18446744073709551615UL,
+                   0xfeedfacecafebeefULL, -5L, -9223372036854775807LL);
+    /* One directive beyond the everyday ones: the rest is printed the same. */
+    CheckEverySink("%s %d %5x %08d", "a", 1, 2u, 3);
+    CheckEverySink("%d %s %+d", 4, "b", 5);
+    CheckEverySink("%s %.3d %d", "c", 6, 7);
+    CheckEverySink("%d %ld %d", 8, 9L, 10);
+    CheckEverySink("%d %-05d %0-5d %hd %lld", 11, 12, 13, 14, 15LL);
+
+    /* A precision stops the reading of unterminated text; null prints as
+     * "(nil)", cut and padded like any text. */
+    const char unterminated[3] = {'x', 'y', 'z'};
+    char buffer[32];
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "<%.3s|%-4.2s>", unterminated, unterminated), 10);
+    EXPECT_STREQ(buffer, "<xyz|xy  >");
+    const char *none = nullptr;
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%s|%.3s|%7s|%-6s|", none, none, none, none), 25);
+    EXPECT_STREQ(buffer, "(nil)|(ni|  (nil)|(nil) |");
+    void *array[] = {nullptr, nullptr, const_cast<char *>("s")};
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, "%d|%-3s|%s", array), 9);
+    EXPECT_STREQ(buffer, "0|(nil)|s");
+}
+
 /* ---- Buffer without bound ------------------------------------------------ */
 
 TEST(PrintBuffer, StoresTheTextAndATerminator) {

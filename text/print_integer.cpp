@@ -57,6 +57,8 @@ int BitLength(uint64_t value) noexcept {
     return 64 - __builtin_clzll(value | 1);
 }
 
+} // namespace
+
 /* How many digits value has in base, 1 for 0.  In base 10 the bit length
  * gives the count within one (1233 / 4096 is just above log10(2)), and one
  * compare settles it. */
@@ -82,6 +84,8 @@ int DigitCount(uint64_t value, uint32_t base) noexcept {
     }
     return count;
 }
+
+namespace {
 
 /* Writes the digits of value backwards, ending at `end`, which is where a
  * count of DigitCount digits must end.  Divisions are by constants, which
@@ -120,6 +124,8 @@ void PowerOfTwoDigits(uint64_t value, unsigned bits, const char *set, char *end)
     } while (value != 0);
 }
 
+} // namespace
+
 void WriteDigits(uint64_t value, uint32_t base, const char *set, char *end) noexcept {
     switch (base) {
     case 10:
@@ -139,6 +145,8 @@ void WriteDigits(uint64_t value, uint32_t base, const char *set, char *end) noex
         value /= base;
     } while (value != 0);
 }
+
+namespace {
 
 /* The parts of an integer field, in the order they are written. */
 struct IntegerLayout {
