@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/ratio_report.h"
+
 #include "dpk_hvsup.h"
 
 namespace {
@@ -146,4 +148,13 @@ BENCHMARK_TEMPLATE(DoubleMixed, Libc);
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv) {
+    return bench::RunWithRatios(argc, argv, {
+        {"Integer: HalvSNPrintf / snprintf", "Integer<Halv>", "Integer<Libc>"},
+        {"IntegerFields: HalvSNPrintf / snprintf", "IntegerFields<Halv>", "IntegerFields<Libc>"},
+        {"String: HalvSNPrintf / snprintf", "String<Halv>", "String<Libc>"},
+        {"DoubleFixed: HalvSNPrintf / snprintf", "DoubleFixed<Halv>", "DoubleFixed<Libc>"},
+        {"DoubleRoundTrip: HalvSNPrintf / snprintf", "DoubleRoundTrip<Halv>", "DoubleRoundTrip<Libc>"},
+        {"DoubleMixed: HalvSNPrintf / snprintf", "DoubleMixed<Halv>", "DoubleMixed<Libc>"},
+    });
+}

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
 
 namespace {
@@ -148,4 +149,12 @@ BENCHMARK(BM_Lines<false, true>)->Name("BM_ReadStringWrapped");
 BENCHMARK(BM_Lines<true, false>)->Name("BM_Gets");
 BENCHMARK(BM_Lines<true, true>)->Name("BM_GetsWrapped");
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv) {
+    return bench::RunWithRatios(argc, argv, {
+        {"HalvIOCopyBytes, 65536 bytes / memcpy", "BM_CopyBytes/65536", "BM_MemcpyWhole/65536"},
+        {"HalvIOCopyBytes, 1048576 bytes / memcpy", "BM_CopyBytes/1048576", "BM_MemcpyWhole/1048576"},
+        {"HalvIOCopyBytes, 16777216 bytes / memcpy", "BM_CopyBytes/16777216", "BM_MemcpyWhole/16777216"},
+        {"HalvIOReadBytes in 64 KiB, 1048576 bytes / memcpy", "BM_ReadBytes64K/1048576", "BM_Memcpy64K/1048576"},
+        {"HalvIOReadBytes in 64 KiB, 16777216 bytes / memcpy", "BM_ReadBytes64K/16777216", "BM_Memcpy64K/16777216"},
+    });
+}
