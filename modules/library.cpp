@@ -6,8 +6,8 @@
  * A bundle opened a second time hands out the same entry points, which is
  * how the list recognises it and counts a registration instead.
  */
-#include <cstdio>
 
+#include "halv_text.h"
 #include "halv_util.h"
 #include "modules/internal.h"
 
@@ -29,7 +29,7 @@ constexpr size_t kSymbolNameSize = 64;
 template <typename Fn>
 bool LookUpEntry(void *handle, const char *format, const char *name, Fn *out) noexcept {
     char symbol[kSymbolNameSize];
-    int length = std::snprintf(symbol, sizeof symbol, format, name);
+    int32_t length = HalvSNPrintf(symbol, sizeof symbol, format, name);
     void *address = nullptr;
     if (length < 0 || (size_t)length >= sizeof symbol || HalvDLSymbolLookup(handle, symbol, &address) != 1)
         return false;
