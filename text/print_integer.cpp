@@ -224,24 +224,24 @@ void FillAt(char *&p, char byte, int64_t count) noexcept {
 
 } // namespace
 
-void WriteInteger(PrintSink &out, uint64_t value, const IntegerSpec &spec) noexcept {
-    uint32_t flags = spec.flags;
-    const uint32_t base = static_cast<uint32_t>(spec.base);
-    const char *set = spec.upper ? kUpperDigits : kLowerDigits;
+void WriteInteger(PrintSink &out, uint64_t value, const IntegerRequest &request) noexcept {
+    uint32_t flags = request.flags;
+    const uint32_t base = static_cast<uint32_t>(request.base);
+    const char *set = request.upper ? kUpperDigits : kLowerDigits;
 
     bool negative = false;
-    if (!spec.isSigned) {
+    if (!request.isSigned) {
         flags &= ~kFlagPlus;
     } else if (static_cast<int64_t>(value) < 0) {
         value = 0 - value; /* in 64 bits, so INT32_MIN and INT64_MIN survive */
         negative = true;
     }
-    if (!spec.wide)
+    if (!request.wide)
         value &= 0xFFFFFFFFu;
 
     const int digitCount = DigitCount(value, base);
     const IntegerLayout layout =
-        LayOut(value, flags, spec.width, spec.precision, base, spec.upper, negative, digitCount);
+        LayOut(value, flags, request.width, request.precision, base, request.upper, negative, digitCount);
 
     /* The whole field fits the window: it is written in place. */
     if (static_cast<uint64_t>(layout.Total()) <= Room(out)) {
@@ -271,16 +271,16 @@ void WriteInteger(PrintSink &out, uint64_t value, const IntegerSpec &spec) noexc
 
 void PrintIntegerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
     const bool wide = IsWideInteger(p);
-    IntegerSpec spec{};
-    spec.flags = field.flags;
-    spec.width = field.width;
-    spec.precision = field.precision;
-    spec.base = field.base;
+    IntegerRequest request{};
+    request.flags = field.flags;
+    request.width = field.width;
+    request.precision = field.precision;
+    request.base = field.base;
     /* A size_t is unsigned whatever the conversion says. */
-    spec.isSigned = IsSignedConversion(field.conversion) && !(p.flags & kFlagSizeZ);
-    spec.wide = wide;
-    spec.upper = field.conversion == 'X';
-    WriteInteger(sink, p.data.u, spec);
+    request.isSigned = IsSignedConversion(field.conversion) && !(p.flags & kFlagSizeZ);
+    request.wide = wide;
+    request.upper = field.conversion == 'X';
+    WriteInteger(sink, p.data.u, request);
 }
 
 void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
@@ -288,15 +288,15 @@ void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p, const Prin
         Put(sink, "(nil)", 5); /* no padding, whatever the width */
         return;
     }
-    IntegerSpec spec{};
-    spec.flags = field.flags | kFlagAlt | kFlagZero;
-    spec.width = 10; /* "0x" and at least eight digits */
-    spec.precision = -1;
-    spec.base = 16;
-    spec.isSigned = false;
-    spec.wide = true;
-    spec.upper = false;
-    WriteInteger(sink, reinterpret_cast<uintptr_t>(p.data.p), spec);
+    IntegerRequest request{};
+    request.flags = field.flags | kFlagAlt | kFlagZero;
+    request.width = 10; /* "0x" and at least eight digits */
+    request.precision = -1;
+    request.base = 16;
+    request.isSigned = false;
+    request.wide = true;
+    request.upper = false;
+    WriteInteger(sink, reinterpret_cast<uintptr_t>(p.data.p), request);
 }
 
 } // namespace halv

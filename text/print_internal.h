@@ -123,7 +123,7 @@ struct PrintField {
     char conversion;
 };
 
-struct IntegerSpec {
+struct IntegerRequest {
     uint32_t flags;
     int64_t width;
     int64_t precision; /* -1 for none */
@@ -140,7 +140,7 @@ int DigitCount(uint64_t value, uint32_t base) noexcept;
  * of DigitCount digits. */
 void WriteDigits(uint64_t value, uint32_t base, const char *set, char *end) noexcept;
 
-void WriteInteger(PrintSink &sink, uint64_t value, const IntegerSpec &spec) noexcept;
+void WriteInteger(PrintSink &sink, uint64_t value, const IntegerRequest &request) noexcept;
 
 /* Text of `length` bytes in a field, escaped under '#'. */
 void WriteText(PrintSink &sink, const char *text, uint32_t length, uint32_t flags, int64_t width) noexcept;

@@ -41,7 +41,7 @@ inline Plain PlainOf(char byte) noexcept {
 /* A directive of this route: a bare conversion, or one with a '-' or zeros,
  * a width, and for %s a precision, all plain digits; the integers may be
  * 'l' or "ll" wide, and zeros pad them. */
-struct PlainSpec {
+struct PlainDirective {
     Plain kind;
     bool left;
     bool zero;
@@ -61,41 +61,41 @@ int32_t ReadDigits(const char *&p) noexcept {
     return static_cast<int32_t>(value);
 }
 
-/* Reads the directive behind a '%' into spec; gives the byte behind it, or
+/* Reads the directive behind a '%' into request; gives the byte behind it, or
  * null when it is no directive of this route. */
-const char *ReadPlainDirective(const char *p, PlainSpec &spec) noexcept {
-    spec.kind = PlainOf(*p);
-    if (spec.kind != Plain::Other) { /* the usual bare conversion */
-        spec.left = false;
-        spec.zero = false;
-        spec.wide = false;
-        spec.width = 0;
-        spec.precision = -1;
+const char *ReadPlainDirective(const char *p, PlainDirective &request) noexcept {
+    request.kind = PlainOf(*p);
+    if (request.kind != Plain::Other) { /* the usual bare conversion */
+        request.left = false;
+        request.zero = false;
+        request.wide = false;
+        request.width = 0;
+        request.precision = -1;
         return p + 1;
     }
-    spec.left = *p == '-';
-    spec.zero = false;
-    if (spec.left) {
+    request.left = *p == '-';
+    request.zero = false;
+    if (request.left) {
         ++p;
     } else {
         while (*p == '0') {
-            spec.zero = true;
+            request.zero = true;
             ++p;
         }
     }
-    spec.width = *p >= '1' && *p <= '9' ? ReadDigits(p) : 0;
-    spec.precision = -1;
+    request.width = *p >= '1' && *p <= '9' ? ReadDigits(p) : 0;
+    request.precision = -1;
     if (*p == '.') {
         ++p;
-        spec.precision = ReadDigits(p);
+        request.precision = ReadDigits(p);
     }
-    spec.wide = *p == 'l';
-    if (spec.wide)
+    request.wide = *p == 'l';
+    if (request.wide)
         p += p[1] == 'l' ? 2 : 1;
-    spec.kind = PlainOf(*p);
-    if (spec.kind == Plain::Other)
+    request.kind = PlainOf(*p);
+    if (request.kind == Plain::Other)
         return nullptr;
-    if (spec.kind == Plain::Text ? spec.zero || spec.wide : spec.precision >= 0)
+    if (request.kind == Plain::Text ? request.zero || request.wide : request.precision >= 0)
         return nullptr;
     return p + 1;
 }
@@ -104,13 +104,13 @@ const char *ReadPlainDirective(const char *p, PlainSpec &spec) noexcept {
  * no more of them take arguments than the table holds. */
 bool IsPlainFormat(const char *format) noexcept {
     int32_t directives = 0;
-    PlainSpec spec;
+    PlainDirective request;
     for (const char *p = NextPercent(format); *p != '\0'; p = NextPercent(p)) {
         if (p[1] == '%') {
             p += 2;
             continue;
         }
-        p = ReadPlainDirective(p + 1, spec);
+        p = ReadPlainDirective(p + 1, request);
         if (p == nullptr || ++directives > HALV_FORMAT_MAX_ARGS)
             return false;
     }
@@ -143,12 +143,12 @@ struct PlainOut {
     }
 
     /* A piece in a field of `width` bytes, blanks before it or after it. */
-    void PutField(const char *bytes, size_t count, const PlainSpec &spec) noexcept {
-        const int64_t blanks = static_cast<int64_t>(spec.width) - static_cast<int64_t>(count);
-        if (!spec.left)
+    void PutField(const char *bytes, size_t count, const PlainDirective &request) noexcept {
+        const int64_t blanks = static_cast<int64_t>(request.width) - static_cast<int64_t>(count);
+        if (!request.left)
             Fill(' ', blanks);
         Put(bytes, count);
-        if (spec.left)
+        if (request.left)
             Fill(' ', blanks);
     }
 };
@@ -179,11 +179,11 @@ struct PlainReader {
 
 /* An integer of 32 bits, or 64 when wide; a sign only for the signed
  * conversions, zeros between it and the digits when asked. */
-void PutInteger(PlainOut &out, int64_t value, const PlainSpec &spec) noexcept {
-    const Plain kind = spec.kind;
+void PutInteger(PlainOut &out, int64_t value, const PlainDirective &request) noexcept {
+    const Plain kind = request.kind;
     char digits[32]; /* room beyond the twenty-one a 64-bit field needs */
     char *end = digits + sizeof digits;
-    uint64_t magnitude = spec.wide ? static_cast<uint64_t>(value) : static_cast<uint32_t>(value);
+    uint64_t magnitude = request.wide ? static_cast<uint64_t>(value) : static_cast<uint32_t>(value);
     const bool negative = kind == Plain::Signed && value < 0;
     if (negative)
         magnitude = 0 - static_cast<uint64_t>(value);
@@ -191,26 +191,26 @@ void PutInteger(PlainOut &out, int64_t value, const PlainSpec &spec) noexcept {
     const int count = DigitCount(magnitude, base);
     WriteDigits(magnitude, base, kind == Plain::UpperHex ? kUpperDigits : kLowerDigits, end);
     char *start = end - count;
-    if (spec.zero) {
+    if (request.zero) {
         if (negative)
             out.Put("-", 1);
-        out.Fill('0', static_cast<int64_t>(spec.width) - count - (negative ? 1 : 0));
+        out.Fill('0', static_cast<int64_t>(request.width) - count - (negative ? 1 : 0));
         out.Put(start, static_cast<size_t>(count));
         return;
     }
     if (negative)
         *--start = '-';
-    out.PutField(start, static_cast<size_t>(end - start), spec);
+    out.PutField(start, static_cast<size_t>(end - start), request);
 }
 
 /* Never read past the precision: the text need not be terminated there. */
-void PutText(PlainOut &out, const char *text, const PlainSpec &spec) noexcept {
+void PutText(PlainOut &out, const char *text, const PlainDirective &request) noexcept {
     if (text == nullptr)
         text = "(nil)";
-    size_t length = spec.precision >= 0 ? strnlen(text, static_cast<size_t>(spec.precision)) : std::strlen(text);
+    size_t length = request.precision >= 0 ? strnlen(text, static_cast<size_t>(request.precision)) : std::strlen(text);
     if (length > UINT32_MAX)
         length = UINT32_MAX;
-    out.PutField(text, length, spec);
+    out.PutField(text, length, request);
 }
 
 } // namespace
@@ -231,12 +231,12 @@ bool PrintPlain(char *buffer, size_t limit, const char *format, FormatArgs &args
             p = percent + 2;
             continue;
         }
-        PlainSpec spec;
-        p = ReadPlainDirective(percent + 1, spec);
-        if (spec.kind == Plain::Text)
-            PutText(out, reader.Text(), spec);
+        PlainDirective request;
+        p = ReadPlainDirective(percent + 1, request);
+        if (request.kind == Plain::Text)
+            PutText(out, reader.Text(), request);
         else
-            PutInteger(out, spec.wide ? reader.Integer<long long>() : reader.Integer<int>(), spec);
+            PutInteger(out, request.wide ? reader.Integer<long long>() : reader.Integer<int>(), request);
     }
     total = out.total;
     return true;
