@@ -178,6 +178,10 @@ inline const char *NextPercent(const char *p) noexcept {
 inline constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
 inline constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
+/* Reads the decimal digits at p, moving p behind them; saturates at
+ * INT32_MAX, as widths and precisions do. */
+int32_t ReadFormatNumber(const char *&p) noexcept;
+
 } // namespace halv
 
 #endif

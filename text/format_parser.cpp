@@ -123,17 +123,6 @@ constexpr auto kConversionRules = [] {
     return t;
 }();
 
-/* Reads decimal digits, saturating at INT32_MAX. */
-int32_t ReadNumber(const char *&p) noexcept {
-    int64_t value = 0;
-    while (*p >= '0' && *p <= '9') {
-        value = value * 10 + (*p++ - '0');
-        if (value > INT32_MAX)
-            value = INT32_MAX;
-    }
-    return static_cast<int32_t>(value);
-}
-
 /* Reads the byte count behind an 'I': 8, 16, 32 or 64, and nothing more. */
 int32_t ReadVarSize(const char *&p) noexcept {
     static constexpr struct {
@@ -191,14 +180,14 @@ public:
                 break;
             case ByteKind::Zero:
                 if (q.flags & kFlagLeft) {
-                    SetWidth(q, ReadNumber(p));
+                    SetWidth(q, ReadFormatNumber(p));
                 } else {
                     q.flags |= kFlagZero;
                     ++p;
                 }
                 break;
             case ByteKind::Digit:
-                SetWidth(q, ReadNumber(p));
+                SetWidth(q, ReadFormatNumber(p));
                 break;
             case ByteKind::Star:
                 ++p;
@@ -284,14 +273,14 @@ private:
         q.flags &= ~argFlag;
         if (isPrecision) {
             /* "%..16i" goes straight on to the base: no precision. */
-            value = *p == '.' ? -1 : ReadNumber(p);
+            value = *p == '.' ? -1 : ReadFormatNumber(p);
             return 0;
         }
         if (*p < '0' || *p > '9') {
             value = 0; /* "%..i": no base, the conversion's default */
             return 0;
         }
-        value = ReadNumber(p);
+        value = ReadFormatNumber(p);
         return value < 2 || value > 36 ? HALV_FORMAT_MALFORMED : 0;
     }
 
@@ -329,6 +318,17 @@ private:
 };
 
 } // namespace
+
+/* See format_internal.h. */
+int32_t ReadFormatNumber(const char *&p) noexcept {
+    int64_t value = 0;
+    while (*p >= '0' && *p <= '9') {
+        value = value * 10 + (*p++ - '0');
+        if (value > INT32_MAX)
+            value = INT32_MAX;
+    }
+    return static_cast<int32_t>(value);
+}
 
 const char *GroupEnd(const char *set) noexcept {
     const char *p = set;

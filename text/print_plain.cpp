@@ -50,17 +50,6 @@ struct PlainDirective {
     int32_t precision; /* -1 for none */
 };
 
-/* Decimal digits, saturating at INT32_MAX as the parser's do. */
-int32_t ReadDigits(const char *&p) noexcept {
-    int64_t value = 0;
-    while (*p >= '0' && *p <= '9') {
-        value = value * 10 + (*p++ - '0');
-        if (value > INT32_MAX)
-            value = INT32_MAX;
-    }
-    return static_cast<int32_t>(value);
-}
-
 /* Reads the directive behind a '%' into request; gives the byte behind it, or
  * null when it is no directive of this route. */
 const char *ReadPlainDirective(const char *p, PlainDirective &request) noexcept {
@@ -83,11 +72,11 @@ const char *ReadPlainDirective(const char *p, PlainDirective &request) noexcept 
             ++p;
         }
     }
-    request.width = *p >= '1' && *p <= '9' ? ReadDigits(p) : 0;
+    request.width = *p >= '1' && *p <= '9' ? ReadFormatNumber(p) : 0;
     request.precision = -1;
     if (*p == '.') {
         ++p;
-        request.precision = ReadDigits(p);
+        request.precision = ReadFormatNumber(p);
     }
     request.wide = *p == 'l';
     if (request.wide)
