@@ -20,6 +20,14 @@ int FormatV(char *buffer, size_t size, const char *format, va_list args) noexcep
 /* Scans a decimal integer as "%d" does; 1 when one was read, else 0. */
 int ScanInt(const char *text, int *value) noexcept;
 
+/* Zeroed scratch memory of `bytes` for a table that lives within one call
+ * and never crosses the interface; null when memory runs out.  Large blocks
+ * are pages of their own, so that growing a table does not make the heap
+ * merge the small blocks the call is busy reusing.  Give it back with
+ * ScratchFree (null is a no-op), never with halv_internal_free. */
+void *ScratchAlloc(size_t bytes) noexcept;
+void ScratchFree(void *block) noexcept;
+
 /* The three debug switches set by the first HalvernInit. */
 int EngineEnvDebug() noexcept;
 int EngineSharedDebug() noexcept;

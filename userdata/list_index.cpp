@@ -1,9 +1,12 @@
 /*
  * userdata/list_index.cpp - open-addressing tables keyed by sibling list,
  * for the tree reader.  Both double when half full and never shrink: they
- * live for one read.
+ * live for one read, in scratch memory that keeps out of the way of the
+ * heap the nodes come from.
  */
 #include "userdata/list_index.h"
+
+#include "core/internal.h"
 
 namespace halv {
 namespace {
@@ -26,7 +29,7 @@ bool MakeRoom(Slot *&slots, uint32_t &mask, uint32_t used, HashOf hashOf) noexce
     const uint64_t capacity = slots == nullptr ? kFirstCapacity : ((uint64_t)mask + 1) * 2;
     if (capacity > (1u << 30))
         return false;
-    auto *grown = static_cast<Slot *>(halv_internal_calloc((size_t)capacity, sizeof(Slot)));
+    auto *grown = static_cast<Slot *>(ScratchAlloc((size_t)capacity * sizeof(Slot)));
     if (grown == nullptr)
         return false;
     const uint32_t newMask = (uint32_t)capacity - 1;
@@ -38,7 +41,7 @@ bool MakeRoom(Slot *&slots, uint32_t &mask, uint32_t used, HashOf hashOf) noexce
             j = (j + 1) & newMask;
         grown[j] = slots[i];
     }
-    halv_internal_free(slots);
+    ScratchFree(slots);
     slots = grown;
     mask = newMask;
     return true;
@@ -172,5 +175,9 @@ void SiblingLists::Append(ListCursor &cursor, HalvUserCMData *node) noexcept {
     if (cursor.indexed && !namesBroken_ && !names_.Add(list, node))
         namesBroken_ = true;
 }
+
+ListMap::~ListMap() { ScratchFree(slots_); }
+
+NameIndex::~NameIndex() { ScratchFree(slots_); }
 
 } // namespace halv

@@ -25,7 +25,7 @@ class ListMap {
     ListMap() noexcept = default;
     ListMap(const ListMap &) = delete;
     ListMap &operator=(const ListMap &) = delete;
-    ~ListMap() { halv_internal_free(slots_); }
+    ~ListMap();
 
     bool Empty() const noexcept { return used_ == 0; }
     /* The node stored for list, or null. */
@@ -51,7 +51,7 @@ class NameIndex {
     NameIndex() noexcept = default;
     NameIndex(const NameIndex &) = delete;
     NameIndex &operator=(const NameIndex &) = delete;
-    ~NameIndex() { halv_internal_free(slots_); }
+    ~NameIndex();
 
     /* Adds node unless its list already has a node of that name.  Result:
      * false when memory ran out. */
