@@ -183,10 +183,23 @@ TEST(PrintMalformed, RefusedFormatsWriteNothing) {
         EXPECT_EQ(HalvASPrintf(&allocated, format, 1, 2, 3), HALV_FORMAT_MALFORMED);
         EXPECT_EQ(allocated, nullptr);
     }
-    /* Text before the bad directive is not written either. */
+    /* Text before the bad directive is not written either, nor are fields
+     * of everyday directives before it: the terminator is the one byte that
+     * changes, in every memory sink. */
     char buffer[32] = "unchanged";
     EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "lots of text %d then %y", 1), HALV_FORMAT_MALFORMED);
     EXPECT_STREQ(buffer, "");
+    for (const char *format : {"%d %s %-5x %y", "%s %s %.2s %d %hhhd", "%d %5d%%%08x %lllu"}) {
+        SCOPED_TRACE(format);
+        char untouched[48];
+        std::memset(untouched, 'Z', sizeof untouched);
+        EXPECT_EQ(HalvSNPrintf(untouched, sizeof untouched, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(untouched[0], '\0');
+        EXPECT_EQ(std::string(untouched + 1, sizeof untouched - 1), std::string(sizeof untouched - 1, 'Z'));
+        std::memset(untouched, 'Z', sizeof untouched);
+        EXPECT_EQ(HalvSPrintf(untouched, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(std::string(untouched + 1, sizeof untouched - 1), std::string(sizeof untouched - 1, 'Z'));
+    }
     EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, nullptr), HALV_FORMAT_MALFORMED);
     /* Qualifiers in any order and repeated are fine. */
     EXPECT_EQ(Text("%-+-+5d|%hhd|%lld|%jd|%zu", 1, 2, 3LL, static_cast<intmax_t>(4), size_t{5}), "+1   |2|3|4|5");

@@ -214,6 +214,12 @@ TEST(PrintSinks, EverydayFormatsAndTheirNeighboursAgree) {
     CheckEverySink("%s %.3d %d", "c", 6, 7);
     CheckEverySink("%d %ld %d", 8, 9L, 10);
     CheckEverySink("%d %-05d %0-5d %hd %lld", 11, 12, 13, 14, 15LL);
+    /* Many "%%" between everyday directives, more pieces than a short
+     * outline holds. */
+    std::string percents;
+    for (int i = 0; i < 90; ++i)
+        percents += i % 9 == 0 ? "%d%%" : "%%";
+    CheckEverySink(percents.c_str(), 1, 22, 333, 4444, 55555, 666666, 7777777, 88888888, 999999999, -1);
 
     /* A precision stops the reading of unterminated text; null prints as
      * "(nil)", cut and padded like any text. */

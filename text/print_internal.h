@@ -16,6 +16,7 @@
 #include <string.h>
 
 #include "text/format_internal.h"
+#include "text/print_digits.h"
 
 namespace halv {
 
@@ -133,13 +134,6 @@ struct IntegerRequest {
     bool upper; /* upper-case digits and prefix */
 };
 
-/* How many digits value has in base, 1 for 0. */
-int DigitCount(uint64_t value, uint32_t base) noexcept;
-
-/* The digits of value in base from `set`, backwards, ending at `end`: a run
- * of DigitCount digits. */
-void WriteDigits(uint64_t value, uint32_t base, const char *set, char *end) noexcept;
-
 void WriteInteger(PrintSink &sink, uint64_t value, const IntegerRequest &request) noexcept;
 
 /* Text of `length` bytes in a field, escaped under '#'. */
@@ -163,14 +157,18 @@ void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintF
  * case nothing reached the sink. */
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept;
 
-/* The one-pass route of the memory sinks for plain formats: literal text,
+/* The short route of the memory sinks for plain formats: literal text,
  * "%%", and %d, %i, %u, %x, %X and %s with at most a '-' or zeros and a
- * width, 'l' or "ll" for the integers, and for %s a precision.  For such a
- * format it stores at most `limit` bytes at buffer (none when it is null),
- * gives in `total` the length of the whole text and returns true; for any
- * other format it returns false having read no argument and written nothing,
- * and the general engine takes over. */
+ * width, 'l' or "ll" for the integers, and for %s a precision.  For any
+ * other format both return false having read no argument and written
+ * nothing, and the general engine takes over.
+ *
+ * PrintPlain stores at most `limit` bytes at buffer (none when it is null)
+ * and gives in `total` the length of the whole text.  PrintPlainToNewString
+ * sets *out to a new string of the text, sized as the growing sink would
+ * size it, and `result` to its length, or -1 when memory ran out. */
 bool PrintPlain(char *buffer, size_t limit, const char *format, FormatArgs &args, uint64_t &total) noexcept;
+bool PrintPlainToNewString(char **out, const char *format, FormatArgs &args, int32_t &result) noexcept;
 
 /* The four routes of the family, one for each sink.  A null locale means the
  * fixed record. */

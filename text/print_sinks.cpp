@@ -164,46 +164,6 @@ void NewStringSpill(PrintSink &sink, const char *bytes, uint64_t count, char fil
     sink.dropped += static_cast<uint32_t>(count);
 }
 
-/* The capacity the growing sink ends with for a text of `length` bytes:
- * 32 doubled until it holds them, or 0 when that passes the 32-bit count. */
-uint64_t NewStringCapacity(uint64_t length) noexcept {
-    uint64_t capacity = 32;
-    while (capacity < length)
-        capacity *= 2;
-    return capacity > INT32_MAX ? 0 : capacity;
-}
-
-/* The short way for the new string: the text is made on the stack, or made
- * again in its allocation when it is longer, so the string gets the same
- * size as the growing sink would give it.  False when the format needs the
- * general engine; nothing was read then. */
-bool PrintPlainToNewString(char **out, const char *format, FormatArgs &args, int32_t &result) noexcept {
-    char stage[256];
-    uint64_t length = 0;
-    va_list again;
-    if (args.list != nullptr)
-        va_copy(again, *args.list);
-    const bool plain = PrintPlain(stage, sizeof stage, format, args, length);
-    const uint64_t capacity = NewStringCapacity(length);
-    char *text = nullptr;
-    if (plain && capacity != 0)
-        text = static_cast<char *>(halv_internal_malloc(capacity + 1));
-    if (text != nullptr) {
-        if (length <= sizeof stage) {
-            std::memcpy(text, stage, length);
-        } else {
-            FormatArgs second{args.list != nullptr ? &again : nullptr, args.array};
-            PrintPlain(text, length, format, second, length);
-        }
-        text[length] = '\0';
-        *out = text;
-    }
-    if (args.list != nullptr)
-        va_end(again);
-    result = text != nullptr ? static_cast<int32_t>(length) : -1;
-    return plain;
-}
-
 } // namespace
 
 int32_t PrintToStream(const HalvLocale *locale, HalvIO *io, const char *format, FormatArgs &args) noexcept {
@@ -214,17 +174,14 @@ int32_t PrintToStream(const HalvLocale *locale, HalvIO *io, const char *format, 
     return PrintCore(sink, format, args);
 }
 
+namespace {
+
 /* Runs the core over the caller's buffer with a limit, and closes the text
  * kept with a terminator unless told not to.  location holds the address of
- * the window's moving end. */
-int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
-                          const char *format, FormatArgs &args) noexcept {
-    uint64_t total = 0;
-    if (PrintPlain(buffer, limit, format, args, total)) {
-        if (buffer != nullptr && terminate)
-            buffer[total < limit ? total : limit] = '\0';
-        return static_cast<int32_t>(static_cast<uint32_t>(total));
-    }
+ * the window's moving end.  Kept out of line: the plain route in front of
+ * it should not pay for this frame. */
+[[gnu::noinline]] int32_t PrintToBufferByCore(const HalvLocale *locale, char *buffer, uint32_t limit,
+                                              bool terminate, const char *format, FormatArgs &args) noexcept {
     PrintSink sink;
     InitSink(sink, locale, &sink.cursor, BufferSpill, nullptr);
     sink.context.outChar = OutCharThroughWindow;
@@ -239,6 +196,20 @@ int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit
         *sink.cursor = '\0';
     return result;
 }
+
+/* The plain route when the format allows it, else the core. */
+inline int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
+                                 const char *format, FormatArgs &args) noexcept {
+    uint64_t total = 0;
+    if (PrintPlain(buffer, limit, format, args, total)) {
+        if (buffer != nullptr && terminate)
+            buffer[total < limit ? total : limit] = '\0';
+        return static_cast<int32_t>(static_cast<uint32_t>(total));
+    }
+    return PrintToBufferByCore(locale, buffer, limit, terminate, format, args);
+}
+
+} // namespace
 
 int32_t PrintToBuffer(const HalvLocale *locale, char *buffer, const char *format, FormatArgs &args) noexcept {
     return PrintToBufferSink(locale, buffer, kNoBound, true, format, args);
