@@ -34,6 +34,31 @@ TEST(PrintIntegers, WidthPrecisionAndSign) {
     EXPECT_EQ(Text("[%3d]", 123456), "[123456]");
 }
 
+/* Every power of ten and the number before it, in 32 and 64 bits, through
+ * the everyday route and through the general one (a '+' sends it there):
+ * the digit count is estimated from the bit length and corrected by one
+ * compare, and digits are made four and two at a time. */
+TEST(PrintIntegers, DecimalDigitCountsAtEveryPowerOfTen) {
+    uint64_t power = 1;
+    for (int digits = 1; digits <= 20; ++digits) {
+        for (uint64_t value : {power - 1, power, power + 1}) {
+            const std::string expected = std::to_string(value);
+            EXPECT_EQ(Text("%llu", static_cast<unsigned long long>(value)), expected);
+            EXPECT_EQ(Text("%+llu", static_cast<unsigned long long>(value)), expected);
+            EXPECT_EQ(Text("[%22llu]", static_cast<unsigned long long>(value)),
+                      "[" + std::string(22 - expected.size(), ' ') + expected + "]");
+            if (value <= UINT32_MAX) {
+                EXPECT_EQ(Text("%u", static_cast<unsigned>(value)), expected);
+                EXPECT_EQ(Text("%+u", static_cast<unsigned>(value)), expected);
+            }
+        }
+        if (digits < 20)
+            power *= 10;
+    }
+    EXPECT_EQ(Text("%llu", ULLONG_MAX), "18446744073709551615");
+    EXPECT_EQ(Text("%u|%d|%d", UINT_MAX, INT_MAX, 0), "4294967295|2147483647|0");
+}
+
 TEST(PrintIntegers, UnsignedConversionsAndAlternativeForms) {
     EXPECT_EQ(Text("%u|%x|%X|%o", -1, -1, 255, 8), "4294967295|ffffffff|FF|10");
     EXPECT_EQ(Text("%+u|%+x", 5, 255), "5|ff");  /* plus has no effect */

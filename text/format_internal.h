@@ -166,12 +166,33 @@ inline int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &t
     return count;
 }
 
+/* The bytes a literal run of a format ends at: '%' and the terminator. */
+inline constexpr auto kLiteralEnds = [] {
+    struct {
+        bool at[256];
+    } t{};
+    t.at[0] = true;
+    t.at[static_cast<unsigned char>('%')] = true;
+    return t;
+}();
+
 /* The next '%' of a format, or its terminating NUL.  Literal runs between
- * directives are short, so a plain loop beats a library search here. */
+ * directives are short, so a loop beats a library search here; it looks a
+ * byte up instead of comparing it twice, and takes four per round.  Each
+ * byte is read only once the one before it is known not to end the format:
+ * nothing past the terminator is ever touched. */
 inline const char *NextPercent(const char *p) noexcept {
-    while (*p != '\0' && *p != '%')
-        ++p;
-    return p;
+    const auto ends = [](const char *at) { return kLiteralEnds.at[static_cast<unsigned char>(*at)]; };
+    for (;; p += 4) {
+        if (ends(p))
+            return p;
+        if (ends(p + 1))
+            return p + 1;
+        if (ends(p + 2))
+            return p + 2;
+        if (ends(p + 3))
+            return p + 3;
+    }
 }
 
 /* Digits of every number conversion, by case. */

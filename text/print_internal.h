@@ -170,12 +170,38 @@ int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcep
 bool PrintPlain(char *buffer, size_t limit, const char *format, FormatArgs &args, uint64_t &total) noexcept;
 bool PrintPlainToNewString(char **out, const char *format, FormatArgs &args, int32_t &result) noexcept;
 
+/* The general engine over the caller's buffer, storing at most `limit`
+ * bytes, and closing the text kept with a terminator unless told not to. */
+int32_t PrintToBufferByCore(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
+                            const char *format, FormatArgs &args) noexcept;
+
 /* The four routes of the family, one for each sink.  A null locale means the
- * fixed record. */
+ * fixed record.  The two buffer routes are thin, and inline, so that the
+ * exported functions reach the plain route with no frame between. */
+inline int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
+                                 const char *format, FormatArgs &args) noexcept {
+    uint64_t total = 0;
+    if (PrintPlain(buffer, limit, format, args, total)) {
+        if (buffer != nullptr && terminate)
+            buffer[total < limit ? total : limit] = '\0';
+        return static_cast<int32_t>(static_cast<uint32_t>(total));
+    }
+    return PrintToBufferByCore(locale, buffer, limit, terminate, format, args);
+}
+
+/* A buffer without bound has the largest limit the 32-bit count reaches. */
+inline int32_t PrintToBuffer(const HalvLocale *locale, char *buffer, const char *format, FormatArgs &args) noexcept {
+    return PrintToBufferSink(locale, buffer, UINT32_MAX, true, format, args);
+}
+
+/* At most size - 1 bytes and a terminator; none at all for size 0. */
+inline int32_t PrintToBoundedBuffer(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
+                                    FormatArgs &args) noexcept {
+    const uint32_t limit = size == 0 ? 0 : size - 1;
+    return PrintToBufferSink(locale, buffer, limit > INT32_MAX ? INT32_MAX : limit, size > 0, format, args);
+}
+
 int32_t PrintToStream(const HalvLocale *locale, HalvIO *io, const char *format, FormatArgs &args) noexcept;
-int32_t PrintToBuffer(const HalvLocale *locale, char *buffer, const char *format, FormatArgs &args) noexcept;
-int32_t PrintToBoundedBuffer(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
-                             FormatArgs &args) noexcept;
 int32_t PrintToNewString(const HalvLocale *locale, char **out, const char *format, FormatArgs &args) noexcept;
 
 } // namespace halv

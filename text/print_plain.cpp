@@ -281,7 +281,7 @@ void PutInteger(PlainOut &out, int64_t value, const PlainDirective &request) noe
 }
 
 /* Never read past the precision: the text need not be terminated there. */
-void PutText(PlainOut &out, const char *text, const PlainDirective &request) noexcept {
+[[gnu::always_inline]] inline void PutText(PlainOut &out, const char *text, const PlainDirective &request) noexcept {
     if (text == nullptr)
         text = "(nil)";
     size_t length = request.precision >= 0 ? strnlen(text, static_cast<size_t>(request.precision)) : std::strlen(text);

@@ -122,9 +122,6 @@ void BufferSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) 
     sink.dropped += static_cast<uint32_t>(count - take);
 }
 
-/* The limit of a buffer without bound: all of the 32-bit count. */
-constexpr uint32_t kNoBound = UINT32_MAX;
-
 /* ---- New string ------------------------------------------------------ */
 
 /* Makes room for count more bytes and their terminator: the capacity
@@ -174,14 +171,8 @@ int32_t PrintToStream(const HalvLocale *locale, HalvIO *io, const char *format, 
     return PrintCore(sink, format, args);
 }
 
-namespace {
-
-/* Runs the core over the caller's buffer with a limit, and closes the text
- * kept with a terminator unless told not to.  location holds the address of
- * the window's moving end.  Kept out of line: the plain route in front of
- * it should not pay for this frame. */
-[[gnu::noinline]] int32_t PrintToBufferByCore(const HalvLocale *locale, char *buffer, uint32_t limit,
-                                              bool terminate, const char *format, FormatArgs &args) noexcept {
+int32_t PrintToBufferByCore(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
+                            const char *format, FormatArgs &args) noexcept {
     PrintSink sink;
     InitSink(sink, locale, &sink.cursor, BufferSpill, nullptr);
     sink.context.outChar = OutCharThroughWindow;
@@ -195,30 +186,6 @@ namespace {
     if (buffer != nullptr && terminate) /* behind the text, or an empty string on failure */
         *sink.cursor = '\0';
     return result;
-}
-
-/* The plain route when the format allows it, else the core. */
-inline int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
-                                 const char *format, FormatArgs &args) noexcept {
-    uint64_t total = 0;
-    if (PrintPlain(buffer, limit, format, args, total)) {
-        if (buffer != nullptr && terminate)
-            buffer[total < limit ? total : limit] = '\0';
-        return static_cast<int32_t>(static_cast<uint32_t>(total));
-    }
-    return PrintToBufferByCore(locale, buffer, limit, terminate, format, args);
-}
-
-} // namespace
-
-int32_t PrintToBuffer(const HalvLocale *locale, char *buffer, const char *format, FormatArgs &args) noexcept {
-    return PrintToBufferSink(locale, buffer, kNoBound, true, format, args);
-}
-
-int32_t PrintToBoundedBuffer(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
-                             FormatArgs &args) noexcept {
-    const uint32_t limit = size == 0 ? 0 : size - 1;
-    return PrintToBufferSink(locale, buffer, limit > INT32_MAX ? INT32_MAX : limit, size > 0, format, args);
 }
 
 int32_t PrintToNewString(const HalvLocale *locale, char **out, const char *format, FormatArgs &args) noexcept {
