@@ -343,6 +343,19 @@ size_t PlaceEntry(const HalvBinArg &arg, intptr_t *out) noexcept {
 
 } // namespace
 
+namespace {
+
+/* Stores the words of a variable list at `to`, up to and with the
+ * terminator. */
+void CopyWords(intptr_t *to, va_list words) noexcept {
+    for (intptr_t word = 0; word != kTerminator; ++to) {
+        word = va_arg(words, intptr_t);
+        *to = word;
+    }
+}
+
+} // namespace
+
 extern "C" {
 
 /* Copies the words that follow list into it, terminator included; the
@@ -352,10 +365,7 @@ HALV_API int HalvBuildArgs(intptr_t *list, ...) noexcept {
         return 0;
     va_list words;
     va_start(words, list);
-    for (intptr_t word = 0; word != kTerminator; ++list) {
-        word = va_arg(words, intptr_t);
-        *list = word;
-    }
+    CopyWords(list, words);
     va_end(words);
     return 1;
 }
@@ -365,14 +375,12 @@ HALV_API int HalvBuildArgs(intptr_t *list, ...) noexcept {
 HALV_API int HalvAppendArgs(intptr_t *list, ...) noexcept {
     if (list == nullptr)
         return 0;
-    while (*list != kTerminator)
-        ++list;
+    intptr_t *end = list;
+    while (*end != kTerminator)
+        ++end;
     va_list words;
     va_start(words, list);
-    for (intptr_t word = 0; word != kTerminator; ++list) {
-        word = va_arg(words, intptr_t);
-        *list = word;
-    }
+    CopyWords(end, words);
     va_end(words);
     return 1;
 }

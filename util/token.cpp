@@ -163,6 +163,16 @@ void RewriteQuotes(char *token, size_t length, int flags) noexcept {
 
 bool QuotesOn(int flags) noexcept { return (flags & (HALV_TOKEN_SINGLE_QUOTES | HALV_TOKEN_DOUBLE_QUOTES)) != 0; }
 
+/* The next token of text from `from` on, by the delimiters and flags of a
+ * call; `resume`, when set, is where the next call goes on. */
+bool FindToken(const char *text, const char *from, const char *delimiters, int flags, TokenSpan &span,
+               const char *&resume) noexcept {
+    ByteClasses table;
+    BuildClasses(table, delimiters, flags);
+    resume = nullptr;
+    return NextToken(text, from, table, flags, span, resume);
+}
+
 } // namespace
 
 extern "C" {
@@ -170,11 +180,9 @@ extern "C" {
 HALV_API char *HalvTokenParseEx(char *text, const char *delimiters, int flags, char **next) noexcept {
     if (text == nullptr || next == nullptr)
         return nullptr;
-    ByteClasses table;
-    BuildClasses(table, delimiters, flags);
     TokenSpan span;
-    const char *resume = nullptr;
-    bool found = NextToken(text, *next, table, flags, span, resume);
+    const char *resume;
+    const bool found = FindToken(text, *next, delimiters, flags, span, resume);
     if (resume != nullptr)
         *next = const_cast<char *>(resume);
     if (!found)
@@ -194,11 +202,9 @@ HALV_API char *HalvTokenParse(char *text, const char *delimiters, char **next) n
 HALV_API char *HalvDupTokenParseEx(const char *text, const char *delimiters, int flags, const char **next) noexcept {
     if (text == nullptr || next == nullptr)
         return nullptr;
-    ByteClasses table;
-    BuildClasses(table, delimiters, flags);
     TokenSpan span;
-    const char *resume = nullptr;
-    bool found = NextToken(text, *next, table, flags, span, resume);
+    const char *resume;
+    const bool found = FindToken(text, *next, delimiters, flags, span, resume);
     if (!found) {
         if (resume != nullptr)
             *next = resume;
