@@ -341,10 +341,6 @@ size_t PlaceEntry(const HalvBinArg &arg, intptr_t *out) noexcept {
     return n;
 }
 
-} // namespace
-
-namespace {
-
 /* Stores the words of a variable list at `to`, up to and with the
  * terminator. */
 void CopyWords(intptr_t *to, va_list words) noexcept {

@@ -157,6 +157,17 @@ void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintF
  * case nothing reached the sink. */
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept;
 
+/* The capacity of the growing sink's string once it holds `needed` bytes,
+ * grown from `current`: 32 at first, then doubled until they fit; 0 when
+ * that passes the 32-bit count.  The plain route sizes its strings by the
+ * same rule, so both routes give a text the same allocation. */
+inline uint64_t GrownCapacity(uint64_t current, uint64_t needed) noexcept {
+    uint64_t capacity = current == 0 ? 32 : current * 2;
+    while (capacity < needed)
+        capacity *= 2;
+    return capacity > INT32_MAX ? 0 : capacity;
+}
+
 /* The short route of the memory sinks for plain formats: literal text,
  * "%%", and %d, %i, %u, %x, %X and %s with at most a '-' or zeros and a
  * width, 'l' or "ll" for the integers, and for %s a precision.  For any

@@ -262,22 +262,20 @@ void PutInteger(PlainOut &out, int64_t value, const PlainDirective &request) noe
         out.total += field;
         return;
     }
-    char digits[24];
-    WriteDigits(magnitude, base, set, digits + count);
+    char digits[24]; /* a sign and twenty digits */
+    char *end = digits + sizeof digits;
+    char *start = end - count;
+    WriteDigits(magnitude, base, set, end);
     if (request.zero) {
         if (negative)
             out.Put("-", 1);
         out.Fill('0', pad);
-        out.Put(digits, static_cast<size_t>(count));
+        out.Put(start, static_cast<size_t>(count));
         return;
     }
-    if (!request.left)
-        out.Fill(' ', pad);
     if (negative)
-        out.Put("-", 1);
-    out.Put(digits, static_cast<size_t>(count));
-    if (request.left)
-        out.Fill(' ', pad);
+        *--start = '-';
+    out.PutField(start, static_cast<size_t>(end - start), request);
 }
 
 /* Never read past the precision: the text need not be terminated there. */
@@ -314,15 +312,6 @@ void PutInteger(PlainOut &out, int64_t value, const PlainDirective &request) noe
         out.Put(format + outline.tailStart, static_cast<size_t>(outline.tailLength));
 }
 
-/* The capacity the growing sink ends with for a text of `length` bytes:
- * 32 doubled until it holds them, or 0 when that passes the 32-bit count. */
-uint64_t NewStringCapacity(uint64_t length) noexcept {
-    uint64_t capacity = 32;
-    while (capacity < length)
-        capacity *= 2;
-    return capacity > INT32_MAX ? 0 : capacity;
-}
-
 } // namespace
 
 bool PrintPlain(char *buffer, size_t limit, const char *format, FormatArgs &args, uint64_t &total) noexcept {
@@ -352,7 +341,7 @@ bool PrintPlainToNewString(char **out, const char *format, FormatArgs &args, int
     if (args.list != nullptr)
         va_end(copy);
     const uint64_t length = staged.total;
-    const uint64_t capacity = NewStringCapacity(length);
+    const uint64_t capacity = GrownCapacity(0, length);
     char *text = capacity != 0 ? static_cast<char *>(halv_internal_malloc(capacity + 1)) : nullptr;
     if (text != nullptr) {
         if (length <= sizeof stage) {

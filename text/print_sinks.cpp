@@ -132,10 +132,8 @@ bool GrowFor(PrintSink &sink, uint64_t count) noexcept {
     const uint64_t needed = static_cast<uint64_t>(sink.context.committed) + count;
     if (allocated && needed <= static_cast<uint64_t>(sink.context.max))
         return true;
-    uint64_t capacity = sink.context.max == 0 ? 32 : static_cast<uint64_t>(sink.context.max) * 2;
-    while (capacity < needed)
-        capacity *= 2;
-    if (capacity > INT32_MAX)
+    const uint64_t capacity = GrownCapacity(static_cast<uint64_t>(sink.context.max), needed);
+    if (capacity == 0)
         return false;
     auto *grown = static_cast<char *>(halv_internal_realloc(allocated ? sink.buffer : nullptr, capacity + 1));
     if (grown == nullptr)
