@@ -6,25 +6,17 @@ cd "$(dirname "$0")/.."
 ./scripts/deps.sh
 jobs=$(nproc)
 
-run_suite() { # build-dir sanitizer target-pattern [ctest args...]
-  local dir=$1 sanitize=$2 only=$3; shift 3
+run_suite() { # build-dir sanitizer build-target [ctest args...]
+  local dir=$1 sanitize=$2 target=$3; shift 3
   echo "== ${dir} (${sanitize:-plain}) =="
   cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALV_SANITIZE="$sanitize" >/dev/null
-  if [ -z "$only" ]; then
-    cmake --build "$dir" -j"$jobs"
-  else
-    # Build just the test programs the pass runs (and what they link).
-    local targets
-    targets=$(ls tests/ | sed -n "s/^\(${only}\)\.cpp$/\1/p")
-    # The build tree's registry names the sample bundles: build them too.
-    targets="$targets $(ls -d plugins/*/ | sed 's|plugins/\(.*\)/|dpk_\1|')"
-    cmake --build "$dir" -j"$jobs" --target $targets
-  fi
+  cmake --build "$dir" -j"$jobs" ${target:+--target "$target"}
   ctest --test-dir "$dir" --output-on-failure -j"$jobs" "$@"
 }
 
 run_suite build "" ""
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite build-asan address ""
+# The ThreadSanitizer pass: every test program that starts a thread.
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
-  run_suite build-tsan thread "test_thread_[a-z_]*" -L thread
+  run_suite build-tsan thread halv_threaded_tests -L threaded

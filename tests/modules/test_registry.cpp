@@ -1,0 +1,288 @@
+/*
+ * The registry file and the library list, with real bundles: the sample
+ * bundle dpk_halv, a second good bundle and broken ones, all beside this
+ * program.
+ */
+#include "modules/support.h"
+
+#include <cstring>
+
+using modtest::Engine;
+using modtest::Names;
+using modtest::Strings;
+using modtest::TempDir;
+
+namespace {
+
+const std::vector<std::string> kHalvFunctions = {"copy", "invert", "gain", "threshold"};
+
+/* Debug text collected through the logging callback. */
+std::string traces;
+
+void Collect(const char *text, int kind, intptr_t) {
+    if (kind == HALV_LOG_DEBUG)
+        traces += text;
+}
+
+struct TraceCapture {
+    TraceCapture() {
+        traces.clear();
+        HalvSetLoggingCallback(Collect, 0);
+        HalvSetDebug(1);
+    }
+    ~TraceCapture() {
+        HalvSetDebug(0);
+        HalvSetLoggingCallback(nullptr, 0);
+    }
+};
+
+} // namespace
+
+TEST(ModulesRegistry, RegistryFileLoadsTheSampleBundleAndDescribesIt) {
+    TempDir dir;
+    dir.Write("hvregistry.dot", "# the sample bundle\n[libraries]\nrequired: halv\n");
+    Engine engine(dir.path());
+    ASSERT_EQ(engine.started(), 1);
+
+    HalvFuncDesc **all = nullptr;
+    ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+    EXPECT_EQ(Names(all), kHalvFunctions);
+    for (uint32_t i = 0; all[i] != nullptr; ++i) {
+        SCOPED_TRACE(all[i]->name);
+        EXPECT_EQ(all[i]->inputs, 1);
+        EXPECT_EQ(all[i]->outputs, 1);
+        EXPECT_NE(all[i]->initPoint, nullptr);
+        EXPECT_NE(all[i]->description, nullptr);
+        EXPECT_NE(all[i]->documentation, nullptr);
+        EXPECT_FALSE(Strings(all[i]->args).empty());
+        EXPECT_FALSE(Strings(all[i]->categories).empty());
+        EXPECT_FALSE(Strings(all[i]->formats).empty());
+        /* fields a module doesn't give keep the defaults of a new record */
+        EXPECT_EQ(all[i]->init, nullptr);
+        EXPECT_EQ(all[i]->bits, nullptr);
+        EXPECT_EQ(all[i]->synchronous, 1);
+        EXPECT_EQ(all[i]->interleave, 15);
+        EXPECT_NE(all[i]->copy, nullptr);
+    }
+    EXPECT_EQ(Strings(all[2]->args)[0].rfind("factor:d", 0), 0u);
+    HalvFreeSmartArray(all);
+
+    HalvFuncDesc *desc = HalvAllocFuncDesc();
+    ASSERT_EQ(HalvFindAndReadFuncDesc("threshold", desc), 1);
+    EXPECT_STREQ(desc->name, "threshold");
+    EXPECT_EQ(Strings(desc->categories), (std::vector<std::string>{"point", "tone"}));
+    HalvFreeFuncDesc(desc);
+
+    HalvInitPoint init = nullptr;
+    EXPECT_EQ(HalvLoadInitPointByName("invert", &init), 1);
+    EXPECT_NE(init, nullptr);
+}
+
+TEST(ModulesRegistry, SectionsAndLabelsIgnoreCaseAndVariablesComeFirst) {
+    TempDir dir;
+    dir.Write("hvregistry.dot", "stray: before any section\n"
+                                "[Variables]\nHALV_TEST_BUNDLE_NAME: extra\n"
+                                "[elsewhere]\nrequired: nosuchbundle\n"
+                                "[LIBRARIES]\nOPTIONAL: extra\nRequired: halv\nsomething: else\n");
+    Engine engine(dir.path());
+    ASSERT_EQ(engine.started(), 1);
+    EXPECT_STREQ(HalvGetenv("HALV_TEST_BUNDLE_NAME"), "extra");
+
+    HalvFuncDesc **all = nullptr;
+    ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+    /* newest first: halv was registered after extra; "ghost" is listed by
+     * extra but not given, so it is left out */
+    EXPECT_EQ(Names(all), (std::vector<std::string>{"copy", "invert", "gain", "threshold", "describe-only", "fill"}));
+    EXPECT_EQ(all[4]->inputs, 2);
+    EXPECT_EQ(all[4]->outputs, 0);
+    EXPECT_EQ(all[4]->initPoint, nullptr);
+    EXPECT_EQ(all[4]->documentation, nullptr);
+    EXPECT_EQ(all[4]->args, nullptr);
+    HalvFreeSmartArray(all);
+
+    /* a module without an init point gives none by name */
+    HalvInitPoint init = reinterpret_cast<HalvInitPoint>(&traces);
+    EXPECT_EQ(HalvLoadInitPointByName("describe-only", &init), 0);
+    EXPECT_EQ(init, reinterpret_cast<HalvInitPoint>(&traces));
+    EXPECT_EQ(HalvLoadInitPointByName("ghost", &init), 0);
+    EXPECT_EQ(HalvLoadInitPointByName("no-such-function", &init), 0);
+    EXPECT_EQ(init, reinterpret_cast<HalvInitPoint>(&traces));
+
+    /* the other bundle's function runs by name */
+    unsigned char bytes[5] = {1, 2, 3, 4, 5};
+    int32_t value = 0x5A;
+    intptr_t args[8];
+    HalvBuildArgs(args, HALV_ARG("value:i"), HALV_ARG(&value), HALV_ARG_NULL, HALV_ARG_END);
+    HalvState *state = nullptr;
+    ASSERT_EQ(HalvCallInitByName("fill", args, &state), 1);
+    void *out = nullptr;
+    uint32_t outBytes = 0, outLines = 0;
+    ASSERT_EQ(HalvProcessSISO(state, bytes, 5, 1, &out, &outBytes, &outLines), 1);
+    EXPECT_EQ(outBytes, 5u);
+    for (unsigned char b : bytes)
+        EXPECT_EQ(b, 0x5A);
+    EXPECT_EQ(HalvCallEnd(state), 1);
+}
+
+TEST(ModulesRegistry, FailingBundlesAtStartUp) {
+    {
+        SCOPED_TRACE("a required bundle that isn't there fails start-up, earlier ones stay");
+        TempDir dir;
+        dir.Write("hvregistry.dot", "[libraries]\nrequired: extra\nrequired: nosuchbundle\noptional: halv\n");
+        TraceCapture capture;
+        Engine engine(dir.path());
+        EXPECT_EQ(engine.started(), 0);
+        EXPECT_NE(traces.find("Failed to open shared library<nosuchbundle>.\n"), std::string::npos);
+        EXPECT_NE(traces.find("Failed to register the library<nosuchbundle>.\n"), std::string::npos);
+        HalvFuncDesc **all = nullptr;
+        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+        EXPECT_EQ(Names(all), (std::vector<std::string>{"describe-only", "fill"}));
+        HalvFreeSmartArray(all);
+        /* started once all the same: one end pass stops it */
+        EXPECT_EQ(HalvernEnd(), 1);
+        EXPECT_EQ(HalvernInit(), 0); /* a new first start reads the registry again */
+    }
+    {
+        SCOPED_TRACE("optional bundles that are missing or broken are passed over");
+        TempDir dir;
+        dir.Write("hvregistry.dot", "[libraries]\noptional: nosuchbundle\noptional: oldmajor\n"
+                                    "optional: nolist\nrequired: halv\n");
+        TraceCapture capture;
+        Engine engine(dir.path());
+        EXPECT_EQ(engine.started(), 1);
+        EXPECT_NE(traces.find("Library bundle 'oldmajor' opened with a different Halvern major version 2."),
+                  std::string::npos);
+        EXPECT_NE(traces.find("Registered the library halv with a version of 3.8.0 and timestamp of"),
+                  std::string::npos);
+        HalvFuncDesc **all = nullptr;
+        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+        EXPECT_EQ(Names(all), kHalvFunctions);
+        HalvFreeSmartArray(all);
+    }
+    for (const char *broken : {"oldmajor", "nolist"}) {
+        SCOPED_TRACE(std::string("a required bundle that is broken: ") + broken);
+        TempDir dir;
+        dir.Write("hvregistry.dot", std::string("[libraries]\nrequired: ") + broken + "\n");
+        Engine engine(dir.path());
+        EXPECT_EQ(engine.started(), 0);
+        HalvFuncDesc **all = nullptr;
+        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+        EXPECT_EQ(all[0], nullptr);
+        HalvFreeSmartArray(all);
+    }
+}
+
+TEST(ModulesRegistry, WithoutRegistryFileTheHalvBundleIsOptional) {
+    TempDir dir; /* empty: no registry file on the path */
+    TraceCapture capture;
+    Engine engine(dir.path());
+    ASSERT_EQ(engine.started(), 1);
+    EXPECT_NE(traces.find("No registry file found, using default of halv.\n"), std::string::npos);
+    HalvFuncDesc **all = nullptr;
+    ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+    EXPECT_EQ(Names(all), kHalvFunctions);
+    HalvFreeSmartArray(all);
+}
+
+TEST(ModulesRegistry, MalformedRegistryFilesLoadWhatTheyCan) {
+    {
+        TempDir dir;
+        /* a label with no value at the very end is dropped */
+        dir.Write("hvregistry.dot", "[libraries]\noptional: extra\n<item>\n\"a string\"\nrequired:");
+        Engine engine(dir.path());
+        EXPECT_EQ(engine.started(), 1);
+        HalvFuncDesc **all = nullptr;
+        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+        EXPECT_EQ(Names(all), (std::vector<std::string>{"describe-only", "fill"}));
+        HalvFreeSmartArray(all);
+    }
+    {
+        TempDir dir;
+        /* a bundle name far past any buffer: refused, not a crash */
+        dir.Write("hvregistry.dot", "[libraries]\noptional: " + std::string(5000, 'x') + "\nrequired: " +
+                                        std::string(60, 'y') + "\n");
+        Engine engine(dir.path());
+        EXPECT_EQ(engine.started(), 0);
+    }
+    {
+        TempDir dir;
+        dir.Write("hvregistry.dot", ""); /* empty, but there: no default bundle */
+        Engine engine(dir.path());
+        EXPECT_EQ(engine.started(), 1);
+        HalvFuncDesc **all = nullptr;
+        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+        EXPECT_EQ(all[0], nullptr);
+        HalvFreeSmartArray(all);
+    }
+}
+
+TEST(ModulesRegistry, SameBundleTwiceIsOneLibraryWithTwoRegistrations) {
+    TempDir dir;
+    dir.Write("hvregistry.dot", "[libraries]\nrequired: extra\noptional: extra\n");
+    Engine engine(dir.path());
+    ASSERT_EQ(engine.started(), 1);
+
+    HalvLibrary *library = nullptr;
+    ASSERT_EQ(HalvRegisterLibrary("extra", &library), 1);
+    EXPECT_EQ(library->refCount, 3u);
+    const HalvBundleVersion *version = HalvGetLibraryVersion(library);
+    ASSERT_NE(version, nullptr);
+    EXPECT_EQ(version->major, 3);
+    EXPECT_STREQ(version->version, "1.2.3");
+
+    HalvFuncDesc **mine = nullptr;
+    ASSERT_EQ(HalvGetAllLibraryFuncDesc(library, &mine), 1);
+    EXPECT_EQ(Names(mine), (std::vector<std::string>{"describe-only", "fill"}));
+    HalvFreeSmartArray(mine);
+
+    EXPECT_EQ(HalvUnregisterLibrary(library), 1);
+    EXPECT_EQ(library->refCount, 2u);
+    EXPECT_EQ(HalvUnregisterLibrary(nullptr), 0);
+    HalvLibrary stranger = {};
+    EXPECT_EQ(HalvUnregisterLibrary(&stranger), 0);
+    EXPECT_EQ(HalvGetLibraryVersion(nullptr), nullptr);
+    EXPECT_EQ(HalvGetAllLibraryFuncDesc(nullptr, &mine), 0);
+}
+
+TEST(ModulesRegistry, HostRegistrationsAndRefusals) {
+    TempDir dir;
+    dir.Write("hvregistry.dot", "[libraries]\n");
+    Engine engine(dir.path());
+    ASSERT_EQ(engine.started(), 1);
+
+    HalvLibrary *library = reinterpret_cast<HalvLibrary *>(&traces);
+    EXPECT_EQ(HalvRegisterLibrary("nosuchbundle", &library), -1);
+    EXPECT_EQ(library, nullptr);
+    EXPECT_EQ(HalvRegisterLibrary("oldmajor", &library), -1);
+    EXPECT_EQ(HalvRegisterLibrary("nolist", &library), -1);
+    EXPECT_EQ(HalvRegisterLibrary(std::string(40, 'z').c_str(), &library), -1);
+    EXPECT_EQ(HalvRegisterLibrary(nullptr, &library), 0);
+    EXPECT_EQ(HalvRegisterLibrary("halv", nullptr), 0);
+
+    HalvFuncDesc *desc = HalvAllocFuncDesc();
+    desc->inputs = 77;
+    EXPECT_EQ(HalvFindAndReadFuncDesc("copy", desc), -1); /* nothing registered yet */
+    EXPECT_EQ(desc->inputs, 77);
+    EXPECT_EQ(desc->name, nullptr);
+
+    ASSERT_EQ(HalvRegisterLibrary("halv", &library), 1);
+    EXPECT_EQ(library->refCount, 1u);
+    EXPECT_EQ(HalvFindAndReadFuncDesc("copy", desc), 1);
+    EXPECT_EQ(desc->inputs, 1);
+    EXPECT_STREQ(desc->name, "copy");
+    EXPECT_EQ(HalvFindAndReadFuncDesc("gain", desc), 1); /* refilled, the old texts released */
+    EXPECT_STREQ(desc->name, "gain");
+    HalvFreeFuncDesc(desc);
+
+    EXPECT_EQ(HalvUnregisterLibrary(library), 1);
+    EXPECT_EQ(HalvUnregisterLibrary(library), 0); /* gone from the list */
+    HalvFuncDesc **all = nullptr;
+    ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
+    EXPECT_EQ(all[0], nullptr);
+    HalvFreeSmartArray(all);
+    EXPECT_EQ(HalvFindAllFuncDesc(nullptr), 0);
+    HalvState *state = nullptr;
+    intptr_t args[1] = {HALV_ARG_END};
+    EXPECT_EQ(HalvCallInitByName("copy", args, &state), 0);
+    EXPECT_EQ(state, nullptr);
+}

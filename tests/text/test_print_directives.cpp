@@ -1,0 +1,346 @@
+/*
+ * tests/test_text_print_directives.cpp - the directives of the print engine:
+ * integers and their qualifiers, characters, strings, pointers, counts,
+ * literal text, and the formats the parser refuses.
+ */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <random>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "text/print_support.h"
+
+namespace {
+
+TEST(PrintIntegers, WidthPrecisionAndSign) {
+    EXPECT_EQ(Text("%d", INT_MIN), "-2147483648");
+    EXPECT_EQ(Text("%d|%i", 0, -7), "0|-7");
+    EXPECT_EQ(Print("%.0d", 0), (Printed{0, ""}));
+    EXPECT_EQ(Text("[%5.0d]", 0), "[     ]");
+    EXPECT_EQ(Text("[%+.0d]", 0), "[+]");
+    EXPECT_EQ(Text("%#.0o", 0), "0");
+    EXPECT_EQ(Text("[%5.3d]", 42), "[  042]");
+    EXPECT_EQ(Text("[%-5.3d]", 42), "[042  ]");
+    EXPECT_EQ(Text("[%05d]", -42), "[-0042]");
+    EXPECT_EQ(Text("[%08.3d]", 42), "[     042]");
+    EXPECT_EQ(Text("[%-05d]", 42), "[42   ]");  /* '0' after '-' reads as width */
+    EXPECT_EQ(Text("[%0-5d]", 42), "[42   ]");  /* '-' turns zero padding off */
+    EXPECT_EQ(Text("[%+d|% d|%+ d]", 5, 5, 5), "[+5| 5|+5]");
+    EXPECT_EQ(Text("[%5d|%-5d|%+5d]", 42, 42, 42), "[   42|42   |  +42]");
+    EXPECT_EQ(Text("[%3d]", 123456), "[123456]");
+}
+
+/* Every power of ten and the number before it, in 32 and 64 bits, through
+ * the everyday route and through the general one (a '+' sends it there):
+ * the digit count is estimated from the bit length and corrected by one
+ * compare, and digits are made four and two at a time. */
+TEST(PrintIntegers, DecimalDigitCountsAtEveryPowerOfTen) {
+    uint64_t power = 1;
+    for (int digits = 1; digits <= 20; ++digits) {
+        for (uint64_t value : {power - 1, power, power + 1}) {
+            const std::string expected = std::to_string(value);
+            EXPECT_EQ(Text("%llu", static_cast<unsigned long long>(value)), expected);
+            EXPECT_EQ(Text("%+llu", static_cast<unsigned long long>(value)), expected);
+            EXPECT_EQ(Text("[%22llu]", static_cast<unsigned long long>(value)),
+                      "[" + std::string(22 - expected.size(), ' ') + expected + "]");
+            if (value <= UINT32_MAX) {
+                EXPECT_EQ(Text("%u", static_cast<unsigned>(value)), expected);
+                EXPECT_EQ(Text("%+u", static_cast<unsigned>(value)), expected);
+            }
+        }
+        if (digits < 20)
+            power *= 10;
+    }
+    EXPECT_EQ(Text("%llu", ULLONG_MAX), "18446744073709551615");
+    EXPECT_EQ(Text("%u|%d|%d", UINT_MAX, INT_MAX, 0), "4294967295|2147483647|0");
+}
+
+TEST(PrintIntegers, UnsignedConversionsAndAlternativeForms) {
+    EXPECT_EQ(Text("%u|%x|%X|%o", -1, -1, 255, 8), "4294967295|ffffffff|FF|10");
+    EXPECT_EQ(Text("%+u|%+x", 5, 255), "5|ff");  /* plus has no effect */
+    EXPECT_EQ(Text("% u|% x|% o", 5, 255, 8), " 5| ff| 10");  /* blank does */
+    EXPECT_EQ(Text("%#x|%#X|%#o", 255, 255, 8), "0xff|0XFF|010");
+    EXPECT_EQ(Text("%#x|%#o", 0, 0), "0|0");
+    EXPECT_EQ(Text("[%#08x]", 255), "[0x0000ff]");
+    EXPECT_EQ(Text("[%#8x]", 255), "[    0xff]");
+    EXPECT_EQ(Text("[%-#8x]", 255), "[0xff    ]");
+    /* Octal's '0' prefix is left out where precision zeros supply it, and
+     * kept where left-adjust leaves the count of zeros at nothing. */
+    EXPECT_EQ(Text("[%#.3o]", 8), "[010]");
+    EXPECT_EQ(Text("[%#.1o]", 8), "[010]");
+    EXPECT_EQ(Text("[%#-.3o]", 8), "[0010]");
+    EXPECT_EQ(Text("[%#06o]", 8), "[000010]");
+}
+
+TEST(PrintIntegers, SizesFollowThePlatformWords) {
+    EXPECT_EQ(Text("%hd|%hhd|%hu", 70000, 300, -1), "70000|300|4294967295");
+    EXPECT_EQ(Text("%ld|%lu", LONG_MIN, ULONG_MAX), "-9223372036854775808|18446744073709551615");
+    EXPECT_EQ(Text("%lld|%llx", LLONG_MIN, ULLONG_MAX), "-9223372036854775808|ffffffffffffffff");
+    EXPECT_EQ(Text("%jd|%I64d|%I64u", static_cast<intmax_t>(-5), INT64_MIN, UINT64_MAX),
+              "-5|-9223372036854775808|18446744073709551615");
+    EXPECT_EQ(Text("%zd|%zu", static_cast<size_t>(-1), static_cast<size_t>(7)), "18446744073709551615|7");
+    EXPECT_EQ(Text("%td|%tx", static_cast<ptrdiff_t>(-5), static_cast<ptrdiff_t>(-1)), "-5|ffffffffffffffff");
+    EXPECT_EQ(Text("%I8d|%I16d|%I32d|%I32u", -1, 70000, INT_MIN, -1), "-1|70000|-2147483648|4294967295");
+    EXPECT_EQ(Text("%Ld|%Lu", -3, 3), "-3|3");  /* L has no effect on integers */
+    /* A size behind an I size is taken, and the I decides the width. */
+    EXPECT_EQ(Text("%I64hd|%I32lld|%d", INT64_MIN, 7, 8), "-9223372036854775808|7|8");
+    int64_t wide = -1;
+    int32_t narrow = -1;
+    EXPECT_EQ(Text("ab%I64hn|%I32lln", &wide, &narrow), "ab|");
+    EXPECT_EQ(wide, 2);
+    EXPECT_EQ(narrow, 3);
+    /* Arguments after a 64-bit one still line up. */
+    EXPECT_EQ(Text("%lld %d %ld %d", 1LL << 40, 2, 3L, 4), "1099511627776 2 3 4");
+}
+
+TEST(PrintIntegers, BaseQualifier) {
+    EXPECT_EQ(Text("%..2i|%..8i|%..16i|%..36i", 5, 8, 255, 35), "101|10|ff|z");
+    EXPECT_EQ(Text("%#..2i|%#..2u|%#..16i|%#..8u", 5, 5, 255, 8), "0b101|0b101|0xff|010");
+    EXPECT_EQ(Text("%..3i|%..3i", -10, 0), "-101|0");
+    EXPECT_EQ(Text("%.5.2i|%8..2i", 5, 5), "00101|     101");
+    EXPECT_EQ(Text("%..2u", -1), "11111111111111111111111111111111");
+    EXPECT_EQ(Text("%..2llu", ~0ULL).size(), 64u);
+    EXPECT_EQ(Text("%..*i", 2, 6), "110");
+    /* d, o and x keep their base, but a '*' base still takes its argument. */
+    EXPECT_EQ(Text("%..2d|%..2x|%..2o", 5, 255, 8), "5|ff|10");
+    EXPECT_EQ(Text("%..*d %d", 2, 5, 6), "5 6");
+    /* A base argument out of range falls back to the conversion's own. */
+    EXPECT_EQ(Text("%..*i|%..*i", 1, 42, 99, 42), "42|42");
+    EXPECT_EQ(Text("%..i", 42), "42");
+}
+
+TEST(PrintIntegers, StarArguments) {
+    EXPECT_EQ(Text("[%*d]", -5, 42), "[42   ]");
+    EXPECT_EQ(Text("[%0*d]", -5, 42), "[42   ]");
+    EXPECT_EQ(Text("[%*d]", 5, 42), "[   42]");
+    EXPECT_EQ(Text("[%.*d]", 3, 7), "[007]");
+    EXPECT_EQ(Text("[%.*d]", -1, 0), "[0]");  /* negative precision: none */
+    EXPECT_EQ(Text("[%*.*d]", 6, 3, 7), "[   007]");
+    EXPECT_EQ(Text("[%*.*.*i]", 8, 4, 2, 5), "[    0101]");
+    /* A later width overrides an earlier one; the '*' still takes its argument. */
+    EXPECT_EQ(Text("[%*3d]", 9, 1), "[  1]");
+    EXPECT_EQ(Text("[%3*d]", 5, 1), "[    1]");
+}
+
+TEST(PrintCharacters, CharactersStringsAndEscapes) {
+    EXPECT_EQ(Text("%c%c%lc", 'a', 'b', 'c'), "abc");
+    EXPECT_EQ(Text("[%3c|%-3c|%03c]", 'x', 'y', 'z'), "[  x|y  |  z]");
+    EXPECT_EQ(Print("%c", 0).result, 1);  /* the NUL byte counts */
+    EXPECT_EQ(Text("%#c%#c%#c%#c", '\n', 1, 0xff, '\\'), "\\n\\x01\\xff\\\\");
+    EXPECT_EQ(Text("%.3s|%s|%.2s|%.0s|", "abcdef", static_cast<char *>(nullptr),
+                   static_cast<char *>(nullptr), "abc"),
+              "abc|(nil)|(n||");
+    EXPECT_EQ(Text("[%8s|%-8s|%08s]", "abc", "abc", "abc"), "[     abc|abc     |     abc]");
+    EXPECT_EQ(Text("[%-3.1s]", "xyz"), "[x  ]");
+    EXPECT_EQ(Text("%ls", "wide is bytes"), "wide is bytes");
+    EXPECT_EQ(Text("%#s", "q\"\\\a\b\t\n\v\f\r\x7f\x80 ~"),
+              "q\"\\\\\\a\\b\\t\\n\\v\\f\\r\\x7f\\x80 ~");
+    /* Width counts the text's own bytes, not what escapes add. */
+    EXPECT_EQ(Text("[%#5s]", "\n"), "[    \\n]");
+    /* UTF-8 text is bytes: width and precision count bytes. */
+    EXPECT_EQ(Text("[%5s]", "\xc3\xa9"), "[   \xc3\xa9]");
+    EXPECT_EQ(Text("[%.1s]", "\xc3\xa9"), "[\xc3]");
+    /* A precision bounds the read: the text needs no terminator there. */
+    const char unterminated[3] = {'x', 'y', 'z'};
+    EXPECT_EQ(Text("%.3s", unterminated), "xyz");
+    EXPECT_EQ(Text("%.2s", unterminated), "xy");
+}
+
+TEST(PrintPointers, NilAndDigits) {
+    EXPECT_EQ(Text("[%p]", static_cast<void *>(nullptr)), "[(nil)]");
+    EXPECT_EQ(Text("[%20p|%-20p]", static_cast<void *>(nullptr), static_cast<void *>(nullptr)), "[(nil)|(nil)]");
+    EXPECT_EQ(Text("%p", reinterpret_cast<void *>(0x1234)), "0x00001234");
+    EXPECT_EQ(Text("%p", reinterpret_cast<void *>(0x123456789abcULL)), "0x123456789abc");
+    EXPECT_EQ(Text("%p", reinterpret_cast<void *>(~uintptr_t{0})), "0xffffffffffffffff");
+    EXPECT_EQ(Text("[%30p]", reinterpret_cast<void *>(0xab)), "[0x000000ab]");  /* width is fixed */
+}
+
+TEST(PrintCounts, StoresWhatTheSinkTookBySize) {
+    int32_t n32 = -1;
+    int16_t n16[2] = {-1, 0x5a5a};
+    int64_t n64 = -1, nll = -1, nz = -1;
+    EXPECT_EQ(Print("abc%n%hn%ln%lln%zn|", &n32, &n16[0], &n64, &nll, &nz), (Printed{4, "abc|"}));
+    EXPECT_EQ(n32, 3);
+    EXPECT_EQ(n16[0], 3);
+    EXPECT_EQ(n16[1], 0x5a5a);  /* 16 bits, no more */
+    EXPECT_EQ(n64, 3);
+    EXPECT_EQ(nll, 3);
+    EXPECT_EQ(nz, 3);
+    EXPECT_EQ(Print("a%nb", static_cast<int *>(nullptr)), (Printed{2, "ab"}));
+    /* On a bounded buffer the count stops at the limit, the result doesn't. */
+    char small[4];
+    int32_t count = -1;
+    EXPECT_EQ(HalvSNPrintf(small, sizeof small, "abcdef%n", &count), 6);
+    EXPECT_EQ(count, 3);
+    EXPECT_STREQ(small, "abc");
+}
+
+TEST(PrintLiterals, TextPercentAndUtf8) {
+    EXPECT_EQ(Print(""), (Printed{0, ""}));
+    EXPECT_EQ(Print("plain"), (Printed{5, "plain"}));
+    EXPECT_EQ(Text("100%%|%%d|%%%d", 7), "100%|%d|%7");
+    EXPECT_EQ(Text("\xc3\xa9t\xc3\xa9 %d \xe2\x82\xac", 5), "\xc3\xa9t\xc3\xa9 5 \xe2\x82\xac");
+    /* Bytes that start no valid sequence are copied one by one. */
+    EXPECT_EQ(Print("\xff%d\x80\xc3", 1), (Printed{4, "\xff" "1\x80\xc3"}));
+    EXPECT_EQ(Text("\xc3%d", 2), "\xc3" "2");
+}
+
+TEST(PrintMalformed, RefusedFormatsWriteNothing) {
+    const char *const malformed[] = {
+        "%y", "%b", "%B", "%C", "%S", "%D", "%O", "%U", "%k", "%1$d", "%'d", "%^d", "%[a]", "%hhhd", "%lllu",
+        "%I5d", "%Id", "%I320d", "%hI32d", "%I32I32d", "%...2i", "%..37i", "%..1i", "%..0i", "x%", "%5",
+        "%-", "%.", "%\xc3\xa9",
+    };
+    for (const char *format : malformed) {
+        SCOPED_TRACE(format);
+        char buffer[32];
+        std::memset(buffer, 'Z', sizeof buffer);
+        EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, format, 1, 2, 3), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(buffer[0], '\0');
+        std::memset(buffer, 'Z', sizeof buffer);
+        EXPECT_EQ(HalvSPrintf(buffer, format, 1, 2, 3), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(buffer[0], '\0');
+        char *allocated = reinterpret_cast<char *>(&buffer);
+        EXPECT_EQ(HalvASPrintf(&allocated, format, 1, 2, 3), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(allocated, nullptr);
+    }
+    /* Text before the bad directive is not written either, nor are fields
+     * of everyday directives before it: the terminator is the one byte that
+     * changes, in every memory sink. */
+    char buffer[32] = "unchanged";
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "lots of text %d then %y", 1), HALV_FORMAT_MALFORMED);
+    EXPECT_STREQ(buffer, "");
+    for (const char *format : {"%d %s %-5x %y", "%s %s %.2s %d %hhhd", "%d %5d%%%08x %lllu"}) {
+        SCOPED_TRACE(format);
+        char untouched[48];
+        std::memset(untouched, 'Z', sizeof untouched);
+        EXPECT_EQ(HalvSNPrintf(untouched, sizeof untouched, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(untouched[0], '\0');
+        EXPECT_EQ(std::string(untouched + 1, sizeof untouched - 1), std::string(sizeof untouched - 1, 'Z'));
+        std::memset(untouched, 'Z', sizeof untouched);
+        EXPECT_EQ(HalvSPrintf(untouched, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(std::string(untouched + 1, sizeof untouched - 1), std::string(sizeof untouched - 1, 'Z'));
+    }
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, nullptr), HALV_FORMAT_MALFORMED);
+    /* Qualifiers in any order and repeated are fine. */
+    EXPECT_EQ(Text("%-+-+5d|%hhd|%lld|%jd|%zu", 1, 2, 3LL, static_cast<intmax_t>(4), size_t{5}), "+1   |2|3|4|5");
+}
+
+/* A format of n directives "%d", and the array of pointers it needs. */
+std::string Directives(int n) {
+    std::string format;
+    for (int i = 0; i < n; ++i)
+        format += "%d,";
+    return format;
+}
+
+TEST(PrintLimits, SixtyFourArguments) {
+    std::vector<int> values(65);
+    std::vector<void *> pointers(65);
+    std::string expected;
+    for (int i = 0; i < 65; ++i) {
+        values[i] = i * 3;
+        pointers[i] = &values[i];
+        if (i < 64)
+            expected += std::to_string(i * 3) + ",";
+    }
+    char buffer[1024];
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, Directives(64).c_str(), pointers.data()),
+              static_cast<int32_t>(expected.size()));
+    EXPECT_EQ(buffer, expected);
+
+    std::strcpy(buffer, "unchanged");
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, Directives(65).c_str(), pointers.data()),
+              HALV_FORMAT_TOO_MANY_ARGS);
+    EXPECT_STREQ(buffer, "");
+    /* The parse fails before any argument is fetched, so none are needed. */
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, Directives(100).c_str()), HALV_FORMAT_TOO_MANY_ARGS);
+    /* The limit is tested before the directive is read: a malformed 65th
+     * directive is too many, a malformed 64th is malformed. */
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(64) + "%y").c_str(), pointers.data()),
+              HALV_FORMAT_TOO_MANY_ARGS);
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(63) + "%y").c_str(), pointers.data()),
+              HALV_FORMAT_MALFORMED);
+
+    /* '*' arguments count: 32 "%*d" take all 64 entries, one more is too many,
+     * also when only the '*' of the last directive would still fit. */
+    std::string stars, padded;
+    for (int i = 0; i < 32; ++i) {
+        stars += "%*d";
+        const std::string digits = std::to_string(values[2 * i + 1]);
+        padded += std::string(std::max(0, values[2 * i] - static_cast<int>(digits.size())), ' ') + digits;
+    }
+    std::vector<char> wide(8192);
+    EXPECT_EQ(HalvLSNPrintf(wide.data(), 8192, stars.c_str(), pointers.data()),
+              static_cast<int32_t>(padded.size()));
+    EXPECT_EQ(wide.data(), padded);
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (stars + "%d").c_str(), pointers.data()),
+              HALV_FORMAT_TOO_MANY_ARGS);
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(63) + "%*d").c_str(), pointers.data()),
+              HALV_FORMAT_TOO_MANY_ARGS);
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(62) + "%.*.*i").c_str(), pointers.data()),
+              HALV_FORMAT_TOO_MANY_ARGS);
+}
+
+TEST(PrintLimits, HostileWidthsAndPrecisions) {
+    char buffer[16];
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%2147483647d", 1), INT32_MAX);
+    EXPECT_STREQ(buffer, "               ");
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%99999999999999999999d", 1), INT32_MAX);
+    EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%.2147483647d", 1), INT32_MAX);
+    EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%-2147483647s", "x"), INT32_MAX);
+    EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%.2147483647s", "short"), 5);
+    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%*d", INT_MIN, 1), INT32_MAX);
+    EXPECT_STREQ(buffer, "1              ");
+}
+
+} // namespace
+
+namespace {
+
+/* Random formats from the bytes directives are made of.  Every argument
+ * entry points at a zeroed block of its own, which reads as 0, as an empty
+ * string and as a target for %n, so any format is safe to run.  Whatever
+ * comes out, the sinks must agree with each other and nothing may crash. */
+TEST(PrintRobustness, RandomFormatsAgreeAcrossSinks) {
+    static const char kAlphabet[] = "%%%%%dxXsSfFeEgGaAcpnio[].*-+ #0123456789hlLzjtIu\xc3\xa9q$'";
+    alignas(16) static unsigned char blocks[64][32];
+    std::vector<void *> pointers;
+    for (auto &block : blocks)
+        pointers.push_back(block);
+    std::mt19937 random(99);
+    for (int round = 0; round < 20000; ++round) {
+        std::string format;
+        const int length = std::uniform_int_distribution<int>(0, 24)(random);
+        for (int i = 0; i < length; ++i)
+            format += kAlphabet[std::uniform_int_distribution<size_t>(0, sizeof kAlphabet - 2)(random)];
+        SCOPED_TRACE(format);
+        std::memset(blocks, 0, sizeof blocks);
+        const int32_t measured = HalvLSNPrintf(nullptr, 0, format.c_str(), pointers.data());
+        if (measured < 0) {
+            EXPECT_TRUE(measured == HALV_FORMAT_MALFORMED || measured == HALV_FORMAT_TOO_MANY_ARGS);
+            continue;
+        }
+        ASSERT_LT(measured, 1 << 20);
+        std::vector<char> unbounded(static_cast<size_t>(measured) + 1, 'Z');
+        std::memset(blocks, 0, sizeof blocks);
+        EXPECT_EQ(HalvLSPrintf(unbounded.data(), format.c_str(), pointers.data()), measured);
+        EXPECT_EQ(unbounded[static_cast<size_t>(measured)], '\0');
+        char *allocated = nullptr;
+        std::memset(blocks, 0, sizeof blocks);
+        EXPECT_EQ(HalvLASPrintf(&allocated, format.c_str(), pointers.data()), measured);
+        ASSERT_NE(allocated, nullptr);
+        EXPECT_EQ(std::memcmp(allocated, unbounded.data(), static_cast<size_t>(measured) + 1), 0);
+        halv_internal_free(allocated);
+        RecordingStream stream;
+        std::memset(blocks, 0, sizeof blocks);
+        EXPECT_EQ(HalvIOLPrintf(stream.io, format.c_str(), pointers.data()), measured);
+        EXPECT_EQ(stream.taken, std::string(unbounded.data(), static_cast<size_t>(measured)));
+    }
+}
+
+} // namespace

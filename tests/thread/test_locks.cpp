@@ -1,0 +1,293 @@
+/*
+ * Critical sections, mutexes and semaphores: null tolerance, recursion,
+ * exclusion under contention from real threads, time-outs that expire and
+ * ones that are met, and the entries the kinds of cell share.
+ */
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "thread/support.h"
+
+using halvtest::Attempt;
+using halvtest::kPatienceMs;
+using halvtest::MillisSince;
+
+namespace {
+
+TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
+    EXPECT_EQ(HalvEnterCriticalSection(nullptr), 1);
+    EXPECT_EQ(HalvLeaveCriticalSection(nullptr), 1);
+    EXPECT_EQ(HalvFreeCriticalSection(nullptr), 1);
+    EXPECT_EQ(HalvLockMutex(nullptr), 1);
+    EXPECT_EQ(HalvTryLockMutex(nullptr), 1);
+    EXPECT_EQ(HalvUnlockMutex(nullptr), 1);
+    EXPECT_EQ(HalvFreeMutex(nullptr), 1);
+    EXPECT_EQ(HalvWaitSemaphore(nullptr), 1);
+    EXPECT_EQ(HalvTryWaitSemaphore(nullptr), 1);
+    EXPECT_EQ(HalvTimedWaitSemaphore(nullptr, 10), 1);
+    EXPECT_EQ(HalvPostSemaphore(nullptr), 1);
+    EXPECT_EQ(HalvFreeSemaphore(nullptr), 1);
+    EXPECT_EQ(HalvSetEvent(nullptr), 1);
+    EXPECT_EQ(HalvResetEvent(nullptr), 1);
+    EXPECT_EQ(HalvPulseEvent(nullptr), 1);
+    EXPECT_EQ(HalvWaitSingleEvent(nullptr, HALV_WAIT_FOREVER), 1);
+    EXPECT_EQ(HalvFreeEvent(nullptr), 1);
+    EXPECT_EQ(HalvSignalConditional(nullptr), 1);
+    EXPECT_EQ(HalvBroadcastConditional(nullptr), 1);
+    EXPECT_EQ(HalvFreeConditional(nullptr), 1);
+
+    HalvMutex mutex = nullptr;
+    HalvConditional conditional = nullptr;
+    ASSERT_EQ(HalvInitMutex(&mutex), 1);
+    ASSERT_EQ(HalvInitConditional(&conditional), 1);
+    EXPECT_EQ(HalvWaitConditional(nullptr, mutex), 1);
+    EXPECT_EQ(HalvWaitConditional(conditional, nullptr), 1);
+    EXPECT_EQ(HalvTimedWaitConditional(nullptr, mutex, HALV_WAIT_FOREVER), 1);
+    EXPECT_EQ(HalvTimedWaitConditional(conditional, nullptr, HALV_WAIT_FOREVER), 1);
+    /* Nothing was done with the mutex: another thread can take it. */
+    {
+        Attempt other([&] {
+            EXPECT_EQ(HalvTryLockMutex(mutex), 1);
+            EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+        });
+        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    }
+    EXPECT_EQ(HalvFreeConditional(conditional), 1);
+    EXPECT_EQ(HalvFreeMutex(mutex), 1);
+
+    EXPECT_EQ(HalvInitCriticalSection(nullptr), 0);
+    EXPECT_EQ(HalvInitMutex(nullptr), 0);
+    EXPECT_EQ(HalvInitSemaphore(nullptr, 0), 0);
+    EXPECT_EQ(HalvInitEvent(nullptr, 1, 0), 0);
+    EXPECT_EQ(HalvInitConditional(nullptr), 0);
+    EXPECT_EQ(HalvTLSAlloc(nullptr), 0);
+}
+
+TEST(ThreadCriticalSection, RecursiveForItsOwnerExclusiveForOthers) {
+    HalvCriticalSection section = nullptr;
+    ASSERT_EQ(HalvInitCriticalSection(&section), 1);
+    ASSERT_NE(section, nullptr);
+    EXPECT_EQ(HalvEnterCriticalSection(section), 1);
+    EXPECT_EQ(HalvEnterCriticalSection(section), 1);
+    Attempt other([&] {
+        HalvEnterCriticalSection(section);
+        HalvLeaveCriticalSection(section);
+    });
+    EXPECT_FALSE(other.DoneWithin(100));
+    EXPECT_EQ(HalvLeaveCriticalSection(section), 1);
+    EXPECT_FALSE(other.DoneWithin(50)) << "one leave released a section entered twice";
+    EXPECT_EQ(HalvLeaveCriticalSection(section), 1);
+    EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    EXPECT_EQ(HalvFreeCriticalSection(section), 1);
+}
+
+/* Many threads add to a plain counter under one lock; a lost update (or,
+ * under the thread sanitizer, a race) shows a broken lock. */
+template <class Enter, class Leave> long CountUnderLock(Enter enter, Leave leave, int threads, int rounds) {
+    long counter = 0;
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t)
+        workers.emplace_back([&] {
+            for (int i = 0; i < rounds; ++i) {
+                enter();
+                long seen = counter;
+                std::this_thread::yield();
+                counter = seen + 1;
+                leave();
+            }
+        });
+    for (auto &worker : workers)
+        worker.join();
+    return counter;
+}
+
+TEST(ThreadCriticalSection, ExcludesUnderContention) {
+    HalvCriticalSection section = nullptr;
+    ASSERT_EQ(HalvInitCriticalSection(&section), 1);
+    long total = CountUnderLock(
+        [&] {
+            HalvEnterCriticalSection(section);
+            HalvEnterCriticalSection(section);
+        },
+        [&] {
+            HalvLeaveCriticalSection(section);
+            HalvLeaveCriticalSection(section);
+        },
+        4, 2000);
+    EXPECT_EQ(total, 8000);
+    EXPECT_EQ(HalvFreeCriticalSection(section), 1);
+}
+
+TEST(ThreadMutex, RecursiveTryLockAndExclusion) {
+    HalvMutex mutex = nullptr;
+    ASSERT_EQ(HalvInitMutex(&mutex), 1);
+    EXPECT_EQ(HalvLockMutex(mutex), 1);
+    EXPECT_EQ(HalvTryLockMutex(mutex), 1) << "the owner gets a recursive mutex again";
+    {
+        Attempt other([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); });
+        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    }
+    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    {
+        Attempt other([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); });
+        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    }
+    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    {
+        Attempt other([&] {
+            EXPECT_EQ(HalvTryLockMutex(mutex), 1);
+            EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+        });
+        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    }
+
+    long total = CountUnderLock([&] { EXPECT_EQ(HalvLockMutex(mutex), 1); },
+                                [&] { EXPECT_EQ(HalvUnlockMutex(mutex), 1); }, 4, 2000);
+    EXPECT_EQ(total, 8000);
+    /* Try-lock spinning against blocking lockers. */
+    total = CountUnderLock(
+        [&] {
+            int got;
+            while ((got = HalvTryLockMutex(mutex)) == 2)
+                std::this_thread::yield();
+            EXPECT_EQ(got, 1);
+        },
+        [&] { HalvUnlockMutex(mutex); }, 3, 1000);
+    EXPECT_EQ(total, 3000);
+    EXPECT_EQ(HalvFreeMutex(mutex), 1);
+}
+
+TEST(ThreadMutex, UnlockByNonOwnerIsRefused) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer reports the refused unlock itself";
+#endif
+    HalvMutex mutex = nullptr;
+    ASSERT_EQ(HalvInitMutex(&mutex), 1);
+    EXPECT_EQ(HalvUnlockMutex(mutex), 0) << "nobody owns it";
+    ASSERT_EQ(HalvLockMutex(mutex), 1);
+    {
+        Attempt other([&] { EXPECT_EQ(HalvUnlockMutex(mutex), 0); });
+        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    }
+    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    EXPECT_EQ(HalvFreeMutex(mutex), 1);
+}
+
+TEST(ThreadMutex, AbandonedMutexReportsZeroButIsOwned) {
+    HalvMutex mutex = nullptr;
+    ASSERT_EQ(HalvInitMutex(&mutex), 1);
+    HalvThread thread = nullptr;
+    ASSERT_EQ(HalvCreateThread(
+                  &thread, [](void *m) -> uint32_t { return (uint32_t)HalvLockMutex(static_cast<HalvMutex>(m)); },
+                  mutex),
+              1);
+    uint32_t code = 0;
+    ASSERT_EQ(HalvJoinThread(thread, &code), 1);
+    ASSERT_EQ(code, 1u);
+
+    EXPECT_EQ(HalvLockMutex(mutex), 0) << "the owner ended holding it";
+    {
+        Attempt other([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); });
+        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    }
+    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    EXPECT_EQ(HalvLockMutex(mutex), 1) << "consistent again";
+    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    EXPECT_EQ(HalvFreeMutex(mutex), 1);
+}
+
+TEST(ThreadSemaphore, CountsWithinItsLimit) {
+    HalvSemaphore semaphore = reinterpret_cast<HalvSemaphore>(0x1);
+    EXPECT_EQ(HalvInitSemaphore(&semaphore, -1), 0);
+    EXPECT_EQ(HalvInitSemaphore(&semaphore, HALV_SEMAPHORE_MAX + 1), 0);
+    EXPECT_EQ(semaphore, reinterpret_cast<HalvSemaphore>(0x1)) << "a failed init wrote its out pointer";
+
+    ASSERT_EQ(HalvInitSemaphore(&semaphore, 2), 1);
+    EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 1);
+    EXPECT_EQ(HalvWaitSemaphore(semaphore), 1);
+    EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 2);
+    EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
+    EXPECT_EQ(HalvLockMutex(semaphore), 1) << "the lock entry waits on a semaphore too";
+    EXPECT_EQ(HalvTryLockMutex(semaphore), 2);
+    EXPECT_EQ(HalvUnlockMutex(semaphore), 0) << "a semaphore is not unlocked";
+    EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
+
+    ASSERT_EQ(HalvInitSemaphore(&semaphore, HALV_SEMAPHORE_MAX - 1), 1);
+    EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
+    EXPECT_EQ(HalvPostSemaphore(semaphore), 0) << "post at the limit";
+    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 0), 1);
+    EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
+    EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
+}
+
+TEST(ThreadSemaphore, TimedWaitExpiresOrIsMet) {
+    HalvSemaphore semaphore = nullptr;
+    ASSERT_EQ(HalvInitSemaphore(&semaphore, 0), 1);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 60), 2);
+    EXPECT_GE(MillisSince(start), 59) << "returned before its time-out";
+    start = std::chrono::steady_clock::now();
+    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 0), 2);
+
+    /* A post from another thread meets a long wait. */
+    Attempt poster([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
+    });
+    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, kPatienceMs), 1);
+    EXPECT_TRUE(poster.DoneWithin(kPatienceMs));
+    EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 2);
+    EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
+}
+
+TEST(ThreadSemaphore, ProducersAndConsumersConserveTheCount) {
+    HalvSemaphore semaphore = nullptr;
+    ASSERT_EQ(HalvInitSemaphore(&semaphore, 0), 1);
+    constexpr int kPairs = 3, kItems = 3000;
+    std::vector<std::thread> threads;
+    std::atomic<int> taken{0};
+    for (int p = 0; p < kPairs; ++p) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < kItems; ++i)
+                EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
+        });
+        threads.emplace_back([&, p] {
+            for (int i = 0; i < kItems; ++i) {
+                /* Mix the three ways of taking a count. */
+                int got = (i + p) % 3 == 0   ? HalvWaitSemaphore(semaphore)
+                          : (i + p) % 3 == 1 ? HalvTimedWaitSemaphore(semaphore, kPatienceMs)
+                                             : HalvLockMutex(semaphore);
+                EXPECT_EQ(got, 1);
+                taken.fetch_add(1);
+            }
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+    EXPECT_EQ(taken.load(), kPairs * kItems);
+    EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 2);
+    EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
+}
+
+TEST(ThreadWaitable, KindsRefuseOperationsOfOtherKinds) {
+    HalvMutex mutex = nullptr;
+    HalvEvent event = nullptr;
+    ASSERT_EQ(HalvInitMutex(&mutex), 1);
+    ASSERT_EQ(HalvInitEvent(&event, 0, 1), 1);
+    EXPECT_EQ(HalvPostSemaphore(mutex), 0);
+    EXPECT_EQ(HalvSetEvent(mutex), 0);
+    EXPECT_EQ(HalvResetEvent(mutex), 0);
+    EXPECT_EQ(HalvPulseEvent(mutex), 0);
+    EXPECT_EQ(HalvPostSemaphore(event), 0);
+    EXPECT_EQ(HalvUnlockMutex(event), 0);
+    /* The shared wait entry takes an event as well. */
+    EXPECT_EQ(HalvTryLockMutex(event), 1);
+    EXPECT_EQ(HalvTryLockMutex(event), 2);
+    EXPECT_EQ(HalvFreeEvent(event), 1);
+    EXPECT_EQ(HalvFreeMutex(mutex), 1);
+}
+
+} // namespace
