@@ -1,5 +1,5 @@
 /*
- * tests/test_text_locale.cpp - the fixed and the user locale records while
+ * tests/text/test_locale.cpp - the fixed and the user locale records while
  * the engine runs: lazy filling from the process's locale, setting by the
  * program, and the cleanup at the last HalvernEnd.
  *

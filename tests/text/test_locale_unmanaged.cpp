@@ -1,5 +1,5 @@
 /*
- * tests/test_text_locale_unmanaged.cpp - the user locale in a process that
+ * tests/text/test_locale_unmanaged.cpp - the user locale in a process that
  * never started the engine: no cleanup can be registered, so the record,
  * once filled, stays filled for good.  One test, since that state can't be
  * undone within the process.

@@ -1,5 +1,5 @@
 /*
- * tests/test_text_print_differential.cpp - the print engine against the C
+ * tests/text/test_print_differential.cpp - the print engine against the C
  * library's snprintf in the "C" locale, over many random directives and
  * values, where the two are meant to agree byte for byte.
  *

@@ -1,5 +1,5 @@
 /*
- * tests/test_text_print_directives.cpp - the directives of the print engine:
+ * tests/text/test_print_directives.cpp - the directives of the print engine:
  * integers and their qualifiers, characters, strings, pointers, counts,
  * literal text, and the formats the parser refuses.
  */

@@ -1,5 +1,5 @@
 /*
- * tests/test_text_print_float.cpp - the floating-point writer.
+ * tests/text/test_print_float.cpp - the floating-point writer.
  *
  * The writer works in double arithmetic by fixed steps (round by adding half
  * a unit, digits by repeated multiplication), so its text is not always the

@@ -1,5 +1,5 @@
 /*
- * tests/test_text_print_sinks.cpp - the four sinks (stream, buffer, bounded
+ * tests/text/test_print_sinks.cpp - the four sinks (stream, buffer, bounded
  * buffer, new string) and the three argument forms of the print family, each
  * with and without a locale.
  */
