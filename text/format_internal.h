@@ -109,23 +109,25 @@ enum class FormatMode { Print = 1, Scan = 2 };
 
 using FormatTable = HalvFormatParameter[HALV_FORMAT_MAX_ARGS];
 
-/* Where the literal text of a parsed format lies, for an engine that copies
- * it: the offset of each directive's '%' at the table index of the
- * directive's entry, the length of the format, and whether a "%%" occurs,
- * in which case literal runs are not plain copies of the format. */
+/* What the print core needs of a parsed format beyond its table: where its
+ * literal text lies and which of its two modes the walk takes.
+ *
+ * directiveStart holds the offset of each directive's '%' at the table
+ * index of the directive's entry; length is the format's length; with
+ * hasEscapedPercent a "%%" occurs, so literal runs are not plain copies of
+ * the format.  everyday says that every directive is a string, or an integer
+ * of no size or an 'l' or "ll" size, with no '*' argument: each entry then is
+ * a whole field by itself, with an argument of a type known in advance, which
+ * is the short mode of the walk and the shape of nearly every format
+ * printed. */
 struct FormatOutline {
     int32_t directiveStart[HALV_FORMAT_MAX_ARGS];
     int32_t length;
     bool hasEscapedPercent;
+    bool everyday;
 };
 
-/* Parses `format` into `table`, and into `outline` unless it is null.
- * Result: the number of entries, or
- * HALV_FORMAT_MALFORMED or HALV_FORMAT_TOO_MANY_ARGS.  In scan mode '*'
- * suppresses instead of taking an argument and "%[" is a group, whose entry
- * keeps the format offset just behind its '[' in `base`. */
-int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table,
-                    FormatOutline *outline = nullptr) noexcept;
+/* The parser, ParseFormat, is in format_parser.h. */
 
 /* Where the set of a "%[" ends.  `set` is the text behind the '['; a leading
  * '^', and then a leading ']' or '-', belong to the set, and from there '['
@@ -150,21 +152,6 @@ struct FormatArgs {
     va_list *list;      /* non-null for the plain and V forms */
     void *const *array; /* the L forms; entry i belongs to the i-th argument */
 };
-
-/* Parses `format` into `table` and then fetches the argument of every
- * entry, in table order, into its data; a format that fails to parse
- * fetches nothing.  Print mode reads values by type and size; scan mode
- * reads a pointer for every entry but '*' ones, and nothing for suppressed
- * ones.  Result: that of ParseFormat. */
-void FetchArguments(FormatTable &table, int32_t count, FormatMode mode, FormatArgs &args) noexcept;
-
-inline int32_t PrepareFormat(const char *format, FormatMode mode, FormatTable &table, FormatArgs &args,
-                             FormatOutline *outline = nullptr) noexcept {
-    const int32_t count = ParseFormat(format, mode, table, outline);
-    if (count > 0)
-        FetchArguments(table, count, mode, args);
-    return count;
-}
 
 /* The bytes a literal run of a format ends at: '%' and the terminator. */
 inline constexpr auto kLiteralEnds = [] {
@@ -201,7 +188,15 @@ inline constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
 /* Reads the decimal digits at p, moving p behind them; saturates at
  * INT32_MAX, as widths and precisions do. */
-int32_t ReadFormatNumber(const char *&p) noexcept;
+inline int32_t ReadFormatNumber(const char *&p) noexcept {
+    int64_t value = 0;
+    while (*p >= '0' && *p <= '9') {
+        value = value * 10 + (*p++ - '0');
+        if (value > INT32_MAX)
+            value = INT32_MAX;
+    }
+    return static_cast<int32_t>(value);
+}
 
 } // namespace halv
 

@@ -1,49 +1,52 @@
 /*
- * text/print_core.cpp - the formatting core: parse, fetch, then one output
- * pass over the format that copies literal text and hands each directive to
- * the writer of its type.
+ * text/print_core.cpp - the formatting core: parse the format into its table
+ * and outline, then one walk over the outline that copies each literal run
+ * and reads and writes each directive in turn.
+ *
+ * Nothing is written and no argument is read until the whole format has
+ * parsed, so a malformed directive anywhere leaves the sink untouched.  From
+ * then on the walk reads each entry's argument as it reaches it: in table
+ * order, the order of the arguments, each once.
+ *
+ * The walk has two modes, which the outline chooses.  An everyday format
+ * (integers and strings, no '*' argument) has one entry a directive, and each
+ * entry is its own field; every other format may have entries of '*'
+ * arguments in front of a directive, which the field takes its width,
+ * precision or base from.  Both modes read through the one argument reader
+ * and write through the same writers into the same sinks.
  *
  * The parameter table, the context and every digit buffer live on the stack;
  * the core allocates nothing and keeps nothing between calls.
  */
 #include <cstring>
+#include <iterator>
 
+#include "text/format_args.h"
+#include "text/format_parser.h"
 #include "text/print_internal.h"
 
 namespace halv {
 namespace {
 
-/* Hands a directive to the writer of its type.  Stars are skipped before
- * this, and groups never parse in print mode. */
-void WriteField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
-    switch (p.type) {
-    case HALV_FORMAT_INTEGER:
-        PrintIntegerField(sink, p, field);
-        break;
-    case HALV_FORMAT_FLOATING:
-        PrintFloatField(sink, p, field);
-        break;
-    case HALV_FORMAT_CHARACTER:
-        PrintCharacterField(sink, p, field);
-        break;
-    case HALV_FORMAT_STRING:
-        PrintStringField(sink, p, field);
-        break;
-    case HALV_FORMAT_POINTER:
-        PrintPointerField(sink, p, field);
-        break;
-    case HALV_FORMAT_COUNT:
-        PrintCountField(sink, p, field);
-        break;
-    default:
-        break;
-    }
+using FieldWriter = void (*)(PrintSink &, const HalvFormatParameter &) noexcept;
+
+/* The writer of each parameter type from HALV_FORMAT_INTEGER on.  '*'
+ * entries never get here, and groups never parse in print mode. */
+constexpr FieldWriter kFieldWriters[] = {nullptr,           PrintIntegerField, PrintFloatField,
+                                         PrintCharacterField, PrintStringField, PrintPointerField,
+                                         PrintCountField};
+
+/* Hands a directive to the writer of its type. */
+void WriteField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
+    if (p.type > 0 && static_cast<uint32_t>(p.type) < std::size(kFieldWriters))
+        kFieldWriters[p.type](sink, p);
 }
 
-/* Resolves the '*' arguments of a directive.  A negative width argument
- * left-adjusts; a negative precision argument means none. */
-PrintField ResolveField(const HalvFormatParameter &p, const FormatTable &table) noexcept {
-    PrintField field{p.flags, p.width, p.precision, p.base, ConversionOf(p)};
+/* A directive's entry with its '*' arguments resolved from the table.  A
+ * negative width argument left-adjusts; a negative precision argument means
+ * none. */
+HalvFormatParameter Resolved(const HalvFormatParameter &p, const FormatTable &table) noexcept {
+    HalvFormatParameter field = p;
     if (p.flags & kFlagWidthArg) {
         const int32_t width = static_cast<int32_t>(table[p.width].data.i);
         if (width < 0) {
@@ -58,53 +61,102 @@ PrintField ResolveField(const HalvFormatParameter &p, const FormatTable &table) 
         field.precision = precision < 0 ? -1 : precision;
     }
     field.base = ResolveBase(p, table);
+    field.flags &= ~(kFlagWidthArg | kFlagPrecisionArg | kFlagBaseArg);
     return field;
 }
 
-/* The output pass of a format without "%%": the outline says where each
- * literal run ends, so runs are copied without looking at them again. */
-void OutputByOutline(PrintSink &sink, const char *format, const FormatTable &table, int32_t count,
-                     const FormatOutline &outline) noexcept {
-    const char *p = format;
-    for (int32_t i = 0; i < count; ++i) {
-        const HalvFormatParameter &param = table[i];
-        if (param.type == HALV_FORMAT_STAR)
-            continue;
-        Put(sink, p, static_cast<size_t>(format + outline.directiveStart[i] - p));
-        WriteField(sink, param, ResolveField(param, table));
-        p = format + param.indexAfterSpecifier;
+/* The literal text from `from` to `to`.  With escaped percents in the
+ * format, each "%%" in it gives one '%': every '%' of a literal run is the
+ * first of such a pair, since the parser took all others as directives. */
+[[gnu::always_inline]] inline void PutLiteral(PrintSink &sink, const char *from, const char *to,
+                                              bool hasEscapedPercent) noexcept {
+    if (__builtin_expect(!hasEscapedPercent, 1)) {
+        if (to != from)
+            Put(sink, from, static_cast<size_t>(to - from));
+        return;
     }
-    Put(sink, p, static_cast<size_t>(format + outline.length - p));
+    while (from < to) {
+        const char *percent = NextPercent(from); /* stops at `to` at the latest: a '%' or the end */
+        const char *end = percent < to ? percent + 1 : to;
+        Put(sink, from, static_cast<size_t>(end - from));
+        from = percent < to ? percent + 2 : to;
+    }
 }
 
-/* The output pass of a format with "%%": literal text is walked again, and
- * each "%%" gives one '%'. */
-void OutputByScanning(PrintSink &sink, const char *format, const FormatTable &table) noexcept {
+/* Everyday mode: each entry is a directive whose field is its own, and
+ * whose argument is a string or an integer of a size known in advance. */
+class EverydayFields {
+public:
+    static constexpr bool kHasStars = false;
+
+    explicit EverydayFields(FormatArgs &args) noexcept : reader_(args) {}
+
+    /* The argument, read ahead of the literal text in front of its field:
+     * the digits of an integer hang on a long chain from it, which the copy
+     * of the text then overlaps. */
+    uint64_t Read(const HalvFormatParameter &param) noexcept {
+        if (param.type == HALV_FORMAT_STRING)
+            return reinterpret_cast<uintptr_t>(reader_.ReadPointer());
+        return ReadEverydayInteger(param, reader_);
+    }
+
+    void Field(PrintSink &sink, const HalvFormatParameter &param, const FormatTable &, uint64_t value) noexcept {
+        if (param.type == HALV_FORMAT_STRING)
+            WriteString(sink, reinterpret_cast<const char *>(value), param.flags, param.width, param.precision);
+        else
+            WriteIntegerField(sink, value, param);
+    }
+
+private:
+    ArgumentReader reader_;
+};
+
+/* Any format: the entries of '*' arguments are read as they come, and the
+ * directive behind them takes its field from them. */
+class AnyFields {
+public:
+    static constexpr bool kHasStars = true;
+
+    explicit AnyFields(FormatArgs &args) noexcept : reader_(args) {}
+
+    /* Every entry's argument goes into its data, where a directive finds
+     * the '*' arguments in front of it. */
+    uint64_t Read(HalvFormatParameter &param) noexcept {
+        FetchPrintArgument(param, reader_);
+        return param.data.u;
+    }
+
+    void Field(PrintSink &sink, HalvFormatParameter &param, const FormatTable &table, uint64_t) noexcept {
+        WriteField(sink, Resolved(param, table));
+    }
+
+private:
+    ArgumentReader reader_;
+};
+
+/* The walk over the outline: each literal run, then the field of the
+ * directive behind it, in the order of the table, and the run behind the
+ * last directive. */
+template <class Fields>
+[[gnu::always_inline]] inline void Walk(PrintSink &sink, const char *format, FormatTable &table, int32_t count,
+                                        const FormatOutline &outline, Fields fields) noexcept {
     const char *p = format;
-    int32_t next = 0;
-    for (;;) {
-        const char *percent = NextPercent(p);
-        if (percent > p)
-            Put(sink, p, static_cast<size_t>(percent - p));
-        if (*percent == '\0')
-            return;
-        if (percent[1] == '%') {
-            PutByte(sink, '%');
-            p = percent + 2;
+    for (int32_t i = 0; i < count; ++i) {
+        HalvFormatParameter &param = table[i];
+        const uint64_t value = fields.Read(param);
+        if (Fields::kHasStars && param.type == HALV_FORMAT_STAR)
             continue;
-        }
-        while (table[next].type == HALV_FORMAT_STAR)
-            ++next;
-        const HalvFormatParameter &param = table[next++];
-        WriteField(sink, param, ResolveField(param, table));
+        PutLiteral(sink, p, format + outline.directiveStart[i], outline.hasEscapedPercent);
+        fields.Field(sink, param, table, value);
         p = format + param.indexAfterSpecifier;
     }
+    PutLiteral(sink, p, format + outline.length, outline.hasEscapedPercent);
 }
 
 } // namespace
 
 /* %n: stores what the sink took so far, in the width of its size. */
-void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &) noexcept {
+void PrintCountField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
     SyncCounts(sink);
     StoreInteger(p, p.data.p, static_cast<uint64_t>(static_cast<int64_t>(sink.context.committed)));
 }
@@ -112,13 +164,13 @@ void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintF
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
     FormatOutline outline;
-    const int32_t count = PrepareFormat(format, FormatMode::Print, table, args, &outline);
+    const int32_t count = ParseFormat(format, FormatMode::Print, table, &outline);
     if (count < 0)
         return count;
-    if (outline.hasEscapedPercent)
-        OutputByScanning(sink, format, table);
+    if (outline.everyday)
+        Walk(sink, format, table, count, outline, EverydayFields(args));
     else
-        OutputByOutline(sink, format, table, count, outline);
+        Walk(sink, format, table, count, outline, AnyFields(args));
     SyncCounts(sink);
     return sink.context.error != 0 ? sink.context.error : sink.context.processed;
 }

@@ -1,6 +1,6 @@
 /*
  * text/print_digits.h - counting and making the digits of an integer, for
- * the integer writer and the plain route.
+ * the integer writer.
  *
  * Both are inline: a field of a few digits costs less than the call to a
  * function that makes them.  Digits are written backwards from an end, so

@@ -82,21 +82,17 @@ bool IsUpperConversion(char conversion) noexcept {
     return conversion >= 'A' && conversion <= 'Z';
 }
 
-void WriteNonFinite(PrintSink &sink, double number, const PrintField &field) noexcept {
-    const bool upper = IsUpperConversion(field.conversion);
-    const char *text;
-    if (std::isnan(number))
-        text = upper ? "NAN" : "nan";
-    else if (number < 0)
-        text = upper ? "-INF" : "-inf";
-    else
-        text = upper ? "INF" : "inf";
-    WriteString(sink, text, field.flags, field.width, field.precision);
+void WriteNonFinite(PrintSink &sink, double number, const HalvFormatParameter &field) noexcept {
+    /* Blocks the copy may read whole. */
+    static constexpr char kWords[3][2][16] = {{"nan", "NAN"}, {"-inf", "-INF"}, {"inf", "INF"}};
+    const int word = std::isnan(number) ? 0 : number < 0 ? 1 : 2;
+    WriteString(sink, kWords[word][IsUpperConversion(ConversionOf(field)) ? 1 : 0], field.flags, field.width,
+                field.precision);
 }
 
 } // namespace
 
-void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcept {
+void WriteFloat(PrintSink &sink, double number, const HalvFormatParameter &field) noexcept {
     /* 1. Classify. */
     if (!std::isfinite(number)) {
         WriteNonFinite(sink, number, field);
@@ -104,9 +100,9 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
     }
     const uint32_t flags = field.flags;
     const int32_t base = field.base;
-    const bool upper = IsUpperConversion(field.conversion);
+    const bool upper = IsUpperConversion(ConversionOf(field));
     const char *digitSet = upper ? kUpperDigits : kLowerDigits;
-    const FloatForm form = FormOf(field.conversion);
+    const FloatForm form = FormOf(ConversionOf(field));
     const bool isShorter = form == FloatForm::Shorter;
     const bool negative = std::signbit(number);
     int64_t precision = field.precision;
@@ -340,8 +336,8 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
         PutFill(sink, ' ', padding);
 }
 
-void PrintFloatField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
-    WriteFloat(sink, p.data.d, field);
+void PrintFloatField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
+    WriteFloat(sink, p.data.d, p);
 }
 
 } // namespace halv

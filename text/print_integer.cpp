@@ -149,27 +149,17 @@ void WriteInteger(PrintSink &out, uint64_t value, const IntegerRequest &request)
     PutFill(out, ' ', layout.rightBlanks);
 }
 
-void PrintIntegerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
-    const bool wide = IsWideInteger(p);
-    IntegerRequest request{};
-    request.flags = field.flags;
-    request.width = field.width;
-    request.precision = field.precision;
-    request.base = field.base;
-    /* A size_t is unsigned whatever the conversion says. */
-    request.isSigned = IsSignedConversion(field.conversion) && !(p.flags & kFlagSizeZ);
-    request.wide = wide;
-    request.upper = field.conversion == 'X';
-    WriteInteger(sink, p.data.u, request);
+void PrintIntegerField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
+    WriteIntegerField(sink, p.data.u, p);
 }
 
-void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
+void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
     if (p.data.p == nullptr) {
         Put(sink, "(nil)", 5); /* no padding, whatever the width */
         return;
     }
     IntegerRequest request{};
-    request.flags = field.flags | kFlagAlt | kFlagZero;
+    request.flags = p.flags | kFlagAlt | kFlagZero;
     request.width = 10; /* "0x" and at least eight digits */
     request.precision = -1;
     request.base = 16;

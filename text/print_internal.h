@@ -88,7 +88,7 @@ inline void CopyBytes(char *to, const char *from, size_t count) noexcept {
 }
 
 inline void Put(PrintSink &sink, const char *bytes, size_t count) noexcept {
-    if (count <= Room(sink)) {
+    if (__builtin_expect(count <= Room(sink), 1)) {
         CopyBytes(sink.cursor, bytes, count);
         sink.cursor += count;
     } else {
@@ -115,15 +115,6 @@ inline void PutFill(PrintSink &sink, char byte, int64_t count) noexcept {
     }
 }
 
-/* A directive with its '*' arguments resolved. */
-struct PrintField {
-    uint32_t flags;
-    int32_t width;
-    int32_t precision; /* -1 for none */
-    int32_t base;
-    char conversion;
-};
-
 struct IntegerRequest {
     uint32_t flags;
     int64_t width;
@@ -134,70 +125,162 @@ struct IntegerRequest {
     bool upper; /* upper-case digits and prefix */
 };
 
+/* The integer writer: any integer field, laid out by the full rules of
+ * flags, width, precision and base; see print_integer.cpp. */
 void WriteInteger(PrintSink &sink, uint64_t value, const IntegerRequest &request) noexcept;
 
-/* Text of `length` bytes in a field, escaped under '#'. */
-void WriteText(PrintSink &sink, const char *text, uint32_t length, uint32_t flags, int64_t width) noexcept;
-
-/* A NUL-terminated string in a field, cut by precision; null is "(nil)". */
-void WriteString(PrintSink &sink, const char *text, uint32_t flags, int64_t width, int64_t precision) noexcept;
-
-void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcept;
-
-/* The writers of the output pass, one for each parameter type. */
-void PrintIntegerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept;
-void PrintFloatField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept;
-void PrintCharacterField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept;
-void PrintStringField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept;
-void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept;
-void PrintCountField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept;
-
-/* Runs the engine over a sink that is set up: parse, fetch, output.  Result:
- * `processed`, the sink's error, or the parser's negative result, in which
- * case nothing reached the sink. */
-int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept;
-
-/* The capacity of the growing sink's string once it holds `needed` bytes,
- * grown from `current`: 32 at first, then doubled until they fit; 0 when
- * that passes the 32-bit count.  The plain route sizes its strings by the
- * same rule, so both routes give a text the same allocation. */
-inline uint64_t GrownCapacity(uint64_t current, uint64_t needed) noexcept {
-    uint64_t capacity = current == 0 ? 32 : current * 2;
-    while (capacity < needed)
-        capacity *= 2;
-    return capacity > INT32_MAX ? 0 : capacity;
+/* The request of an integer directive's field. */
+inline IntegerRequest IntegerRequestOf(const HalvFormatParameter &p) noexcept {
+    IntegerRequest request;
+    request.flags = p.flags;
+    request.width = p.width;
+    request.precision = p.precision;
+    request.base = p.base;
+    /* A size_t is unsigned whatever the conversion says. */
+    request.isSigned = IsSignedConversion(ConversionOf(p)) && !(p.flags & kFlagSizeZ);
+    request.wide = IsWideInteger(p);
+    request.upper = ConversionOf(p) == 'X';
+    return request;
 }
 
-/* The short route of the memory sinks for plain formats: literal text,
- * "%%", and %d, %i, %u, %x, %X and %s with at most a '-' or zeros and a
- * width, 'l' or "ll" for the integers, and for %s a precision.  For any
- * other format both return false having read no argument and written
- * nothing, and the general engine takes over.
- *
- * PrintPlain stores at most `limit` bytes at buffer (none when it is null)
- * and gives in `total` the length of the whole text.  PrintPlainToNewString
- * sets *out to a new string of the text, sized as the growing sink would
- * size it, and `result` to its length, or -1 when memory ran out. */
-bool PrintPlain(char *buffer, size_t limit, const char *format, FormatArgs &args, uint64_t &total) noexcept;
-bool PrintPlainToNewString(char **out, const char *format, FormatArgs &args, int32_t &result) noexcept;
+/* The field of an integer directive.  Nearly every one has no precision
+ * and no '+', ' ' or '#': it is blanks or zeros, a minus and the digits.
+ * When such a field fits the window it is made here, in place, in the bytes
+ * the integer writer gives it; every other field goes to the writer.  The
+ * writer's request is made only then, so the common field never lays one
+ * out in memory. */
+[[gnu::always_inline]] inline void WriteIntegerField(PrintSink &sink, uint64_t value, const HalvFormatParameter &p) noexcept {
+    const uint32_t flags = p.flags;
+    if (__builtin_expect(p.precision >= 0 || (flags & (kFlagPlus | kFlagBlank | kFlagAlt)) != 0, 0))
+        return WriteInteger(sink, value, IntegerRequestOf(p));
+    const bool negative =
+        IsSignedConversion(ConversionOf(p)) && !(flags & kFlagSizeZ) && static_cast<int64_t>(value) < 0;
+    uint64_t magnitude = negative ? 0 - value : value; /* in 64 bits: INT64_MIN survives */
+    if (!IsWideInteger(p))
+        magnitude &= 0xFFFFFFFFu;
+    const auto base = static_cast<uint32_t>(p.base);
+    const int count = DigitCount(magnitude, base);
+    const int64_t body = count + (negative ? 1 : 0);
+    const int64_t pad = p.width > body ? p.width - body : 0;
+    if (__builtin_expect(static_cast<uint64_t>(body + pad) > Room(sink), 0))
+        return WriteInteger(sink, value, IntegerRequestOf(p));
+    char *at = sink.cursor;
+    const bool zeros = (flags & kFlagZero) != 0;
+    const bool left = (flags & kFlagLeft) != 0 && !zeros;
+    if (pad > 0 && !left && !zeros) {
+        memset(at, ' ', static_cast<size_t>(pad));
+        at += pad;
+    }
+    if (negative)
+        *at++ = '-';
+    if (pad > 0 && zeros) {
+        memset(at, '0', static_cast<size_t>(pad));
+        at += pad;
+    }
+    at += count;
+    WriteDigits(magnitude, base, ConversionOf(p) == 'X' ? kUpperDigits : kLowerDigits, at);
+    if (pad > 0 && left) {
+        memset(at, ' ', static_cast<size_t>(pad));
+        at += pad;
+    }
+    sink.cursor = at;
+}
 
-/* The general engine over the caller's buffer, storing at most `limit`
- * bytes, and closing the text kept with a terminator unless told not to. */
-int32_t PrintToBufferByCore(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
-                            const char *format, FormatArgs &args) noexcept;
+/* The bytes of text as '#' writes them: see print_text.cpp. */
+void WriteEscaped(PrintSink &sink, const char *text, uint32_t length) noexcept;
 
-/* The four routes of the family, one for each sink.  A null locale means the
- * fixed record.  The two buffer routes are thin, and inline, so that the
- * exported functions reach the plain route with no frame between. */
+/* Text of `length` bytes in a field, escaped under '#'.  The width counts
+ * the bytes as given, not what escapes add. */
+inline void WriteText(PrintSink &sink, const char *text, uint32_t length, uint32_t flags, int64_t width) noexcept {
+    const int64_t blanks = width - length;
+    if (!(flags & kFlagLeft))
+        PutFill(sink, ' ', blanks);
+    if (flags & kFlagAlt)
+        WriteEscaped(sink, text, length);
+    else
+        Put(sink, text, length);
+    if (flags & kFlagLeft)
+        PutFill(sink, ' ', blanks);
+}
+
+/* A NUL-terminated string in a field, cut by precision; null is "(nil)". */
+inline void WriteString(PrintSink &sink, const char *text, uint32_t flags, int64_t width, int64_t precision) noexcept {
+    /* "(nil)" in a block the copy may read whole. */
+    static constexpr char kNil[16] = "(nil)";
+    if (text == nullptr)
+        text = kNil;
+    /* Never read past the precision: the text need not be terminated there. */
+    size_t length = precision >= 0 ? strnlen(text, static_cast<size_t>(precision)) : strlen(text);
+    if (length > UINT32_MAX)
+        length = UINT32_MAX;
+    WriteText(sink, text, static_cast<uint32_t>(length), flags, width);
+}
+
+/* A floating value in the field of a floating directive. */
+void WriteFloat(PrintSink &sink, double number, const HalvFormatParameter &field) noexcept;
+
+/* The writers of the walk, one for each parameter type.  Each takes the
+ * directive's entry with its '*' arguments resolved, its value in data. */
+void PrintIntegerField(PrintSink &sink, const HalvFormatParameter &p) noexcept;
+void PrintFloatField(PrintSink &sink, const HalvFormatParameter &p) noexcept;
+void PrintCharacterField(PrintSink &sink, const HalvFormatParameter &p) noexcept;
+void PrintStringField(PrintSink &sink, const HalvFormatParameter &p) noexcept;
+void PrintPointerField(PrintSink &sink, const HalvFormatParameter &p) noexcept;
+void PrintCountField(PrintSink &sink, const HalvFormatParameter &p) noexcept;
+
+/* Runs the engine over a sink that is set up: parse, then one walk that
+ * reads each argument and writes each field.  Result: `processed`, the
+ * sink's error, or the parser's negative result, in which case nothing
+ * reached the sink and no argument was read. */
+int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept;
+
+/* A sink with no room yet: the sinks open their windows behind this.  A
+ * null locale means the fixed record. */
+inline void InitSink(PrintSink &sink, const HalvLocale *locale, void *location, SpillFunction spill,
+                     FlushFunction flush) noexcept {
+    sink.context.outChar = nullptr;
+    sink.context.inChar = nullptr;
+    sink.context.location = location;
+    sink.context.current = -1;
+    sink.context.processed = 0;
+    sink.context.committed = 0;
+    sink.context.max = 0;
+    sink.context.error = 0;
+    sink.context.locale = LocaleOrFixed(locale);
+    sink.buffer = sink.stage;
+    sink.cursor = sink.stage; /* no room until a sink opens its window */
+    sink.limit = sink.stage;
+    sink.spill = spill;
+    sink.flush = flush;
+    sink.dropped = 0;
+    sink.outOfMemory = false;
+}
+
+/* The memory sinks' byte sink for the context: one byte into the window. */
+void OutCharThroughWindow(HalvFormatContext *context, int32_t byte);
+
+/* The caller's buffer, with a bound or without one: stores what still fits
+ * below the limit, and counts the rest as offered. */
+void BufferSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) noexcept;
+
+/* The caller's buffer as the sink: the window is the buffer up to `limit`,
+ * and the text kept is closed with a terminator unless told not to.  Inline,
+ * so that the exported functions reach the core with no frame between. */
 inline int32_t PrintToBufferSink(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
                                  const char *format, FormatArgs &args) noexcept {
-    uint64_t total = 0;
-    if (PrintPlain(buffer, limit, format, args, total)) {
-        if (buffer != nullptr && terminate)
-            buffer[total < limit ? total : limit] = '\0';
-        return static_cast<int32_t>(static_cast<uint32_t>(total));
+    PrintSink sink;
+    InitSink(sink, locale, &sink.cursor, BufferSpill, nullptr);
+    sink.context.outChar = OutCharThroughWindow;
+    if (buffer != nullptr) {
+        sink.buffer = buffer;
+        sink.cursor = buffer;
+        sink.limit = buffer + limit;
+        sink.context.max = static_cast<int32_t>(limit);
     }
-    return PrintToBufferByCore(locale, buffer, limit, terminate, format, args);
+    const int32_t result = PrintCore(sink, format, args);
+    if (buffer != nullptr && terminate) /* behind the text, or an empty string on failure */
+        *sink.cursor = '\0';
+    return result;
 }
 
 /* A buffer without bound has the largest limit the 32-bit count reaches. */

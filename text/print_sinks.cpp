@@ -20,30 +20,6 @@
 namespace halv {
 namespace {
 
-void InitSink(PrintSink &sink, const HalvLocale *locale, void *location, SpillFunction spill,
-              FlushFunction flush) noexcept {
-    sink.context.outChar = nullptr;
-    sink.context.inChar = nullptr;
-    sink.context.location = location;
-    sink.context.current = -1;
-    sink.context.processed = 0;
-    sink.context.committed = 0;
-    sink.context.max = 0;
-    sink.context.error = 0;
-    sink.context.locale = LocaleOrFixed(locale);
-    sink.buffer = sink.stage;
-    sink.cursor = sink.stage; /* no room until a sink opens its window */
-    sink.limit = sink.stage;
-    sink.spill = spill;
-    sink.flush = flush;
-    sink.dropped = 0;
-    sink.outOfMemory = false;
-}
-
-/* The context's byte sink for the memory sinks: one byte into the window. */
-void OutCharThroughWindow(HalvFormatContext *context, int32_t byte) {
-    PutByte(SinkOf(context), static_cast<char>(byte));
-}
 
 /* Copies count bytes, or count fill bytes, to `to`. */
 void CopyOrFill(char *to, const char *bytes, size_t count, char fill) noexcept {
@@ -112,17 +88,18 @@ void StreamSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) 
  * buffer up to its limit, and what goes beyond it is only counted.  A
  * buffer without bound has the largest limit a count can reach. */
 
-/* Stores what still fits below the limit; the rest is counted as offered. */
-void BufferSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) noexcept {
-    const size_t take = Room(sink);
-    if (take > 0) {
-        CopyOrFill(sink.cursor, bytes, take, fill);
-        sink.cursor += take;
-    }
-    sink.dropped += static_cast<uint32_t>(count - take);
-}
 
 /* ---- New string ------------------------------------------------------ */
+
+/* The capacity once the string holds `needed` bytes, grown from `current`:
+ * 32 at first, then doubled until they fit; 0 when that passes the 32-bit
+ * count. */
+uint64_t GrownCapacity(uint64_t current, uint64_t needed) noexcept {
+    uint64_t capacity = current == 0 ? 32 : current * 2;
+    while (capacity < needed)
+        capacity *= 2;
+    return capacity > INT32_MAX ? 0 : capacity;
+}
 
 /* Makes room for count more bytes and their terminator: the capacity
  * starts at 32 and doubles.  False when memory or the 32-bit count ran out;
@@ -169,34 +146,27 @@ int32_t PrintToStream(const HalvLocale *locale, HalvIO *io, const char *format, 
     return PrintCore(sink, format, args);
 }
 
-int32_t PrintToBufferByCore(const HalvLocale *locale, char *buffer, uint32_t limit, bool terminate,
-                            const char *format, FormatArgs &args) noexcept {
-    PrintSink sink;
-    InitSink(sink, locale, &sink.cursor, BufferSpill, nullptr);
-    sink.context.outChar = OutCharThroughWindow;
-    if (buffer != nullptr) {
-        sink.buffer = buffer;
-        sink.cursor = buffer;
-        sink.limit = buffer + limit;
-        sink.context.max = static_cast<int32_t>(limit);
+void OutCharThroughWindow(HalvFormatContext *context, int32_t byte) {
+    PutByte(SinkOf(context), static_cast<char>(byte));
+}
+
+void BufferSpill(PrintSink &sink, const char *bytes, uint64_t count, char fill) noexcept {
+    const size_t take = Room(sink);
+    if (take > 0) {
+        CopyOrFill(sink.cursor, bytes, take, fill);
+        sink.cursor += take;
     }
-    const int32_t result = PrintCore(sink, format, args);
-    if (buffer != nullptr && terminate) /* behind the text, or an empty string on failure */
-        *sink.cursor = '\0';
-    return result;
+    sink.dropped += static_cast<uint32_t>(count - take);
 }
 
 int32_t PrintToNewString(const HalvLocale *locale, char **out, const char *format, FormatArgs &args) noexcept {
     if (out == nullptr)
         return -1;
     *out = nullptr;
-    int32_t result = 0;
-    if (PrintPlainToNewString(out, format, args, result))
-        return result;
     PrintSink sink;
     InitSink(sink, locale, &sink.cursor, NewStringSpill, nullptr);
     sink.context.outChar = OutCharThroughWindow;
-    result = PrintCore(sink, format, args);
+    const int32_t result = PrintCore(sink, format, args);
     const bool allocated = sink.buffer != sink.stage;
     if (result < 0) {
         if (allocated) /* a format that fails to parse: null stays */

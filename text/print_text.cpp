@@ -31,6 +31,8 @@ constexpr auto kEscapes = [] {
     return t;
 }();
 
+} // namespace
+
 void WriteEscaped(PrintSink &out, const char *text, uint32_t length) noexcept {
     for (uint32_t i = 0; i < length; ++i) {
         const unsigned char byte = static_cast<unsigned char>(text[i]);
@@ -48,37 +50,13 @@ void WriteEscaped(PrintSink &out, const char *text, uint32_t length) noexcept {
     }
 }
 
-} // namespace
-
-void WriteText(PrintSink &sink, const char *text, uint32_t length, uint32_t flags, int64_t width) noexcept {
-    const int64_t blanks = width - length;
-    if (!(flags & kFlagLeft))
-        PutFill(sink, ' ', blanks);
-    if (flags & kFlagAlt)
-        WriteEscaped(sink, text, length);
-    else
-        Put(sink, text, length);
-    if (flags & kFlagLeft)
-        PutFill(sink, ' ', blanks);
-}
-
-void WriteString(PrintSink &sink, const char *text, uint32_t flags, int64_t width, int64_t precision) noexcept {
-    if (text == nullptr)
-        text = "(nil)";
-    /* Never read past the precision: the text need not be terminated there. */
-    size_t length = precision >= 0 ? strnlen(text, static_cast<size_t>(precision)) : std::strlen(text);
-    if (length > UINT32_MAX)
-        length = UINT32_MAX;
-    WriteText(sink, text, static_cast<uint32_t>(length), flags, width);
-}
-
-void PrintCharacterField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
+void PrintCharacterField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
     const char byte = static_cast<char>(p.data.i);
-    WriteText(sink, &byte, 1, field.flags, field.width);
+    WriteText(sink, &byte, 1, p.flags, p.width);
 }
 
-void PrintStringField(PrintSink &sink, const HalvFormatParameter &p, const PrintField &field) noexcept {
-    WriteString(sink, static_cast<const char *>(p.data.p), field.flags, field.width, field.precision);
+void PrintStringField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
+    WriteString(sink, static_cast<const char *>(p.data.p), p.flags, p.width, p.precision);
 }
 
 } // namespace halv

@@ -10,6 +10,8 @@
  * number or -1 if it is 0.
  */
 #include "halv_util.h"
+#include "text/format_args.h"
+#include "text/format_parser.h"
 #include "text/scan_internal.h"
 
 namespace halv {
@@ -162,9 +164,10 @@ int32_t RunScanLoop(ScanSource &in, const ScanCall &call, int32_t entries) {
 
 int32_t ScanCore(ScanSource &in, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
-    const int32_t entries = PrepareFormat(format, FormatMode::Scan, table, args);
+    const int32_t entries = ParseFormat(format, FormatMode::Scan, table);
     if (entries < 0)
         return entries;
+    FetchScanArguments(table, entries, args);
     in.Advance(); /* the look-ahead, read even for a format that asks nothing */
     const int32_t result = RunScanLoop(in, ScanCall{format, table}, entries);
     return in.context.error != 0 ? in.context.error : result;

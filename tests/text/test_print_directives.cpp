@@ -189,6 +189,33 @@ TEST(PrintLiterals, TextPercentAndUtf8) {
     EXPECT_EQ(Text("\xc3%d", 2), "\xc3" "2");
 }
 
+/* The parser reads the qualifiers of everyday directives ('-' or zeros, a
+ * width, a precision, l or ll, in that order) in line, and hands any other
+ * spelling to its full reader.  The same qualifiers in another order, or
+ * repeated, must give the same field, and the edges of the short reading
+ * (a '0' behind '-', a second dot, a third 'l') what the full one gives. */
+TEST(PrintIntegers, QualifierSpellingsReadAlike) {
+    const struct {
+        const char *common;
+        const char *other;
+    } kSame[] = {
+        {"[%08ld]", "[%l08d]"},    {"[%-12lld]", "[%ll-12d]"}, {"[%-8.3s]", "[%.3-8s]"},
+        {"[%012llx]", "[%ll012x]"}, {"[%6.2s]", "[%.2l6s]"},  {"[%-6x]", "[%--6x]"},
+        {"[%05u]", "[%0005u]"},     {"[%.0s]", "[%.s]"},        {"[%lu]", "[%1lu]"},
+    };
+    for (const auto &pair : kSame) {
+        SCOPED_TRACE(pair.common);
+        if (std::strchr(pair.common, 's') != nullptr)
+            EXPECT_EQ(Text(pair.common, "abcdef"), Text(pair.other, "abcdef"));
+        else
+            EXPECT_EQ(Text(pair.common, -123456789L), Text(pair.other, -123456789L));
+    }
+    EXPECT_EQ(Text("[%-05d|%0-5d|%l5d|%5.d]", 42, 42, 42L, 0), "[42   |42   |   42|     ]");
+    EXPECT_EQ(Text("[%.5d|%.s|%..2d]", 42, "x", 5), "[00042||5]");
+    EXPECT_EQ(Print("%llld", 1LL).result, HALV_FORMAT_MALFORMED);
+    EXPECT_EQ(Print("%5.3.2.1d", 1).result, HALV_FORMAT_MALFORMED);
+}
+
 TEST(PrintMalformed, RefusedFormatsWriteNothing) {
     const char *const malformed[] = {
         "%y", "%b", "%B", "%C", "%S", "%D", "%O", "%U", "%k", "%1$d", "%'d", "%^d", "%[a]", "%hhhd", "%lllu",

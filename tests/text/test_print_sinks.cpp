@@ -214,8 +214,8 @@ TEST(PrintSinks, EverydayFormatsAndTheirNeighboursAgree) {
     CheckEverySink("%s %.3d %d", "c", 6, 7);
     CheckEverySink("%d %ld %d", 8, 9L, 10);
     CheckEverySink("%d %-05d %0-5d %hd %lld", 11, 12, 13, 14, 15LL);
-    /* Many "%%" between everyday directives, more pieces than a short
-     * outline holds. */
+    /* Many "%%" between everyday directives: literal runs that are no plain
+     * copies of the format. */
     std::string percents;
     for (int i = 0; i < 90; ++i)
         percents += i % 9 == 0 ? "%d%%" : "%%";
