@@ -109,19 +109,17 @@ enum class FormatMode { Print = 1, Scan = 2 };
 
 using FormatTable = HalvFormatParameter[HALV_FORMAT_MAX_ARGS];
 
-/* What the print core needs of a parsed format beyond its table: where its
- * literal text lies and which of its two modes the walk takes.
- *
- * directiveStart holds the offset of each directive's '%' at the table
- * index of the directive's entry; length is the format's length; with
- * hasEscapedPercent a "%%" occurs, so literal runs are not plain copies of
- * the format.  everyday says that every directive is a string, or an integer
- * of no size or an 'l' or "ll" size, with no '*' argument: each entry then is
- * a whole field by itself, with an argument of a type known in advance, which
- * is the short mode of the walk and the shape of nearly every format
- * printed. */
+/* What the parser's walk learns of a format beside its table: the number
+ * of entries (or the negative result of a format that fails to parse), the
+ * format's length, whether a "%%" occurs (then literal runs are no plain
+ * copies of the format), and whether the format is an everyday one: every
+ * directive a string, or an integer of no size or an 'l' or "ll" size, with
+ * no '*' argument.  Then each entry is a whole field by itself, with an
+ * argument of a type known in advance, which is the short mode of the print
+ * core's walk and the shape of nearly every format printed.  Small, so that
+ * it comes back in registers. */
 struct FormatOutline {
-    int32_t directiveStart[HALV_FORMAT_MAX_ARGS];
+    int32_t count;
     int32_t length;
     bool hasEscapedPercent;
     bool everyday;

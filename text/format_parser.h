@@ -205,16 +205,17 @@ ParseStep ParseQualified(FormatTable &table, int32_t count, const char *p, const
 
 } // namespace format_parser
 
-/* Parses `format` into `table`, and into `outline` unless it is null.
- * Result: the number of entries, or HALV_FORMAT_MALFORMED or
- * HALV_FORMAT_TOO_MANY_ARGS.  In scan mode '*' suppresses instead of taking
- * an argument and "%[" is a group, whose entry keeps the format offset just
- * behind its '[' in `base`. */
-[[gnu::always_inline]] inline int32_t ParseFormat(const char *format, FormatMode mode, FormatTable &table,
-                                                  FormatOutline *outline = nullptr) noexcept {
+/* Parses `format` into `table`, and gives its outline, whose count is the
+ * number of entries, or HALV_FORMAT_MALFORMED or HALV_FORMAT_TOO_MANY_ARGS.
+ * Unless directiveStart is null it gets the offset of each directive's '%'
+ * at the table index of the directive's own entry.  In scan mode '*'
+ * suppresses instead of taking an argument and "%[" is a group, whose entry
+ * keeps the format offset just behind its '[' in `base`. */
+[[gnu::always_inline]] inline FormatOutline ParseFormat(const char *format, FormatMode mode, FormatTable &table,
+                                                        int32_t *directiveStart = nullptr) noexcept {
     using namespace format_parser;
     if (format == nullptr)
-        return HALV_FORMAT_MALFORMED;
+        return {HALV_FORMAT_MALFORMED, 0, false, false};
     int32_t count = 0;
     bool hasEscapedPercent = false;
     bool everyday = true;
@@ -228,7 +229,7 @@ ParseStep ParseQualified(FormatTable &table, int32_t count, const char *p, const
         /* The limit comes first: a 65th directive is too many even when it
          * would also be malformed. */
         if (__builtin_expect(count >= HALV_FORMAT_MAX_ARGS, 0))
-            return HALV_FORMAT_TOO_MANY_ARGS;
+            return {HALV_FORMAT_TOO_MANY_ARGS, 0, false, false};
         const auto start = static_cast<int32_t>(p - format);
         ++p;
         /* A conversion byte right behind the '%' is no qualifier. */
@@ -238,19 +239,14 @@ ParseStep ParseQualified(FormatTable &table, int32_t count, const char *p, const
         const ParseStep step = conversion != nullptr ? ConversionEntry(table, count, q, conversion, format, mode)
                                                      : ParseQualified(table, count, p, format, mode);
         if (__builtin_expect(step.count < 0, 0))
-            return step.count;
+            return {step.count, 0, false, false};
         everyday = everyday && step.everyday;
         count = step.count;
         p = step.next;
-        if (outline != nullptr) /* the directive's own entry is the last one made */
-            outline->directiveStart[count - 1] = start;
+        if (directiveStart != nullptr) /* the directive's own entry is the last one made */
+            directiveStart[count - 1] = start;
     }
-    if (outline != nullptr) {
-        outline->length = static_cast<int32_t>(p - format);
-        outline->hasEscapedPercent = hasEscapedPercent;
-        outline->everyday = everyday;
-    }
-    return count;
+    return {count, static_cast<int32_t>(p - format), hasEscapedPercent, everyday};
 }
 
 } // namespace halv

@@ -65,22 +65,25 @@ HalvFormatParameter Resolved(const HalvFormatParameter &p, const FormatTable &ta
     return field;
 }
 
-/* The literal text from `from` to `to`.  With escaped percents in the
- * format, each "%%" in it gives one '%': every '%' of a literal run is the
- * first of such a pair, since the parser took all others as directives. */
-[[gnu::always_inline]] inline void PutLiteral(PrintSink &sink, const char *from, const char *to,
-                                              bool hasEscapedPercent) noexcept {
-    if (__builtin_expect(!hasEscapedPercent, 1)) {
-        if (to != from)
-            Put(sink, from, static_cast<size_t>(to - from));
-        return;
-    }
+/* The literal text from `from` to `to` of a format with escaped percents:
+ * each "%%" in it gives one '%'.  Every '%' of a literal run is the first of
+ * such a pair, since the parser took all others as directives. */
+[[gnu::noinline]] void PutEscapedLiteral(PrintSink &sink, const char *from, const char *to) noexcept {
     while (from < to) {
         const char *percent = NextPercent(from); /* stops at `to` at the latest: a '%' or the end */
         const char *end = percent < to ? percent + 1 : to;
         Put(sink, from, static_cast<size_t>(end - from));
         from = percent < to ? percent + 2 : to;
     }
+}
+
+/* The literal text from `from` to `to`. */
+[[gnu::always_inline]] inline void PutLiteral(PrintSink &sink, const char *from, const char *to,
+                                              bool hasEscapedPercent) noexcept {
+    if (__builtin_expect(hasEscapedPercent, 0))
+        PutEscapedLiteral(sink, from, to);
+    else if (to != from)
+        Put(sink, from, static_cast<size_t>(to - from));
 }
 
 /* Everyday mode: each entry is a directive whose field is its own, and
@@ -138,15 +141,15 @@ private:
  * directive behind it, in the order of the table, and the run behind the
  * last directive. */
 template <class Fields>
-[[gnu::always_inline]] inline void Walk(PrintSink &sink, const char *format, FormatTable &table, int32_t count,
-                                        const FormatOutline &outline, Fields fields) noexcept {
+[[gnu::always_inline]] inline void Walk(PrintSink &sink, const char *format, FormatTable &table,
+                                        const int32_t *directiveStart, FormatOutline outline, Fields fields) noexcept {
     const char *p = format;
-    for (int32_t i = 0; i < count; ++i) {
+    for (int32_t i = 0; i < outline.count; ++i) {
         HalvFormatParameter &param = table[i];
         const uint64_t value = fields.Read(param);
         if (Fields::kHasStars && param.type == HALV_FORMAT_STAR)
             continue;
-        PutLiteral(sink, p, format + outline.directiveStart[i], outline.hasEscapedPercent);
+        PutLiteral(sink, p, format + directiveStart[i], outline.hasEscapedPercent);
         fields.Field(sink, param, table, value);
         p = format + param.indexAfterSpecifier;
     }
@@ -163,16 +166,16 @@ void PrintCountField(PrintSink &sink, const HalvFormatParameter &p) noexcept {
 
 int32_t PrintCore(PrintSink &sink, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
-    FormatOutline outline;
-    const int32_t count = ParseFormat(format, FormatMode::Print, table, &outline);
-    if (count < 0)
-        return count;
+    int32_t directiveStart[HALV_FORMAT_MAX_ARGS];
+    const FormatOutline outline = ParseFormat(format, FormatMode::Print, table, directiveStart);
+    if (outline.count < 0)
+        return outline.count;
     if (outline.everyday)
-        Walk(sink, format, table, count, outline, EverydayFields(args));
+        Walk(sink, format, table, directiveStart, outline, EverydayFields(args));
     else
-        Walk(sink, format, table, count, outline, AnyFields(args));
-    SyncCounts(sink);
-    return sink.context.error != 0 ? sink.context.error : sink.context.processed;
+        Walk(sink, format, table, directiveStart, outline, AnyFields(args));
+    const int32_t processed = SyncCounts(sink);
+    return sink.context.error != 0 ? sink.context.error : processed;
 }
 
 } // namespace halv

@@ -51,17 +51,20 @@ inline void AddCount(int32_t &count, uint64_t n) noexcept {
 }
 
 /* Brings context.processed and context.committed up to date with all that
- * was written so far.  A memory sink has committed what its window took
- * (nothing while the window is the empty stage) and was offered that and
- * what it dropped. */
-inline void SyncCounts(PrintSink &sink) noexcept {
+ * was written so far, and gives processed.  A memory sink has committed what
+ * its window took (nothing while the window is the empty stage) and was
+ * offered that and what it dropped. */
+inline int32_t SyncCounts(PrintSink &sink) noexcept {
     if (sink.flush != nullptr) {
         sink.flush(sink);
-        return;
+        return sink.context.processed;
     }
-    sink.context.committed = static_cast<int32_t>(sink.cursor - sink.buffer);
-    sink.context.processed = sink.context.committed;
-    AddCount(sink.context.processed, sink.dropped);
+    const auto committed = static_cast<int32_t>(sink.cursor - sink.buffer);
+    int32_t processed = committed;
+    AddCount(processed, sink.dropped);
+    sink.context.committed = committed;
+    sink.context.processed = processed;
+    return processed;
 }
 
 inline size_t Room(const PrintSink &sink) noexcept {
@@ -160,26 +163,37 @@ inline IntegerRequest IntegerRequestOf(const HalvFormatParameter &p) noexcept {
         magnitude &= 0xFFFFFFFFu;
     const auto base = static_cast<uint32_t>(p.base);
     const int count = DigitCount(magnitude, base);
-    const int64_t body = count + (negative ? 1 : 0);
-    const int64_t pad = p.width > body ? p.width - body : 0;
+    const int32_t body = count + (negative ? 1 : 0);
+    const char *set = ConversionOf(p) == 'X' ? kUpperDigits : kLowerDigits;
+    char *at = sink.cursor;
+    if (__builtin_expect(p.width <= body, 1)) { /* no padding, the usual field */
+        if (__builtin_expect(static_cast<size_t>(body) > Room(sink), 0))
+            return WriteInteger(sink, value, IntegerRequestOf(p));
+        if (negative)
+            *at++ = '-';
+        at += count;
+        WriteDigits(magnitude, base, set, at);
+        sink.cursor = at;
+        return;
+    }
+    const int64_t pad = static_cast<int64_t>(p.width) - body;
     if (__builtin_expect(static_cast<uint64_t>(body + pad) > Room(sink), 0))
         return WriteInteger(sink, value, IntegerRequestOf(p));
-    char *at = sink.cursor;
     const bool zeros = (flags & kFlagZero) != 0;
     const bool left = (flags & kFlagLeft) != 0 && !zeros;
-    if (pad > 0 && !left && !zeros) {
+    if (!left && !zeros) {
         memset(at, ' ', static_cast<size_t>(pad));
         at += pad;
     }
     if (negative)
         *at++ = '-';
-    if (pad > 0 && zeros) {
+    if (zeros) {
         memset(at, '0', static_cast<size_t>(pad));
         at += pad;
     }
     at += count;
-    WriteDigits(magnitude, base, ConversionOf(p) == 'X' ? kUpperDigits : kLowerDigits, at);
-    if (pad > 0 && left) {
+    WriteDigits(magnitude, base, set, at);
+    if (left) {
         memset(at, ' ', static_cast<size_t>(pad));
         at += pad;
     }

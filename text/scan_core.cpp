@@ -164,7 +164,7 @@ int32_t RunScanLoop(ScanSource &in, const ScanCall &call, int32_t entries) {
 
 int32_t ScanCore(ScanSource &in, const char *format, FormatArgs &args) noexcept {
     FormatTable table;
-    const int32_t entries = ParseFormat(format, FormatMode::Scan, table);
+    const int32_t entries = ParseFormat(format, FormatMode::Scan, table).count;
     if (entries < 0)
         return entries;
     FetchScanArguments(table, entries, args);
