@@ -49,22 +49,19 @@ inline constexpr auto kByteRules = [] {
     struct {
         ByteRule rule[256];
     } t{}; /* zeroed: every byte not listed is a Conversion */
-    t.rule[' '] = {ByteKind::Flag, kFlagBlank};
-    t.rule['+'] = {ByteKind::Flag, kFlagPlus};
-    t.rule['-'] = {ByteKind::Flag, kFlagLeft};
-    t.rule['#'] = {ByteKind::Flag, kFlagAlt};
-    t.rule['0'] = {ByteKind::Zero, 0};
-    for (int c = '1'; c <= '9'; ++c)
-        t.rule[c] = {ByteKind::Digit, 0};
-    t.rule['*'] = {ByteKind::Star, 0};
-    t.rule['.'] = {ByteKind::Dot, 0};
-    t.rule['h'] = {ByteKind::Size, kLetterH};
-    t.rule['l'] = {ByteKind::Size, kLetterL};
-    t.rule['L'] = {ByteKind::Size, kLetterLD};
-    t.rule['z'] = {ByteKind::Size, kLetterZ};
-    t.rule['t'] = {ByteKind::Size, kLetterT};
-    t.rule['j'] = {ByteKind::Size, kLetterJ};
-    t.rule['I'] = {ByteKind::SizeI, kLetterI};
+    constexpr struct {
+        const char *bytes;
+        ByteRule rule;
+    } kQualifiers[] = {
+        {" ", {ByteKind::Flag, kFlagBlank}}, {"+", {ByteKind::Flag, kFlagPlus}}, {"-", {ByteKind::Flag, kFlagLeft}},
+        {"#", {ByteKind::Flag, kFlagAlt}},   {"0", {ByteKind::Zero, 0}},         {"123456789", {ByteKind::Digit, 0}},
+        {"*", {ByteKind::Star, 0}},          {".", {ByteKind::Dot, 0}},          {"h", {ByteKind::Size, kLetterH}},
+        {"l", {ByteKind::Size, kLetterL}},   {"L", {ByteKind::Size, kLetterLD}}, {"z", {ByteKind::Size, kLetterZ}},
+        {"t", {ByteKind::Size, kLetterT}},   {"j", {ByteKind::Size, kLetterJ}},  {"I", {ByteKind::SizeI, kLetterI}},
+    };
+    for (const auto &qualifier : kQualifiers)
+        for (const char *b = qualifier.bytes; *b != '\0'; ++b)
+            t.rule[static_cast<unsigned char>(*b)] = qualifier.rule;
     return t;
 }();
 

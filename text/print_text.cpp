@@ -20,7 +20,7 @@ constexpr auto kEscapes = [] {
     } t{};
     for (int b = 0; b < 256; ++b)
         t.letter[b] = (b >= 32 && b <= 126) ? 0 : 'x';
-    t.letter['\\'] = '\\';
+    t.letter[static_cast<unsigned char>('\\')] = '\\';
     t.letter[7] = 'a';
     t.letter[8] = 'b';
     t.letter[9] = 't';
