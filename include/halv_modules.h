@@ -197,6 +197,55 @@ HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) HALV_
  * state in *out; 0 when no init point is found or args or out is null. */
 HALV_API int HalvCallInitByName(const char *name, intptr_t *args, HalvState **out) HALV_NOEXCEPT;
 
+/* ------------------------------------------------------------------------
+ * What the registry step did
+ *
+ * The registry step's traces go through HalvDebug and show only with
+ * debugging on.  Whatever the switches, the step also keeps an account of
+ * itself, so that a host can say why the engine did not start, or what it
+ * loaded: which registry file it read, what in that file it skipped, and
+ * for every bundle it tried, in order, the file loaded and its version, or
+ * the loader's own reason for the failure.  The account lives from the
+ * first HalvernInit's registry step to the last HalvernEnd.
+ * ------------------------------------------------------------------------ */
+
+/* HalvRegistryReport.state: how the registry file was found and read. */
+#define HALV_REGISTRY_READ 1        /* the file at path was read */
+#define HALV_REGISTRY_DEFAULT 2     /* none along HV_DATA_PATH: the bundle "halv" was tried, optional */
+#define HALV_REGISTRY_UNREADABLE -1 /* found at path but not readable; problems says why */
+
+/* One bundle the registry step tried. */
+typedef struct HalvBundleReport {
+    const char *name;      /* the bundle name as the registry gave it */
+    int32_t optional;      /* 1 for an optional bundle (the default bundle too) */
+    int32_t loaded;        /* 1 registered, 0 failed */
+    const char *path;      /* the file loaded; null when it failed */
+    const char *version;   /* the bundle's version texts; null when it failed or gave none */
+    const char *timestamp;
+    const char *reason;    /* why it failed, one line without a line end; null when loaded:
+                              the places tried and the loader's text ("cannot open shared
+                              object file", "undefined symbol: ...", "wrong ELF class"), a
+                              missing entry point by name, or the major version it gave */
+} HalvBundleReport;
+
+typedef struct HalvRegistryReport {
+    int32_t state;                    /* HALV_REGISTRY_READ, _DEFAULT or _UNREADABLE */
+    const char *path;                 /* the registry file found; null with HALV_REGISTRY_DEFAULT */
+    const char *problems;             /* about the file itself, lines each ended by '\n': why it
+                                         can't be read, what in it was skipped; null when none */
+    uint32_t bundleCount;
+    const HalvBundleReport *bundles;  /* bundleCount entries, in the order tried */
+} HalvRegistryReport;
+
+/* A copy of what the last registry step did.  The record, its bundle array
+ * and all their texts are one block, which the caller releases with
+ * halv_internal_free; it stays valid after HalvernEnd.  Null when no
+ * registry step has run since the engine started (the engine is stopped,
+ * or HalvernDisableRegistryLoad turned the step off) and out of memory.
+ * Bundles that a host registers itself with HalvRegisterLibrary are not in
+ * it.  Safe from any thread while the engine runs. */
+HALV_API HalvRegistryReport *HalvGetRegistryReport(void) HALV_NOEXCEPT;
+
 HALV_END_DECLS
 
 #endif /* HALV_MODULES_H */

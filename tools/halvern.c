@@ -26,7 +26,12 @@ static const char kUsage[] =
     "usage: halvern COMMAND [ARGUMENTS]\n"
     "\n"
     "  demo [--keep]                  make a sample image and run every function over it\n"
-    "  list                           every processing function of every registered bundle\n"
+    "  list [--failed | --exists NAME]\n"
+    "                                 every processing function of every registered bundle,\n"
+    "                                 then every bundle that failed to load and why;\n"
+    "                                 --failed: only those; --exists: exit 0 if NAME is there\n"
+    "  status                         the registry file, data path, temporary directory and\n"
+    "                                 every bundle with its state, version and file\n"
     "  describe NAME                  one function's full description\n"
     "  info FILE                      the header of a stored image\n"
     "  run NAME INPUT OUTPUT [key=value ...]\n"
@@ -38,8 +43,10 @@ static const char kUsage[] =
     "                                 separations as binary netpbm\n"
     "  help                           this text\n"
     "\n"
-    "OUTPUT appears only when the command succeeds.  Exit status: 0 done,\n"
-    "1 failed (the reason is on standard error), 2 wrong command line.\n";
+    "OUTPUT appears only when the command succeeds; Ctrl-C stops a command\n"
+    "between two chunks and removes the unfinished OUTPUT.  Exit status: 0 done,\n"
+    "1 failed (the reason is on standard error), 2 wrong command line,\n"
+    "130 interrupted.\n";
 
 static int CommandHelp(int argc, char **argv) {
     (void)argc;
@@ -48,13 +55,20 @@ static int CommandHelp(int argc, char **argv) {
     return kExitOk;
 }
 
-static const struct {
+/* What a command needs of the engine: nothing, a started engine, or a
+ * start whatever its outcome (status reports on a failed start too). */
+enum EngineUse { kNoEngine, kStartedEngine, kAnyStart };
+
+static const struct Command {
     const char *name;
     int (*run)(int argc, char **argv);
+    enum EngineUse engine;
 } kCommands[] = {
-    {"demo", CommandDemo},       {"list", CommandList},     {"describe", CommandDescribe},
-    {"info", CommandInfo},       {"run", CommandRun},       {"convert", CommandConvert},
-    {"export", CommandExport},   {"help", CommandHelp},     {"--help", CommandHelp},
+    {"demo", CommandDemo, kStartedEngine},   {"list", CommandList, kStartedEngine},
+    {"describe", CommandDescribe, kStartedEngine}, {"info", CommandInfo, kStartedEngine},
+    {"run", CommandRun, kStartedEngine},     {"convert", CommandConvert, kStartedEngine},
+    {"export", CommandExport, kStartedEngine}, {"status", CommandStatus, kAnyStart},
+    {"help", CommandHelp, kNoEngine},        {"--help", CommandHelp, kNoEngine},
 };
 
 int main(int argc, char **argv) {
@@ -62,19 +76,22 @@ int main(int argc, char **argv) {
         fputs(kUsage, stderr);
         return kExitUsage;
     }
-    int (*command)(int, char **) = NULL;
+    const struct Command *command = NULL;
     for (size_t i = 0; i < sizeof kCommands / sizeof kCommands[0]; ++i)
         if (strcmp(argv[1], kCommands[i].name) == 0)
-            command = kCommands[i].run;
+            command = &kCommands[i];
     if (command == NULL) {
         Complain("unknown command %s (halvern help lists the commands)", argv[1]);
         return kExitUsage;
     }
-    if (HalvernInit() != 1) {
+    if (command->engine == kNoEngine)
+        return command->run(argc - 2, argv + 2);
+    int started = StartEngine();
+    if (started != kExitOk && command->engine == kStartedEngine) {
         HalvernEnd();
-        return Complain("the engine did not start");
+        return started;
     }
-    int status = command(argc - 2, argv + 2);
+    int status = command->run(argc - 2, argv + 2);
     HalvernEnd();
-    return status;
+    return started != kExitOk ? started : status;
 }

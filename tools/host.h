@@ -14,6 +14,33 @@
 
 enum { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
 
+/* ------------------------------------------------------------------------
+ * Starting the engine (startup.c)
+ * ------------------------------------------------------------------------ */
+
+/* HalvernInit.  kExitOk, or kExitFailed after naming on standard error the
+ * registry file and every required bundle that failed, with its reason.
+ * Either way the engine owes a HalvernEnd. */
+int StartEngine(void);
+/* Prints "<prefix><bundle> (optional|required): <reason>" on standard
+ * output for each bundle the registry step failed to load; their count. */
+int PrintFailedBundles(const char *prefix);
+
+/* ------------------------------------------------------------------------
+ * Interrupts (interrupt.c): the first SIGINT, SIGTERM or SIGHUP asks the
+ * command in progress to stop between two chunks; a second one ends the
+ * process at once, removing the unfinished output first.
+ * ------------------------------------------------------------------------ */
+
+/* Installs the handlers; once per process. */
+void InterruptGuardInstall(void);
+/* 0 while no stop was asked; else the exit status to give, 128 + the
+ * signal (130 for Ctrl-C), after saying on standard error that it stopped. */
+int InterruptStatus(void);
+/* The temporary file a second signal removes before the process dies;
+ * null when none. */
+void InterruptSetPendingFile(const char *path);
+
 /* Prints "halvern: " and the message with a line end on standard error;
  * gives kExitFailed so that callers can return it. */
 int Complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
@@ -58,7 +85,8 @@ uint32_t ImageCommonBits(const Image *image);
 uint32_t ImageSamples(const Image *image);
 /* Loads the next chunk.  kExitOk with *chunk filled (its flags carry
  * HALV_CHUNK_END on the last one, which may be empty); kExitFailed after
- * saying what is wrong with the data.  The data stay valid up to the next
+ * saying what is wrong with the data; InterruptStatus() when a signal asked
+ * the command to stop.  The data stay valid up to the next
  * load. */
 int ImageNextChunk(Image *image, HalvChunk *chunk);
 /* Name of the colour space, "unknown" for code 0. */
@@ -92,8 +120,8 @@ int OutputWriteChunk(Output *out, const HalvChunk *chunk);
 int OutputWriteBytes(Output *out, const void *bytes, uint32_t count);
 int OutputCommit(Output *out);
 void OutputAbort(Output *out);
-/* Commits the output when status is kExitOk, else removes it; gives the
- * command's status. */
+/* Commits the output when status is kExitOk, else removes it (saying so
+ * when an interrupt was the reason); gives the command's status. */
 int OutputFinish(Output *out, int status);
 
 /* A new header of the stored format name ("internal" or "image-ext") with
@@ -158,5 +186,6 @@ int CommandRun(int argc, char **argv);
 int CommandConvert(int argc, char **argv);
 int CommandExport(int argc, char **argv);
 int CommandDemo(int argc, char **argv);
+int CommandStatus(int argc, char **argv);
 
 #endif

@@ -231,6 +231,9 @@ static int CheckChunk(Image *image, const HalvChunk *chunk) {
 
 int ImageNextChunk(Image *image, HalvChunk *chunk) {
     memset(chunk, 0, sizeof *chunk);
+    int interrupted = InterruptStatus();
+    if (interrupted != kExitOk)
+        return interrupted; /* the caller's failure path removes its output */
     if (image->ended) {
         chunk->flags = HALV_CHUNK_END;
         return kExitOk;

@@ -3,11 +3,10 @@
  *
  * The file is made under a temporary name beside OUTPUT, so that the
  * rename at the end stays on one file system; a failure or an interrupt
- * removes it.  Nobody ever sees a half-written OUTPUT.
+ * (interrupt.c) removes it.  Nobody ever sees a half-written OUTPUT.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <errno.h>
-#include <signal.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,40 +16,6 @@
 
 #include "host.h"
 
-/* The temporary file of the output in progress, for the signal handler. */
-static char gPendingPath[4096];
-static volatile sig_atomic_t gPending;
-
-static void RemovePendingAndDie(int sig) {
-    if (gPending)
-        unlink(gPendingPath);
-    signal(sig, SIG_DFL);
-    raise(sig);
-}
-
-static void GuardAgainstInterrupts(void) {
-    static int installed;
-    if (installed)
-        return;
-    installed = 1;
-    static const int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
-    for (size_t i = 0; i < sizeof kSignals / sizeof kSignals[0]; ++i) {
-        struct sigaction action;
-        memset(&action, 0, sizeof action);
-        action.sa_handler = RemovePendingAndDie;
-        sigemptyset(&action.sa_mask);
-        sigaction(kSignals[i], &action, NULL);
-    }
-}
-
-static void SetPending(const char *path) {
-    gPending = 0;
-    if (path != NULL && strlen(path) < sizeof gPendingPath) {
-        memcpy(gPendingPath, path, strlen(path) + 1);
-        gPending = 1;
-    }
-}
-
 int OutputOpen(Output *out, const char *path) {
     memset(out, 0, sizeof *out);
     out->path = path;
@@ -59,7 +24,7 @@ int OutputOpen(Output *out, const char *path) {
     if (out->tempPath == NULL)
         return Complain("no memory");
     snprintf(out->tempPath, length + 16, "%s.halvern-XXXXXX", path);
-    GuardAgainstInterrupts();
+    InterruptGuardInstall();
     int fd = mkstemp(out->tempPath);
     if (fd < 0) {
         int error = errno;
@@ -67,7 +32,7 @@ int OutputOpen(Output *out, const char *path) {
         out->tempPath = NULL;
         return Complain("can't write %s: %s", path, strerror(error));
     }
-    SetPending(out->tempPath);
+    InterruptSetPendingFile(out->tempPath);
     mode_t mask = umask(0);
     umask(mask);
     fchmod(fd, 0666 & ~mask); /* mkstemp's 0600 would stick to OUTPUT */
@@ -149,7 +114,7 @@ int OutputCommit(Output *out) {
         status = Complain("can't write %s: %s", out->path, strerror(errno));
         unlink(out->tempPath);
     }
-    gPending = 0;
+    InterruptSetPendingFile(NULL);
     free(out->tempPath);
     out->tempPath = NULL;
     return status;
@@ -159,7 +124,7 @@ void OutputAbort(Output *out) {
     Release(out);
     if (out->tempPath != NULL)
         unlink(out->tempPath);
-    gPending = 0;
+    InterruptSetPendingFile(NULL);
     free(out->tempPath);
     out->tempPath = NULL;
 }
@@ -168,6 +133,8 @@ int OutputFinish(Output *out, int status) {
     if (status == kExitOk)
         return OutputCommit(out);
     OutputAbort(out);
+    if (status == InterruptStatus())
+        Complain("interrupted: stopped between two chunks; %s was not written", out->path);
     return status;
 }
 

@@ -67,9 +67,9 @@ class Halvern : public ::testing::Test {
 
     std::string Path(const std::string &name) const { return dir_ + "/" + name; }
 
-    // Runs halvern with args; stdout and stderr go to files in the temp
-    // dir.  Killed after 60 s so a hang fails instead of blocking.
-    Result Run(const std::vector<std::string> &args) {
+    // Starts halvern with args and the test's environment plus env_;
+    // stdout and stderr go to files in the temp dir.  The pid, or -1.
+    pid_t Spawn(const std::vector<std::string> &args) {
         std::vector<char *> argv;
         std::string program = HALVERN_PATH;
         argv.push_back(program.data());
@@ -77,17 +77,32 @@ class Halvern : public ::testing::Test {
         for (std::string &a : copies)
             argv.push_back(a.data());
         argv.push_back(nullptr);
+        std::vector<std::string> envText;
+        for (char **e = environ; *e != nullptr; ++e)
+            envText.push_back(*e);
+        for (const std::string &extra : env_)
+            envText.push_back(extra);
+        std::vector<char *> envp;
+        for (std::string &e : envText)
+            envp.push_back(e.data());
+        envp.push_back(nullptr);
         std::string outPath = Path(".stdout"), errPath = Path(".stderr");
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         pid_t pid = 0;
-        Result result;
-        int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+        int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
         posix_spawn_file_actions_destroy(&actions);
         EXPECT_EQ(spawned, 0);
-        if (spawned != 0)
+        return spawned == 0 ? pid : -1;
+    }
+
+    // Waits for a spawned halvern; killed after 60 s so a hang fails
+    // instead of blocking.
+    Result Wait(pid_t pid) {
+        Result result;
+        if (pid < 0)
             return result;
         int status = 0;
         for (int waited = 0;; ++waited) {
@@ -104,12 +119,15 @@ class Halvern : public ::testing::Test {
         }
         EXPECT_TRUE(WIFEXITED(status)) << "halvern died by a signal: " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
         result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        std::string outPath = Path(".stdout"), errPath = Path(".stderr");
         result.out = ReadFile(outPath);
         result.err = ReadFile(errPath);
         unlink(outPath.c_str());
         unlink(errPath.c_str());
         return result;
     }
+
+    Result Run(const std::vector<std::string> &args) { return Wait(Spawn(args)); }
 
     // The names in the temp dir (without the capture files).
     std::vector<std::string> Listing() const {
@@ -140,6 +158,7 @@ class Halvern : public ::testing::Test {
     }
 
     std::string dir_;
+    std::vector<std::string> env_; // NAME=value added to the environment of halvern
 };
 
 // ---------------------------------------------------------------------------
@@ -573,6 +592,131 @@ TEST_F(Halvern, ListsDescribesAndDemonstrates) {
     Result unknown = Run({"frobnicate"});
     EXPECT_EQ(unknown.status, 2);
     EXPECT_NE(unknown.err.find("unknown command frobnicate"), std::string::npos);
+}
+
+// ---------------------------------------------------------------------------
+// Start-up: which bundle failed and why, without any debug switch
+// ---------------------------------------------------------------------------
+
+TEST_F(Halvern, AFailedStartNamesTheRegistryFileTheBundleAndTheReason) {
+    // The registry is the test's own; the broken bundles are built beside
+    // the test programs, where the loader's search is pointed.
+    env_ = {"HV_DATA_PATH=" + dir_, std::string("LD_LIBRARY_PATH=") + HALV_TEST_BUNDLE_DIR};
+    const std::string registry = Path("hvregistry.dot");
+    const struct {
+        const char *bundle, *reason;
+    } kCases[] = {
+        {"nosuchbundle", "dpk_nosuchbundle.so: cannot open shared object file: No such file or directory"},
+        {"nolist", "lacks the entry point HalvernBundleGetList_nolist"},
+        {"oldmajor", "it was built for major version 2; this engine takes 3"},
+        {"unresolved", "undefined symbol: HalvNoSuchFunction"},
+    };
+    for (const auto &c : kCases) {
+        SCOPED_TRACE(c.bundle);
+        WriteFile(registry, std::string("[libraries]\nrequired: halv\nrequired: ") + c.bundle + "\n");
+        for (const char *command : {"list", "demo"}) {
+            Result r = Run({command});
+            EXPECT_EQ(r.status, 1);
+            EXPECT_EQ(r.out, "");
+            std::istringstream lines(r.err);
+            std::string first, second, third, rest;
+            std::getline(lines, first);
+            std::getline(lines, second);
+            std::getline(lines, third);
+            std::getline(lines, rest, '\0');
+            EXPECT_EQ(first, "halvern: the engine did not start");
+            EXPECT_EQ(second, "halvern: registry file: " + registry);
+            EXPECT_EQ(third.rfind(std::string("halvern: bundle ") + c.bundle + " (required): ", 0), 0u) << third;
+            EXPECT_NE(third.find(c.reason), std::string::npos) << third;
+            EXPECT_EQ(rest, "");
+        }
+        Result status = Run({"status"});
+        EXPECT_EQ(status.status, 1);
+        EXPECT_NE(status.out.find("bundle halv     loaded, version 3.8.0"), std::string::npos) << status.out;
+        EXPECT_NE(status.out.find(std::string("bundle ") + c.bundle), std::string::npos) << status.out;
+        EXPECT_NE(status.out.find(c.reason), std::string::npos) << status.out;
+    }
+}
+
+TEST_F(Halvern, ListAndStatusTellLoadedAndFailedBundles) {
+    env_ = {"HV_DATA_PATH=" + dir_, std::string("LD_LIBRARY_PATH=") + HALV_TEST_BUNDLE_DIR};
+    WriteFile(Path("hvregistry.dot"), "[libraries]\noptional: oldmajor\nrequired: halv\noptional: nosuchbundle\n");
+    Result list = Run({"list"});
+    EXPECT_EQ(list.status, 0) << list.err;
+    EXPECT_EQ(list.err, "");
+    size_t failedPart = list.out.find("\nbundles that failed to load:\n  oldmajor (optional): it was built for major "
+                                      "version 2; this engine takes 3\n  nosuchbundle (optional): ");
+    EXPECT_NE(failedPart, std::string::npos) << list.out;
+    EXPECT_LT(list.out.find("threshold "), failedPart);
+    Result failed = Run({"list", "--failed"});
+    EXPECT_EQ(failed.status, 0);
+    EXPECT_EQ(failed.out.rfind("oldmajor (optional): it was built for major version 2", 0), 0u) << failed.out;
+    EXPECT_EQ(failed.out.find("threshold"), std::string::npos);
+    EXPECT_EQ(std::count(failed.out.begin(), failed.out.end(), '\n'), 2);
+    EXPECT_EQ(Run({"list", "--exists", "gain"}).status, 0);
+    Result missing = Run({"list", "--exists", "no-such-function"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.out + missing.err, "");
+    Result status = Run({"status"});
+    EXPECT_EQ(status.status, 0) << status.err;
+    EXPECT_NE(status.out.find("registry file: " + Path("hvregistry.dot") + "\n"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("data path      " + dir_ + "\n"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("temporary dir  "), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("/dpk_halv.so\n"), std::string::npos) << status.out;
+    EXPECT_NE(status.out.find("bundle oldmajor failed (optional): it was built for major version 2"), std::string::npos)
+        << status.out;
+    EXPECT_EQ(Listing(), std::vector<std::string>{"hvregistry.dot"}) << "status leaves nothing behind";
+}
+
+// ---------------------------------------------------------------------------
+// Ctrl-C
+// ---------------------------------------------------------------------------
+
+TEST_F(Halvern, InterruptStopsBetweenChunksAndRemovesTheUnfinishedOutput) {
+    // The input is a pipe the test feeds, so the signal lands mid-run for
+    // certain: 4 MiB of a 16 MiB image are through before it is sent, and
+    // the rest follows after it.
+    Layout l;
+    l.width = 4096;
+    l.height = 4096;
+    l.parts = 1;
+    const std::string input = Path("in.hv");
+    ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
+    for (const char *command : {"run", "convert", "export"}) {
+        SCOPED_TRACE(command);
+        std::vector<std::string> args = {command};
+        const std::string output = std::string(command) == "export" ? "out.pgm" : "out.hv";
+        if (std::string(command) == "run")
+            args.push_back("invert");
+        args.push_back(input);
+        args.push_back(Path(output));
+        if (std::string(command) == "convert")
+            args.insert(args.end(), {"--format", "image-ext"});
+        pid_t pid = Spawn(args);
+        ASSERT_GT(pid, 0);
+        int fifo = open(input.c_str(), O_WRONLY); // returns once halvern opened it
+        ASSERT_GE(fifo, 0);
+        signal(SIGPIPE, SIG_IGN);
+        const std::string header = HeaderText(l, "internal");
+        const std::string line(l.LineBytes(), '\x5a');
+        auto send = [&](const std::string &bytes) {
+            return write(fifo, bytes.data(), bytes.size()) == (ssize_t)bytes.size();
+        };
+        ASSERT_TRUE(send(header));
+        for (uint32_t i = 0; i < 1024; ++i)
+            ASSERT_TRUE(send(line));
+        ASSERT_EQ(kill(pid, SIGINT), 0);
+        for (uint32_t i = 1024; i < l.height && send(line); ++i) {
+        }
+        close(fifo);
+        Result r = Wait(pid);
+        signal(SIGPIPE, SIG_DFL);
+        EXPECT_EQ(r.status, 130) << r.err;
+        EXPECT_NE(r.err.find("halvern: interrupted: stopped between two chunks; " + Path(output) + " was not written"),
+                  std::string::npos)
+            << r.err;
+        EXPECT_EQ(Listing(), std::vector<std::string>{"in.hv"}) << "nothing is left under either name";
+    }
 }
 
 } // namespace
