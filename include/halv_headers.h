@@ -106,6 +106,26 @@ typedef struct HalvImageExtHeader {
     void *chunkBuffer;
 } HalvImageExtHeader;
 
+/* The layout of one stored scanline, as the raster formats read and write
+ * it: hosts that walk scanlines use these rather than working it out. */
+
+/* Separations that lie side by side in one scanline, each with its own
+ * bytesPerSep entry: 1 with pixel interleave, else parts[0] + parts[1] +
+ * parts[2], at most 36 (HALV_MAX_SEPARATIONS).  0 for null. */
+HALV_API uint32_t HalvHeaderSepCount(const HalvHeaderStruct *header) HALV_NOEXCEPT;
+/* Bytes of one scanline: the sum of bytesPerSep over HalvHeaderSepCount
+ * separations, exact (the formats keep its low 32 bits, as byte counts
+ * wrap; a host can tell a header whose sum doesn't fit).  0 for null. */
+HALV_API uint64_t HalvHeaderLineBytes(const HalvHeaderStruct *header) HALV_NOEXCEPT;
+/* Reverses, in place, the bytes of every sample wider than 8 bits in lines
+ * scanlines at data, separation by separation (16-bit samples by twos,
+ * wider ones by fours, as bitsPerSample says), never touching bytes at or
+ * past size: a short last line is done as far as it goes.  This is how the
+ * formats turn samples stored in the other byte order around.  A null
+ * header or data does nothing. */
+HALV_API void HalvHeaderReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size,
+                                     uint32_t lines) HALV_NOEXCEPT;
+
 /* Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps. */
 
 /* Bytes of one scanline of one separation: whole bytes up to 8 bits, whole

@@ -187,9 +187,10 @@ HALV_API int HalvFindAllFuncDesc(HalvFuncDesc ***array) HALV_NOEXCEPT;
  * memory. */
 HALV_API int HalvFindAndReadFuncDesc(const char *name, HalvFuncDesc *desc) HALV_NOEXCEPT;
 
-/* Finds the init point of function name through the registered bundles:
- * the module's own, or its description's init retrieval text.  1 with *out
- * set; 0 otherwise, *out untouched. */
+/* The init point of function name: that of the module name of the first
+ * registered bundle that has one, read under the LIBR lock without
+ * building a description.  1 with *out set; 0 for a null argument, a name
+ * no bundle has, or a module without an init point, *out untouched. */
 HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) HALV_NOEXCEPT;
 
 /* Calls the init point that HalvLoadInitPointByName finds for name with

@@ -194,6 +194,11 @@ HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backl
  * number gives -1, and so does every read after it. */
 HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) HALV_NOEXCEPT;
 
+/* 1 when name begins with "http://", in any case of its letters: a name
+ * that HalvIO_FileName and HalvFindFile open as a URL through HalvIO_URL.
+ * 0 otherwise, and for null. */
+HALV_API int HalvIsURL(const char *name) HALV_NOEXCEPT;
+
 /* Waits until a stream of readStreams can be read (a listening one: can
  * accept) or one of writeStreams can be written.  A peer that has closed
  * counts as ready; the read then gives 0.  Both arrays hold streams of

@@ -80,6 +80,16 @@ bool AppendDescriptions(const HalvLibrary *library, HalvFuncDesc **&next) noexce
     return true;
 }
 
+/* The module called name in the first registered bundle that has one, or null.
+ * The caller holds the LIBR lock. */
+const HalvBundleModule *FindModule(const char *name) noexcept {
+    for (const HalvLibrary *library = libraries; library != nullptr; library = library->next)
+        if (library->getModule != nullptr)
+            if (const HalvBundleModule *module = library->getModule(name))
+                return module;
+    return nullptr;
+}
+
 /* A new array with room for count descriptions and the terminator. */
 HalvFuncDesc **NewDescriptionArray(uint32_t count) noexcept {
     return static_cast<HalvFuncDesc **>(halv_internal_calloc((size_t)count + 1, sizeof(HalvFuncDesc *)));
@@ -249,41 +259,33 @@ HALV_API int HalvFindAllFuncDesc(HalvFuncDesc ***array) noexcept {
     return 1;
 }
 
-/* Fills desc from the first bundle that has module name.  1; -1 when none
- * has; 0 for null arguments or out of memory. */
 HALV_API int HalvFindAndReadFuncDesc(const char *name, HalvFuncDesc *desc) noexcept {
     if (name == nullptr || desc == nullptr)
         return 0;
     LibraryLock lock;
-    for (const HalvLibrary *library = libraries; library != nullptr; library = library->next) {
-        if (library->getModule == nullptr)
-            continue;
-        if (const HalvBundleModule *module = library->getModule(name))
-            return halv::FillFuncDescFromModule(desc, module) ? 1 : 0;
-    }
-    return -1;
+    const HalvBundleModule *module = FindModule(name);
+    if (module == nullptr)
+        return -1;
+    return halv::FillFuncDescFromModule(desc, module) ? 1 : 0;
 }
 
-/* The init point of function name; 1 with *out set, else 0. */
+/* Only the module's own init point is read: a bundle module never carries
+ * an init retrieval text, so there is no description to build. */
 HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) noexcept {
     if (name == nullptr || out == nullptr)
         return 0;
-    HalvFuncDesc *desc = HalvAllocFuncDesc();
-    if (desc == nullptr)
-        return 0;
-    int result = 0;
-    if (HalvFindAndReadFuncDesc(name, desc) == 1) {
-        HalvInitPoint found = desc->initPoint;
-        if (found != nullptr || (desc->init != nullptr && HalvRetrieveInit(desc->init, &found) == 1)) {
-            *out = found;
-            result = 1;
-        }
+    HalvInitPoint init = nullptr;
+    {
+        LibraryLock lock;
+        if (const HalvBundleModule *module = FindModule(name))
+            init = module->init;
     }
-    HalvFreeFuncDesc(desc);
-    return result;
+    if (init == nullptr)
+        return 0;
+    *out = init;
+    return 1;
 }
 
-/* Calls the init point found for name; see halv_modules.h. */
 HALV_API int HalvCallInitByName(const char *name, intptr_t *args, HalvState **out) noexcept {
     HalvInitPoint init = nullptr;
     if (args == nullptr || out == nullptr || HalvLoadInitPointByName(name, &init) != 1)

@@ -58,8 +58,8 @@ HALV_API HalvIO *HalvIO_FileName(const char *name, const char *mode) noexcept {
     using namespace halv;
     if (name == nullptr || mode == nullptr)
         return nullptr;
-    if (HasUrlScheme(name))
-        return OpenUrlStream(name, mode);
+    if (HalvIsURL(name))
+        return HalvIO_URL(name, mode);
     int flags = OpenFlags(mode);
     if (flags < 0)
         return nullptr;

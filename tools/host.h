@@ -75,10 +75,6 @@ void ImageClose(Image *image);
  * handled sample by sample: known layout, pixels, no compression, sizes
  * that agree.  kExitOk or kExitFailed with the reason said. */
 int ImageCheckRaster(const Image *image);
-/* Separations that lie side by side in a scanline, each with its own
- * bytes/sl entry: 1 with pixel interleave, else the sum of parts (37 when
- * that is beyond the 36 a header holds). */
-uint32_t HeaderStoredSeps(const HalvHeaderStruct *header);
 /* The common sample depth of all separations, or 0 when they differ. */
 uint32_t ImageCommonBits(const Image *image);
 /* The number of samples of each pixel: the sum of the header's parts. */
@@ -128,8 +124,6 @@ int OutputFinish(Output *out, int status);
  * the raster description of source; its manager in *manager.  Null after
  * saying why. */
 HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager);
-/* Reverses the bytes of every sample wider than 8 bits in lines lines. */
-void SwapLines(const HalvHeaderStruct *header, uint32_t storedSeps, void *data, uint32_t lines);
 
 /* ------------------------------------------------------------------------
  * Processing functions

@@ -7,7 +7,6 @@
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/stat.h>
 
 #include "host.h"
@@ -25,20 +24,6 @@ static void CopyParam(char *dst, size_t size, HalvUserCMData *tree, const char *
 
 static int IsRasterFormat(const HalvHeaderStruct *header) {
     return header->managerType == HALV_HDR_INTERNAL || header->managerType == HALV_HDR_IMAGE_EXT;
-}
-
-uint32_t HeaderStoredSeps(const HalvHeaderStruct *header) {
-    if (header->interleave == 1)
-        return 1;
-    uint64_t sum = (uint64_t)header->parts[0] + header->parts[1] + header->parts[2];
-    return sum > HALV_MAX_SEPARATIONS ? HALV_MAX_SEPARATIONS + 1 : (uint32_t)sum;
-}
-
-static uint64_t LineBytes(const HalvHeaderStruct *header, uint32_t seps) {
-    uint64_t sum = 0;
-    for (uint32_t i = 0; i < seps && i < HALV_MAX_SEPARATIONS; ++i)
-        sum += header->bytesPerSep[i];
-    return sum;
 }
 
 uint32_t ImageSamples(const Image *image) {
@@ -107,7 +92,7 @@ static int ReadHeader(Image *image) {
 int ImageOpen(Image *image, const char *path) {
     memset(image, 0, sizeof *image);
     image->path = path;
-    if (strncasecmp(path, "http://", 7) != 0) {
+    if (!HalvIsURL(path)) {
         struct stat info;
         if (stat(path, &info) != 0)
             return Complain("can't read %s: %s", path, strerror(errno));
@@ -124,22 +109,31 @@ int ImageOpen(Image *image, const char *path) {
         ImageClose(image);
         return kExitFailed;
     }
-    image->storedSeps = HeaderStoredSeps(image->header);
-    uint64_t lineBytes = LineBytes(image->header, image->storedSeps);
+    image->storedSeps = HalvHeaderSepCount(image->header);
+    uint64_t lineBytes = HalvHeaderLineBytes(image->header);
     image->lineBytes = image->header->compression != 0 || lineBytes > kMaxLineBytes ? 0 : (uint32_t)lineBytes;
     image->height = image->header->dimCount >= 2 ? image->header->dims[1] : 0;
     return kExitOk;
 }
 
-/* Bytes that pixels samples of bits bits take in a line: packed below 8
- * bits, 16- and 32-bit words above. */
-static uint64_t SampleBytes(uint32_t bits, uint64_t samples) {
-    if (bits <= 8)
-        return (samples * bits + 7) / 8;
-    return samples * (bits <= 16 ? 2 : 4);
+/* Bytes a scanline of stored separation sep needs for pixels pixels, by the
+ * library's count; with pixel interleave the one separation holds every
+ * sample.  The count is worked out in 32 bits: a line whose bits don't fit
+ * is given by its size alone, which is far beyond what this host takes. */
+static uint64_t NeededBytes(const HalvHeaderStruct *h, uint32_t sep, uint32_t samples, uint32_t pixels) {
+    uint32_t group = h->interleave == 1 ? samples : 1;
+    uint64_t bits = (uint64_t)SampleBits(h, sep) * group * pixels;
+    if (bits > UINT32_MAX - 31)
+        return (bits + 7) / 8;
+    if (h->interleave != 1)
+        return HalvCalcBytesPerSep(h->bitsPerSample[sep], pixels);
+    uint32_t sampleBits[HALV_MAX_SEPARATIONS], bytes[HALV_MAX_SEPARATIONS];
+    for (uint32_t s = 0; s < samples; ++s)
+        sampleBits[s] = h->bitsPerSample[0];
+    return HalvCalcInterleaveBytesArray(1, bytes, samples, sampleBits, pixels);
 }
 
-static int CheckSeparations(const Image *image, uint64_t pixels) {
+static int CheckSeparations(const Image *image, uint32_t pixels) {
     const HalvHeaderStruct *h = image->header;
     uint32_t samples = ImageSamples(image);
     for (uint32_t i = 0; i < samples; ++i)
@@ -147,12 +141,7 @@ static int CheckSeparations(const Image *image, uint64_t pixels) {
             return Complain("%s: separation %u has %u bits per sample; 1 to 32 can be handled", image->path, i + 1,
                             SampleBits(h, i));
     for (uint32_t i = 0; i < image->storedSeps; ++i) {
-        uint64_t need = 0;
-        if (h->interleave == 1)
-            for (uint32_t s = 0; s < samples; ++s)
-                need += SampleBytes(SampleBits(h, s), pixels);
-        else
-            need = SampleBytes(h->bitsPerSample[i], pixels);
+        uint64_t need = NeededBytes(h, i, samples, pixels);
         if (need > kMaxLineBytes)
             return Complain("%s: a scanline of %llu pixels needs %llu bytes, more than this host handles",
                             image->path, (unsigned long long)pixels, (unsigned long long)need);

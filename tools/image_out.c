@@ -81,7 +81,7 @@ int OutputWriteChunk(Output *out, const HalvChunk *chunk) {
             return Complain("no memory for %u bytes", chunk->bytes);
         copy.capacity = chunk->bytes;
         memcpy(copy.data, chunk->data, chunk->bytes);
-        SwapLines(out->header, HeaderStoredSeps(out->header), copy.data, copy.lines);
+        HalvHeaderReverseLines(out->header, copy.data, copy.bytes, copy.lines);
     }
     errno = 0;
     if (HVHdrFromChunk(out->manager, out->header, &copy, out->io) != 1)
@@ -177,22 +177,3 @@ HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *forma
     return header;
 }
 
-static void ReverseGroups(unsigned char *bytes, uint32_t count, uint32_t width) {
-    for (uint32_t i = 0; i + width <= count; i += width)
-        for (uint32_t a = i, b = i + width - 1; a < b; ++a, --b) {
-            unsigned char t = bytes[a];
-            bytes[a] = bytes[b];
-            bytes[b] = t;
-        }
-}
-
-void SwapLines(const HalvHeaderStruct *header, uint32_t storedSeps, void *data, uint32_t lines) {
-    unsigned char *cursor = data;
-    for (uint32_t line = 0; line < lines; ++line)
-        for (uint32_t i = 0; i < storedSeps && i < HALV_MAX_SEPARATIONS; ++i) {
-            uint32_t bits = header->bitsPerSample[i];
-            if (bits > 8)
-                ReverseGroups(cursor, header->bytesPerSep[i], bits > 16 ? 4 : 2);
-            cursor += header->bytesPerSep[i];
-        }
-}

@@ -29,14 +29,6 @@ int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept;
 
 /* ---- shared by the raster formats (raster_common.cpp) ---- */
 
-/* Separations that make up one scanline's list entries: 1 with pixel
- * interleave, else the sum of parts; never more than the lists hold. */
-uint32_t RasterSepCount(const HalvHeaderStruct *header) noexcept;
-
-/* Sum of the first count entries of bytesPerSep, wrapping in 32 bits as
- * all byte counts do. */
-uint32_t RasterLineBytes(const HalvHeaderStruct *header, uint32_t count) noexcept;
-
 /* endian from ID/architecture; when that names the other order, *swap is
  * set and endian becomes the machine's, since the loader reverses. */
 void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_t *swap) noexcept;
@@ -61,10 +53,6 @@ HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, cons
 
 /* Deletes each named key of section; the list ends with null. */
 HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept;
-
-/* Reverses the samples of lines scanlines at data in place, by the widths
- * in bitsPerSample, never touching bytes at or past size. */
-void RasterReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size, uint32_t lines) noexcept;
 
 /* The keys that both formats write, in their order: ID (format, the four
  * zero bytes of binary, version, architecture), then Raster pixels, then

@@ -163,7 +163,7 @@ int ImageExtLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, ui
     if (!complete)
         return 0;
     if (h->swapBytes)
-        RasterReverseLines(header, h->chunkBuffer, chunk->bytes, chunk->lines);
+        HalvHeaderReverseLines(header, h->chunkBuffer, chunk->bytes, chunk->lines);
     return 1;
 }
 
