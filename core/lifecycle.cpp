@@ -3,8 +3,10 @@
  *
  * A use count pairs HalvernInit with HalvernEnd.  The first start creates
  * eight recursive hash locks (critical sections) that the rest of the
- * library takes by key; the last stop unregisters the bundles, runs the
- * cleanup functions newest first and destroys the hash locks again.  The
+ * library takes by key and runs the start steps the layers above declare
+ * (the registry file and its bundles); the last stop runs their stop steps
+ * (the bundles are unregistered), runs the cleanup functions newest first
+ * and destroys the hash locks again.  The
  * master lock that orders all of this is a statically initialised critical
  * section, usable before any call and never destroyed.
  *
@@ -16,8 +18,11 @@
 
 #include "core/internal.h"
 #include "halv_env.h"
-#include "modules/internal.h"
 #include "thread/internal.h"
+
+/* The engine steps, gathered by the linker from every HALV_ENGINE_STEP. */
+extern "C" const halv::EngineStep __start_halv_engine_steps[];
+extern "C" const halv::EngineStep __stop_halv_engine_steps[];
 
 namespace {
 
@@ -73,9 +78,23 @@ void ReadDebugSwitches() noexcept {
         engine.debugSwitches[i].store(HalvGetenv(kDebugVariables[i]) != nullptr ? 1 : 0, std::memory_order_relaxed);
 }
 
-/* Registry step and its undo, both kept by the modules layer. */
-int LoadRegistry() noexcept { return halv::LoadRegistry(); }
-int UnregisterLibraries() noexcept { return halv::UnregisterBootLibraries(); }
+/* The start steps in table order; 1, or 0 at the first that fails. */
+int RunStartSteps() noexcept {
+    for (const halv::EngineStep *step = __start_halv_engine_steps; step != __stop_halv_engine_steps; ++step)
+        if (step->start() != 1)
+            return 0;
+    return 1;
+}
+
+/* The stop steps in reverse table order; 1, or the first failing result. */
+int RunStopSteps() noexcept {
+    for (const halv::EngineStep *step = __stop_halv_engine_steps; step != __start_halv_engine_steps;) {
+        int result = (--step)->stop();
+        if (result != 1)
+            return result;
+    }
+    return 1;
+}
 
 HalvCleanupEntry *NewestCleanup() noexcept {
     EnterHashLock(kCleanupLockIndex);
@@ -131,7 +150,7 @@ int EndPass() noexcept {
         HalvLeaveCriticalSection(masterLock);
         return 1;
     }
-    int result = UnregisterLibraries();
+    int result = RunStopSteps();
     if (result != 1)
         return FailEndPass(result);
     result = RunCleanups();
@@ -148,6 +167,7 @@ int DebugSwitchValue(DebugSwitch which) noexcept { return engine.debugSwitches[w
 } // namespace
 
 namespace halv {
+bool EngineRegistryLoadDisabled() noexcept { return engine.registryLoadDisabled != 0; }
 int EngineEnvDebug() noexcept { return DebugSwitchValue(kEnvDebug); }
 int EngineSharedDebug() noexcept { return DebugSwitchValue(kSharedDebug); }
 int EngineFindFileDebug() noexcept { return DebugSwitchValue(kFindFileDebug); }
@@ -167,7 +187,7 @@ HALV_API int HalvernInit(void) noexcept {
     }
     CreateHashLocks();
     ReadDebugSwitches();
-    if (!engine.registryLoadDisabled && LoadRegistry() != 1) {
+    if (RunStartSteps() != 1) {
         HalvLeaveCriticalSection(masterLock);
         return 0;
     }

@@ -57,11 +57,6 @@ void ReportProblem(const char *format, ...) noexcept __attribute__((format(print
 void ReportBundle(const char *name, bool optional, HalvLibrary *library, const char *reason) noexcept;
 void ReportEnd() noexcept;
 
-/* The registry step of the first HalvernInit and its undo at the last
- * HalvernEnd; both run under the master lock. */
-int LoadRegistry() noexcept;
-int UnregisterBootLibraries() noexcept;
-
 } // namespace halv
 
 #endif

@@ -14,6 +14,7 @@
 #include "halv_env.h"
 #include "halv_userdata.h"
 #include "halv_util.h"
+#include "core/internal.h"
 #include "modules/internal.h"
 #include "modules/line_reader.h"
 
@@ -116,11 +117,11 @@ class RegistrySink final : public halv::LineSink {
     bool seen_ = false;
 };
 
-} // namespace
-
-namespace halv {
-
+/* The registry step of the first HalvernInit, under the master lock. */
 int LoadRegistry() noexcept {
+    using namespace halv;
+    if (EngineRegistryLoadDisabled())
+        return 1;
     ReportBegin();
     char *path = HalvFindFile("hvregistry", "dot", nullptr);
     if (path == nullptr) {
@@ -144,8 +145,9 @@ int LoadRegistry() noexcept {
     return result;
 }
 
+/* Its undo at the last HalvernEnd: the boot registrations are dropped. */
 int UnregisterBootLibraries() noexcept {
-    ReportEnd();
+    halv::ReportEnd();
     int result = 1;
     while (HalvBootLibrary *boot = bootLibraries) {
         bootLibraries = boot->next;
@@ -156,4 +158,6 @@ int UnregisterBootLibraries() noexcept {
     return result;
 }
 
-} // namespace halv
+} // namespace
+
+HALV_ENGINE_STEP(registryStep) = {LoadRegistry, UnregisterBootLibraries};
