@@ -10,6 +10,8 @@
 #include <cstring>
 
 #include "core/internal.h"
+#include "halv_headers.h"
+#include "halv_util.h"
 
 namespace {
 
@@ -47,9 +49,18 @@ struct HalvHeaderStruct *DefaultOutputHeader(HalvState *state, int32_t index) {
     return static_cast<struct HalvHeaderStruct *>(HalvGetArrayItem(state->headers, (uint32_t)index));
 }
 
-/* The flat form of headers comes with the binary header layer; until that
- * layer stands no header can be flattened, and every request gives 0. */
-int32_t DefaultOutputBinHeader(HalvState *, int32_t, void *, uintptr_t) { return 0; }
+/* An output header as a flat block in the machine's order: its size for a
+ * null buffer, else the block written into buffer (-1 when size is too
+ * small); 0 when there is no header at index. */
+int32_t DefaultOutputBinHeader(HalvState *state, int32_t index, void *buffer, uintptr_t size) {
+    const HalvHeaderStruct *header = DefaultOutputHeader(state, index);
+    if (header == nullptr)
+        return 0;
+    /* The block's capacity is a 32-bit count; larger buffers are more than
+     * any block needs. */
+    uint32_t capacity = size > 0x7FFFFFFF ? 0x7FFFFFFF : (uint32_t)size;
+    return HalvBinHdrFromHdr(header, HalvIdentifyEndian(), buffer != nullptr ? &buffer : nullptr, capacity);
+}
 
 HalvChunk *DefaultInputChunk(HalvState *state, int32_t index) {
     return state->inputChunks == nullptr ? nullptr

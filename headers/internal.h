@@ -31,6 +31,14 @@ class CNumberLocale {
  * the locale says. */
 inline bool IsHeaderSpace(unsigned char c) { return c == ' ' || (c >= 9 && c <= 13); }
 
+/* The code of the first word of Compression/compressors: 0 when absent or
+ * empty, -1 for a word that isn't known (a word too long included). */
+int32_t CompressionFromTree(HalvUserCMData *tree) noexcept;
+
+/* The code of Photometry/name, 0 when absent or unknown.  A known name is
+ * taken out of *tree; an unknown one stays, so it goes out as it came. */
+int32_t ColorFromTree(HalvUserCMData **tree) noexcept;
+
 /* Copies the nine slots of manager into header. */
 void BindManager(HalvHeaderStruct *header, const HVHdrManager &manager) noexcept;
 

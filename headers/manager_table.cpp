@@ -186,6 +186,16 @@ HALV_API int HVHdrGetManager_Type(int32_t type, HVHdrManager *manager) noexcept 
     return 0;
 }
 
+HALV_API const char *HVHdrGetFormatName_Type(int32_t type) noexcept {
+    if (type == -1)
+        return nullptr;
+    TableLock lock;
+    for (uint32_t i = 0; i < gManagerCount; ++i)
+        if (gManagers[i].type == type)
+            return gManagers[i].format;
+    return nullptr;
+}
+
 HALV_API int HVHdrGetManager(HalvUserCMData *tree, HVHdrManager *manager) noexcept {
     const char *format = HVHdrGetHeaderParam(tree, "ID", "format");
     if (format == nullptr)

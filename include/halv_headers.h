@@ -106,6 +106,44 @@ typedef struct HalvImageExtHeader {
     void *chunkBuffer;
 } HalvImageExtHeader;
 
+/* ------------------------------------------------------------------------
+ * The flat form of a header: one block of bytes, 'B' 'H', a 556-byte fixed
+ * part (the record's numbers in 32-bit words, tables of 32 places) and the
+ * tree's sections, keys and values, length-prefixed.  compression and
+ * color travel as words in the tree; slots and format extensions don't
+ * travel.
+ * ------------------------------------------------------------------------ */
+
+/* Flattens header into a block with its words in the byte order order
+ * names (0 little-endian, any other value big-endian).  With buffer null
+ * nothing is written and the result is the size a buffer needs (an upper
+ * bound).  With *buffer null a buffer of that size is allocated with
+ * halv_internal_malloc and stored in *buffer; the caller frees it.
+ * Otherwise *buffer must hold capacity bytes of at least that size.  The
+ * tree's sections, their keys and the keys' values travel; other nodes are
+ * passed over.  A Photometry section without a name key gets one holding
+ * HalvClr2Str(color), and a tree without Photometry gets the section, so
+ * that the colour space always travels.  Result: the bytes of the block;
+ * -1 for a null header, no memory, a capacity too small (the buffer
+ * untouched), or a header the block can't hold (more than 32 table entries
+ * or 10 dims). */
+HALV_API int32_t HalvBinHdrFromHdr(const HalvHeaderStruct *header, int32_t order, void **buffer,
+                                   uint32_t capacity) HALV_NOEXCEPT;
+
+/* A new generic header (HalvGenericHeaderCopy and HalvGenericHeaderFree in
+ * its slots, its manager slots null) from a block of either byte order.
+ * size is the block's size; 0 means the caller vouches for the block and
+ * only the lengths inside it are checked, each against the one around it.
+ * With borrow nonzero the tree's texts point into the block instead of
+ * being copied: the block must outlive the header and stay unchanged, and
+ * freeing the header leaves it untouched.  color comes back from
+ * Photometry/name (a known name is taken out of the tree) and compression
+ * from Compression/compressors.  Result: the header, or null for a size
+ * from 1 to 555 or smaller than the block says, a wrong magic or order
+ * byte, more than 32 table entries or 10 dims, a length that runs past the
+ * one around it, a borrowed text without its zero byte, or no memory. */
+HALV_API HalvHeaderStruct *HalvBinHdrToHdr(const void *block, uint32_t size, int32_t borrow) HALV_NOEXCEPT;
+
 /* The layout of one stored scanline, as the raster formats read and write
  * it: hosts that walk scanlines use these rather than working it out. */
 
@@ -198,6 +236,12 @@ HALV_API int HVHdrUnregisterManager(HVHdrManagerEntry *handle) HALV_NOEXCEPT;
 HALV_API int HVHdrGetManager_Str(const char *format, const char *version, HVHdrManager *manager) HALV_NOEXCEPT;
 /* The same for the first entry with type code type. */
 HALV_API int HVHdrGetManager_Type(int32_t type, HVHdrManager *manager) HALV_NOEXCEPT;
+/* The format name of the first entry with type code type ("internal" for
+ * 0, "image-ext" for 11): the word a header's managerType stands for.  The
+ * text lives in the table, valid for the library's life; an entry that a
+ * registration takes over loses its code.  Null for -1 or a code no entry
+ * has. */
+HALV_API const char *HVHdrGetFormatName_Type(int32_t type) HALV_NOEXCEPT;
 /* HVHdrGetManager_Str with ID/format and ID/version of tree; 0 without a
  * format. */
 HALV_API int HVHdrGetManager(HalvUserCMData *tree, HVHdrManager *manager) HALV_NOEXCEPT;

@@ -193,10 +193,30 @@ HALV_API int HalvFindAndReadFuncDesc(const char *name, HalvFuncDesc *desc) HALV_
  * no bundle has, or a module without an init point, *out untouched. */
 HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) HALV_NOEXCEPT;
 
+/* ------------------------------------------------------------------------
+ * Calls by name and from flat data
+ * ------------------------------------------------------------------------ */
+
 /* Calls the init point that HalvLoadInitPointByName finds for name with
- * args.  The init point's result, stored as the status when it left a
- * state in *out; 0 when no init point is found or args or out is null. */
+ * args, as HalvCallInit does: the init point's result, stored as the status
+ * of a state it left in *out.  0, calling nothing, when no bundle gives an
+ * init point for name or args or out is null. */
 HALV_API int HalvCallInitByName(const char *name, intptr_t *args, HalvState **out) HALV_NOEXCEPT;
+
+/* Calls module's init point with an argument list made from count binary
+ * arguments (HalvBinArgToArgs, 8 spare words), as HalvCallInit does.  With
+ * headers non-null, the headerCount 'B' 'H' blocks it points to become
+ * headers that borrow their text from the blocks (HalvBinHdrToHdr, borrow
+ * on; a block that doesn't read is left out), passed as "input:h", a
+ * null-terminated header array.  The list and those headers live only for
+ * the init call: an init point that keeps a header copies it through its
+ * copy slot, and the blocks must stay unchanged meanwhile.  unused is not
+ * read.  The init point's result; 0 when the list can't be built (no
+ * memory), module or its init is null, or out is null, with the list and
+ * headers released on every path. */
+HALV_API int HalvCallInitBin(const HalvBundleModule *module, int32_t count, const HalvBinArg *args,
+                             int32_t headerCount, void *const *headers, intptr_t unused,
+                             HalvState **out) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
  * What the registry step did

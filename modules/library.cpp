@@ -286,11 +286,4 @@ HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) noexc
     return 1;
 }
 
-HALV_API int HalvCallInitByName(const char *name, intptr_t *args, HalvState **out) noexcept {
-    HalvInitPoint init = nullptr;
-    if (args == nullptr || out == nullptr || HalvLoadInitPointByName(name, &init) != 1)
-        return 0;
-    return HalvCallInit(init, args, out);
-}
-
 } // extern "C"

@@ -14,14 +14,6 @@ typedef struct ConvertOptions {
     int byteOrder; /* 0 little, 1 big, -1 keep */
 } ConvertOptions;
 
-static int ParseByteOrder(const char *word, int *order) {
-    static const char *const kWords[] = {"little", "big"};
-    for (int i = 0; i < 2; ++i)
-        if (strcmp(word, kWords[i]) == 0)
-            return *order = i, 1;
-    return 0;
-}
-
 static int ParseOptions(int argc, char **argv, ConvertOptions *options) {
     memset(options, 0, sizeof *options);
     options->byteOrder = -1;

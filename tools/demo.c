@@ -81,7 +81,7 @@ static int RunAll(const char dir[kPathMax / 2], const char *sample, char **creat
     for (uint32_t i = 0; descs[i] != NULL && *createdCount < 64; ++i) {
         char output[kPathMax + 64];
         snprintf(output, sizeof output, "%s/%s.hv", dir, descs[i]->name);
-        if (RunFunction(descs[i]->name, sample, output, kDemoArgs, 2, 1) != kExitOk) {
+        if (RunFunction(descs[i]->name, sample, output, kDemoArgs, 2, 1, 0) != kExitOk) {
             status = kExitFailed;
             continue;
         }

@@ -33,10 +33,13 @@ static const char kUsage[] =
     "  status                         the registry file, data path, temporary directory and\n"
     "                                 every bundle with its state, version and file\n"
     "  describe NAME                  one function's full description\n"
-    "  info FILE                      the header of a stored image\n"
-    "  run NAME INPUT OUTPUT [key=value ...]\n"
+    "  info FILE                      the header of a stored image or a header block\n"
+    "  run [--binary] NAME INPUT OUTPUT [key=value ...]\n"
     "                                 run a function over an image (halvern describe NAME\n"
-    "                                 shows the keys it takes; bits comes from the image)\n"
+    "                                 shows the keys it takes; bits comes from the image;\n"
+    "                                 --binary starts it from flat arguments and header)\n"
+    "  pack IMAGE OUTPUT.bh [--byte-order big|little]\n"
+    "                                 the image's header as one flat block\n"
     "  convert INPUT OUTPUT --format internal|image-ext [--byte-order big|little]\n"
     "                                 store an image in another format or byte order\n"
     "  export INPUT OUTPUT.pgm|.ppm   write an 8- or 16-bit image of one or three\n"
@@ -68,6 +71,7 @@ static const struct Command {
     {"describe", CommandDescribe, kStartedEngine}, {"info", CommandInfo, kStartedEngine},
     {"run", CommandRun, kStartedEngine},     {"convert", CommandConvert, kStartedEngine},
     {"export", CommandExport, kStartedEngine}, {"status", CommandStatus, kAnyStart},
+    {"pack", CommandPack, kStartedEngine},
     {"help", CommandHelp, kNoEngine},        {"--help", CommandHelp, kNoEngine},
 };
 

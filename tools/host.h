@@ -85,6 +85,12 @@ uint32_t ImageSamples(const Image *image);
  * the command to stop.  The data stay valid up to the next
  * load. */
 int ImageNextChunk(Image *image, HalvChunk *chunk);
+/* "little" gives 0 and "big" 1 in *order; 0 for any other word. */
+int ParseByteOrder(const char *word, int *order);
+/* The whole of path (a file or a URL), at most limit bytes, in a new
+ * buffer the caller frees.  kExitOk, or kExitFailed after saying why. */
+int ReadWholeFile(const char *path, unsigned char **bytes, uint32_t *size, uint32_t limit);
+
 /* Name of the colour space, "unknown" for code 0. */
 const char *ImageColorName(const HalvHeaderStruct *header);
 
@@ -148,10 +154,25 @@ int BuildFnArgs(FnArgs *args, const HalvFuncDesc *desc, char *const *pairs, int 
                 int factCount, int lenient);
 void FreeFnArgs(FnArgs *args);
 
+/* The same arguments as binary records (HalvBinArg): integers as type 0
+ * and doubles as type 3 in arrays of their own, strings as type 1. */
+typedef struct FnBinArgs {
+    HalvBinArg *args;
+    int32_t count;
+    void **storage;
+    uint32_t storageCount;
+} FnBinArgs;
+
+int BinaryFnArgs(const FnArgs *args, FnBinArgs *out);
+void FreeBinaryFnArgs(FnBinArgs *binary);
+
 /* Runs function name over input into output.  pairs are the user's
- * key=value texts.  With quiet set nothing but failures is printed. */
+ * key=value texts; with lenient set, keys the function doesn't declare are
+ * left out.  With binary set the function starts from flat data alone: its
+ * arguments as HalvBinArg records and the input header as a 'B' 'H' block,
+ * through HalvCallInitBin. */
 int RunFunction(const char *name, const char *input, const char *output, char *const *pairs, int pairCount,
-                int lenient);
+                int lenient, int binary);
 
 /* ------------------------------------------------------------------------
  * Progress on standard error, for long jobs on a terminal.
@@ -181,5 +202,6 @@ int CommandConvert(int argc, char **argv);
 int CommandExport(int argc, char **argv);
 int CommandDemo(int argc, char **argv);
 int CommandStatus(int argc, char **argv);
+int CommandPack(int argc, char **argv);
 
 #endif

@@ -6,6 +6,7 @@
 #define _POSIX_C_SOURCE 200809L
 #include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -247,4 +248,53 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
                             (unsigned long long)image->linesRead, image->height);
     }
     return kExitOk;
+}
+
+int ParseByteOrder(const char *word, int *order) {
+    static const char *const kWords[] = {"little", "big"};
+    for (int i = 0; i < 2; ++i)
+        if (strcmp(word, kWords[i]) == 0)
+            return *order = i, 1;
+    return 0;
+}
+
+int ReadWholeFile(const char *path, unsigned char **bytes, uint32_t *size, uint32_t limit) {
+    *bytes = NULL;
+    *size = 0;
+    errno = 0;
+    HalvIO *io = HalvIO_FileName(path, "rb");
+    if (io == NULL)
+        return Complain("can't open %s: %s", path, errno != 0 ? strerror(errno) : "failed");
+    uint32_t capacity = 0;
+    int status = kExitOk;
+    for (;;) {
+        if (*size == capacity) {
+            uint32_t grown = capacity == 0 ? 4096 : capacity * 2;
+            if (capacity >= limit) {
+                status = Complain("%s is larger than %u bytes", path, limit);
+                break;
+            }
+            unsigned char *more = realloc(*bytes, grown);
+            if (more == NULL) {
+                status = Complain("no memory for %s", path);
+                break;
+            }
+            *bytes = more;
+            capacity = grown;
+        }
+        int32_t got = io->read(io, *bytes + *size, capacity - *size);
+        if (got <= 0) {
+            if (got < 0)
+                status = Complain("can't read %s", path);
+            break;
+        }
+        *size += (uint32_t)got;
+    }
+    io->close(io);
+    if (status != kExitOk) {
+        free(*bytes);
+        *bytes = NULL;
+        *size = 0;
+    }
+    return status;
 }

@@ -73,8 +73,28 @@ static const char *StateMessage(HalvState *state, char *buffer, size_t size) {
     return buffer;
 }
 
+/* The init call from flat data alone: the arguments as binary records, the
+ * input header as a block in this machine's order, the function as a
+ * bundle module with its init point. */
+static int CallInitBinary(const HalvFuncDesc *desc, const Image *image, const FnArgs *args, HalvState **state) {
+    FnBinArgs binary;
+    if (BinaryFnArgs(args, &binary) != kExitOk)
+        return 0;
+    void *block = NULL;
+    int result = 0;
+    if (HalvBinHdrFromHdr(image->header, HalvIdentifyEndian(), &block, 0) < 0)
+        Complain("%s: its header can't be made into a block", image->path);
+    else {
+        HalvBundleModule module = {.name = desc->name, .inputs = 1, .outputs = 1, .init = desc->initPoint};
+        result = HalvCallInitBin(&module, binary.count, binary.args, 1, &block, 0, state);
+    }
+    halv_internal_free(block);
+    FreeBinaryFnArgs(&binary);
+    return result;
+}
+
 static HalvState *StartFunction(const HalvFuncDesc *desc, const Image *image, char *const *pairs, int pairCount,
-                                int lenient) {
+                                int lenient, int binary) {
     if (desc->initPoint == NULL) {
         Complain("%s has no init point in its bundle", desc->name);
         return NULL;
@@ -86,7 +106,7 @@ static HalvState *StartFunction(const HalvFuncDesc *desc, const Image *image, ch
     if (BuildFnArgs(&args, desc, pairs, pairCount, facts, 1, lenient) != kExitOk)
         return NULL;
     HalvState *state = NULL;
-    int started = HalvCallInit(desc->initPoint, args.words, &state);
+    int started = binary ? CallInitBinary(desc, image, &args, &state) : HalvCallInit(desc->initPoint, args.words, &state);
     FreeFnArgs(&args);
     if (started == 1 || started == 2) {
         if (state != NULL && state->inputChunkFn(state, 0) != NULL)
@@ -183,7 +203,7 @@ static int Drive(HalvState *state, Image *image, Output *out) {
 }
 
 int RunFunction(const char *name, const char *input, const char *output, char *const *pairs, int pairCount,
-                int lenient) {
+                int lenient, int binary) {
     HalvFuncDesc *desc = FindFunction(name);
     if (desc == NULL)
         return kExitFailed;
@@ -191,7 +211,7 @@ int RunFunction(const char *name, const char *input, const char *output, char *c
     int status = ImageOpen(&image, input);
     if (status == kExitOk && (ImageCheckRaster(&image) != kExitOk || CheckFunctionFits(desc, &image) != kExitOk))
         status = kExitFailed;
-    HalvState *state = status == kExitOk ? StartFunction(desc, &image, pairs, pairCount, lenient) : NULL;
+    HalvState *state = status == kExitOk ? StartFunction(desc, &image, pairs, pairCount, lenient, binary) : NULL;
     if (status == kExitOk && state == NULL)
         status = kExitFailed;
     Output out;
@@ -208,7 +228,10 @@ int RunFunction(const char *name, const char *input, const char *output, char *c
 }
 
 int CommandRun(int argc, char **argv) {
-    if (argc < 3)
-        return Complain("usage: halvern run NAME INPUT OUTPUT [key=value ...]"), kExitUsage;
-    return RunFunction(argv[0], argv[1], argv[2], argv + 3, argc - 3, 0);
+    int binary = argc > 0 && strcmp(argv[0], "--binary") == 0;
+    if (argc - binary < 3)
+        return Complain("usage: halvern run [--binary] NAME INPUT OUTPUT [key=value ...]"), kExitUsage;
+    argv += binary;
+    argc -= binary;
+    return RunFunction(argv[0], argv[1], argv[2], argv + 3, argc - 3, 0, binary);
 }

@@ -33,14 +33,6 @@ int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept;
  * set and endian becomes the machine's, since the loader reverses. */
 void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_t *swap) noexcept;
 
-/* The code of the first word of Compression/compressors: 0 when absent or
- * empty, -1 for a word that isn't known (a word too long included). */
-int32_t RasterFindCompression(HalvUserCMData *tree) noexcept;
-
-/* The code of Photometry/name, 0 when absent or unknown.  A known name is
- * taken out of *tree; an unknown one stays, so it goes out as it came. */
-int32_t RasterFindColor(HalvUserCMData **tree) noexcept;
-
 /* One number, or up to capacity numbers of one line, into values; true
  * when the key is there (entries it doesn't give keep their value). */
 bool RasterReadNumber(HalvUserCMData *tree, const char *section, const char *key, uint32_t *value) noexcept;

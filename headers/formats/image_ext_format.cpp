@@ -123,8 +123,8 @@ int ImageExtToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
     RasterReadNumber(tree, "Encoding", "alignment", &g->alignment);
     RasterReadNumber(tree, "Encoding", "minimumChunk", &g->minimumChunk);
     RasterReadNumber(tree, "Encoding", "preferredChunk", &g->preferredChunk);
-    g->color = RasterFindColor(&g->userData);
-    g->compression = RasterFindCompression(tree);
+    g->color = ColorFromTree(&g->userData);
+    g->compression = CompressionFromTree(tree);
 
     // The sections stay, End among them: only the keys read go.
     g->userData = RasterDeleteKeys(g->userData, "ID", kIdKeys);

@@ -123,8 +123,8 @@ int InternalToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
     g->interleave = (uint32_t)HalvStr2Interleave(HVHdrGetHeaderParam(tree, "Encoding", "interleave"));
     RasterReadNumber(tree, "Encoding", "alignment", &g->alignment);
     CountLine(h);
-    g->color = RasterFindColor(&g->userData);
-    g->compression = RasterFindCompression(tree);
+    g->color = ColorFromTree(&g->userData);
+    g->compression = CompressionFromTree(tree);
     if (g->compression != 0)
         h->bytesPerLine = 0;
     g->userData = DropReadKeys(g->userData);

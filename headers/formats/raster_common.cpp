@@ -15,14 +15,8 @@ namespace halv {
 
 namespace {
 
-/* Bytes of the buffer a compression word is looked up from, terminator
- * included; no keyword comes near it. */
-constexpr size_t kCompressionWordBytes = 32;
-
 /* Longest decimal text of a uint32_t, and the blank or NUL behind it. */
 constexpr size_t kNumberBytes = 11;
-
-bool EndsCompressionWord(char c) { return c == '\0' || c == '(' || IsHeaderSpace((unsigned char)c); }
 
 } // namespace
 
@@ -35,35 +29,6 @@ void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_
         order = machine;
     }
     header->endian = order;
-}
-
-int32_t RasterFindCompression(HalvUserCMData *tree) noexcept {
-    const char *text = HVHdrGetHeaderParam(tree, "Compression", "compressors");
-    if (text == nullptr)
-        return 0;
-    while (*text != '\0' && IsHeaderSpace((unsigned char)*text))
-        ++text;
-    size_t length = 0;
-    while (!EndsCompressionWord(text[length]))
-        ++length;
-    if (length == 0)
-        return 0;
-    if (length >= kCompressionWordBytes)
-        return -1;
-    char word[kCompressionWordBytes];
-    std::memcpy(word, text, length);
-    word[length] = '\0';
-    return HalvStr2Comp(word);
-}
-
-int32_t RasterFindColor(HalvUserCMData **tree) noexcept {
-    const char *name = HVHdrGetHeaderParam(*tree, "Photometry", "name");
-    if (name == nullptr)
-        return 0;
-    int32_t color = HalvStr2Clr(name);
-    if (color != 0)
-        *tree = HVHdrDeleteHeaderField(*tree, "Photometry", "name");
-    return color;
 }
 
 bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *key, uint32_t *values,

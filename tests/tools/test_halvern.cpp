@@ -358,7 +358,15 @@ TEST_F(Halvern, RunsEveryFunctionOverEveryDepthFormatAndByteOrder) {
                         if (format == "image-ext") {
                             EXPECT_EQ(aux, (std::vector<uint32_t>{7, 8}));
                         }
+                        // From flat arguments and a header block alone, the
+                        // same bytes.
+                        args.insert(args.begin() + 1, "--binary");
+                        args[4] = Path("out-binary");
+                        Result binary = Run(args);
+                        ASSERT_EQ(binary.status, 0) << binary.err;
+                        EXPECT_EQ(ReadFile(Path("out-binary")), out);
                         unlink(Path("out").c_str());
+                        unlink(Path("out-binary").c_str());
                     }
                 }
 }
@@ -486,18 +494,43 @@ TEST_F(Halvern, UnreadableInputIsSaidSo) {
 // info, convert, export
 // ---------------------------------------------------------------------------
 
-TEST_F(Halvern, InfoShowsTheHeader) {
+TEST_F(Halvern, InfoShowsTheHeaderOfAnImageAndOfItsBlock) {
     Layout l;
     l.bits = 16;
     l.big = true;
     WriteFile(Path("in"), StoredImage(l, "image-ext"));
     Result r = Run({"info", Path("in")});
     ASSERT_EQ(r.status, 0) << r.err;
-    for (const char *line : {"format:        image-ext", "version:       1.0", "size:          5 pixels x 7 scanlines",
-                             "separations:   3", "bit depth:     16 16 16", "colour space:  rgbLinear",
-                             "byte order:    big-endian (type 1)", "interleave:    scanline", "compression:   none",
-                             "[Origin]", "site: testbench"})
+    const char *common[] = {"size:          5 pixels x 7 scanlines", "separations:   3", "bit depth:     16 16 16",
+                            "colour space:  rgbLinear", "interleave:    scanline", "compression:   none",
+                            "[Origin]", "site: testbench"};
+    for (const char *line : common)
         EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+    for (const char *line : {"format:        image-ext", "version:       1.0", "byte order:    big-endian (type 1)"})
+        EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+
+    // The header as a flat block, in either word order, shows the same.
+    for (const char *order : {"little", "big"}) {
+        SCOPED_TRACE(order);
+        Result pack = Run({"pack", Path("in"), Path("in.bh"), "--byte-order", order});
+        ASSERT_EQ(pack.status, 0) << pack.err;
+        Bytes block = ReadFile(Path("in.bh"));
+        ASSERT_GT(block.size(), 556u);
+        EXPECT_EQ(block.substr(0, 4), std::string("BH") + (order[0] == 'b' ? "B" : "L") + "L")
+            << "the pixel data are little-endian once loaded";
+        Result info = Run({"info", Path("in.bh")});
+        ASSERT_EQ(info.status, 0) << info.err;
+        for (const char *line : common)
+            EXPECT_NE(info.out.find(line), std::string::npos) << line << "\n" << info.out;
+        EXPECT_NE(info.out.find("format:        image-ext (manager type 11)"), std::string::npos) << info.out;
+        EXPECT_NE(info.out.find(std::string("form:          flat header block, its words ") + order + "-endian"),
+                  std::string::npos)
+            << info.out;
+    }
+    ExpectRefused({"pack", Path("in"), Path("x.bh"), "--byte-order", "middle"}, "x.bh", "big or little");
+    Bytes block = ReadFile(Path("in.bh"));
+    WriteFile(Path("cut.bh"), block.substr(0, 600));
+    ExpectRefused({"info", Path("cut.bh")}, "", "damaged header block");
 }
 
 TEST_F(Halvern, ConvertRoundTripsThroughBothFormatsAndOrders) {
