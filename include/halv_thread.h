@@ -340,7 +340,9 @@ struct HalvCoro {
 
 /* Makes a coroutine that will run entry(coro, userArgument), not started
  * yet.  stackSize 0 gives 1 MiB; other sizes are rounded up to whole pages
- * and to at least 64 KiB.  1 with the coroutine in *out; 0 if out or entry
+ * and to at least 64 KiB.  The coroutine starts with its creator's
+ * floating-point control settings (rounding, exception masks), and from
+ * then on the coroutine and each resumer keep their own across switches.  1 with the coroutine in *out; 0 if out or entry
  * is null, or the record or stack can't be made (*out null then). */
 HALV_API int HalvCoroCreate(HalvCoro **out, HalvCoroFn entry, void *userArgument, size_t stackSize) HALV_NOEXCEPT;
 /* Runs the coroutine until it yields or its function returns; in the

@@ -61,8 +61,10 @@ HALV_API int HalvCoroYield(HalvCoro *coro) noexcept {
 HALV_API void HalvCoroFree(HalvCoro *coro) noexcept {
     if (coro == nullptr)
         return;
-    if (coro->fiber != nullptr)
+    if (coro->fiber != nullptr) {
+        halv::coro::Abandon(coro);
         halv::coro::DeleteFiber(coro->fiber);
+    }
     halv_internal_free(coro);
 }
 

@@ -177,6 +177,7 @@ void SwitchIn(HalvCoro *coro) noexcept {
     HalvCoroFiber *fiber = coro->fiber;
     fiber->running = 1;
 #if HALV_CORO_ASAN
+    fiber->started = 1;
     __sanitizer_start_switch_fiber(&fiber->resumerFakeStack, StackBottom(fiber), StackSize(fiber));
 #endif
 #if HALV_CORO_TSAN
@@ -200,6 +201,10 @@ void SwitchOut(HalvCoro *coro) noexcept {
 #endif
     halv_coro_switch(&fiber->stackPointer, coro->resumer);
     Arrived(fiber);
+#if HALV_CORO_ASAN
+    if (fiber->abandoned)
+        SwitchOutForGood(coro);
+#endif
 }
 
 void SwitchOutForGood(HalvCoro *coro) noexcept {
@@ -213,6 +218,15 @@ void SwitchOutForGood(HalvCoro *coro) noexcept {
 #endif
     halv_coro_switch(&fiber->stackPointer, coro->resumer);
     __builtin_unreachable();
+}
+
+void Abandon([[maybe_unused]] HalvCoro *coro) noexcept {
+#if HALV_CORO_ASAN
+    if (!coro->fiber->started)
+        return;
+    coro->fiber->abandoned = 1;
+    SwitchIn(coro);
+#endif
 }
 
 void Arrived([[maybe_unused]] HalvCoroFiber *fiber) noexcept {

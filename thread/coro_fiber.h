@@ -37,6 +37,8 @@ struct HalvCoroFiber {
     size_t guardSize;   /* one page */
     int running;        /* between a resume and the yield or end that answers it */
 #if HALV_CORO_ASAN
+    int started;            /* resumed at least once */
+    int abandoned;          /* being freed while suspended */
     void *fakeStack;        /* the coroutine's, kept while it is suspended */
     void *resumerFakeStack; /* the resumer's, kept while the coroutine runs */
     const void *resumerBottom;
@@ -68,6 +70,12 @@ void SwitchOut(HalvCoro *coro) noexcept;
 /* On the coroutine's side, once its function has returned: to the
  * resumer, never to come back. */
 [[noreturn]] void SwitchOutForGood(HalvCoro *coro) noexcept;
+
+/* Before a coroutine that has not finished is freed.  In builds with
+ * AddressSanitizer a suspended coroutine is switched into once more, and
+ * straight out again for good, so that the sanitizer can drop the frames it
+ * keeps for it; otherwise nothing. */
+void Abandon(HalvCoro *coro) noexcept;
 
 /* First thing a coroutine does on its own stack. */
 void Arrived(HalvCoroFiber *fiber) noexcept;
