@@ -5,8 +5,8 @@
  * to its resumer when it yields or its function returns.  The resumer's
  * context is stored at every resume, so successive resumes may come from
  * different threads, or from inside another coroutine, where they nest.
- * The stack of a finished coroutine is released by the resume that saw it
- * finish.
+ * The stack of a finished coroutine is released on the resumer's side,
+ * before the resume that saw it finish returns.
  */
 #include "halv_core.h"
 #include "thread/coro_fiber.h"
@@ -43,28 +43,24 @@ HALV_API int HalvCoroCreate(HalvCoro **out, HalvCoroFn entry, void *userArgument
 HALV_API int HalvCoroResume(HalvCoro *coro) noexcept {
     if (coro == nullptr || coro->finished || coro->fiber == nullptr || coro->fiber->running)
         return 0;
-    halv::coro::SwitchIn(coro);
-    if (coro->finished) {
-        halv::coro::DeleteFiber(coro->fiber);
-        coro->fiber = nullptr;
-    }
-    return 1;
+    /* A coroutine that ends has its fiber released on this side before
+     * this returns (halv_coro_release). */
+    return halv::coro::SwitchIn(coro);
 }
 
 HALV_API int HalvCoroYield(HalvCoro *coro) noexcept {
     if (coro == nullptr || coro->fiber == nullptr || !coro->fiber->running)
         return 0;
-    halv::coro::SwitchOut(coro);
-    return 1;
+    return halv::coro::SwitchOut(coro);
 }
 
 HALV_API void HalvCoroFree(HalvCoro *coro) noexcept {
     if (coro == nullptr)
         return;
-    if (coro->fiber != nullptr) {
+    if (coro->fiber != nullptr)
         halv::coro::Abandon(coro);
+    if (coro->fiber != nullptr)
         halv::coro::DeleteFiber(coro->fiber);
-    }
     halv_internal_free(coro);
 }
 

@@ -1,17 +1,19 @@
 /*
- * thread/coro_fiber.cpp - a coroutine's stack and the switch in and out of
+ * thread/coro_fiber.cpp - a coroutine's stack, and the switch in and out of
  * it.
  *
- * The switch saves what the x86-64 calling convention makes the callee
- * keep (rbx, rbp, r12 to r15, the MXCSR and the x87 control word) on the
- * stack it leaves, stores that stack's pointer, and loads the same from the
- * stack it goes to.  Unlike swapcontext it makes no system call: the signal
- * mask is the thread's, whichever stack runs.
+ * A saved context is a frame on the stack it belongs to: the control words,
+ * r12 to r15, rbx, rbp, and above them the return address that the call of
+ * the switch pushed.  The switch builds that frame, stores the stack
+ * pointer, loads the other one, takes the frame down and jumps to its
+ * return address with 1 in eax.  It makes no system call (swapcontext
+ * changes the signal mask at each switch): the signal mask is the thread's,
+ * whichever stack runs.
  *
- * A new stack holds one such saved frame whose return address is a start
- * stub, and whose r12 carries the coroutine to it; the stub calls
- * halv_coro_main, which never returns.  The frame pointer starts at 0 and
- * the stub marks the return address undefined, so backtraces end there.
+ * A new stack holds one such frame whose return address is a start stub,
+ * with the coroutine in r12; the stub calls halv_coro_main, which never
+ * returns.  The frame pointer starts at 0 and the stub marks the return
+ * address undefined, so backtraces end there.
  */
 #include <sys/mman.h>
 #include <unistd.h>
@@ -23,15 +25,8 @@
 
 #if HALV_CORO_ASAN
 #include <sanitizer/asan_interface.h>
-#include <sanitizer/common_interface_defs.h>
-#endif
-#if HALV_CORO_TSAN
-#include <sanitizer/tsan_interface.h>
 #endif
 
-/* Saves the running context, stores its stack pointer in *save, and goes
- * on in the context saved at to. */
-extern "C" __attribute__((visibility("hidden"))) void halv_coro_switch(void **save, void *to) noexcept;
 /* The start stub; only its address is used. */
 extern "C" __attribute__((visibility("hidden"))) void halv_coro_start(void) noexcept;
 
@@ -42,28 +37,42 @@ asm(R"(
     .hidden halv_coro_switch
     .type halv_coro_switch, @function
 halv_coro_switch:
-    pushq %rbp
-    pushq %rbx
-    pushq %r12
-    pushq %r13
-    pushq %r14
-    pushq %r15
-    subq $8, %rsp
+    leaq -0x38(%rsp), %rsp
     stmxcsr (%rsp)
     fnstcw 4(%rsp)
+    movq %r12, 0x08(%rsp)
+    movq %r13, 0x10(%rsp)
+    movq %r14, 0x18(%rsp)
+    movq %r15, 0x20(%rsp)
+    movq %rbx, 0x28(%rsp)
+    movq %rbp, 0x30(%rsp)
     movq %rsp, (%rdi)
     movq %rsi, %rsp
+.Lhalv_coro_restore:
+    movq 0x38(%rsp), %r8
     ldmxcsr (%rsp)
     fldcw 4(%rsp)
-    addq $8, %rsp
-    popq %r15
-    popq %r14
-    popq %r13
-    popq %r12
-    popq %rbx
-    popq %rbp
-    ret
+    movq 0x08(%rsp), %r12
+    movq 0x10(%rsp), %r13
+    movq 0x18(%rsp), %r14
+    movq 0x20(%rsp), %r15
+    movq 0x28(%rsp), %rbx
+    movq 0x30(%rsp), %rbp
+    leaq 0x40(%rsp), %rsp
+    movl $1, %eax
+    jmp *%r8
     .size halv_coro_switch, .-halv_coro_switch
+
+    .p2align 4
+    .globl halv_coro_exit
+    .hidden halv_coro_exit
+    .type halv_coro_exit, @function
+halv_coro_exit:
+    movq %rdi, %rsp
+    movq %rsi, %rdi
+    call halv_coro_release
+    jmp .Lhalv_coro_restore
+    .size halv_coro_exit, .-halv_coro_exit
 
     .p2align 4
     .globl halv_coro_start
@@ -84,14 +93,17 @@ namespace {
 constexpr size_t kDefaultStack = 1u << 20;
 constexpr size_t kSmallestStack = 64u << 10;
 
-/* The saved frame that halv_coro_switch pops, lowest address first. */
+/* A saved context, lowest address first.  A saved stack pointer is 16-byte
+ * aligned: the switch was called with the stack at 8 past that, and takes
+ * 0x38 bytes; so a call made right on it is aligned as the ABI wants. */
 struct SavedFrame {
     uint32_t mxcsr;
     uint16_t x87Control;
     uint16_t unused;
-    uintptr_t r15, r14, r13, r12, rbx, rbp;
+    uintptr_t r12, r13, r14, r15, rbx, rbp;
     uintptr_t returnAddress;
 };
+static_assert(sizeof(SavedFrame) == 0x40);
 
 size_t PageSize() noexcept {
     static const size_t page = (size_t)sysconf(_SC_PAGESIZE);
@@ -110,9 +122,9 @@ size_t StackBytes(size_t requested, size_t page) noexcept {
 }
 
 /* The first frame: returns into the start stub with the coroutine in r12,
- * under the creator's floating-point control words.  After the stub's
- * address is popped the stack pointer is 16-byte aligned, as a call wants
- * it; the two words above it stay 0 for unwinders. */
+ * under the creator's floating-point control words.  The stub starts with
+ * the stack 16-byte aligned, as a call wants it; the two words above stay 0
+ * for unwinders. */
 void *PrepareStack(char *top, HalvCoro *coro) noexcept {
     auto *frame = reinterpret_cast<SavedFrame *>(top - 2 * sizeof(uintptr_t) - sizeof(SavedFrame));
     *frame = {};
@@ -123,10 +135,15 @@ void *PrepareStack(char *top, HalvCoro *coro) noexcept {
     return frame;
 }
 
-[[maybe_unused]] const void *StackBottom(const HalvCoroFiber *fiber) noexcept { return fiber->mapping + fiber->guardSize; }
-[[maybe_unused]] size_t StackSize(const HalvCoroFiber *fiber) noexcept { return fiber->mappingSize - fiber->guardSize; }
-
 } // namespace
+
+extern "C" void halv_coro_release(HalvCoro *coro) noexcept {
+#if HALV_CORO_ASAN
+    __sanitizer_finish_switch_fiber(coro->fiber->resumerFakeStack, nullptr, nullptr);
+#endif
+    halv::coro::DeleteFiber(coro->fiber);
+    coro->fiber = nullptr;
+}
 
 namespace halv::coro {
 
@@ -173,42 +190,9 @@ void DeleteFiber(HalvCoroFiber *fiber) noexcept {
     halv_internal_free(fiber);
 }
 
-void SwitchIn(HalvCoro *coro) noexcept {
-    HalvCoroFiber *fiber = coro->fiber;
-    fiber->running = 1;
-#if HALV_CORO_ASAN
-    fiber->started = 1;
-    __sanitizer_start_switch_fiber(&fiber->resumerFakeStack, StackBottom(fiber), StackSize(fiber));
-#endif
-#if HALV_CORO_TSAN
-    fiber->tsanResumer = __tsan_get_current_fiber();
-    __tsan_switch_to_fiber(fiber->tsanFiber, 0);
-#endif
-    halv_coro_switch(&coro->resumer, fiber->stackPointer);
-#if HALV_CORO_ASAN
-    __sanitizer_finish_switch_fiber(fiber->resumerFakeStack, nullptr, nullptr);
-#endif
-    fiber->running = 0;
-}
-
-void SwitchOut(HalvCoro *coro) noexcept {
-    HalvCoroFiber *fiber = coro->fiber;
-#if HALV_CORO_ASAN
-    __sanitizer_start_switch_fiber(&fiber->fakeStack, fiber->resumerBottom, fiber->resumerSize);
-#endif
-#if HALV_CORO_TSAN
-    __tsan_switch_to_fiber(fiber->tsanResumer, 0);
-#endif
-    halv_coro_switch(&fiber->stackPointer, coro->resumer);
-    Arrived(fiber);
-#if HALV_CORO_ASAN
-    if (fiber->abandoned)
-        SwitchOutForGood(coro);
-#endif
-}
-
 void SwitchOutForGood(HalvCoro *coro) noexcept {
-    HalvCoroFiber *fiber = coro->fiber;
+    [[maybe_unused]] HalvCoroFiber *fiber = coro->fiber;
+    fiber->running = 0;
 #if HALV_CORO_ASAN
     /* No save place: this stack's fake frames go now. */
     __sanitizer_start_switch_fiber(nullptr, fiber->resumerBottom, fiber->resumerSize);
@@ -216,8 +200,7 @@ void SwitchOutForGood(HalvCoro *coro) noexcept {
 #if HALV_CORO_TSAN
     __tsan_switch_to_fiber(fiber->tsanResumer, 0);
 #endif
-    halv_coro_switch(&fiber->stackPointer, coro->resumer);
-    __builtin_unreachable();
+    halv_coro_exit(coro->resumer, coro);
 }
 
 void Abandon([[maybe_unused]] HalvCoro *coro) noexcept {
@@ -226,14 +209,6 @@ void Abandon([[maybe_unused]] HalvCoro *coro) noexcept {
         return;
     coro->fiber->abandoned = 1;
     SwitchIn(coro);
-#endif
-}
-
-void Arrived([[maybe_unused]] HalvCoroFiber *fiber) noexcept {
-#if HALV_CORO_ASAN
-    /* Also learns the resumer's stack, which differs from resume to
-     * resume. */
-    __sanitizer_finish_switch_fiber(fiber->fakeStack, &fiber->resumerBottom, &fiber->resumerSize);
 #endif
 }
 
