@@ -124,9 +124,9 @@ void BM_Pool_Asio(benchmark::State &state) {
     });
 }
 
-BENCHMARK(BM_Pool_Halv)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_Pool_MutexCond)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_Pool_Asio)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Pool_Halv)->MinTime(2.0)->UseRealTime();
+BENCHMARK(BM_Pool_MutexCond)->MinTime(2.0)->UseRealTime();
+BENCHMARK(BM_Pool_Asio)->MinTime(2.0)->UseRealTime();
 
 } // namespace
 
