@@ -10,3 +10,10 @@ if(TARGET bench_halvern AND TARGET halvern)
   target_compile_definitions(bench_halvern PRIVATE HALVERN_PATH="$<TARGET_FILE:halvern>")
   add_dependencies(bench_halvern halvern dpk_halv)
 endif()
+
+# bench_workerpool: boost::asio::thread_pool (header-only); bench_coro:
+# Boost.Context's fcontext.  Both from Debian's Boost, for the benchmarks
+# only.
+find_package(Boost 1.74 REQUIRED COMPONENTS context)
+target_link_libraries(bench_workerpool PRIVATE Boost::headers)
+target_link_libraries(bench_coro PRIVATE Boost::context)

@@ -183,6 +183,183 @@ HALV_API uint32_t HalvGetClockTick(void) HALV_NOEXCEPT;
 HALV_API int HalvGetPerfFrequency(uint64_t *out) HALV_NOEXCEPT;
 HALV_API int HalvGetPerfCounter(uint64_t *out) HALV_NOEXCEPT;
 
+/* ------------------------------------------------------------------------
+ * Worker pools
+ *
+ * A client handle (HalvWorkerPool) stands on a core (HalvWorkerPoolCore):
+ * one strict first-in-first-out ring of tasks, the worker threads and a
+ * table of clients.  A local pool is a core with exactly one client, made
+ * and destroyed with its handle.  The global pool is one process-wide core
+ * that any number of clients attach to; it lives until the engine's last
+ * HalvernEnd, which drops the tasks still queued uncalled and joins the
+ * workers.
+ *
+ * Workers are never tied to a client: each takes the oldest task of the
+ * core, whoever queued it.  A core keeps the sum of its clients' exclusive
+ * thread counts plus the largest of their shared counts.  Lowering a count
+ * only lowers that target; idle surplus workers retire one per age period
+ * when HV_WORKERPOOL_AGE (seconds, read once by each core at its creation)
+ * is set to a number other than 0, and otherwise stay until the core goes.
+ *
+ * The records are public so that a host can inspect a core, but every
+ * field behind the core's mutex is read and written under that mutex only.
+ * No operation checks its handle for null.  Every operation may be called
+ * from any thread, also from inside a task; a task must not free its own
+ * local pool, which would join the worker running it.
+ * ------------------------------------------------------------------------ */
+
+/* A task: takes the argument given to HalvWorkerPoolAddTask and the
+ * client's clientData; its result is ignored. */
+typedef int32_t (*HalvWorkerPoolTaskFn)(void *argument, void *clientData);
+
+/* One entry of the ring; a queued task costs no allocation of its own. */
+typedef struct HalvWorkerPoolTask {
+    uint32_t clientIndex;
+    HalvWorkerPoolTaskFn function;
+    void *argument;
+} HalvWorkerPoolTask;
+
+/* One slot of the client table.  Slots stay at their index when the table
+ * grows; a freed slot is reused, lowest index first. */
+typedef struct HalvWorkerPoolClient {
+    uint32_t pendingCount;     /* this client's tasks in the ring (taken ones don't count) */
+    uint32_t sharedThreads;
+    uint32_t exclusiveThreads;
+    uint32_t queueLimit;       /* largest pendingCount AddTask fills up to; 0: no limit */
+    uint32_t inUse;            /* 1 while a client holds the slot */
+    void *clientData;          /* second argument of every task of this client */
+} HalvWorkerPoolClient;
+
+/* The core.  mutex guards every field behind it, also in the arrays.
+ * Invariants: taskTail == (taskHead + taskCount) % taskCapacity; taskCount
+ * is the sum of all pendingCount; threadCount may be above threadTarget
+ * (until surplus workers retire) and, after a failed thread start, below. */
+typedef struct HalvWorkerPoolCore {
+    HalvMutex mutex;
+    uint32_t ageMs;            /* idle age; HALV_WAIT_FOREVER: workers never retire */
+    uint32_t lastRetireTick;   /* HalvGetClockTick at creation and at each retirement */
+    HalvConditional workAvailable; /* idle workers wait on it */
+    HalvConditional queueDrained;  /* producers and HalvWorkerPoolWaitForEmpty wait on it */
+    int32_t shutdown;          /* set once, when the core is being destroyed */
+    uint32_t taskTail;         /* where the next task is written */
+    uint32_t taskHead;         /* the oldest task */
+    uint32_t taskCapacity;     /* 0 until the first task; then 8, doubling */
+    uint32_t taskCount;
+    HalvWorkerPoolTask *tasks;
+    uint32_t threadCapacity;
+    uint32_t threadCount;
+    uint32_t threadTarget;
+    HalvThread *threads;
+    uint32_t clientCapacity;
+    HalvWorkerPoolClient *clients;
+} HalvWorkerPoolCore;
+
+/* A client's handle, held from Create to HalvWorkerPoolFree. */
+typedef struct HalvWorkerPool {
+    uint32_t clientIndex;      /* the client's slot in core->clients */
+    int32_t blockWhenFull;     /* non-zero: AddTask waits at the limit; zero: it returns 2 */
+    HalvWorkerPoolCore *core;
+} HalvWorkerPool;
+
+/* Makes a pool of its own core with one client, whose shared thread count
+ * is threadCount (0 is allowed: tasks then wait until a count is raised).
+ * queueLimit bounds the tasks queued at once (0: no bound); blockWhenFull
+ * says what AddTask does at the bound.  clientData goes to every task.
+ * 1 with the handle in *out; 0 if out is null, memory runs out or a thread
+ * can't be started, with everything built taken down again and *out null. */
+HALV_API int HalvWorkerPoolCreateLocal(HalvWorkerPool **out, uint32_t queueLimit, int blockWhenFull,
+                                       uint32_t threadCount, void *clientData) HALV_NOEXCEPT;
+/* Attaches a new client to the global core, building the core at the first
+ * call after each engine start (its cleanup is registered with the engine;
+ * a core built while the engine is stopped has none and lives until the
+ * process ends).  Counts, limit and data as for a local pool.  1 with the
+ * handle in *out; 0 if out is null, memory runs out or a thread can't be
+ * started, with the client's slot given back and *out null. */
+HALV_API int HalvWorkerPoolCreateGlobal(HalvWorkerPool **out, uint32_t queueLimit, int blockWhenFull,
+                                        uint32_t sharedThreads, uint32_t exclusiveThreads,
+                                        void *clientData) HALV_NOEXCEPT;
+/* Store the client's exclusive or shared thread count and start workers
+ * up to the core's new target.  1; 0 if a worker could not be started or
+ * the thread table could not grow (the count stays stored, and a later
+ * change tries again).  Lowering a count ends no worker at once. */
+HALV_API int HalvWorkerPoolSetExclusiveThreadCount(HalvWorkerPool *pool, uint32_t count) HALV_NOEXCEPT;
+HALV_API int HalvWorkerPoolSetSharedThreadCount(HalvWorkerPool *pool, uint32_t count) HALV_NOEXCEPT;
+/* Queues function(argument, clientData) behind every task of the core.  At
+ * the client's limit it waits for a worker to take one of the client's
+ * tasks (or for a clear) when blockWhenFull is set.  1 queued; 2 not
+ * queued, the client is at its limit and blockWhenFull is zero; 0 not
+ * queued, no memory to grow the ring. */
+HALV_API int HalvWorkerPoolAddTask(HalvWorkerPool *pool, HalvWorkerPoolTaskFn function,
+                                   void *argument) HALV_NOEXCEPT;
+/* Drops this client's queued tasks uncalled (their arguments stay the
+ * caller's); other clients' tasks keep their order, and a task already
+ * taken runs on.  Wakes this client's blocked AddTask and WaitForEmpty
+ * callers.  1. */
+HALV_API int HalvWorkerPoolClearTasks(HalvWorkerPool *pool) HALV_NOEXCEPT;
+/* Waits until a worker has taken this client's last queued task (it may
+ * still be running) or the tasks were cleared.  1. */
+HALV_API int HalvWorkerPoolWaitForEmpty(HalvWorkerPool *pool) HALV_NOEXCEPT;
+/* Drops the client's queued tasks and frees the handle.  A local pool's
+ * core goes with it: its workers are joined, so no task runs any more when
+ * this returns.  A global client's tasks already taken may still run.  The
+ * caller must have stopped using the pool.  After the engine's last
+ * HalvernEnd a global handle has lost its core: release it with
+ * halv_internal_free instead.  1; 0 if the local core's parts did not close
+ * well (everything is freed all the same). */
+HALV_API int HalvWorkerPoolFree(HalvWorkerPool *pool) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * Coroutines
+ *
+ * A cooperative coroutine with a stack of its own: HalvCoroResume runs it
+ * on that stack until it yields or its function returns, then control comes
+ * back to the resumer in the same thread.  Nothing is scheduled.  The stack
+ * has a guard page below it, so an overflow faults there (SIGSEGV) instead
+ * of running into other memory.
+ *
+ * Successive resumes may come from different threads, one at a time; a
+ * coroutine may resume another, and the resumes nest.  Code inside a
+ * coroutine must not keep the address of a thread_local object across a
+ * yield, as the next resume may come from another thread.
+ * ------------------------------------------------------------------------ */
+
+typedef struct HalvCoro HalvCoro;
+/* The coroutine's function: takes the coroutine, so that it can yield, and
+ * the user argument.  Its result is ignored. */
+typedef int32_t (*HalvCoroFn)(HalvCoro *coro, void *userArgument);
+/* A coroutine's stack and saved context. */
+typedef struct HalvCoroFiber HalvCoroFiber;
+
+struct HalvCoro {
+    int32_t finished;          /* 1 once the function has returned */
+    void *userArgument;
+    HalvCoroFn entry;
+    HalvCoroFiber *fiber;      /* the stack and context; null once released */
+    void *resumer;             /* the context to go back to; set at each resume */
+};
+
+/* Makes a coroutine that will run entry(coro, userArgument), not started
+ * yet.  stackSize 0 gives 1 MiB; other sizes are rounded up to whole pages
+ * and to at least 64 KiB.  The coroutine starts with its creator's
+ * floating-point control settings (rounding, exception masks), and from
+ * then on the coroutine and each resumer keep their own across switches.  1 with the coroutine in *out; 0 if out or entry
+ * is null, or the record or stack can't be made (*out null then). */
+HALV_API int HalvCoroCreate(HalvCoro **out, HalvCoroFn entry, void *userArgument, size_t stackSize) HALV_NOEXCEPT;
+/* Runs the coroutine until it yields or its function returns; in the
+ * latter case its stack is released here.  1 then; 0 with nothing run if
+ * coro is null, has finished, or is running (it resumed itself, or resumes
+ * it further up the chain). */
+HALV_API int HalvCoroResume(HalvCoro *coro) HALV_NOEXCEPT;
+/* Suspends the running coroutine and returns to its resumer; 1 when it is
+ * resumed again.  Called only from within coro itself: 0 at once if coro is
+ * null or not running. */
+HALV_API int HalvCoroYield(HalvCoro *coro) HALV_NOEXCEPT;
+/* Releases the stack, if still there, and frees the record.  May be called
+ * on a coroutine that has not finished, from outside it: its stack is
+ * abandoned without unwinding, so what the function still held is not
+ * released.  Not on a running coroutine.  A null coro does nothing. */
+HALV_API void HalvCoroFree(HalvCoro *coro) HALV_NOEXCEPT;
+
 HALV_END_DECLS
 
 #endif /* HALV_THREAD_H */

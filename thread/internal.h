@@ -91,6 +91,12 @@ int SignalCell(HalvWaitableCell *cell) noexcept;
  * would pass HALV_SEMAPHORE_MAX. */
 int PostSemaphoreBy(HalvWaitableCell *cell, uint32_t n) noexcept;
 
+/* Whether a handle of HalvCreateThread stands for the calling thread. */
+bool IsCallingThread(HalvThread thread) noexcept;
+/* Lets the calling thread, started joinable, end without anyone joining it:
+ * detaches it and frees its handle, which nobody may use afterwards. */
+void ReleaseCallingThread(HalvThread thread) noexcept;
+
 } // namespace halv
 
 #endif
