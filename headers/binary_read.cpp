@@ -30,15 +30,49 @@ constexpr int32_t kWordKind = 3;
 constexpr int32_t kStringKind = 4;
 constexpr int32_t kDataKind = 5;
 
-int32_t ValueKind(const unsigned char *text, uint32_t length) noexcept {
-    int32_t kind = kWordKind;
-    for (uint32_t i = 0; i < length; ++i) {
-        if ((signed char)text[i] < 0x20)
-            return kDataKind;
-        if (std::strchr("<>[]:", text[i]) != nullptr && text[i] != '\0')
-            kind = kStringKind;
+/* What a byte says of the value it is in: nothing, that the value must be
+ * quoted as a string, or that it is binary data (a byte below 0x20 taken
+ * as signed, so 0x80 and up count too). */
+enum ByteClass : unsigned char { kPlain, kMarker, kControl };
+
+constexpr struct ByteClasses {
+    ByteClass of[256];
+    constexpr ByteClasses() : of() {
+        for (int c = 0; c < 256; ++c)
+            of[c] = c < 0x20 || c >= 0x80 ? kControl : kPlain;
+        for (const char *m = "<>[]:"; *m != '\0'; ++m)
+            of[(unsigned char)*m] = kMarker;
     }
-    return kind;
+} kByteClasses;
+
+/* Eight bytes at a time: a lane below 0x20 or from 0x80 up is a control
+ * byte, a lane equal to one of the markers a marker.  (The borrow out of a
+ * lane in the subtraction can only flag a lane above one that is already
+ * flagged, so "any" stays exact.) */
+constexpr uint64_t kOnes = 0x0101010101010101ull;
+constexpr uint64_t kHighs = 0x8080808080808080ull;
+
+constexpr uint64_t LanesBelow(uint64_t w, unsigned char n) { return (w - kOnes * n) & ~w & kHighs; }
+constexpr uint64_t LanesEqual(uint64_t w, unsigned char c) { return LanesBelow(w ^ (kOnes * c), 1); }
+
+int32_t ValueKind(const unsigned char *text, uint32_t length) noexcept {
+    bool marked = false;
+    uint32_t i = 0;
+    for (; i + 8 <= length; i += 8) {
+        uint64_t w;
+        std::memcpy(&w, text + i, 8);
+        if (((w & kHighs) | LanesBelow(w, 0x20)) != 0)
+            return kDataKind;
+        marked = marked || (LanesEqual(w, '<') | LanesEqual(w, '>') | LanesEqual(w, '[') | LanesEqual(w, ']') |
+                            LanesEqual(w, ':')) != 0;
+    }
+    for (; i < length; ++i) {
+        ByteClass c = kByteClasses.of[text[i]];
+        if (c == kControl)
+            return kDataKind;
+        marked = marked || c == kMarker;
+    }
+    return marked ? kStringKind : kWordKind;
 }
 
 class BlockReader {
@@ -132,15 +166,11 @@ class BlockReader {
         const char *text = reinterpret_cast<const char *>(block_ + offset);
         if (borrow_ && text[length] != '\0')
             return false;
-        auto *node = static_cast<HalvUserCMData *>(halv_internal_calloc(1, sizeof(HalvUserCMData)));
+        auto *node = static_cast<HalvUserCMData *>(halv_internal_malloc(sizeof(HalvUserCMData)));
         if (node == nullptr)
             return false;
-        node->kind = kind;
-        node->length = length;
-        if (borrow_) {
-            node->text = const_cast<char *>(text);
-            node->borrowed = 1;
-        } else {
+        *node = HalvUserCMData{const_cast<char *>(text), length, borrow_ ? 1 : 0, kind, nullptr, nullptr};
+        if (!borrow_) {
             node->text = static_cast<char *>(halv_internal_malloc((size_t)length + 1));
             if (node->text == nullptr) {
                 halv_internal_free(node);

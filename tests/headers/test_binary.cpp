@@ -201,6 +201,32 @@ TEST(BinaryHeader, AKeyWithSeveralValuesAndNodesThatDoNotTravel) {
     EXPECT_EQ(Shape(back->userData), "1:Data\n  2:size\n    3:1\n    3:two\n1:Photometry\n  2:name\n    3:unknown\n");
 }
 
+TEST(BinaryHeader, ValueKindsComeFromEveryByteOfLongValues) {
+    /* long values are looked at eight bytes at a time: put the telling
+     * byte in every position of a 24-byte value */
+    for (size_t at = 0; at < 24; ++at) {
+        for (auto [byte, kind] : {std::pair<char, int32_t>{':', 4}, {']', 4}, {'\x1f', 5}, {'\x80', 5}, {'\xff', 5},
+                                  {' ', 3}, {'~', 3}, {';', 3}, {'\\', 3}}) {
+            std::string value(24, 'v');
+            value[at] = byte;
+            HalvUserCMData *tree = HVHdrSetHeaderParam(nullptr, "S", "k", "x");
+            HalvUserCMData *node = HalvGetUserCMData(tree, nullptr, "S", "k")->children;
+            halv_internal_free(node->text);
+            node->text = static_cast<char *>(halv_internal_malloc(value.size() + 1));
+            std::memcpy(node->text, value.c_str(), value.size() + 1);
+            node->length = (uint32_t)value.size();
+            Header h = NewHeader();
+            h->userData = tree;
+            Header back = Read(Flatten(h.get(), 0), true);
+            ASSERT_NE(back, nullptr);
+            const HalvUserCMData *k = HalvGetUserCMData(back->userData, nullptr, "S", "k");
+            ASSERT_NE(k, nullptr);
+            EXPECT_EQ(k->children->kind, kind) << "byte " << (int)(unsigned char)byte << " at " << at;
+            EXPECT_EQ(std::string(k->children->text, k->children->length), value);
+        }
+    }
+}
+
 TEST(BinaryHeader, InfoHeadersHaveOneTableEntry) {
     Header h = NewHeader();
     h->managerType = HALV_HDR_INFO;
