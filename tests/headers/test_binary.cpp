@@ -217,7 +217,8 @@ TEST(BinaryHeader, ValueKindsComeFromEveryByteOfLongValues) {
             node->length = (uint32_t)value.size();
             Header h = NewHeader();
             h->userData = tree;
-            Header back = Read(Flatten(h.get(), 0), true);
+            Bytes block = Flatten(h.get(), 0);
+            Header back = Read(block, true); /* borrows from block */
             ASSERT_NE(back, nullptr);
             const HalvUserCMData *k = HalvGetUserCMData(back->userData, nullptr, "S", "k");
             ASSERT_NE(k, nullptr);
@@ -379,7 +380,8 @@ TEST(BinaryHeader, EveryRasterHeaderTheLibraryReadsRoundTripsFieldForField) {
         in->close(in);
         Header stored(raw);
         for (int32_t order : {0, 1}) {
-            Header back = Read(Flatten(stored.get(), order), order == 1);
+            Bytes block = Flatten(stored.get(), order);
+            Header back = Read(block, order == 1);
             ASSERT_NE(back, nullptr);
             EXPECT_EQ(back->managerType, stored->managerType);
             EXPECT_EQ(back->endian, stored->endian);
