@@ -180,8 +180,8 @@ HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backl
 /* An HTTP/1.1 stream for url, which must begin with "http://" in any case
  * of its letters; host[:port] follows, then the path ("/" when none).
  * mode holding 'w' makes a PUT: every write of n > 0 bytes is sent as one
- * chunk, and close ends the body with "0\r\n"; the server's answer is
- * never read.  Otherwise a GET: the response must have status 200 (no
+ * chunk, and close ends the body with the last chunk and an empty trailer,
+ * "0\r\n\r\n"; the server's answer is never read.  Otherwise a GET: the response must have status 200 (no
  * redirect is followed), and read gives its body, bounded by Content-Length
  * or by the chunks, else up to the server's close, and 0 from then on.
  * 'n' in mode makes the socket non-blocking once the request (and a GET's

@@ -77,19 +77,22 @@ void SendBeforeClose(int fd, const char *bytes, size_t length) noexcept {
     }
 }
 
-/* The end of a chunked upload: framing still owed, then the last chunk,
- * "0\r\n" with no second line end.  An upload cut inside a chunk gets no
- * last chunk, so the peer sees it short instead of taking it as whole. */
+/* The end of a chunked upload: framing still owed, then the last chunk
+ * and the empty trailer, "0\r\n\r\n".  HTTP/1.1 ends a chunked body only
+ * with that second line end; without it a server waits for more until the
+ * lingering close cuts it off, and refuses the upload.  An upload cut inside
+ * a chunk gets no last chunk, so the peer sees it short instead of taking it
+ * as whole. */
 void FinishUpload(SocketStream *s) noexcept {
     if (s->remaining > 0)
         return;
-    char tail[kFrameMax + 3];
+    static constexpr char kLastChunk[] = "0\r\n\r\n";
+    char tail[kFrameMax + sizeof kLastChunk];
     size_t length = s->frameLength;
     for (size_t i = 0; i < length; i++)
         tail[i] = s->frame[i];
-    tail[length++] = '0';
-    tail[length++] = '\r';
-    tail[length++] = '\n';
+    for (size_t i = 0; i + 1 < sizeof kLastChunk; i++)
+        tail[length++] = kLastChunk[i];
     SendBeforeClose(SocketOf(s), tail, length);
 }
 

@@ -75,7 +75,11 @@ private:
 void FetchInteger(HalvFormatParameter &p, ArgumentReader &reader) noexcept {
     switch (IntegerTypeOf(p)) {
     case IntegerType::Short:
-        p.data.i = reader.Read<short, int>();
+        /* Behind an array entry the value is a short of the conversion's
+         * sign: an unsigned short read as signed would print 49989 as
+         * 4294951749, where the promoted int of a va_list gives 49989. */
+        p.data.i = IsSignedConversion(ConversionOf(p)) ? reader.Read<short, int>()
+                                                       : reader.Read<unsigned short, int>();
         break;
     case IntegerType::Long:
         p.data.i = reader.Read<long>();

@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "text/print_internal.h"
+#include "text/scale_power.h"
 
 namespace halv {
 namespace {
@@ -55,15 +56,10 @@ int DigitIndex(double w, int32_t base) noexcept {
     return index < 0 ? index + base : index;
 }
 
-/* number / base^exponent.  Below the smallest normal doubles the power alone
- * underflows to 0, so it is then taken in two halves. */
+/* number / base^exponent, in steps where the power alone would leave the
+ * double range (subnormal numbers, exponents near the top). */
 double ScaleDown(double number, int32_t base, int exponent) noexcept {
-    const double divisor = std::pow(static_cast<double>(base), exponent);
-    if (divisor != 0 && std::isfinite(divisor))
-        return number / divisor;
-    const int half = exponent / 2;
-    return number / std::pow(static_cast<double>(base), half) /
-           std::pow(static_cast<double>(base), exponent - half);
+    return ScaleByPower(number, std::pow(static_cast<double>(base), exponent), base, exponent, true);
 }
 
 enum class FloatForm { Fixed, Exponent, Shorter };
@@ -170,6 +166,16 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
         } else {
             setExponent(static_cast<int>(std::floor(w)));
             number = ScaleDown(number, base, exponent);
+            /* The logarithm is inexact next to a power of the base and may
+             * be one off: the mantissa then lands just below 1 or at the
+             * base, and would print a leading 0 or two integer digits. */
+            if (number < 1) {
+                number *= base;
+                setExponent(exponent - 1);
+            } else if (number >= base) {
+                number /= base;
+                setExponent(exponent + 1);
+            }
         }
     }
 
@@ -180,21 +186,21 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
     int64_t fractionDigits = (isShorter && zeroes == 0) ? precision - integerDigits : zeroes + precision;
     double fractionBase = Power(base, fractionDigits);
 
-    /* 9. Carry: rounding at the last place reaches the integer part. */
-    {
-        double w = number + 0.5 / fractionBase;
-        if (std::floor(w) != std::floor(number)) {
-            if (exponentForm) {
-                setExponent(exponent + 1);
-                w /= base;
-                integerNumber = std::floor(w);
-                fractionNumber = w - integerNumber;
-            } else {
-                integerNumber = std::floor(number + 0.5);
-                fractionNumber = 0;
-                integerDigits = IntegerDigits(integerNumber, base, epsilon);
-            }
+    /* 9. Carry: rounding at the last place reaches the integer part, so
+     * every fraction digit has rounded up and the units digit rises by one.
+     * floor(number + 0.5) is floor(w) wherever the last place is at or
+     * behind the point, which it always is in exponent form; only the
+     * shorter form's exact power of the base (integer digits beyond the
+     * precision) rounds in front of it, and keeps its digits.  Only a units
+     * digit that reaches the base raises the exponent. */
+    if (std::floor(number + 0.5 / fractionBase) != std::floor(number)) {
+        integerNumber = std::floor(number + 0.5);
+        fractionNumber = 0;
+        if (exponentForm && integerNumber >= base) {
+            setExponent(exponent + 1);
+            integerNumber = 1;
         }
+        integerDigits = IntegerDigits(integerNumber, base, epsilon);
     }
 
     /* 10. Accuracy limits: thresholds count the digits that are real. */
@@ -287,7 +293,16 @@ void WriteFloat(PrintSink &sink, double number, const PrintField &field) noexcep
         }
         fractionNumber *= base;
         fractionAdjust *= base;
-        const double w = std::floor(fractionNumber + fractionAdjust);
+        double w = std::floor(fractionNumber + fractionAdjust);
+        /* fractionNumber + fractionAdjust stays in [0, 1) before the step,
+         * so w is a digit; only rounding where the two nearly cancel, or
+         * nearly reach 1, pushes it one past the ends.  Kept at the nearest
+         * digit, the rest of the text stays next to the number instead of
+         * wrapping to 9 or 0. */
+        if (w < 0)
+            w = 0;
+        else if (w >= base)
+            w = base - 1;
         fractionNumber -= w;
         const int index = DigitIndex(w, base);
         if (index == 0) {

@@ -3,11 +3,15 @@
  * upper-case forms.
  *
  * The field is first collected as text, which bounds it by the width, and
- * then converted.  Every collected byte counts against the width (the sign,
- * the point and the exponent's letter and sign too), so the 512-byte buffer
- * can't overflow.  The locale's decimal point, of any length, is matched
- * byte by byte and collected as a plain '.'.  An exponent is read only
- * behind a point: "1e5" is 1, and leaves "e5" for whatever comes next.
+ * then converted.  The width counts the sign and the digits (of the integer
+ * part, the fraction and the exponent) and the letters of a word; the point,
+ * the 0x of hexadecimal text and the exponent's letter and sign are taken
+ * while the width lasts but use none of it, so "%3f" on "1.2345" is 1.23.
+ * Apart from the width, the collected text never passes 511 bytes, which
+ * keeps it inside its 512-byte buffer.  The locale's decimal point, of any
+ * length, is matched byte by byte and collected as a plain '.'.  An
+ * exponent is read only behind a point: "1e5" is 1, and leaves "e5" for
+ * whatever comes next.
  */
 #include <cmath>
 #include <limits>
@@ -43,18 +47,18 @@ public:
         if (Lasts() && in_.Current() == '0') {
             Take();
             if (Lasts() && (in_.Current() | 0x20) == 'x') {
-                Take();
+                TakeMark();
                 base = 16;
             }
         }
         TakeDigits(base);
         if (Lasts() && MatchPoint(DecimalPointOf(in_.context)) == kPoint) {
-            Store('.');
+            StoreMark('.');
             TakeDigits(base);
             if (Lasts() && (in_.Current() | 0x20) == (base == 16 ? 'p' : 'e')) {
-                Take();
+                TakeMark();
                 if (Lasts() && (in_.Current() == '+' || in_.Current() == '-'))
-                    Take();
+                    TakeMark();
                 TakeDigits(10);
             }
         }
@@ -66,15 +70,26 @@ public:
     }
 
 private:
-    bool Lasts() const { return remaining_ > 0; }
+    /* The field goes on while width is left and the buffer has room. */
+    bool Lasts() const { return remaining_ > 0 && length_ < kFieldLimit; }
 
+    /* A byte that uses up width: the sign, a digit, a letter of a word. */
     void Store(char c) {
         text_[length_++] = c;
         --remaining_;
     }
 
+    /* A byte that marks the number's parts and uses no width: the point,
+     * the x of 0x, the exponent's letter and sign. */
+    void StoreMark(char c) { text_[length_++] = c; }
+
     void Take() {
         Store((char)in_.Current());
+        in_.Advance();
+    }
+
+    void TakeMark() {
+        StoreMark((char)in_.Current());
         in_.Advance();
     }
 
@@ -82,8 +97,10 @@ private:
         /* A local length: the byte stores could alias a member. */
         char *text = text_;
         int32_t length = length_;
+        const int32_t room = kFieldLimit - length;
         remaining_ -= in_.TakeRun(
-            remaining_, [base](int32_t c) { return (unsigned)DigitValue(c) < (unsigned)base; },
+            remaining_ < room ? remaining_ : room,
+            [base](int32_t c) { return (unsigned)DigitValue(c) < (unsigned)base; },
             [text, &length](int32_t c) { text[length++] = (char)c; });
         length_ = length;
     }

@@ -4,11 +4,13 @@
  * It works digit by digit in double arithmetic and applies one power of the
  * base at the end; it makes no attempt at an exactly rounded result.  The
  * integer part is exact up to 2^53, hexadecimal text is exact to 53 bits,
- * and "digits.e-N" is one correctly rounded division for N up to 22.  A
+ * and "digits.e-N" is one correctly rounded division for N up to 22.
+ * Exponents whose power leaves the double range are applied in steps.  A
  * decimal fraction adds up inexact tenths: "0.3" gives 0.1 * 3.
  */
 #include <cmath>
 
+#include "text/scale_power.h"
 #include "text/scan_internal.h"
 
 namespace halv {
@@ -95,10 +97,13 @@ double ScanTextToDouble(const char *text) noexcept {
         }
     }
     double value = integer + fraction;
-    /* Zero stays zero even against an infinite power. */
+    /* Zero stays zero even against an infinite power.  A power beyond the
+     * double range is applied in steps, so that a long mantissa with a large
+     * negative exponent, or a short one with a large positive exponent,
+     * still gives the finite value it stands for. */
     if (exponent != 0 && value != 0) {
-        double power = Power(base == 16 ? 2 : 10, exponent);
-        value = exponentNegative ? value / power : value * power;
+        const int powerBase = base == 16 ? 2 : 10;
+        value = ScaleByPower(value, Power(powerBase, exponent), powerBase, exponent, exponentNegative);
     }
     return negative ? -value : value;
 }

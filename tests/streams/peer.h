@@ -203,7 +203,8 @@ inline std::string Response(std::string_view headers, std::string_view body, std
 }
 
 /* The decoded body of a chunked upload, and whether it ended with the last
- * chunk "0\r\n" and nothing behind it.  Malformed framing gives ok false. */
+ * chunk and the empty trailer, "0\r\n\r\n", and nothing behind them.
+ * Malformed framing gives ok false. */
 struct Dechunked {
     std::string body;
     bool ok = false;
@@ -223,7 +224,7 @@ inline Dechunked Dechunk(std::string_view wire) {
             return out;
         wire.remove_prefix(lineEnd + 2);
         if (size == 0) {
-            out.ok = wire.empty();
+            out.ok = wire == "\r\n";
             return out;
         }
         if (wire.size() < size + 2 || wire.substr(size, 2) != "\r\n")

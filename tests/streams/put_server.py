@@ -22,8 +22,8 @@ class PutHandler(http.server.BaseHTTPRequestHandler):
                 return None  # cut short, or a size line beyond reason
             size = int(line.split(b";")[0].strip(), 16)
             if size == 0:
-                # The last chunk; trailers are not waited for: the client
-                # closes behind it.
+                # The last chunk; the empty trailer behind it is not read:
+                # the client closes behind it.
                 return bytes(body)
             data = self.rfile.read(size)
             if len(data) != size or self.rfile.readline(3) not in (b"\r\n", b"\n"):

@@ -480,15 +480,15 @@ TEST(NetHttpPut, RequestAndChunksAreExact) {
     io->close(io);
     server.Join();
     EXPECT_EQ(server.request(), "PUT /upload/here.bin HTTP/1.1\r\nHost: 127.0.0.1\r\nTransfer-Encoding: chunked\r\n\r\n"
-                                "ff\r\n" + bytes + "\r\n3\r\nabc\r\n10\r\n" + bytes.substr(0, 16) + "\r\n0\r\n");
+                                "ff\r\n" + bytes + "\r\n3\r\nabc\r\n10\r\n" + bytes.substr(0, 16) + "\r\n0\r\n\r\n");
 
-    // No write at all: only the last chunk.
+    // No write at all: only the last chunk and the empty trailer.
     server.Receive();
     io = HalvIO_URL(("http://127.0.0.1:" + std::to_string(server.port())).c_str(), "w");
     ASSERT_NE(io, nullptr);
     io->close(io);
     server.Join();
-    EXPECT_EQ(server.request(), "PUT / HTTP/1.1\r\nHost: 127.0.0.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n");
+    EXPECT_EQ(server.request(), "PUT / HTTP/1.1\r\nHost: 127.0.0.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n");
 }
 
 TEST(NetHttpPut, NonBlockingUploadsKeepWholeChunksThroughWouldBlock) {

@@ -47,13 +47,28 @@ TEST(PrintFloat, HalfUpRoundingInDoubleArithmetic) {
     EXPECT_EQ(Text("%f", 1e16), "10000000000000006.000000");
 }
 
-TEST(PrintFloat, CarryTestsTheIntegerPartOnly) {
-    /* Scaling 0.3 by 0.1 gives 2.9999999999999996; rounding moves its integer
-     * part, and in the exponent form any such move raises the exponent and
-     * divides by the base.  So the text is not normalised. */
-    EXPECT_EQ(Text("%e|%e|%e", 0.3, 0.7, 3.0), "0.300000e+00|0.700000e+00|3.000000e+00");
-    EXPECT_EQ(Text("%.4e|%.3e", 1.99999, 2.5), "0.2000e+01|2.500e+00");
-    EXPECT_EQ(Text("%g|%f", 0.3, 2.9999999), "0.3|3.000000");
+TEST(PrintFloat, CarryRaisesTheExponentOnlyWhenTheMantissaReachesTheBase) {
+    /* Rounding that carries into the units digit raises that digit; only a
+     * digit that reaches the base moves the exponent. */
+    EXPECT_EQ(Text("%.0e|%.0e|%e|%.2e", 1.5, 29437.0, 0.3, 6.997e-28), "2e+00|3e+04|3.000000e-01|7.00e-28");
+    EXPECT_EQ(Text("%e|%e|%.4e|%.3e", 0.7, 3.0, 1.99999, 2.5), "7.000000e-01|3.000000e+00|2.0000e+00|2.500e+00");
+    EXPECT_EQ(Text("%e|%.0e|%.2E|%.1e", 9.9999999, 9.5, 999.9999, -0.0996), "1.000000e+01|1e+01|1.00E+03|-1.0e-01");
+    EXPECT_EQ(Text("%f|%.1f|%g|%f", 0.999999999, 9.96, 0.3, 2.9999999), "1.000000|10.0|0.3|3.000000");
+    /* The shorter form in exponent form, and other bases. */
+    EXPECT_EQ(Text("%g|%.3g|%.0.2e", 9.9999995e10, 1.9996e-7, 7.0), "1e+11|2e-07|1e+11");
+    EXPECT_EQ(Text("%.0a|%.1a", 255.0, 31.99), "0x1p+8|0x2.0p+4");
+}
+
+TEST(PrintFloat, MantissaStaysOneDigitWhereTheLogarithmMisjudges) {
+    /* log10 of these doubles rounds to the next whole number, which used to
+     * leave a mantissa just below 1 and a leading 0. */
+    EXPECT_EQ(Text("%.16e", 0x1.c5416bb92e3ep+730), "9.9999999999999929e+219");
+    EXPECT_EQ(Text("%.14e", 0x1.f37ad21436cc1p-476), "9.99999999999991e-144");
+    EXPECT_EQ(Text("%.0e|%.17e", 1e23, 1e23).substr(0, 11), "1e+23|9.999");
+    /* A fraction digit where the number and its rounding adjustment nearly
+     * cancel is a 0, not a 9 wrapped round from -1: this printed
+     * "3.1999999999999999e+03". */
+    EXPECT_EQ(Text("%.16e", 3190.0), "3.1900000000000000e+03");
 }
 
 TEST(PrintFloat, ShorterFormKeepsItsOwnRules) {
@@ -140,6 +155,9 @@ TEST(PrintFloat, ExtremeValuesStayInBounds) {
     const double tiny = std::numeric_limits<double>::denorm_min();
     const double huge = std::numeric_limits<double>::max();
     EXPECT_EQ(Text("%e|%g|%.3f", tiny, tiny, tiny), "4.940656e-324|4.94066e-324|0.000");
+    /* Scaled in two steps where the power of ten underflows. */
+    EXPECT_EQ(Text("%.0e|%.2e|%.3e", tiny, 2.5e-320, -1.23456e-310), "5e-324|2.50e-320|-1.235e-310");
+    EXPECT_EQ(Text("%.0e|%.1a", 4.94e-324, tiny), "5e-324|0x4.0p-1076");
     EXPECT_EQ(Text("%.3e|%g", huge, -huge), "1.798e+308|-1.79769e+308");
     EXPECT_EQ(Text("%.0f", huge).size(), 309u);
     /* Binary digits of the largest double, also where the rounding form's

@@ -363,6 +363,16 @@ TEST(PrintArrayForm, EntriesPointAtValuesInTheirOwnTypes) {
     /* A null array or a null entry reads as zero. */
     EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, "%d|%s|%f", nullptr), 16);
     EXPECT_STREQ(buffer, "0|(nil)|0.000000");
+    /* h reads a short of the conversion's sign, so the array form prints
+     * what the variable form prints for the same value. */
+    unsigned short us = 49989;
+    short negative = -15547;
+    void *shorts[] = {&us, &us, &us, &negative, &negative};
+    EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, "%hu|%hx|%ho|%hd|%hhi", shorts), 31);
+    EXPECT_STREQ(buffer, "49989|c345|141505|-15547|-15547");
+    char variable[64];
+    HalvSNPrintf(variable, sizeof variable, "%hu|%hx|%ho|%hd|%hhi", us, us, us, negative, negative);
+    EXPECT_STREQ(buffer, variable);
     void *holes[] = {nullptr, nullptr};
     EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, "%d|%.1f", holes), 5);
     EXPECT_STREQ(buffer, "0|0.0");

@@ -186,24 +186,67 @@ TEST(TextScan, Floats) {
     EXPECT_EQ(slots[2], 3.5);
 }
 
-TEST(TextScan, FloatWidthCountsEveryCollectedByte) {
+TEST(TextScan, FloatWidthCountsTheSignAndTheDigits) {
     double d = 0;
+    int i = 0;
     char rest[16] = "";
-    /* Sign, point and exponent letter all count. */
-    EXPECT_EQ(HalvSScanf("-1.25e+2", "%6f%s", &d, rest), 2);
-    EXPECT_EQ(d, -1.25); /* "-1.25e": the exponent has no digit */
-    EXPECT_STREQ(rest, "+2");
-    EXPECT_EQ(HalvSScanf("1.25e+2", "%7f", &d), 1);
-    EXPECT_EQ(d, 125.0);
-    /* A field of over 500 characters stays inside the buffer. */
+    /* The point uses no width: three digits, then the integer behind. */
+    EXPECT_EQ(HalvSScanf("1.2345", "%3f%d", &d, &i), 2);
+    EXPECT_DOUBLE_EQ(d, 1.23);
+    EXPECT_EQ(i, 45);
+    /* Sign and digits count; the exponent's letter and sign do not. */
+    EXPECT_EQ(HalvSScanf("-1.25e+2", "%4f%s", &d, rest), 2);
+    EXPECT_EQ(d, -1.25); /* the width ended before the exponent */
+    EXPECT_STREQ(rest, "e+2");
+    EXPECT_EQ(HalvSScanf("-1.25e+2x", "%5f%s", &d, rest), 2);
+    EXPECT_EQ(d, -125.0);
+    EXPECT_STREQ(rest, "x");
+    EXPECT_EQ(HalvSScanf("1.25e-12", "%4f%s", &d, rest), 2);
+    EXPECT_DOUBLE_EQ(d, 1.25e-1); /* one exponent digit was left */
+    EXPECT_STREQ(rest, "2");
+    /* The 0x of hexadecimal text is no digit either. */
+    EXPECT_EQ(HalvSScanf("0x1.8p1", "%4f", &d), 1);
+    EXPECT_EQ(d, 3.0);
+    /* A used-up width ends the field before the point. */
+    EXPECT_EQ(HalvSScanf("7.5", "%1f%s", &d, rest), 2);
+    EXPECT_EQ(d, 7.0);
+    EXPECT_STREQ(rest, ".5");
+    /* A locale's point of several bytes uses none either. */
+    const HalvLocale arabic = {"\xd9\xab", ",", ""};
+    EXPECT_EQ(HalvSScanfl(&arabic, "12\xd9\xab" "75", "%3f%d", &d, &i), 2);
+    EXPECT_DOUBLE_EQ(d, 12.7);
+    EXPECT_EQ(i, 5);
+}
+
+TEST(TextScan, FloatFieldStaysWithin511CollectedBytes) {
+    double d = 0;
+    int n = 0;
+    /* "0." and 600 digits: 511 bytes are collected, point included. */
     std::string longText(600, '1');
     longText = "0." + longText;
-    int n = 0;
     EXPECT_EQ(HalvSScanf(longText.c_str(), "%f%n", &d, &n), 1);
     EXPECT_EQ(n, 511);
     EXPECT_NEAR(d, 1.0 / 9, 1e-12);
     EXPECT_EQ(HalvSScanf(longText.c_str(), "%9999f%n", &d, &n), 1);
     EXPECT_EQ(n, 511);
+    EXPECT_EQ(HalvSScanf(longText.c_str(), "%511f%n", &d, &n), 1);
+    EXPECT_EQ(n, 511);
+    /* Marks count against the 511 bytes too: the point as the 511th byte
+     * ends the field, and so do an exponent's letter and sign. */
+    std::string marked = std::string(509, '0') + "1.25";
+    EXPECT_EQ(HalvSScanf(marked.c_str(), "%f%n", &d, &n), 1);
+    EXPECT_EQ(n, 511);
+    EXPECT_EQ(d, 1.0);
+    marked = std::string(506, '0') + "1.5e+1";
+    EXPECT_EQ(HalvSScanf(marked.c_str(), "%f%n", &d, &n), 1);
+    EXPECT_EQ(n, 511);
+    EXPECT_EQ(d, 1.5); /* the exponent's digit found no room */
+    /* A width of its own: the marks don't use it, the 511 bytes still hold. */
+    std::string signedText = "-" + std::string(300, '4') + "." + std::string(300, '5');
+    EXPECT_EQ(HalvSScanf(signedText.c_str(), "%600f%n", &d, &n), 1);
+    EXPECT_EQ(n, 511);
+    EXPECT_EQ(HalvSScanf(signedText.c_str(), "%400f%n", &d, &n), 1);
+    EXPECT_EQ(n, 401); /* the sign, 399 digits and the point */
 }
 
 TEST(TextScan, LocaleDecimalPoint) {

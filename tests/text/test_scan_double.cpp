@@ -45,8 +45,10 @@ TEST(TextScanDouble, ExactValues) {
     EXPECT_EQ(Scan("0X1F.Cp-2"), 7.9375);
     EXPECT_EQ(Scan("0x1.fffffffffffffp1023"), 1.7976931348623157e308);
     EXPECT_EQ(Scan("0x1.p-1022"), std::ldexp(1.0, -1022));
-    /* Divided by 2^1074, which as a double is infinite. */
-    EXPECT_EQ(Scan("0x1.p-1074"), 0.0);
+    /* 2^1074 is beyond the double range: the division goes in steps and
+     * gives the smallest subnormal. */
+    EXPECT_EQ(Scan("0x1.p-1074"), std::ldexp(1.0, -1074));
+    EXPECT_EQ(Scan("0x1.p-1075"), 0.0);
     /* A hexadecimal exponent is only read behind the point. */
     int n = 0;
     double d = 0;
@@ -113,6 +115,51 @@ TEST(TextScanDouble, AgreesWithTheCLibrary) {
         snprintf(text, sizeof text, "0x%" PRIx64 ".%" PRIx64 "p%d", mantissa >> 20,
                  (mantissa & 0xFFFFF) << 4, exponent);
         ASSERT_EQ(Scan(text), Reference(text)) << text;
+    }
+}
+
+/* Within a few units of the last place of the C library's reading. */
+::testing::AssertionResult Near(const std::string &text) {
+    const double ours = Scan(text);
+    const double theirs = Reference(text);
+    if (std::fabs(ours - theirs) <= 8 * std::fabs(theirs) * 2.220446049250313e-16)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << text << ": " << ours << ", the C library " << theirs;
+}
+
+TEST(TextScanDouble, PowersBeyondTheRangeStillGiveValuesInsideIt) {
+    /* A long mantissa against an exponent whose power underflows, and a
+     * short one against a power that overflows. */
+    EXPECT_TRUE(Near("80017839920080990553263568214226053959934848795101730207.84213e-310"));
+    EXPECT_NEAR(Scan("80017839920080990553263568214226053959934848795101730207.84213e-310") / 8.0017839920080990e-255,
+                1.0, 1e-14);
+    EXPECT_TRUE(Near("0.0000000001e+310"));
+    EXPECT_NEAR(Scan("0.0000000001e+310") / 1e300, 1.0, 1e-14);
+    EXPECT_TRUE(Near("123456789.e-320"));
+    EXPECT_TRUE(Near("-0.000000000000000000000000000000000000000000000000000000000000000000000000000001e+380"));
+    EXPECT_TRUE(Near("0x1000.p-1086"));
+    EXPECT_TRUE(Near("0x.0001p+1030"));
+    /* Subnormal results, and values beyond the range either way. */
+    EXPECT_EQ(Scan("49406564584124654.e-340"), 4.9406564584124654e-324);
+    EXPECT_EQ(Scan("1.e-400"), 0.0);
+    EXPECT_EQ(Scan("1.e+400"), HUGE_VAL);
+    EXPECT_EQ(Scan("-1000.e+306"), -HUGE_VAL);
+    EXPECT_EQ(Scan("0.e+400"), 0.0);
+    EXPECT_EQ(Scan("1.e+4294967295"), HUGE_VAL); /* the exponent wraps at 32 bits */
+    /* Random mantissas of up to 17 digits at exponents near both ends. */
+    std::mt19937_64 random(310);
+    char text[96];
+    for (int i = 0; i < 20000; ++i) {
+        const uint64_t mantissa = random() % 100000000000000000ull + 1;
+        const int digits = snprintf(text, sizeof text, "%" PRIu64, mantissa);
+        const bool low = (random() & 1) != 0;
+        const int exponent = low ? -(300 + (int)(random() % 40)) + digits : 290 + (int)(random() % 18) - digits;
+        snprintf(text, sizeof text, "%" PRIu64 ".e%d", mantissa, exponent);
+        const double theirs = Reference(text);
+        if (theirs < 2.2250738585072014e-308) /* subnormal: fewer bits to compare */
+            ASSERT_NEAR(Scan(text), theirs, 4.9406564584124654e-324 * 2) << text;
+        else
+            ASSERT_TRUE(Near(text));
     }
 }
 
