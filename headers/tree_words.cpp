@@ -45,7 +45,7 @@ int32_t ColorFromTree(HalvUserCMData **tree) noexcept {
         return 0;
     int32_t color = HalvStr2Clr(name);
     if (color != 0)
-        *tree = HVHdrDeleteHeaderField(*tree, "Photometry", "name");
+        *tree = DeleteEveryHeaderField(*tree, "Photometry", "name");
     return color;
 }
 

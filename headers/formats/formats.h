@@ -43,7 +43,8 @@ bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *ke
 HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
                                  uint32_t count) noexcept;
 
-/* Deletes each named key of section; the list ends with null. */
+/* Deletes every label of each named key of section; the list ends with
+ * null. */
 HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept;
 
 /* The keys that both formats write, in their order: ID (format, the four

@@ -60,7 +60,7 @@ HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, cons
 
 HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept {
     for (; *keys != nullptr; ++keys)
-        tree = HVHdrDeleteHeaderField(tree, section, *keys);
+        tree = DeleteEveryHeaderField(tree, section, *keys);
     return tree;
 }
 
