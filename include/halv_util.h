@@ -217,8 +217,12 @@ HALV_API void HalvSwabDoubleArray(void *pointer, uint32_t count) HALV_NOEXCEPT;
  * unsupported code page, or no memory. */
 HALV_API char *HalvUTF8ConvertTo(const char *text, const char *codePage, int32_t *size) HALV_NOEXCEPT;
 /* New UTF-8 text from size bytes of text in codePage; size -1 for text up
- * to its NUL.  Text is never read beyond its NUL, whatever size says.  Null
- * for null text, an unsupported code page, or no memory. */
+ * to its NUL.  Text is never read beyond its NUL, whatever size says.  The
+ * text goes by way of UTF-16 and HalvUTF8ConvertFromUTF16, so a U+FEFF or
+ * U+FFFE character in it acts as a byte order mark there: it is dropped,
+ * and behind U+FFFE every unit reads byte-swapped.  Null for null text, an
+ * unsupported code page, a swap that leaves a surrogate alone, or no
+ * memory. */
 HALV_API char *HalvUTF8ConvertFrom(const char *text, int32_t size, const char *codePage) HALV_NOEXCEPT;
 /* The same for the file system's code page, which is UTF-8 here: copies;
  * null for null text. */
