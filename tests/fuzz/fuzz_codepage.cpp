@@ -10,8 +10,9 @@
 //    null both ways;
 //  - towards a code page, invalid UTF-8 gives null and valid UTF-8 never
 //    does, and *size is the length, with a terminator behind it;
-//  - from a code page, any bytes give valid UTF-8, reading no further than
-//    the NUL whatever the size says;
+//  - from a code page, any bytes give valid UTF-8 (or null, where a U+FFFE
+//    in them swaps the rest into a lone surrogate, as the UTF-16 step
+//    does), reading no further than the NUL whatever the size says;
 //  - a single-byte page makes one byte of each UTF-16 unit ('?' where it has
 //    no character), turns each byte into one character (U+FFFD where the
 //    byte has none), and gives the bytes back from what it made of them;
@@ -125,9 +126,13 @@ void CheckFrom(const char *text, int32_t size, const Page &page, const char *nam
         if (converted != nullptr)
             Fail("an unknown name converted", name);
     } else {
-        if (converted == nullptr || Utf16Units(converted) < 0)
+        /* The converter's UTF-16 goes through HalvUTF8ConvertFromUTF16, so a
+         * U+FFFE in the source swaps the units behind it, and one that then
+         * stands alone as a surrogate gives null.  No single-byte page has
+         * such a character. */
+        if (converted == nullptr ? page.kind == Kind::SingleByte : Utf16Units(converted) < 0)
             Fail("bytes from a code page didn't give valid UTF-8", name);
-        if (page.kind == Kind::SingleByte) {
+        if (converted != nullptr && page.kind == Kind::SingleByte) {
             if (HalvUTF8StrLen(converted) != (int32_t)taken)
                 Fail("a single-byte page made other than one character a byte", name);
             if (std::strstr(converted, "\xEF\xBF\xBD") == nullptr) {

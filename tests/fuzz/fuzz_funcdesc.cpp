@@ -97,9 +97,15 @@ void Apply(Expected &e, const std::string &label, const std::string &value) {
         if (StartsWith(value, "any")) {
             e.bits.reset();
         } else if (std::vector<std::string> words = Split(value); !words.empty()) {
+            /* The array ends at its first -1, so a word that reads as -1
+             * ends it for every reader, and a copy, early. */
             e.bits.emplace();
-            for (const std::string &w : words)
-                e.bits->push_back((int32_t)std::strtol(w.c_str(), nullptr, 10));
+            for (const std::string &w : words) {
+                const auto bits = (int32_t)std::strtol(w.c_str(), nullptr, 10);
+                if (bits == -1)
+                    break;
+                e.bits->push_back(bits);
+            }
         }
     } else if (StartsWith(label, "interleave")) {
         if (StartsWith(value, "any")) {
