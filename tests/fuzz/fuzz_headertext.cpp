@@ -11,10 +11,9 @@
 //    the bytes HVHdrRead took (-1, and no bytes, when it took none);
 //  - HVHdrRead_Header and HVHdrNonDestructivRead_Header agree, stand at the
 //    same place, and make headers that write the same text;
-//  - a header that reads writes text that reads again as a header of the
-//    same format, and that header writes the same text once more wherever
-//    the tree layer itself reads and writes that text unchanged and no
-//    label repeats.
+//  - where the tree layer itself reads the text a header writes and writes
+//    it again unchanged, that text reads again as a header of the same
+//    format, which writes the same text once more unless a label repeats.
 // Headers are copied and freed through their own slots on the way.
 #include <cstdint>
 #include <cstdio>
@@ -81,23 +80,29 @@ bool HasRepeatedLabel(const HalvUserCMData *tree) {
     return false;
 }
 
-/* True when the tree layer reads the header text and writes it again
- * unchanged, and no label repeats.  Its writer escapes nothing, so a name or value holding syntax
- * of the language (a quote in a section name, say) reads back otherwise;
- * that is the business of whoever made the node, and such text can't be
- * expected to come back through a header either. */
-bool TreeKeepsText(const std::string &text) {
+/* Whether the tree layer reads the header text and writes it again
+ * unchanged, and whether a label repeats in what it reads.  That writer
+ * escapes nothing, so a name or value holding syntax of the language (a
+ * quote in a label, say) reads back as other nodes; choosing nodes that
+ * read back is the business of whoever made them, and a header whose tree
+ * holds such nodes can't be expected to come back either. */
+struct TreeOfText {
+    bool keepsText;
+    bool repeatsLabel;
+};
+
+TreeOfText ReadTreeOf(const std::string &text) {
     HalvIO *in = Open(text.data(), text.size());
     HalvUserCMData *tree = nullptr;
     HVHdrRead(in, &tree);
     in->close(in);
     HalvIO *out = HalvIO_Mem(0);
     HVHdrWrite(tree, out);
-    const bool same = std::string(static_cast<char *>(HalvIOMemBuffer(out)), HalvIOMemLength(out)) == text &&
-                      !HasRepeatedLabel(tree);
+    const TreeOfText t = {std::string(static_cast<char *>(HalvIOMemBuffer(out)), HalvIOMemLength(out)) == text,
+                          HasRepeatedLabel(tree)};
     out->close(out);
     HalvFreeUserCMData(tree);
-    return same;
+    return t;
 }
 
 /* The text a header writes, or an empty string and false when it doesn't. */
@@ -186,7 +191,8 @@ void CheckHeaderReads(const uint8_t *data, size_t size) {
     const int32_t managerType = header->managerType;
     ReleaseHeader(kept);
     ReleaseHeader(header);
-    if (!written)
+    const TreeOfText tree = written ? ReadTreeOf(text) : TreeOfText{};
+    if (!tree.keepsText)
         return;
 
     /* What the writer makes, the reader takes, and writes the same again. */
@@ -203,7 +209,7 @@ void CheckHeaderReads(const uint8_t *data, size_t size) {
         Fail("a written header reads back in another format");
     back->close(back);
     std::string second;
-    if (!WriteHeader(reread, backManager, second) || (second != text && TreeKeepsText(text))) {
+    if (!WriteHeader(reread, backManager, second) || (second != text && !tree.repeatsLabel)) {
         std::fprintf(stderr, "first:\n%s\nsecond:\n%s\n", Shown(text).c_str(), Shown(second).c_str());
         Fail("a header read back writes other text");
     }
