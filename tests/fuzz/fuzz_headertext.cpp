@@ -11,9 +11,9 @@
 //    the bytes HVHdrRead took (-1, and no bytes, when it took none);
 //  - HVHdrRead_Header and HVHdrNonDestructivRead_Header agree, stand at the
 //    same place, and make headers that write the same text;
-//  - where the tree layer itself reads the text a header writes and writes
-//    it again unchanged, that text reads again as a header of the same
-//    format, which writes the same text once more unless a label repeats.
+//  - where the tree a header writes reads back from its text as the same
+//    tree, that text reads again as a header of the same format, which
+//    writes the same text once more unless a label repeats.
 // Headers are copied and freed through their own slots on the way.
 #include <cstdint>
 #include <cstdio>
@@ -80,28 +80,27 @@ bool HasRepeatedLabel(const HalvUserCMData *tree) {
     return false;
 }
 
-/* Whether the tree layer reads the header text and writes it again
- * unchanged, and whether a label repeats in what it reads.  That writer
- * escapes nothing, so a name or value holding syntax of the language (a
- * quote in a label, say) reads back as other nodes; choosing nodes that
- * read back is the business of whoever made them, and a header whose tree
- * holds such nodes can't be expected to come back either. */
-struct TreeOfText {
-    bool keepsText;
+/* Whether the tree a header writes reads back from its text as the same
+ * tree, and whether a label repeats in it.  The tree writer escapes
+ * nothing, so a name or value holding syntax of the language (a quote in a
+ * label, say) reads back as other nodes; choosing nodes that read back is
+ * the business of whoever made them, and a header whose tree holds such
+ * nodes can't be expected to come back either. */
+struct WrittenTree {
+    bool readsBack;
     bool repeatsLabel;
 };
 
-TreeOfText ReadTreeOf(const std::string &text) {
+WrittenTree CheckWrittenTree(HalvHeaderStruct *header, HVHdrManager &manager, const std::string &text) {
+    HalvUserCMData *written = nullptr;
+    HVHdrFromHeader(manager, header, &written);
     HalvIO *in = Open(text.data(), text.size());
-    HalvUserCMData *tree = nullptr;
-    HVHdrRead(in, &tree);
+    HalvUserCMData *read = nullptr;
+    HVHdrRead(in, &read);
     in->close(in);
-    HalvIO *out = HalvIO_Mem(0);
-    HVHdrWrite(tree, out);
-    const TreeOfText t = {std::string(static_cast<char *>(HalvIOMemBuffer(out)), HalvIOMemLength(out)) == text,
-                          HasRepeatedLabel(tree)};
-    out->close(out);
-    HalvFreeUserCMData(tree);
+    const WrittenTree t = {ucm_test::SameTree(written, read), HasRepeatedLabel(written)};
+    HalvFreeUserCMData(read);
+    HalvFreeUserCMData(written);
     return t;
 }
 
@@ -189,10 +188,10 @@ void CheckHeaderReads(const uint8_t *data, size_t size) {
     if (WriteHeader(kept, keptManager, keptText) != written || keptText != text)
         Fail("the two header readers made headers that write differently");
     const int32_t managerType = header->managerType;
+    const WrittenTree tree = written ? CheckWrittenTree(header, manager, text) : WrittenTree{};
     ReleaseHeader(kept);
     ReleaseHeader(header);
-    const TreeOfText tree = written ? ReadTreeOf(text) : TreeOfText{};
-    if (!tree.keepsText)
+    if (!tree.readsBack)
         return;
 
     /* What the writer makes, the reader takes, and writes the same again. */
