@@ -7,8 +7,9 @@
  * one whose write can't disturb src's buffer, the pass is written straight
  * from src's buffer: src's read slot call is replaced by advancing its
  * position, which is all that call would do, and the bounce copy is saved.
- * Between two such streams no caller's code sees the passes, so the pass is
- * as long as the buffer holds: one write, which is one memmove.
+ * Into a growing memory stream no caller's code sees the passes either:
+ * once it has the capacity the passes would give it, one write, which is
+ * one memmove, leaves everything as the passes would.
  *
  * A would-block answer waits until the stream is ready and asks again.  A
  * back end that keeps saying would-block while its descriptor is ready is
@@ -31,7 +32,9 @@ int32_t ReadPass(HalvIO *dst, HalvIO *src, char *buffer, int64_t wanted, const c
     halv::ReadView view;
     if (halv::PeekReadable(src, &view) && halv::CanWriteFromView(dst, &view)) {
         int64_t limit = wanted == 0 || wanted > kViewPass ? kViewPass : wanted;
-        size_t n = view.available < (uint64_t)limit ? view.available : (size_t)limit;
+        size_t all = view.available < (uint64_t)limit ? view.available : (size_t)limit;
+        bool onePass = halv::MemReserveForPasses(dst, all, kCopyPass);
+        size_t n = onePass || all < kCopyPass ? all : kCopyPass;
         view.consume(src, n);
         *bytes = view.bytes;
         return static_cast<int32_t>(n);
