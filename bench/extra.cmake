@@ -10,3 +10,8 @@ if(TARGET bench_halvern AND TARGET halvern)
   target_compile_definitions(bench_halvern PRIVATE HALVERN_PATH="$<TARGET_FILE:halvern>")
   add_dependencies(bench_halvern halvern dpk_halv)
 endif()
+
+# bench_date: Howard Hinnant's date library (its header-only part), for the
+# benchmark only.
+find_package(date CONFIG REQUIRED)
+target_link_libraries(bench_date PRIVATE date::date)

@@ -142,8 +142,9 @@ HALV_API int32_t HalvToUTC(HalvDate *source, HalvDate *result) HALV_NOEXCEPT;
  * system's zone ("Europe/Berlin" from /etc/localtime, else /etc/timezone).
  *
  * Null for a null argument, a date HalvMakeTime refuses, any other ASCII
- * letter, a pattern that ends in a lone quote, or no memory.  Safe to call
- * from several threads at once. */
+ * letter outside quotes, a literal text that comes out empty (a lone quote
+ * ending the pattern, as in "HH'"), or no memory.  Safe to call from
+ * several threads at once. */
 HALV_API char *HalvFormatDate(HalvDate *date, const char *pattern) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------

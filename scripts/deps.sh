@@ -2,7 +2,7 @@
 # Installs what the build and the tests need when it is missing.
 # Debian packages only; runs apt-get as root (or through sudo) when needed.
 set -euo pipefail
-packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev python3 clang libclang-rt-14-dev libssl-dev curl)
+packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev python3 clang libclang-rt-14-dev libssl-dev curl tzdata locales)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
