@@ -1,5 +1,6 @@
 // bench/bench_date.cpp - dates: HalvFormatDate against strftime and against
 // the date library's format, HalvMakeTime with the UTC flag against timegm
+// (on normal dates, and on dates whose fields have run past their ranges)
 // and against the date library's calendar arithmetic, and, for the record,
 // HalvMakeTime in the process's zone against mktime.
 //
@@ -97,6 +98,58 @@ void BM_MakeTimeUtc_Halv(benchmark::State &state) {
     }
 }
 
+/* Dates whose day and minute have run past their ranges (a month and a
+ * half on, a hundred minutes on), which the call must carry over. */
+std::vector<HalvDate> OverflowingDates() {
+    std::vector<HalvDate> dates = Dates(1);
+    for (HalvDate &date : dates) {
+        date.day += 45;
+        date.minute += 100;
+    }
+    return dates;
+}
+
+std::vector<struct tm> OverflowingRecords() {
+    std::vector<struct tm> records = Records(true);
+    for (struct tm &record : records) {
+        record.tm_mday += 45;
+        record.tm_min += 100;
+    }
+    return records;
+}
+
+void BM_MakeTimeUtcCarry_Halv(benchmark::State &state) {
+    const std::vector<HalvDate> source = OverflowingDates();
+    std::vector<HalvDate> dates = source;
+    size_t i = 0;
+    for (auto _ : state) {
+        const size_t at = i++ % kDates;
+        if (at == 0) {
+            state.PauseTiming();
+            dates = source;
+            state.ResumeTiming();
+        }
+        int64_t milliseconds;
+        benchmark::DoNotOptimize(HalvMakeTime(&milliseconds, 1, &dates[at]));
+        benchmark::DoNotOptimize(milliseconds);
+    }
+}
+
+void BM_MakeTimeUtcCarry_Timegm(benchmark::State &state) {
+    const std::vector<struct tm> source = OverflowingRecords();
+    std::vector<struct tm> records = source;
+    size_t i = 0;
+    for (auto _ : state) {
+        const size_t at = i++ % kDates;
+        if (at == 0) {
+            state.PauseTiming();
+            records = source;
+            state.ResumeTiming();
+        }
+        benchmark::DoNotOptimize(timegm(&records[at]));
+    }
+}
+
 void BM_MakeTimeUtc_Timegm(benchmark::State &state) {
     std::vector<struct tm> records = Records(true);
     size_t i = 0;
@@ -114,8 +167,7 @@ void BM_MakeTimeUtc_DateLibrary(benchmark::State &state) {
         struct tm &r = records[i++ % kDates];
         using namespace std::chrono;
         const date::sys_days day =
-            date::year_month_day{date::year{r.tm_year + 1900}, date::month{static_cast<unsigned>(r.tm_mon + 1)},
-                                 date::day{1}} +
+            date::sys_days{date::year{r.tm_year + 1900} / date::month{static_cast<unsigned>(r.tm_mon + 1)} / 1} +
             date::days{r.tm_mday - 1};
         const sys_seconds t = day + hours{r.tm_hour} + minutes{r.tm_min} + seconds{r.tm_sec};
         const date::sys_days back = date::floor<date::days>(t);
@@ -160,6 +212,8 @@ BENCHMARK(BM_Format_DateLibrary)->MinTime(0.5);
 BENCHMARK(BM_MakeTimeUtc_Halv)->MinTime(0.5);
 BENCHMARK(BM_MakeTimeUtc_Timegm)->MinTime(0.5);
 BENCHMARK(BM_MakeTimeUtc_DateLibrary)->MinTime(0.5);
+BENCHMARK(BM_MakeTimeUtcCarry_Halv)->MinTime(0.5);
+BENCHMARK(BM_MakeTimeUtcCarry_Timegm)->MinTime(0.5);
 BENCHMARK(BM_MakeTimeLocal_Halv)->MinTime(0.5);
 BENCHMARK(BM_MakeTimeLocal_Mktime)->MinTime(0.5);
 
@@ -175,5 +229,7 @@ int main(int argc, char **argv) {
          {"HalvFormatDate yyyy-MM-dd HH:mm:ss / date::format", "BM_Format_Halv", "BM_Format_DateLibrary"},
          {"HalvMakeTime UTC / timegm", "BM_MakeTimeUtc_Halv", "BM_MakeTimeUtc_Timegm"},
          {"HalvMakeTime UTC / date library arithmetic", "BM_MakeTimeUtc_Halv", "BM_MakeTimeUtc_DateLibrary"},
+         {"HalvMakeTime UTC, fields past their ranges / timegm", "BM_MakeTimeUtcCarry_Halv",
+          "BM_MakeTimeUtcCarry_Timegm"},
          {"HalvMakeTime local / mktime", "BM_MakeTimeLocal_Halv", "BM_MakeTimeLocal_Mktime"}});
 }

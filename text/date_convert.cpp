@@ -20,10 +20,11 @@
 namespace halv {
 namespace {
 
-constexpr int64_t kSecondsPerDay = 86400;
-
 /* The last second whose milliseconds fit a signed 64-bit count. */
 constexpr int64_t kLastSecond = INT64_MAX / 1000;
+
+/* A UTC date's name, with the zeros behind it: stored in one move. */
+constexpr char kUtcZoneName[sizeof(HalvDate::zoneName)] = "GMT";
 
 void SetZoneName(HalvDate &date, const char *name) noexcept {
     const size_t length = strnlen(name, sizeof date.zoneName - 1);
@@ -31,15 +32,12 @@ void SetZoneName(HalvDate &date, const char *name) noexcept {
     std::memset(date.zoneName + length, 0, sizeof date.zoneName - length);
 }
 
-/* The UTC breakdown of a count of seconds.  Any count of 64 bits whose
- * year fits 32 bits has one; callers stay within kLastSecond. */
+/* The UTC breakdown of a count of seconds within kLastSecond either way. */
 void BreakDownUtc(HalvDate &date, int64_t seconds) noexcept {
-    const int64_t days = FloorDiv(seconds, kSecondsPerDay);
-    const auto ofDay = static_cast<int32_t>(seconds - days * kSecondsPerDay);
-    const CivilDay civil = CivilFromDays(days);
-    date.second = ofDay % 60;
-    date.minute = ofDay / 60 % 60;
-    date.hour = ofDay / 3600;
+    const CivilTime civil = FieldsFromSeconds(seconds);
+    date.second = civil.second;
+    date.minute = civil.minute;
+    date.hour = civil.hour;
     date.day = civil.day;
     date.month = civil.month;
     date.year = static_cast<int32_t>(civil.year);
@@ -47,7 +45,7 @@ void BreakDownUtc(HalvDate &date, int64_t seconds) noexcept {
     date.yearDay = civil.yearDay;
     date.isDST = 0;
     date.zoneOffset = 0;
-    SetZoneName(date, "GMT");
+    std::memcpy(date.zoneName, kUtcZoneName, sizeof date.zoneName);
 }
 
 /* Fills date from a record of the C library's local conversion. */
@@ -65,21 +63,21 @@ void StoreLocal(HalvDate &date, const struct tm &local) noexcept {
     SetZoneName(date, local.tm_zone != nullptr ? local.tm_zone : "");
 }
 
-/* Seconds of a UTC date whose fields may lie outside their ranges; months
- * carry into years first, everything below counts on linearly. */
-int64_t UtcSeconds(const HalvDate &date) noexcept {
-    const int64_t months = static_cast<int64_t>(date.month) - 1;
-    const int64_t year = date.year + FloorDiv(months, 12);
-    const int64_t days = DaysToMonthStart(year, FloorMod(months, 12) + 1) + date.day - 1;
-    return days * kSecondsPerDay + static_cast<int64_t>(date.hour) * 3600 + static_cast<int64_t>(date.minute) * 60 +
-           date.second;
-}
-
 int32_t MakeUtcTime(int64_t *milliseconds, HalvDate &date) noexcept {
-    const int64_t seconds = UtcSeconds(date);
+    const int64_t seconds =
+        SecondsFromFields(date.year, date.month, date.day, date.hour, date.minute, date.second);
     if (seconds < 0 || seconds > kLastSecond)
         return 0;
-    BreakDownUtc(date, seconds);
+    if (FieldsInRange(date.year, date.month, date.day, date.hour, date.minute, date.second)) {
+        /* Already normal, as most dates are: only what is derived changes. */
+        date.weekDay = static_cast<int32_t>((seconds / 86400 + 4) % 7); /* 1970-01-01 was a Thursday */
+        date.yearDay = YearDay(date.year, date.month, date.day);
+        date.isDST = 0;
+        date.zoneOffset = 0;
+        std::memcpy(date.zoneName, kUtcZoneName, sizeof date.zoneName);
+    } else {
+        BreakDownUtc(date, seconds);
+    }
     if (milliseconds != nullptr)
         *milliseconds = seconds * 1000;
     return 1;
@@ -89,8 +87,8 @@ int32_t MakeUtcTime(int64_t *milliseconds, HalvDate &date) noexcept {
  * into the year here, in 64 bits, so that neither field overflows on the
  * way in; the C library would carry it the same way. */
 int32_t MakeLocalTime(int64_t *milliseconds, HalvDate &date) noexcept {
-    const int64_t months = static_cast<int64_t>(date.month) - 1;
-    const int64_t year = static_cast<int64_t>(date.year) - 1900 + FloorDiv(months, 12);
+    const int64_t months = static_cast<int64_t>(date.year) * 12 + date.month - 1 - 1900 * 12;
+    const int64_t year = months >= 0 ? months / 12 : -((11 - months) / 12); /* rounded down */
     if (year < INT_MIN || year > INT_MAX)
         return 0;
     struct tm local = {};
@@ -98,7 +96,7 @@ int32_t MakeLocalTime(int64_t *milliseconds, HalvDate &date) noexcept {
     local.tm_min = date.minute;
     local.tm_hour = date.hour;
     local.tm_mday = date.day;
-    local.tm_mon = static_cast<int>(FloorMod(months, 12));
+    local.tm_mon = static_cast<int>(months - year * 12);
     local.tm_year = static_cast<int>(year);
     local.tm_wday = date.weekDay;
     local.tm_yday = date.yearDay;

@@ -18,7 +18,7 @@
 #include "halv_streams.h"
 #include "halv_text.h"
 #include "text/date_internal.h"
-#include "text/print_digits.h"
+#include "text/print_internal.h"
 
 namespace halv {
 namespace {
@@ -27,13 +27,25 @@ namespace {
 class DateText {
 public:
     DateText() noexcept = default;
-    ~DateText() { HalvSBFree(spill_); }
+    ~DateText() {
+        if (spill_ != nullptr)
+            HalvSBFree(spill_);
+    }
     DateText(const DateText &) = delete;
     DateText &operator=(const DateText &) = delete;
 
+    /* Space for up to count bytes (at most the stage's size) at the end of
+     * the text; Commit says how many were written there. */
+    char *Room(size_t count) noexcept {
+        if (count > sizeof stage_ - used_)
+            Flush();
+        return stage_ + used_;
+    }
+    void Commit(size_t count) noexcept { used_ += count; }
+
     void Append(const char *bytes, size_t count) noexcept {
         if (count <= sizeof stage_ - used_) {
-            std::memcpy(stage_ + used_, bytes, count);
+            CopyBytes(stage_ + used_, bytes, count);
             used_ += count;
             return;
         }
@@ -53,8 +65,23 @@ public:
 
     /* The whole text as a new string, or null when memory ran out. */
     char *Finish() noexcept {
+        if (failed_)
+            return nullptr;
+        if (spill_ == nullptr) {
+            auto *text = static_cast<char *>(halv_internal_malloc(used_ + 1));
+            if (text == nullptr)
+                return nullptr;
+            if (used_ > 16 && used_ <= 32) { /* a whole date and time: two moves */
+                std::memcpy(text, stage_, 16);
+                std::memcpy(text + used_ - 16, stage_ + used_ - 16, 16);
+            } else {
+                CopyBytes(text, stage_, used_);
+            }
+            text[used_] = '\0';
+            return text;
+        }
         const int64_t spilled = HalvSBBytesAvailable(spill_);
-        if (failed_ || static_cast<uint64_t>(spilled) + used_ >= SIZE_MAX)
+        if (static_cast<uint64_t>(spilled) + used_ >= SIZE_MAX)
             return nullptr;
         const size_t total = static_cast<size_t>(spilled) + used_;
         auto *text = static_cast<char *>(halv_internal_malloc(total + 1));
@@ -81,7 +108,8 @@ private:
     void Flush() noexcept {
         if (spill_ == nullptr && (spill_ = HalvSBInit(1, sizeof stage_)) == nullptr)
             failed_ = true;
-        if (!failed_ && used_ > 0 && HalvSBAppend(spill_, stage_, static_cast<uint32_t>(used_)) != static_cast<int32_t>(used_))
+        if (!failed_ && used_ > 0 &&
+            HalvSBAppend(spill_, stage_, static_cast<uint32_t>(used_)) != static_cast<int32_t>(used_))
             failed_ = true;
         used_ = 0;
     }
@@ -93,27 +121,45 @@ private:
 };
 
 /* A number padded to `digits` as "%*d" (blanks) or "%0*d" (zeros) pads it:
- * the sign counts in the width and the zeros go behind it. */
+ * the sign counts in the width and the zeros go behind it.  digits is 2
+ * to 4, so a field never needs more than 24 bytes. */
 void PutNumber(DateText &text, int64_t value, int digits, bool zeros) noexcept {
+    /* Nearly always the value has at most `digits` digits: pad all four
+     * places first, then write the digits over the end of the field. */
+    if (value >= 0 && static_cast<uint64_t>(value) < digits_detail::kPowersOfTen.power[digits]) {
+        char *const at = text.Room(4);
+        const auto small = static_cast<uint32_t>(value);
+        if (zeros && digits != 3) { /* two or four digits: whole pairs */
+            if (digits == 4) {
+                digits_detail::PutPair(at, small / 100);
+                digits_detail::PutPair(at + 2, small % 100);
+            } else {
+                digits_detail::PutPair(at, small);
+            }
+        } else {
+            std::memcpy(at, zeros ? "0000" : "    ", 4);
+            WriteDecimalDigits(small, at + digits);
+        }
+        text.Commit(static_cast<size_t>(digits));
+        return;
+    }
     const uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
     const int count = DigitCount(magnitude, 10);
     const int sign = value < 0 ? 1 : 0;
     const int pad = digits > count + sign ? digits - count - sign : 0;
-    char field[32];
-    char *at = field;
-    if (!zeros) {
-        std::memset(at, ' ', static_cast<size_t>(pad));
-        at += pad;
-    }
+    char *const start = text.Room(24);
+    char *at = start;
+    if (!zeros)
+        for (int i = 0; i < pad; ++i)
+            *at++ = ' ';
     if (sign)
         *at++ = '-';
-    if (zeros) {
-        std::memset(at, '0', static_cast<size_t>(pad));
-        at += pad;
-    }
+    if (zeros)
+        for (int i = 0; i < pad; ++i)
+            *at++ = '0';
     at += count;
     WriteDecimalDigits(magnitude, at);
-    text.Append(field, static_cast<size_t>(at - field));
+    text.Commit(static_cast<size_t>(at - start));
 }
 
 /* What each letter writes. */
@@ -295,6 +341,12 @@ char *FormatDate(HalvDate &date, const unsigned char *p) noexcept {
     DateNames names;
     while (*p != '\0') {
         if (!IsAsciiLetter(*p)) {
+            /* Most literal text is one separator between two fields. */
+            if (*p != '\'' && (IsAsciiLetter(p[1]) || p[1] == '\0')) {
+                *text.Room(1) = static_cast<char>(*p++);
+                text.Commit(1);
+                continue;
+            }
             p = PutLiteral(text, p);
             if (p == nullptr)
                 return nullptr;

@@ -30,7 +30,10 @@ const char *WindowsZoneIdentifier(const char *windowsName) noexcept;
 class DateNames {
 public:
     DateNames() noexcept = default;
-    ~DateNames();
+    ~DateNames() {
+        if (locale_ != static_cast<locale_t>(0))
+            Close();
+    }
     DateNames(const DateNames &) = delete;
     DateNames &operator=(const DateNames &) = delete;
 
@@ -45,6 +48,7 @@ public:
 
 private:
     bool Open() noexcept;
+    void Close() noexcept;
 
     locale_t locale_ = static_cast<locale_t>(0);
     const char *codeSet_ = nullptr;

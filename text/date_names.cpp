@@ -56,10 +56,9 @@ constexpr int kFirstIndex[] = {1, 1, 0, 0, 0, 0};
 
 } // namespace
 
-DateNames::~DateNames() {
+void DateNames::Close() noexcept {
     halv_internal_free(converted_);
-    if (locale_ != static_cast<locale_t>(0))
-        freelocale(locale_);
+    freelocale(locale_);
 }
 
 bool DateNames::Open() noexcept {
