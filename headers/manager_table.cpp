@@ -71,11 +71,21 @@ constexpr HVHdrManager kImageExt = {nullptr,
                                     halv::ImageExtEmitChunk,
                                     halv::ImageExtCreateHeader};
 
+constexpr HVHdrManager kInfo = {nullptr,
+                                nullptr,
+                                nullptr,
+                                nullptr,
+                                halv::InfoToHeader,
+                                halv::InfoLoadChunk,
+                                halv::InfoFromHeader,
+                                halv::InfoEmitChunk,
+                                halv::InfoCreateHeader};
+
 constinit HVHdrManagerEntry gManagers[HVHDR_MANAGER_ENTRIES] = {
     {"internal", "2.1", HALV_HDR_INTERNAL, kInternal},
     {"internal", "2.0", -1, WithToHeader(kInternal, halv::InternalToHeaderOld)},
     FreeEntry(),
-    FreeEntry(),
+    {"info", "1.0", HALV_HDR_INFO, kInfo},
     {"image-ext", "1.0", HALV_HDR_IMAGE_EXT, kImageExt},
     FreeEntry(),
     FreeEntry(),

@@ -472,6 +472,35 @@ HALV_API const char *HalvOrient2Str(int32_t code) HALV_NOEXCEPT;
 HALV_API int32_t HalvStr2ScanDir(const char *text) HALV_NOEXCEPT;
 HALV_API const char *HalvScanDir2Str(int32_t code) HALV_NOEXCEPT;
 
+/* ------------------------------------------------------------------------
+ * The info format: a table of packed entries of bytesPerSep[0] bytes each,
+ * dims[1] of them (0: not known), described by the field list in section
+ * Info of userData (halv_modules.h).  Behind the header, chunks with the
+ * 16-byte record of image-ext, whose words are written in this machine's
+ * order.  When the stream is in the other byte order, swapTable says what
+ * each entry holds to reverse: one row for each integer or double field,
+ * in field order (characters need none), built from the field list when
+ * the header was read; a list that doesn't parse gives no table, and the
+ * data then come as stored.
+ * ------------------------------------------------------------------------ */
+
+/* One row of the swap table: count values of width bytes (4 or 8; 2 is
+ * also understood) from byte offset of every entry on. */
+typedef struct HalvInfoSwapEntry {
+    uint32_t width;
+    uint32_t count;
+    uint32_t offset;
+} HalvInfoSwapEntry;
+
+typedef struct HalvInfoHeader {
+    HalvHeaderStruct generic;
+    uint32_t swapBytes;
+    HalvInfoSwapEntry *swapTable; /* swapCount rows, owned; null for none */
+    uint32_t swapCount;
+    uint32_t bufferCapacity;
+    void *chunkBuffer;
+} HalvInfoHeader;
+
 HALV_END_DECLS
 
 #endif /* HALV_HEADERS_H */

@@ -267,6 +267,121 @@ typedef struct HalvRegistryReport {
  * it.  Safe from any thread while the engine runs. */
 HALV_API HalvRegistryReport *HalvGetRegistryReport(void) HALV_NOEXCEPT;
 
+/* ------------------------------------------------------------------------
+ * Info fields: the layout of a fixed binary record, named field by field.
+ *
+ * A field has a name, a type and a count of values; in a list each field
+ * lies at the sum of the sizes of the fields before it, with no gaps, so
+ * a record is packed and its values need not be aligned.  The text form
+ * of a field is "name:[multiplier]letters", such as "x:1i", "weight:2f" or
+ * "label:8c"; a header carries its list as the keys field-0, field-1, ...
+ * of section Info.  A field list is a null-terminated array of field
+ * records (a smart array): release it with HalvFreeSmartArray.  Lists
+ * belong to their caller and take no lock.
+ * ------------------------------------------------------------------------ */
+
+/* Field types and the bytes of one value. */
+#define HALV_INFO_INT 'i'    /* signed 32-bit integer, 4 bytes */
+#define HALV_INFO_DOUBLE 'f' /* double, 8 bytes */
+#define HALV_INFO_CHAR 'c'   /* character, 1 byte */
+
+/* Longest text form this library writes ("%s:%d%c"), without the NUL. */
+#define HALV_INFO_FIELD_TEXT_MAX 255
+
+/* One field, a smart record: copy gives a new record with its own copy of
+ * name (null out of memory), free releases name and the record.  size is
+ * count values of the type's width (0 for a type other than the three);
+ * offset the sum of the sizes before it in its list. */
+typedef struct HalvInfoField {
+    HalvCopyFn copy;
+    uintptr_t reservedWord;
+    HalvFreeFn free;
+    char *name;
+    char type;
+    int32_t count;
+    int32_t size;
+    int32_t offset;
+} HalvInfoField;
+
+/* Splits one text form: the name is the text before the first colon, then
+ * an optional decimal multiplier (1 when absent or below 1), then the type
+ * letter; count is the multiplier times the run of that letter from there
+ * on, and the text behind the run isn't looked at.  A text that ends at
+ * the type has type '\0' and count 0, and so has one whose count doesn't
+ * fit a signed 32-bit number.  1 with *name a new string the caller
+ * releases with halv_internal_free; 0 for a null argument or no memory;
+ * -1 when text has no colon (nothing is stored then). */
+HALV_API int HalvParseInfoField(const char *text, char **name, char *type, int32_t *count) HALV_NOEXCEPT;
+
+/* A new field list from strings, a null-terminated array of text forms,
+ * with sizes and offsets.  1; 0 for a null argument, no memory, a text
+ * that doesn't parse, a field whose size comes out 0 (a type other than
+ * i, f and c, a text that ends at the type) or a record that would be
+ * longer than 0x7FFFFFFF bytes.  On 0 *fields holds the part that was
+ * built (or null), which the caller releases. */
+HALV_API int HalvParseInfoFields(const char *const *strings, HalvInfoField ***fields) HALV_NOEXCEPT;
+
+/* The same from the keys field-0, field-1, ... of section Info of the
+ * header's userData, up to the first number that is missing or has no
+ * value.  A header without them gives 1 and an empty list (an array of
+ * just the terminator). */
+HALV_API int HalvParseInfoFieldsFromHdr(const struct HalvHeaderStruct *header,
+                                        HalvInfoField ***fields) HALV_NOEXCEPT;
+
+/* Replaces section Info of the header's userData by one quoted key
+ * field-N for each field, "%s:%d%c" of name, count and type, the name cut
+ * so that the text has at most 255 characters.  Other keys of Info go
+ * with the old section; an empty list leaves no section.  1; 0 for a null
+ * argument. */
+HALV_API int HalvWriteInfoFieldsToHdr(struct HalvHeaderStruct *header, HalvInfoField **fields) HALV_NOEXCEPT;
+
+/* The index of the first field named name, ASCII case ignored; -1 when
+ * there is none or for a null argument. */
+HALV_API int32_t HalvFindInfoField(HalvInfoField **fields, const char *name) HALV_NOEXCEPT;
+
+/* Appends a field of name, type and count to *fields (null is the empty
+ * list), with all offsets worked out anew, and gives its index.  -1 for a
+ * null fields or name, or when memory runs out (the list stays as it
+ * was); -1 also when the type isn't i, f or c, count is below 1 or the
+ * record would pass 0x7FFFFFFF bytes: the field then stays in the list
+ * with size 0. */
+HALV_API int32_t HalvAddInfoField(HalvInfoField ***fields, const char *name, char type,
+                                  int32_t count) HALV_NOEXCEPT;
+
+/* Frees the field at index through its free slot, closes the gap and works
+ * out all offsets anew.  1; 0 for a null list or an index that isn't in
+ * it (-1, the result of a failed HalvFindInfoField, among them). */
+HALV_API int HalvRemoveInfoField(HalvInfoField **fields, int32_t index) HALV_NOEXCEPT;
+
+/* The sum of all sizes, the bytes of one record; 0 for a null or empty
+ * list. */
+HALV_API int32_t HalvGetInfoFieldsTotal(HalvInfoField **fields) HALV_NOEXCEPT;
+
+/* One value of field in the record that starts at record; index counts
+ * values within the field.  Values are moved as bytes, so the record needs
+ * no alignment.  1; 0 for a null field, record or value pointer; -1 when
+ * the field has another type, or index is negative or not below count
+ * (nothing is moved then). */
+HALV_API int HalvGetInfoFieldInt(const HalvInfoField *field, const void *record, int32_t index,
+                                 int32_t *value) HALV_NOEXCEPT;
+HALV_API int HalvSetInfoFieldInt(const HalvInfoField *field, void *record, int32_t index,
+                                 int32_t value) HALV_NOEXCEPT;
+HALV_API int HalvGetInfoFieldDouble(const HalvInfoField *field, const void *record, int32_t index,
+                                    double *value) HALV_NOEXCEPT;
+HALV_API int HalvSetInfoFieldDouble(const HalvInfoField *field, void *record, int32_t index,
+                                    double value) HALV_NOEXCEPT;
+
+/* The count bytes of a c field as a new string of count + 1 bytes, the
+ * last a NUL (a NUL among them stays); the caller releases it with
+ * halv_internal_free.  1; 0 for a null argument, a negative count or no
+ * memory (*text null); -1 for a field of another type. */
+HALV_API int HalvGetInfoFieldStr(const HalvInfoField *field, const void *record, char **text) HALV_NOEXCEPT;
+
+/* Copies text into a c field, at most count bytes, and a NUL behind it
+ * only when text is shorter than count; bytes behind that stay as they
+ * were.  1; 0 for a null argument; -1 for a field of another type. */
+HALV_API int HalvSetInfoFieldStr(const HalvInfoField *field, void *record, const char *text) HALV_NOEXCEPT;
+
 HALV_END_DECLS
 
 #endif /* HALV_MODULES_H */

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "halv_headers.h"
+#include "halv_modules.h"
 
 namespace halv {
 
@@ -66,6 +67,39 @@ HalvHeaderStruct *RasterNewRecord(size_t size, HalvHeaderStruct *(*copy)(HalvHea
 
 /* The chunk's bytes written whole: 1, else -1. */
 int RasterWritePayload(const HalvChunk *chunk, HalvIO *out) noexcept;
+
+/* ---- info 1.0 (info_format.cpp, info_swap.cpp) ---- */
+int InfoToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
+int InfoLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t lines) noexcept;
+int InfoFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept;
+int InfoEmitChunk(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) noexcept;
+int InfoCreateHeader(HalvHeaderStruct **header) noexcept;
+
+/* The swap table of a field list: one row for each i or f field, in
+ * order.  True with *table a new array of *count rows (null for none);
+ * false when memory runs out. */
+bool InfoBuildSwapTable(HalvInfoField **fields, HalvInfoSwapEntry **table, uint32_t *count) noexcept;
+
+/* Reverses, in place, the values that the table names in each of lines
+ * entries of stride bytes at data.  Where the chunk or the table doesn't
+ * agree with the stride, only values that lie wholly within their entry
+ * and within the bytes are reversed; with stride 0 none is. */
+void InfoReverseEntries(const HalvInfoSwapEntry *table, uint32_t count, void *data, uint32_t bytes, uint32_t lines,
+                        uint32_t stride) noexcept;
+
+/* ---- stored chunks of image-ext and info (chunk_records.cpp) ---- */
+
+/* Reads one chunk: its 16-byte record (the words reversed when asked),
+ * then the payload into *buffer of *capacity bytes, which grows as the
+ * bytes arrive.  The chunk is cleared first, and takes the buffer as data
+ * and capacity once the record is in.  1 loaded; 1 with flags END and
+ * nothing else when the stream ends at the record; 0 when it ends inside
+ * the record or payload, a read fails or memory runs out. */
+int ReadStoredChunk(HalvIO *in, HalvChunk *chunk, bool reverseWords, void **buffer, uint32_t *capacity) noexcept;
+
+/* Writes the chunk's record (flags cut to those a stored chunk keeps,
+ * the words reversed when asked) and its payload: 1, else -1. */
+int WriteStoredChunk(const HalvChunk *chunk, HalvIO *out, bool reverseWords) noexcept;
 
 } // namespace halv
 
