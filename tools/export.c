@@ -111,10 +111,13 @@ static void NoteColour(const Image *image, uint32_t samples) {
 
 int CommandExport(int argc, char **argv) {
     if (argc != 2)
-        return Complain("usage: halvern export INPUT OUTPUT.pgm|OUTPUT.ppm"), kExitUsage;
+        return Complain("usage: halvern export INPUT OUTPUT.pgm|OUTPUT.ppm, or TABLE OUTPUT.csv"), kExitUsage;
+    size_t length = strlen(argv[1]);
+    if (length > 4 && strcasecmp(argv[1] + length - 4, ".csv") == 0)
+        return ExportTable(argv[0], argv[1]);
     const Netpbm *kind = KindOf(argv[1]);
     if (kind == NULL)
-        return Complain("export writes .pgm or .ppm files, not %s", argv[1]), kExitUsage;
+        return Complain("export writes .pgm, .ppm or (for tables) .csv files, not %s", argv[1]), kExitUsage;
     Image image;
     if (ImageOpen(&image, argv[0]) != kExitOk)
         return kExitFailed;

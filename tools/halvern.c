@@ -33,7 +33,7 @@ static const char kUsage[] =
     "  status                         the registry file, data path, temporary directory and\n"
     "                                 every bundle with its state, version and file\n"
     "  describe NAME                  one function's full description\n"
-    "  info FILE                      the header of a stored image or a header block\n"
+    "  info FILE                      the header of a stored image, table or header block\n"
     "  run [--binary] NAME INPUT OUTPUT [key=value ...]\n"
     "                                 run a function over an image (halvern describe NAME\n"
     "                                 shows the keys it takes; bits comes from the image;\n"
@@ -44,6 +44,11 @@ static const char kUsage[] =
     "                                 store an image in another format or byte order\n"
     "  export INPUT OUTPUT.pgm|.ppm   write an 8- or 16-bit image of one or three\n"
     "                                 separations as binary netpbm\n"
+    "  export TABLE OUTPUT.csv        an info table as CSV, one row for each entry\n"
+    "  import-table IN.csv FIELDS OUTPUT\n"
+    "                                 an info table from CSV; FIELDS such as\n"
+    "                                 \"x:1i weight:2f label:8c\" (i integer, f double,\n"
+    "                                 c characters; a number of values before the letter)\n"
     "  help                           this text\n"
     "\n"
     "OUTPUT appears only when the command succeeds; Ctrl-C stops a command\n"
@@ -72,6 +77,7 @@ static const struct Command {
     {"run", CommandRun, kStartedEngine},     {"convert", CommandConvert, kStartedEngine},
     {"export", CommandExport, kStartedEngine}, {"status", CommandStatus, kAnyStart},
     {"pack", CommandPack, kStartedEngine},
+    {"import-table", CommandImportTable, kStartedEngine},
     {"help", CommandHelp, kNoEngine},        {"--help", CommandHelp, kNoEngine},
 };
 

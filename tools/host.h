@@ -204,4 +204,11 @@ int CommandDemo(int argc, char **argv);
 int CommandStatus(int argc, char **argv);
 int CommandPack(int argc, char **argv);
 
+/* Info tables (table_*.c): the table part of halvern info for an open
+ * table (order says its byte order); the export of a table as CSV; the
+ * import-table command. */
+int TableInfo(Image *image, const char *order);
+int ExportTable(const char *input, const char *output);
+int CommandImportTable(int argc, char **argv);
+
 #endif

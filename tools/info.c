@@ -131,10 +131,14 @@ static int ImageInfo(const char *path) {
     char order[64];
     snprintf(order, sizeof order, "%s (%s)", ByteOrderName(image.architecture),
              image.architecture[0] ? image.architecture : "no architecture key");
-    PrintRaster(image.header, order);
+    int status = kExitOk;
+    if (image.header->managerType == HALV_HDR_INFO)
+        status = TableInfo(&image, order);
+    else
+        PrintRaster(image.header, order);
     PrintTree(image.header->userData);
     ImageClose(&image);
-    return kExitOk;
+    return status;
 }
 
 int CommandInfo(int argc, char **argv) {
