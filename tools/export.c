@@ -117,7 +117,7 @@ int CommandExport(int argc, char **argv) {
         return ExportTable(argv[0], argv[1]);
     const Netpbm *kind = KindOf(argv[1]);
     if (kind == NULL)
-        return Complain("export writes .pgm, .ppm or (for tables) .csv files, not %s", argv[1]), kExitUsage;
+        return Complain("export writes .pgm or .ppm files (or .csv for tables), not %s", argv[1]), kExitUsage;
     Image image;
     if (ImageOpen(&image, argv[0]) != kExitOk)
         return kExitFailed;

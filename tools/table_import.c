@@ -92,13 +92,14 @@ static int ParseFieldList(const char *text, HalvInfoField ***fields) {
             status = BadFieldList(forms[i]);
     }
     if (status == kExitOk && HalvParseInfoFields(forms, fields) != 1)
-        status = Complain("the fields make an entry of more than 2147483647 bytes");
+        status = (Complain("the fields make an entry of more than 2147483647 bytes"), kExitUsage);
     for (size_t i = 0; status == kExitOk && i < count; ++i)
         if ((size_t)HalvFindInfoField(*fields, (*fields)[i]->name) != i)
             status = (Complain("the field list names %s twice", (*fields)[i]->name), kExitUsage);
     if (status == kExitOk && (uint32_t)HalvGetInfoFieldsTotal(*fields) > kMaxEntryBytes)
-        status = Complain("the fields make an entry of %d bytes; at most %u can be imported",
-                          HalvGetInfoFieldsTotal(*fields), kMaxEntryBytes);
+        status = (Complain("the fields make an entry of %d bytes; at most %u can be imported",
+                           HalvGetInfoFieldsTotal(*fields), kMaxEntryBytes),
+                  kExitUsage);
     free(copy);
     free(forms);
     if (status != kExitOk) {

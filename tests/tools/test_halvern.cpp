@@ -752,4 +752,342 @@ TEST_F(Halvern, InterruptStopsBetweenChunksAndRemovesTheUnfinishedOutput) {
     }
 }
 
+// ---------------------------------------------------------------------------
+// Info tables: import-table, export to CSV, info
+// ---------------------------------------------------------------------------
+
+// One entry of the test's table "id:1i tag:5c w:3f n:2i note:12c z:1f",
+// as its values and as the packed bytes of this machine's order.
+const char kTableFields[] = "id:1i tag:5c w:3f n:2i note:12c z:1f";
+constexpr uint32_t kTableEntry = 4 + 5 + 24 + 8 + 12 + 8;
+
+struct TableRow {
+    int32_t id;
+    std::string tag;
+    double w[3];
+    int32_t n[2];
+    std::string note;
+    double z;
+
+    Bytes Packed(bool big = false) const {
+        Bytes e;
+        auto number = [&](const void *v, size_t width) {
+            Bytes b(static_cast<const char *>(v), width);
+            if (big)
+                std::reverse(b.begin(), b.end());
+            e += b;
+        };
+        auto text = [&](const std::string &t, size_t width) { e += t + std::string(width - t.size(), '\0'); };
+        number(&id, 4);
+        text(tag, 5);
+        for (double v : w)
+            number(&v, 8);
+        for (int32_t v : n)
+            number(&v, 4);
+        text(note, 12);
+        number(&z, 8);
+        return e;
+    }
+};
+
+std::vector<TableRow> TableRows() {
+    const double inf = HUGE_VAL;
+    return {
+        {1, "ab", {0.1, 1.0 / 3.0, -0.0}, {INT32_MIN, INT32_MAX}, "plain", 2.5},
+        {-7, "", {1e300, 4.9406564584124654e-324, 1.7976931348623157e308}, {0, -1}, "a,b", -inf},
+        {2147483647, "five!", {inf, -1e-300, 6.02214076e23}, {42, -42}, "say \"hi\"", 0.0},
+        {0, "x y", {123456789.125, -2.2250738585072014e-308, 9007199254740993.0}, {7, 8}, "two\nlines", 1e-5},
+        {-1, "\xc3\xa9t\xc3\xa9", {3.0, 0.30000000000000004, 100.0}, {1, 2}, "exactly12byt", std::nan("")},
+    };
+}
+
+// The CSV of rows with the columns in the order given (header names of
+// export), written the way a spreadsheet might: CRLF line ends, quotes
+// only where needed, numbers in forms of its own.
+Bytes TableCsv(const std::vector<TableRow> &rows) {
+    auto quote = [](const std::string &t) {
+        if (t.find_first_of(",\"\n\r") == std::string::npos)
+            return t;
+        std::string q = "\"";
+        for (char c : t)
+            q += c == '"' ? std::string("\"\"") : std::string(1, c);
+        return q + "\"";
+    };
+    auto number = [](double v) {
+        char b[64];
+        snprintf(b, sizeof b, "%.17e", v); // long forms that read back exactly
+        return std::string(std::isnan(v) ? "NaN" : b);
+    };
+    Bytes csv = "note,id,tag,w[0],w[1],w[2],n[0],n[1],z\r\n";
+    for (const TableRow &r : rows)
+        csv += quote(r.note) + "," + std::to_string(r.id) + "," + quote(r.tag) + "," + number(r.w[0]) + "," +
+               number(r.w[1]) + "," + number(r.w[2]) + "," + std::to_string(r.n[0]) + ", " + std::to_string(r.n[1]) +
+               " ," + number(r.z) + "\r\n";
+    return csv;
+}
+
+// A stored info table written by hand: the header with these Info and
+// Encoding lines, then one chunk record and payload for each payload.
+Bytes TableFile(const std::vector<std::string> &info, const std::string &bytesPerEntry,
+                const std::vector<Bytes> &payloads, const std::vector<uint32_t> &lines, bool big) {
+    Bytes h = "[ID]\nformat: info\nbinary: " + std::string(4, '\0') + "\nversion: 1.0\narchitecture: " +
+              (big ? "type 1" : "type 2") + "\n\n[Encoding]\nname: packed\nbytes/entry: " + bytesPerEntry +
+              "\n\n[Info]\n";
+    for (const std::string &line : info)
+        h += line + "\n";
+    h += "\n[End]\f\n";
+    for (size_t i = 0; i < payloads.size(); ++i)
+        h += ExtRecord((uint32_t)payloads[i].size(), lines[i], 0, 0, big) + payloads[i];
+    return h;
+}
+
+const std::vector<std::string> kTableInfo = {"field-0: \"id:1i\"", "field-1: \"tag:5c\"",  "field-2: \"w:3f\"",
+                                             "field-3: \"n:2i\"",  "field-4: \"note:12c\"", "field-5: \"z:1f\""};
+
+// The payload of a stored table (records checked and stripped), in this
+// machine's order.
+Bytes TablePayload(const Bytes &file, uint32_t *entries = nullptr) {
+    size_t at = DataStart(file);
+    Bytes payload;
+    uint32_t lines = 0;
+    while (at != std::string::npos && at + 16 <= file.size()) {
+        uint32_t bytes = ReadWord32(file, at, false);
+        lines += ReadWord32(file, at + 4, false);
+        payload += file.substr(at + 16, bytes);
+        at += 16 + bytes;
+    }
+    if (entries != nullptr)
+        *entries = lines;
+    return payload;
+}
+
+// Runs python3 with script and args; its standard output, or nothing with
+// *ran false when there is no python3.
+std::string Python(const std::string &script, const std::vector<std::string> &args, const std::string &dir,
+                   bool *ran) {
+    std::string scriptPath = dir + "/.check.py", outPath = dir + "/.python-out";
+    WriteFile(scriptPath, script);
+    // The system's own, as deps.sh installs it, before any shim on PATH.
+    std::string command = std::string(access("/usr/bin/python3", X_OK) == 0 ? "/usr/bin/python3" : "python3") +
+                          " '" + scriptPath + "'";
+    for (const std::string &a : args)
+        command += " '" + a + "'";
+    command += " > '" + outPath + "' 2>&1";
+    int status = std::system(command.c_str());
+    *ran = WIFEXITED(status) && WEXITSTATUS(status) != 127;
+    std::string out = ReadFile(outPath);
+    unlink(scriptPath.c_str());
+    unlink(outPath.c_str());
+    EXPECT_TRUE(!*ran || WEXITSTATUS(status) == 0) << out;
+    return out;
+}
+
+std::string HexOf(const void *bytes, size_t n) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    for (size_t i = 0; i < n; ++i) {
+        unsigned char b = static_cast<const unsigned char *>(bytes)[i];
+        hex += kDigits[b >> 4];
+        hex += kDigits[b & 15];
+    }
+    return hex;
+}
+
+TEST_F(Halvern, TablesRoundTripThroughCsvAndKeepEveryValue) {
+    std::vector<TableRow> rows = TableRows();
+    WriteFile(Path("in.csv"), TableCsv(rows));
+    Result r = Run({"import-table", Path("in.csv"), kTableFields, Path("t.tbl")});
+    ASSERT_EQ(r.status, 0) << r.err;
+
+    // The stored table: its keys, and the entries packed as the test
+    // packs them.
+    Bytes table = ReadFile(Path("t.tbl"));
+    EXPECT_EQ(HeaderKey(table, "format"), "info");
+    EXPECT_EQ(HeaderKey(table, "bytes/entry"), std::to_string(kTableEntry));
+    EXPECT_EQ(HeaderKey(table, "entries"), "5");
+    EXPECT_EQ(HeaderKey(table, "field-2"), "\"w:3f\"");
+    uint32_t entries = 0;
+    Bytes expected;
+    for (const TableRow &row : rows)
+        expected += row.Packed();
+    EXPECT_EQ(TablePayload(table, &entries), expected);
+    EXPECT_EQ(entries, 5u);
+
+    // Exported, and the export imported again: the very same table.
+    r = Run({"export", Path("t.tbl"), Path("out.csv")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Bytes csv = ReadFile(Path("out.csv"));
+    EXPECT_EQ(csv.substr(0, csv.find('\n') + 1), "id,tag,w[0],w[1],w[2],n[0],n[1],note,z\n");
+    r = Run({"import-table", Path("out.csv"), kTableFields, Path("again.tbl")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(ReadFile(Path("again.tbl")), table);
+
+    // An outside CSV reader finds every value in the export: numbers by
+    // their bits, texts by their bytes.
+    bool ran = false;
+    std::string seen = Python("import csv, struct, sys\n"
+                              "kinds = 'itfffiitf'\n"
+                              "with open(sys.argv[1], newline='', encoding='utf-8') as f:\n"
+                              "    rows = list(csv.reader(f))\n"
+                              "for row in rows[1:]:\n"
+                              "    out = []\n"
+                              "    for kind, cell in zip(kinds, row):\n"
+                              "        if kind == 'i': out.append(str(int(cell)))\n"
+                              "        elif kind == 'f': out.append(struct.pack('<d', float(cell)).hex())\n"
+                              "        else: out.append(cell.encode('utf-8').hex())\n"
+                              "    print(len(row), ' '.join(out))\n",
+                              {Path("out.csv")}, dir_, &ran);
+    if (!ran)
+        GTEST_SKIP() << "python3 is not installed (scripts/deps.sh installs it)";
+    std::string want;
+    for (const TableRow &row : rows) {
+        auto d = [](double v) { return HexOf(&v, 8); };
+        want += "9 " + std::to_string(row.id) + " " + HexOf(row.tag.data(), row.tag.size()) + " " + d(row.w[0]) +
+                " " + d(row.w[1]) + " " + d(row.w[2]) + " " + std::to_string(row.n[0]) + " " +
+                std::to_string(row.n[1]) + " " + HexOf(row.note.data(), row.note.size()) + " " + d(row.z) + "\n";
+    }
+    EXPECT_EQ(seen, want);
+}
+
+TEST_F(Halvern, InfoAndExportReadATableOfTheOtherByteOrder) {
+    std::vector<TableRow> rows = TableRows();
+    Bytes first, second;
+    for (size_t i = 0; i < rows.size(); ++i)
+        (i < 3 ? first : second) += rows[i].Packed(true);
+    WriteFile(Path("big.tbl"),
+              TableFile(kTableInfo, std::to_string(kTableEntry), {first, second}, {3, 2}, true));
+    Result info = Run({"info", Path("big.tbl")});
+    ASSERT_EQ(info.status, 0) << info.err;
+    for (const char *line :
+         {"format:        info", "byte order:    big-endian (type 1)", "bytes/entry:   61",
+          "entries:       5 (the header doesn't say)", "fields:        6, 9 columns",
+          "    id                   integer          1         0         4",
+          "    w                    double           3         9        24",
+          "    note                 text            12        41        12"})
+        EXPECT_NE(info.out.find(line), std::string::npos) << line << "\n" << info.out;
+
+    Result r = Run({"export", Path("big.tbl"), Path("big.csv")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    r = Run({"import-table", Path("big.csv"), kTableFields, Path("little.tbl")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Bytes expected;
+    for (const TableRow &row : rows)
+        expected += row.Packed();
+    EXPECT_EQ(TablePayload(ReadFile(Path("little.tbl"))), expected);
+}
+
+TEST_F(Halvern, ImportRefusesBadFieldListsAndCells) {
+    WriteFile(Path("in.csv"), "x,w[0],w[1],label\n1,0.5,2,ab\n");
+    const std::string fields = "x:1i w:2f label:2c";
+    ASSERT_EQ(Run({"import-table", Path("in.csv"), fields, Path("ok.tbl")}).status, 0);
+    unlink(Path("ok.tbl").c_str());
+
+    struct FieldCase {
+        std::string fields, phrase;
+    } fieldCases[] = {
+        {"x1i", "field \"x1i\""},           {"x:1q", "field \"x:1q\""},      {"x:", "field \"x:\""},
+        {":1i", "field \":1i\""},           {"a,b:1i", "field \"a,b:1i\""},  {"", "the field list is empty"},
+        {"x:1i X:2f", "names X twice"},      {"big:20000000f", "at most"},
+    };
+    for (const FieldCase &c : fieldCases) {
+        SCOPED_TRACE(c.fields);
+        Result r = Run({"import-table", Path("in.csv"), c.fields, Path("out.tbl")});
+        EXPECT_EQ(r.status, 2) << r.err;
+        EXPECT_NE(r.err.find(c.phrase), std::string::npos) << r.err;
+        EXPECT_FALSE(Exists(Path("out.tbl")));
+    }
+
+    struct CsvCase {
+        Bytes csv;
+        std::string phrase;
+    } csvCases[] = {
+        {"", "is empty"},
+        {"x,w[0],label\n1,2,ab\n", "no column \"w[1]\""},
+        {"x,w[0],w[1],label,extra\n1,2,3,ab,4\n", "column \"extra\" is not one"},
+        {"x,w[0],w[1],label,x\n1,2,3,ab,4\n", "column \"x\" twice"},
+        {"x,w[0],w[1],label\n1,2,3\n", "line 2: 3 cells, where the first row has 4"},
+        {"x,w[0],w[1],label\n1,2,3,ab\n\n12,0x,3,ab\n", "line 4, column w[0]: \"0x\" is not a number"},
+        {"x,w[0],w[1],label\n2147483648,2,3,ab\n", "column x: \"2147483648\" is out of the range"},
+        {"x,w[0],w[1],label\n1.5,2,3,ab\n", "column x: \"1.5\" is not an integer"},
+        {"x,w[0],w[1],label\n,2,3,ab\n", "column x: \"\" is not an integer"},
+        {"x,w[0],w[1],label\n1,1e999,3,ab\n", "beyond the range of a double"},
+        {"x,w[0],w[1],label\n1,2,3,abc\n", "the text has 3 bytes; the field takes 2"},
+        {"x,w[0],w[1],label\n1,2,3,\"ab\n", "a quoted cell is never closed"},
+        {Bytes("x,w[0],w[1],label\n1,2,3,a") + '\0' + "\n", "NUL"},
+    };
+    for (const CsvCase &c : csvCases) {
+        SCOPED_TRACE(c.phrase);
+        WriteFile(Path("bad.csv"), c.csv);
+        ExpectRefused({"import-table", Path("bad.csv"), fields, Path("out.tbl")}, "out.tbl", c.phrase);
+    }
+    ExpectRefused({"import-table", Path("missing.csv"), fields, Path("out.tbl")}, "out.tbl", "can't read");
+    ExpectRefused({"import-table", Path("in.csv"), fields}, "", "usage");
+
+    // Headings fold case, a byte order mark is passed over, and a table
+    // of no entries is a table.
+    WriteFile(Path("bom.csv"), "\xEF\xBB\xBFLABEL,X,W[1],w[0]\n");
+    Result r = Run({"import-table", Path("bom.csv"), fields, Path("empty.tbl")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Bytes empty = ReadFile(Path("empty.tbl"));
+    EXPECT_EQ(HeaderKey(empty, "entries"), "");
+    EXPECT_EQ(empty.size(), DataStart(empty));
+    Result info = Run({"info", Path("empty.tbl")});
+    EXPECT_EQ(info.status, 0) << info.err;
+    EXPECT_NE(info.out.find("entries:       0 (the header doesn't say)"), std::string::npos) << info.out;
+}
+
+Bytes Cut(const Bytes &file, size_t bytes) { return file.substr(0, file.size() - bytes); }
+
+TEST_F(Halvern, ExportAndInfoRefuseTablesThatDontAddUp) {
+    TableRow row = TableRows()[0];
+    Bytes one = row.Packed(), two = one + one;
+    std::vector<std::string> entries5 = kTableInfo;
+    entries5.push_back("entries: 5");
+    std::vector<std::string> badField = kTableInfo;
+    badField[2] = "field-2: \"w:3d\"";
+    struct Case {
+        std::string name;
+        Bytes file;
+        std::string phrase;
+    } cases[] = {
+        {"fewer", TableFile(entries5, "61", {two}, {2}, false), "holds 2 of the 5 entries its header gives"},
+        {"more", TableFile(entries5, "61", {two + two, two}, {4, 2}, false), "more entries than the 5"},
+        {"zero", TableFile(kTableInfo, "0", {two}, {2}, false), "its header gives no bytes/entry"},
+        {"billions", TableFile(kTableInfo, "4000000000", {two}, {2}, false), "bytes/entry 4000000000"},
+        {"field", TableFile(badField, "61", {two}, {2}, false), "its field field-2 is \"w:3d\""},
+        {"nofields", TableFile({}, "61", {two}, {2}, false), "it has no fields"},
+        {"lines", TableFile(kTableInfo, "61", {two}, {3}, false), "a chunk holds 122 bytes for 3 entries"},
+        {"cut", Cut(TableFile(kTableInfo, "61", {two}, {2}, false), 10), "data end inside a chunk"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteFile(Path(c.name + ".tbl"), c.file);
+        ExpectRefused({"export", Path(c.name + ".tbl"), Path("out.csv")}, "out.csv", c.phrase);
+        Result info = Run({"info", Path(c.name + ".tbl")});
+        EXPECT_EQ(info.status, 1);
+        EXPECT_NE(info.err.find(c.phrase), std::string::npos) << info.err;
+        EXPECT_NE(info.out.find("format:        info"), std::string::npos) << info.out;
+    }
+    // An image is no table, and a table no image.
+    Layout l;
+    WriteFile(Path("image"), StoredImage(l, "internal"));
+    ExpectRefused({"export", Path("image"), Path("out.csv")}, "out.csv", "CSV export takes info tables");
+    WriteFile(Path("t.tbl"), TableFile(kTableInfo, "61", {two}, {2}, false));
+    ExpectRefused({"export", Path("t.tbl"), Path("out.pgm")}, "out.pgm", "only internal and image-ext");
+}
+
+// A text field that holds bytes behind its NUL keeps its text up to it;
+// the export says so.
+TEST_F(Halvern, ExportNotesTextsWithBytesBehindTheirEnd) {
+    TableRow row = TableRows()[0];
+    Bytes entry = row.Packed();
+    entry[4 + 3] = 'Z'; // tag "ab\0Z\0"
+    WriteFile(Path("t.tbl"), TableFile(kTableInfo, "61", {entry}, {1}, false));
+    Result r = Run({"export", Path("t.tbl"), Path("out.csv")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("note: 1 text values"), std::string::npos) << r.err;
+    Bytes csv = ReadFile(Path("out.csv"));
+    EXPECT_NE(csv.find("\n1,ab,0.1,"), std::string::npos) << csv;
+}
+
 } // namespace
