@@ -68,9 +68,9 @@ HALV_END_DECLS
 /* ------------------------------------------------------------------------
  * Files and directories
  *
- * Paths are UTF-8 and use '/'.  Functions that give 0 "if the conversion
- * fails" elsewhere give 0 here for a null path, since names need no
- * conversion on this platform.
+ * Paths are UTF-8 and use '/', and go to the system as they are.  A null
+ * path is refused by every function here, with 0 or null as its contract
+ * says.
  * ------------------------------------------------------------------------ */
 
 HALV_BEGIN_DECLS
@@ -110,8 +110,8 @@ HALV_API char *HalvFindFile(const char *name, const char *extension, const char 
 HALV_API HalvDir *HalvOpenDir(const char *path) HALV_NOEXCEPT;
 
 /* The name of the next entry ("." and ".." included, in the directory's
- * own order) as a new string the caller releases, or null at the end and
- * for a null walk.  The first call gives the entry HalvOpenDir read.  The
+ * own order) as a new string the caller releases with halv_internal_free,
+ * or null at the end and for a null walk.  The first call gives the entry HalvOpenDir read.  The
  * directory is closed at the end; the record then only needs freeing. */
 HALV_API char *HalvNextDir(HalvDir *dir) HALV_NOEXCEPT;
 
@@ -122,7 +122,8 @@ HALV_API int HalvCloseDir(HalvDir *dir) HALV_NOEXCEPT;
 /* The whole directory path without "." and "..": 1 with *count set and
  * *entries a new null-terminated array of HalvDirEntry, which the caller
  * releases with HalvFreeSmartArray (an empty directory gives a count of 0
- * and an empty array); 0 on any failure, with *entries null. */
+ * and an empty array); 0 on any failure, a null argument among them, with
+ * *entries null where entries is given. */
 HALV_API int HalvListDir(const char *path, uint32_t *count, HalvDirEntry ***entries) HALV_NOEXCEPT;
 
 /* Creates directory path; with recursive non-zero missing parents too.

@@ -128,7 +128,7 @@ HALV_API int32_t HalvIOReadBlock(HalvIO *io, char **data, uint32_t *size) HALV_N
 HALV_API HalvIO *HalvIO_Str(void *buffer, uint32_t size) HALV_NOEXCEPT;
 
 /* Sets both pointers of a string stream back to the buffer's start; clears
- * nothing.  Does nothing on any other stream. */
+ * nothing.  Does nothing for null or any other stream. */
 HALV_API void HalvIOStrReset(HalvIO *io) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -143,15 +143,15 @@ HALV_API void HalvIOStrReset(HalvIO *io) HALV_NOEXCEPT;
 HALV_API HalvIO *HalvIO_Mem(uint32_t initialCapacity) HALV_NOEXCEPT;
 
 /* The memory stream's buffer (null before its first allocation), which the
- * stream keeps owning and may move on the next write; null for any other
- * stream. */
+ * stream keeps owning and may move on the next write; null for null or any
+ * other stream. */
 HALV_API void *HalvIOMemBuffer(HalvIO *io) HALV_NOEXCEPT;
 
-/* Bytes written so far (the highest position reached by a write); 0 for any
- * other stream. */
+/* Bytes written so far (the highest position reached by a write); 0 for
+ * null or any other stream. */
 HALV_API uint32_t HalvIOMemLength(HalvIO *io) HALV_NOEXCEPT;
 
-/* Bytes allocated for the buffer; 0 for any other stream. */
+/* Bytes allocated for the buffer; 0 for null or any other stream. */
 HALV_API uint32_t HalvIOMemCapacity(HalvIO *io) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -169,7 +169,7 @@ HALV_API HalvIO *HalvIO_Multiplex(HalvIO *const *streams, uint32_t count) HALV_N
 
 /* Makes component index the current one; index equal to the count means
  * past the last.  Result: 1, or 0 (nothing changed) for an index above the
- * count or a stream that is no multiplex stream. */
+ * count, or a null stream or one that is no multiplex stream. */
 HALV_API int32_t HalvIOMultiplexSet(HalvIO *io, uint32_t index) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
