@@ -58,8 +58,9 @@ typedef struct Image {
     char version[32];
     char architecture[32]; /* as stored; empty when absent */
     uint32_t storedSeps;   /* separations side by side in a line: 1 with pixel interleave */
-    uint32_t lineBytes;    /* bytes of one scanline; 0 for compressed data */
+    uint32_t lineBytes;    /* bytes of one scanline (of a spectrum: one measurement); 0 for compressed data */
     uint32_t height;       /* scanlines, 0 when the header doesn't know */
+    const char *unit;      /* what a line is: "scanline", or "measurement" in a spectrum */
     uint64_t fileBytes;    /* size on disk, 0 when unknown */
     uint64_t linesRead;
     uint64_t bytesRead;
@@ -75,6 +76,11 @@ void ImageClose(Image *image);
  * handled sample by sample: known layout, pixels, no compression, sizes
  * that agree.  kExitOk or kExitFailed with the reason said. */
 int ImageCheckRaster(const Image *image);
+/* Checks that the header describes a spectrum whose measurements can be
+ * read: samples, a measurement of a size this host holds, a binary file
+ * that holds what its header promises.  kExitOk or kExitFailed with the
+ * reason said. */
+int ImageCheckSpectrum(const Image *image);
 /* The common sample depth of all separations, or 0 when they differ. */
 uint32_t ImageCommonBits(const Image *image);
 /* The number of samples of each pixel: the sum of the header's parts. */
