@@ -9,6 +9,7 @@
 #define HALVERN_HOST_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include "dpk_hvsup.h"
 
@@ -132,10 +133,45 @@ void OutputAbort(Output *out);
  * when an interrupt was the reason); gives the command's status. */
 int OutputFinish(Output *out, int status);
 
-/* A new header of the stored format name ("internal" or "image-ext") with
- * the raster description of source; its manager in *manager.  Null after
- * saying why. */
-HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager);
+/* The version of format that this host writes: version itself when it is
+ * one (null: the format's default), else null. */
+const char *WritableVersion(const char *format, const char *version);
+/* A new header of the stored format name ("internal", "image-ext" or
+ * "spectral") and version (null: its default) with the description of
+ * source; its manager in *manager.  Null after saying why. */
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, const char *version,
+                               HVHdrManager *manager);
+
+/* ------------------------------------------------------------------------
+ * Spectra (spectra.c, spectrum_svg.c)
+ * ------------------------------------------------------------------------ */
+
+/* A whole spectrum in memory. */
+typedef struct Spectrum {
+    const char *name;     /* what the plot's title calls it */
+    uint32_t type;        /* the header's spectrumType */
+    uint32_t samples;     /* per measurement */
+    uint32_t measurements;
+    float *wavelengths;   /* samples entries, in nm */
+    float *values;        /* measurement after measurement */
+} Spectrum;
+
+/* Prints the spectral part of a header: type, samples, measurements and
+ * the wavelengths, as start and step or as the table. */
+void SpectrumPrintInfo(const HalvHeaderStruct *header);
+/* Checks image (ImageCheckSpectrum) and reads all its measurements, at
+ * most 256 MiB of samples.  kExitOk, or kExitFailed after saying why. */
+int SpectrumLoad(Image *image, Spectrum *spectrum);
+void SpectrumFree(Spectrum *spectrum);
+/* The shortest "%g" text of 6 to 9 digits that reads back as value. */
+int FloatText(char *text, size_t size, float value);
+/* The plot as SVG text. */
+void SpectrumWriteSvg(const Spectrum *spectrum, FILE *svg);
+/* 1 when path names an export of a spectrum: .csv or .svg. */
+int IsSpectrumExport(const char *path);
+/* halvern export of a spectrum: OUTPUT.csv, one row a wavelength and one
+ * column a measurement, or OUTPUT.svg, the plot. */
+int ExportSpectrum(const char *input, const char *output);
 
 /* ------------------------------------------------------------------------
  * Processing functions
@@ -207,6 +243,8 @@ int CommandRun(int argc, char **argv);
 int CommandConvert(int argc, char **argv);
 int CommandExport(int argc, char **argv);
 int CommandDemo(int argc, char **argv);
+/* The demo's spectra, made in dir; the files made are added to created. */
+int DemoSpectra(const char *dir, char **created, int *createdCount);
 int CommandStatus(int argc, char **argv);
 int CommandPack(int argc, char **argv);
 

@@ -242,7 +242,7 @@ static int CheckChunk(Image *image, const HalvChunk *chunk) {
     if ((uint64_t)chunk->lines * image->lineBytes != chunk->bytes) {
         if (chunk->bytes % image->lineBytes != 0)
             return Complain("%s ends in the middle of a %s, after %llu whole %ss", image->path, image->unit,
-                            image->unit, (unsigned long long)image->linesRead);
+                            (unsigned long long)image->linesRead, image->unit);
         return Complain("%s is damaged: a chunk holds %u bytes for %u %ss of %u bytes", image->path, chunk->bytes,
                         chunk->lines, image->unit, image->lineBytes);
     }

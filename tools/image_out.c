@@ -144,28 +144,46 @@ int OutputFinish(Output *out, int status) {
 
 static const struct {
     const char *format;
-    const char *version;
-} kWritableFormats[] = {{"internal", "2.1"}, {"image-ext", "1.0"}};
+    const char *version; /* written by default */
+    const char *other;   /* a second version it writes, or null */
+} kWritableFormats[] = {{"internal", "2.1", NULL}, {"image-ext", "1.0", NULL}, {"spectral", "1.0-binary", "1.0-ascii"}};
 
-HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager) {
-    const char *version = NULL;
-    for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i)
-        if (strcmp(kWritableFormats[i].format, format) == 0)
-            version = kWritableFormats[i].version;
-    if (version == NULL) {
-        Complain("unknown format %s: internal or image-ext", format);
+const char *WritableVersion(const char *format, const char *version) {
+    for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i) {
+        if (strcmp(kWritableFormats[i].format, format) != 0)
+            continue;
+        if (version == NULL || strcmp(version, kWritableFormats[i].version) == 0)
+            return kWritableFormats[i].version;
+        if (kWritableFormats[i].other != NULL && strcmp(version, kWritableFormats[i].other) == 0)
+            return kWritableFormats[i].other;
+    }
+    return NULL;
+}
+
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, const char *version,
+                               HVHdrManager *manager) {
+    const char *written = WritableVersion(format, version);
+    if (written == NULL) {
+        Complain("this build can't write format %s%s%s", format, version != NULL ? " version " : "",
+                 version != NULL ? version : "");
         return NULL;
     }
     HalvHeaderStruct *header = NULL;
-    if (HVHdrGetManager_Str(format, version, manager) != 1 || HVHdrCreateHeader(*manager, &header) != 1 ||
+    if (HVHdrGetManager_Str(format, written, manager) != 1 || HVHdrCreateHeader(*manager, &header) != 1 ||
         header == NULL) {
         Complain("this build can't write format %s", format);
         return NULL;
     }
-    /* The raster description is the run of generic fields from endian up
-     * to userData; the format's own fields behind it stay as made. */
+    /* The description is the run of generic fields from endian up to
+     * userData, and for a spectrum its wavelengths and type too; the rest
+     * of the format's own fields stay as made. */
     size_t from = offsetof(HalvHeaderStruct, endian), to = offsetof(HalvHeaderStruct, userData);
     memcpy((char *)header + from, (const char *)source + from, to - from);
+    if (header->managerType == HALV_HDR_SPECTRAL && source->managerType == HALV_HDR_SPECTRAL) {
+        from = offsetof(HalvSpectralHeader, spectrumType);
+        to = offsetof(HalvSpectralHeader, bufferCapacity);
+        memcpy((char *)header + from, (const char *)source + from, to - from);
+    }
     if (source->userData != NULL) {
         header->userData = HalvUserCMDupData(source->userData);
         if (header->userData == NULL) {
@@ -176,4 +194,3 @@ HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *forma
     }
     return header;
 }
-
