@@ -5,7 +5,7 @@
 #   deps.sh test   that and what the tests need (the default)
 set -euo pipefail
 host=(cmake g++ make pkg-config)
-test=(libgtest-dev libbenchmark-dev python3 clang libclang-rt-14-dev libssl-dev curl)
+test=(libgtest-dev libbenchmark-dev python3 clang libclang-rt-14-dev libssl-dev curl librsvg2-bin zlib1g-dev)
 case "${1:-test}" in
   host) packages=("${host[@]}") ;;
   test) packages=("${host[@]}" "${test[@]}") ;;

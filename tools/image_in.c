@@ -85,7 +85,8 @@ static int ReadHeader(Image *image) {
         status = Complain("%s has format \"%s\" version \"%s\", which this build can't read", image->path,
                           image->format, image->version);
     else if (HVHdrToHeader(image->manager, tree, &image->header) != 1 || image->header == NULL)
-        status = Complain("%s: no memory for its header", image->path);
+        status = Complain("%s: its %s header can't be read: it breaks a rule of that format, or memory ran out",
+                          image->path, image->format);
     HVHdrFree(tree);
     return status;
 }
