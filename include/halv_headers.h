@@ -476,15 +476,16 @@ HALV_API int __HVHdrWriteAsciiValues(HalvIO *out, const uint32_t *bits, uint32_t
 /* toHeader of both versions: a new HalvSpectralHeader in *header from
  * tree, which is left as it is; the header holds a duplicate of tree
  * without the six keys of Spectral it took (ID and End stay).  A table of
- * wavelengths must have numberOfSamples entries (at most 500), the first
- * equal to a startWaveLength that is given, each above the one before; a
- * table of even steps is dropped for start and interval when
- * samplingInterval agrees with its step, and keeps the interval out when
- * it has no even steps.  1, or 0 (nothing left behind) for a null pointer,
- * no memory, a table that breaks those rules, an even table whose step
- * differs from samplingInterval, no table without both startWaveLength and
- * samplingInterval, or a numberOfSamples whose 4-byte samples don't fit
- * bytesPerMeasurement (above 0x3FFFFFFF). */
+ * wavelengths (key "wavelengths") must have numberOfSamples entries, at
+ * most 500, rising, the first not -1.0 and equal to startWaveLength when
+ * that is given.  A table of even steps gives way to start and interval
+ * when samplingInterval equals its step; an uneven one wins over
+ * samplingInterval, which becomes none.  1, or 0 (nothing left behind) for
+ * a null pointer, no memory, a table that breaks those rules, an even
+ * table whose step differs from samplingInterval, no table and not both of
+ * startWaveLength and samplingInterval (-1.0 counts as missing), or a
+ * numberOfSamples above 0x3FFFFFFF, whose bytes don't fit
+ * bytesPerMeasurement. */
 HALV_API int __HVHdrSpectralToHeader_10(HalvUserCMData *tree, HalvHeaderStruct **header) HALV_NOEXCEPT;
 /* createHeader of both versions: a zeroed HalvSpectralHeader with copy,
  * free, managerType 9, dimCount 2, spectrumType 0 (reflectance).  The

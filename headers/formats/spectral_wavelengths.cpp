@@ -31,6 +31,10 @@ float ReadOne(HalvUserCMData *tree, const char *key) {
  * header is to be refused. */
 bool SettleTable(HalvSpectralHeader *h, uint32_t count) {
     float *w = h->wavelengths;
+    // A first entry of -1.0, written so or left there by a word that is no
+    // number, would read as no table and leave no wavelengths at all.
+    if (w[0] == kNone)
+        return false;
     if (h->startWaveLength == kNone)
         h->startWaveLength = w[0];
     else if (h->startWaveLength != w[0])

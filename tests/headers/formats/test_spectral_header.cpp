@@ -137,6 +137,10 @@ TEST(SpectralHeader, TablesAndIntervalsSettleOnOneForm) {
         {"a table of one and its own odd step",
          {"numberOfSamples: 1", "wavelengths: 555", "samplingInterval: -555"}, 1, 555, -555, {}},
         {"a table and no samples", {"numberOfSamples: 0", "wavelengths: 555"}, 0},
+        // -1.0 marks "no table" in the first entry: a table can't start there.
+        {"a table from -1", {"numberOfSamples: 3", "wavelengths: -1 0 1"}, 0},
+        {"a word for the first entry", {"numberOfSamples: 1", "wavelengths: na"}, 0},
+        {"a table through -1", {"numberOfSamples: 3", "wavelengths: -2 -1 0"}, 1, -2, kNone, {-2, -1, 0}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
