@@ -16,6 +16,59 @@
 
 #include "host.h"
 
+/* The file's stream behind one that remembers the first failed write:
+ * some writers don't tell (the end marker behind a header, raw spectra),
+ * and OUTPUT must never be committed with bytes missing. */
+typedef struct GuardedIO {
+    HalvIO io;
+    HalvIO *file;
+    int error; /* errno of the first failed write, -1 when it set none */
+} GuardedIO;
+
+static int32_t GuardedWrite(HalvIO *io, const void *bytes, uint32_t count) {
+    GuardedIO *g = (GuardedIO *)io;
+    errno = 0;
+    int32_t written = g->file->write(g->file, bytes, count);
+    if (count > 0 && written <= 0 && g->error == 0)
+        g->error = errno != 0 ? errno : -1;
+    return written;
+}
+
+static int32_t GuardedRead(HalvIO *io, void *buffer, uint32_t count) {
+    GuardedIO *g = (GuardedIO *)io;
+    return g->file->read(g->file, buffer, count);
+}
+
+static void GuardedFlush(HalvIO *io) { ((GuardedIO *)io)->file->flush(((GuardedIO *)io)->file); }
+
+static int64_t GuardedSeek(HalvIO *io, int64_t offset, int32_t whence) {
+    GuardedIO *g = (GuardedIO *)io;
+    return g->file->seek(g->file, offset, whence);
+}
+
+static void GuardedClose(HalvIO *io) {
+    GuardedIO *g = (GuardedIO *)io;
+    g->file->close(g->file);
+    free(g);
+}
+
+/* A guard around file, which it owns from now on; null when memory runs
+ * out (file is then closed). */
+static HalvIO *Guard(HalvIO *file) {
+    GuardedIO *g = calloc(1, sizeof *g);
+    if (g == NULL) {
+        file->close(file);
+        return NULL;
+    }
+    g->file = file;
+    g->io.close = GuardedClose;
+    g->io.read = GuardedRead;
+    g->io.write = GuardedWrite;
+    g->io.flush = GuardedFlush;
+    g->io.seek = GuardedSeek;
+    return &g->io;
+}
+
 int OutputOpen(Output *out, const char *path) {
     memset(out, 0, sizeof *out);
     out->path = path;
@@ -36,13 +89,18 @@ int OutputOpen(Output *out, const char *path) {
     mode_t mask = umask(0);
     umask(mask);
     fchmod(fd, 0666 & ~mask); /* mkstemp's 0600 would stick to OUTPUT */
-    out->io = HalvIO_FD(fd);
-    if (out->io == NULL) {
+    HalvIO *file = HalvIO_FD(fd);
+    if (file == NULL) {
         close(fd);
         OutputAbort(out);
         return Complain("no memory");
     }
-    out->io->setAutoClose(out->io, 1);
+    file->setAutoClose(file, 1);
+    out->io = Guard(file);
+    if (out->io == NULL) {
+        OutputAbort(out);
+        return Complain("no memory");
+    }
     return kExitOk;
 }
 
@@ -108,6 +166,13 @@ static void Release(Output *out) {
 }
 
 int OutputCommit(Output *out) {
+    int error = out->io != NULL ? ((GuardedIO *)out->io)->error : 0;
+    if (error != 0) {
+        errno = error > 0 ? error : 0;
+        WriteFailed(out);
+        OutputAbort(out);
+        return kExitFailed;
+    }
     Release(out);
     int status = kExitOk;
     if (rename(out->tempPath, out->path) != 0) {

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -848,6 +849,41 @@ TEST_F(Halvern, RefusesDamagedAndHostileSpectra) {
                       "out.hvs", c.phrase);
         ExpectRefused({"export", Path("bad.hvs"), Path("out.svg")}, "out.svg", c.phrase);
     }
+}
+
+TEST_F(Halvern, AWriteThatFailsLeavesNoOutput) {
+    // Files of this process and its children may grow to 16 KiB: writing
+    // past that fails (SIGXFSZ ignored, so the write says EFBIG).  Raw
+    // spectra are written by a method that never reports a failed write,
+    // and the header's end marker neither; the output is refused all the same.
+    std::vector<float> values = SpectrumValues(500, 20);
+    WriteFile(Path("a.hvs"), SpectrumHeader("1.0-ascii", SpectrumKeys(500, 20)) + SpectrumText(values));
+    Layout l;
+    l.width = 100;
+    l.height = 100;
+    WriteFile(Path("image.hv"), StoredImage(l, "internal"));
+    const std::vector<std::vector<std::string>> commands = {
+        {"convert", Path("a.hvs"), Path("out"), "--format", "spectral"},
+        {"convert", Path("a.hvs"), Path("out"), "--format", "spectral", "--version", "1.0-ascii"},
+        {"export", Path("a.hvs"), Path("out.csv")},
+        {"convert", Path("image.hv"), Path("out"), "--format", "image-ext"},
+    };
+    struct rlimit old;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+    struct rlimit small = old;
+    small.rlim_cur = 16384;
+    signal(SIGXFSZ, SIG_IGN);
+    for (const auto &args : commands) {
+        SCOPED_TRACE(args[0] + " " + args[2]);
+        std::vector<std::string> before = Listing();
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+        Result r = Run(args);
+        setrlimit(RLIMIT_FSIZE, &old);
+        EXPECT_NE(r.status, 0);
+        EXPECT_NE(r.err.find("can't write " + args[2]), std::string::npos) << r.err;
+        EXPECT_EQ(Listing(), before) << "neither the output nor its temporary stays";
+    }
+    signal(SIGXFSZ, SIG_DFL);
 }
 
 // ---------------------------------------------------------------------------
