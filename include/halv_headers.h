@@ -470,7 +470,7 @@ HALV_API int __HVHdrWriteAsciiValues(HalvIO *out, const uint32_t *bits, uint32_t
  * (read from key "wavelengths", written to key "wavelength"), and
  * spectrumType.  These are the slots of its two manager entries, which
  * share toHeader and createHeader; a lookup by type code 9 finds the ASCII
- * one.  Measurements of a header may be loaded only by one version.
+ * one.
  * ------------------------------------------------------------------------ */
 
 /* toHeader of both versions: a new HalvSpectralHeader in *header from

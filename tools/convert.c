@@ -45,7 +45,8 @@ static int ParseOptions(int argc, char **argv, ConvertOptions *options) {
     if (options->input == NULL || options->output == NULL || options->format == NULL)
         return Complain("%s", kConvertUsage), kExitUsage;
     if (WritableVersion(options->format, NULL) == NULL)
-        return Complain("--format %s: internal, image-ext or spectral", options->format), kExitUsage;
+        return Complain("--format %s: internal or image-ext for images, spectral for spectra", options->format),
+               kExitUsage;
     if (WritableVersion(options->format, options->version) == NULL)
         return Complain("--version %s: format %s is written as %s", options->version, options->format,
                         strcmp(options->format, "spectral") == 0 ? "1.0-ascii or 1.0-binary"
