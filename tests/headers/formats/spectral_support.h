@@ -94,7 +94,8 @@ inline std::string BinaryData(const std::vector<float> &values) {
 
 inline std::vector<float> Floats(const std::string &bytes) {
     std::vector<float> v(bytes.size() / sizeof(float));
-    std::memcpy(v.data(), bytes.data(), v.size() * sizeof(float));
+    if (!v.empty())
+        std::memcpy(v.data(), bytes.data(), v.size() * sizeof(float));
     return v;
 }
 
