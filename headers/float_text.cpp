@@ -14,7 +14,8 @@
  * Reading: a decimal of at most 19 significant digits is an integer times
  * 10^e; when the integer is below 2^53 and e within 22 of 0, both are
  * exact doubles and one multiplication or division rounds correctly, which
- * is what strtod and scanf give too (Clinger's fast path).
+ * is what strtod and scanf give too (Clinger's fast path).  Longer ones,
+ * trailing zeros and all, go to sscanf.
  */
 #include "headers/float_text.h"
 
@@ -160,56 +161,57 @@ int FloatToG(float value, char *out) noexcept {
     return (int)(p - out);
 }
 
+namespace {
+
+inline bool IsDigit(char c) { return (unsigned)(unsigned char)c - '0' < 10; }
+
+/* Appends the digits at *p to mantissa; how many there were.  More than 19
+ * wrap, which the caller refuses. */
+inline int TakeDigits(const char *&p, uint64_t &mantissa) {
+    const char *from = p;
+    for (; IsDigit(*p); ++p)
+        mantissa = mantissa * 10 + (uint64_t)(*p - '0');
+    return (int)(p - from);
+}
+
+} // namespace
+
 bool DecimalToDouble(const char *text, double *value) noexcept {
     const char *p = text;
     bool negative = *p == '-';
     if (*p == '-' || *p == '+')
         ++p;
+    // Zeros in front of the first other digit don't count, but say that
+    // there is a number.
+    const char *start = p;
+    while (*p == '0')
+        ++p;
     uint64_t mantissa = 0;
-    int digits = 0, scale = 0;
-    bool any = false;
-    // Leading zeros don't count; past 19 digits only zeros may follow.
-    for (; *p >= '0' && *p <= '9'; ++p) {
-        any = true;
-        if (mantissa == 0 && *p == '0')
-            continue;
-        if (digits == 19) {
-            if (*p != '0')
-                return false;
-            ++scale;
-            continue;
-        }
-        mantissa = mantissa * 10 + (uint64_t)(*p - '0');
-        ++digits;
-    }
+    int digits = TakeDigits(p, mantissa), scale = 0;
+    bool any = p != start;
     if (*p == '.') {
-        for (++p; *p >= '0' && *p <= '9'; ++p) {
-            any = true;
-            if (digits == 19) {
-                if (*p != '0')
-                    return false;
-                continue;
-            }
-            if (mantissa == 0 && *p == '0') {
-                --scale;
-                continue;
-            }
-            mantissa = mantissa * 10 + (uint64_t)(*p - '0');
-            ++digits;
-            --scale;
+        const char *fraction = ++p;
+        if (mantissa == 0) {
+            while (*p == '0')
+                ++p;
+            scale -= (int)(p - fraction);
         }
+        int more = TakeDigits(p, mantissa);
+        digits += more;
+        scale -= more;
+        any |= p != fraction;
     }
-    if (!any)
+    if (!any || digits > 19)
         return false;
     if (*p == 'e' || *p == 'E') {
         ++p;
         bool minus = *p == '-';
         if (*p == '-' || *p == '+')
             ++p;
-        if (*p < '0' || *p > '9')
+        if (!IsDigit(*p))
             return false;
         int e = 0;
-        for (; *p >= '0' && *p <= '9'; ++p) {
+        for (; IsDigit(*p); ++p) {
             if (e > 9999)
                 return false;
             e = e * 10 + (*p - '0');
@@ -218,10 +220,8 @@ bool DecimalToDouble(const char *text, double *value) noexcept {
     }
     if (*p != '\0')
         return false;
-    double v;
-    if (mantissa == 0) {
-        v = 0.0;
-    } else {
+    double v = 0.0;
+    if (mantissa != 0) {
         if (mantissa > (uint64_t)1 << 53 || scale < -22 || scale > 22)
             return false;
         v = scale >= 0 ? (double)mantissa * kExactPowers[scale] : (double)mantissa / kExactPowers[-scale];

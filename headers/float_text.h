@@ -21,9 +21,9 @@ constexpr int kFloatGBytes = 16;
 int FloatToG(float value, char *out) noexcept;
 
 /* *value as "%lf" scans text when all of text is one plain decimal number
- * ([+-] digits [. digits] [e [+-] digits]) that a double holds exactly
- * after one rounding; false for anything else, which the caller hands to
- * sscanf. */
+ * ([+-] digits [. digits] [e [+-] digits]) of at most 19 significant
+ * digits that a double holds after one rounding; false for anything else,
+ * which the caller hands to sscanf. */
 bool DecimalToDouble(const char *text, double *value) noexcept;
 
 } // namespace halv
