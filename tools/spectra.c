@@ -137,13 +137,16 @@ typedef struct ExportKind {
 
 static const ExportKind kExports[] = {{".csv", WriteCsv}, {".svg", SpectrumWriteSvg}};
 
-int IsSpectrumExport(const char *path) {
+/* The export that path's extension names, or null. */
+static const ExportKind *ExportOf(const char *path) {
     size_t length = strlen(path);
     for (size_t i = 0; i < sizeof kExports / sizeof kExports[0]; ++i)
         if (length > 4 && strcasecmp(path + length - 4, kExports[i].extension) == 0)
-            return 1;
-    return 0;
+            return &kExports[i];
+    return NULL;
 }
+
+int IsSpectrumExport(const char *path) { return ExportOf(path) != NULL; }
 
 /* The text that write makes, written to OUTPUT whole. */
 static int WriteText(const Spectrum *spectrum, const ExportKind *kind, const char *path) {
@@ -164,11 +167,9 @@ static int WriteText(const Spectrum *spectrum, const ExportKind *kind, const cha
 }
 
 int ExportSpectrum(const char *input, const char *output) {
-    const ExportKind *kind = &kExports[0];
-    size_t length = strlen(output);
-    for (size_t i = 0; i < sizeof kExports / sizeof kExports[0]; ++i)
-        if (length > 4 && strcasecmp(output + length - 4, kExports[i].extension) == 0)
-            kind = &kExports[i];
+    const ExportKind *kind = ExportOf(output);
+    if (kind == NULL)
+        return Complain("spectra are exported to .csv or .svg files, not %s", output), kExitUsage;
     Image image;
     if (ImageOpen(&image, input) != kExitOk)
         return kExitFailed;

@@ -1,7 +1,7 @@
 // A reader of the PNG files that rsvg-convert writes (8-bit RGB or RGBA,
 // not interlaced), so that a test can look at the pixels a real renderer
-// drew.  zlib inflates; the rest is the five row filters of the PNG
-// specification.
+// drew.  zlib inflates; the rest is the five row filters that PNG
+// defines.
 #ifndef HALV_TESTS_TOOLS_PNG_READER_H
 #define HALV_TESTS_TOOLS_PNG_READER_H
 
