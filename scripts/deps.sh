@@ -13,11 +13,13 @@ test=(
   libbenchmark-dev
   libclang-rt-14-dev
   libgtest-dev
+  librsvg2-bin
   libssl-dev
   locales
   nginx-light
   python3
   tzdata
+  zlib1g-dev
 )
 case "${1:-test}" in
   host) packages=("${host[@]}") ;;

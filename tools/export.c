@@ -1,7 +1,8 @@
 /*
  * export.c - an image as binary netpbm: P5 (pgm) for one separation, P6
  * (ppm) for three; 8-bit samples with maxval 255, 16-bit with maxval 65535
- * stored most significant byte first.
+ * stored most significant byte first.  Spectra go out as CSV or SVG
+ * (spectra.c).
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -111,10 +112,15 @@ static void NoteColour(const Image *image, uint32_t samples) {
 
 int CommandExport(int argc, char **argv) {
     if (argc != 2)
-        return Complain("usage: halvern export INPUT OUTPUT.pgm|OUTPUT.ppm"), kExitUsage;
+        return Complain("usage: halvern export IMAGE OUTPUT.pgm|OUTPUT.ppm, or SPECTRA OUTPUT.csv|OUTPUT.svg"),
+               kExitUsage;
+    if (IsSpectrumExport(argv[1]))
+        return ExportSpectrum(argv[0], argv[1]);
     const Netpbm *kind = KindOf(argv[1]);
     if (kind == NULL)
-        return Complain("export writes .pgm or .ppm files, not %s", argv[1]), kExitUsage;
+        return Complain("export writes .pgm or .ppm files of images, .csv or .svg files of spectra, not %s",
+                        argv[1]),
+               kExitUsage;
     Image image;
     if (ImageOpen(&image, argv[0]) != kExitOk)
         return kExitFailed;
