@@ -68,6 +68,26 @@ HalvHeaderStruct *RasterNewRecord(size_t size, HalvHeaderStruct *(*copy)(HalvHea
 /* The chunk's bytes written whole: 1, else -1. */
 int RasterWritePayload(const HalvChunk *chunk, HalvIO *out) noexcept;
 
+/* ---- spectral 1.0-ascii and 1.0-binary: the slots are the exported
+ * __HVHdrSpectral* functions; these are what their files share ---- */
+
+/* The record as toHeader and createHeader start it: zeroed, with copy,
+ * free, managerType 9 and dimCount 2; null when memory runs out. */
+HalvSpectralHeader *SpectralNewRecord() noexcept;
+
+/* Reads the wavelength keys of tree into the record, whose dims[0] is
+ * already read, and applies their rules: false when the header is to be
+ * refused. */
+bool SpectralReadWavelengths(HalvUserCMData *tree, HalvSpectralHeader *header) noexcept;
+
+/* A buffer for measurements of bytesPerMeasurement each (zeroed when asked),
+ * or null for a size of 0, above the limit of one load, or no memory. */
+void *SpectralAllocate(uint32_t bytesPerMeasurement, uint32_t measurements, bool zeroed) noexcept;
+
+/* The chunk that tells the end of the data: the header's buffer, no bytes,
+ * no lines, flags 1. */
+void SpectralEndChunk(HalvSpectralHeader *header, HalvChunk *chunk) noexcept;
+
 /* ---- info 1.0 (info_format.cpp, info_swap.cpp) ---- */
 int InfoToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
 int InfoLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t lines) noexcept;

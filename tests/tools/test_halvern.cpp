@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,6 +25,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tools/png_reader.h"
 
 extern char **environ;
 
@@ -599,6 +602,291 @@ TEST_F(Halvern, ExportWritesNetpbm) {
 }
 
 // ---------------------------------------------------------------------------
+// Spectra: info, convert, export as CSV and as a plot a real renderer draws
+// ---------------------------------------------------------------------------
+
+// A stored spectrum's header as the format writes it, with the lines of
+// section Spectral given.
+Bytes SpectrumHeader(const std::string &version, const std::vector<std::string> &keys) {
+    Bytes h = "[ID]\nformat: spectral\n";
+    if (version == "1.0-binary")
+        h += "binary: " + std::string(4, '\0') + "\n";
+    h += "version: " + version + "\n\n[Spectral]\n";
+    for (const std::string &k : keys)
+        h += k + "\n";
+    return h + "\n[End]\f\n";
+}
+
+std::vector<std::string> SpectrumKeys(uint32_t samples, uint32_t measurements, const std::string &type = "illuminant",
+                                      const std::string &start = "400.000000",
+                                      const std::string &step = "25.000000") {
+    return {"numberOfSamples: " + std::to_string(samples), "numberOfMeasurements: " + std::to_string(measurements),
+            "startWaveLength: " + start, "samplingInterval: " + step, "spectrumType: " + type};
+}
+
+// glibc's " %g" text of each value, a line each, and the raw floats.
+Bytes SpectrumText(const std::vector<float> &values) {
+    Bytes text;
+    char number[64];
+    for (float v : values) {
+        snprintf(number, sizeof number, " %g\n", (double)v);
+        text += number;
+    }
+    return text;
+}
+
+Bytes SpectrumRaw(const std::vector<float> &values) {
+    return Bytes(reinterpret_cast<const char *>(values.data()), values.size() * sizeof(float));
+}
+
+// measurements x samples values of at most six digits, which the text
+// holds exactly.
+std::vector<float> SpectrumValues(uint32_t samples, uint32_t measurements) {
+    std::vector<float> values;
+    for (uint32_t m = 0; m < measurements; ++m)
+        for (uint32_t s = 0; s < samples; ++s)
+            values.push_back((float)(0.1 * (m + 1) + 0.01 * s));
+    return values;
+}
+
+std::string G(double v) {
+    char text[32];
+    snprintf(text, sizeof text, "%g", v);
+    return text;
+}
+
+TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
+    std::vector<float> values = SpectrumValues(5, 3);
+    Bytes ascii = SpectrumHeader("1.0-ascii", SpectrumKeys(5, 3)) + SpectrumText(values);
+    Bytes binary = SpectrumHeader("1.0-binary", SpectrumKeys(5, 3)) + SpectrumRaw(values);
+    WriteFile(Path("a.hvs"), ascii);
+    Result info = Run({"info", Path("a.hvs")});
+    ASSERT_EQ(info.status, 0) << info.err;
+    for (const char *line :
+         {"format:        spectral\n", "version:       1.0-ascii\n", "spectrum type: illuminant\n",
+          "samples:       5 per measurement\n", "measurements:  3\n",
+          "wavelengths:   from 400 nm in steps of 25 nm, to 500 nm\n", "data:          one number a line, as text\n"})
+        EXPECT_NE(info.out.find(line), std::string::npos) << line << info.out;
+
+    // Text to floats and back: the stored bytes of each version exactly.
+    Result r = Run({"convert", Path("a.hvs"), Path("b.hvs"), "--format", "spectral"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(ReadFile(Path("b.hvs")), binary);
+    r = Run({"convert", Path("b.hvs"), Path("c.hvs"), "--format", "spectral", "--version", "1.0-ascii"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "") << "six digits hold these values";
+    EXPECT_EQ(ReadFile(Path("c.hvs")), ascii);
+    Result binaryInfo = Run({"info", Path("b.hvs")});
+    EXPECT_NE(binaryInfo.out.find("data:          32-bit floats"), std::string::npos) << binaryInfo.out;
+
+    // A row a wavelength, a column a measurement, from either version.
+    Bytes csv = "wavelength (nm),measurement 1,measurement 2,measurement 3\n";
+    for (uint32_t s = 0; s < 5; ++s)
+        csv += G(400 + 25 * s) + "," + G(values[s]) + "," + G(values[5 + s]) + "," + G(values[10 + s]) + "\n";
+    for (const char *input : {"a.hvs", "b.hvs"}) {
+        r = Run({"export", Path(input), Path("out.csv")});
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(ReadFile(Path("out.csv")), csv) << input;
+    }
+
+    // Wavelengths from a table: shown as one, and the CSV's first column.
+    Bytes table = SpectrumHeader("1.0-ascii", {"numberOfSamples: 5", "numberOfMeasurements: 1",
+                                               "wavelengths: 400 410.5 430 455 500", "spectrumType: filter"}) +
+                  SpectrumText(SpectrumValues(5, 1));
+    WriteFile(Path("t.hvs"), table);
+    info = Run({"info", Path("t.hvs")});
+    ASSERT_EQ(info.status, 0) << info.err;
+    EXPECT_NE(info.out.find("wavelengths:   a table of 5, in nm:\n    400 410.5 430 455 500\n"), std::string::npos)
+        << info.out;
+    r = Run({"export", Path("t.hvs"), Path("t.csv")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(ReadFile(Path("t.csv")), "wavelength (nm),measurement 1\n400,0.1\n410.5,0.11\n430,0.12\n455,0.13\n500,0.14\n");
+    r = Run({"convert", Path("t.hvs"), Path("t2.hvs"), "--format", "spectral"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(ReadFile(Path("t2.hvs")).find("\nwavelength: 400.000000 410.500000 430.000000 455.000000 500.000000\n"),
+              std::string::npos);
+
+    // Floats the text can't hold are rounded on the way to text, and said so.
+    std::vector<float> thirds = {1.0f / 3, 2.0f / 3, 0.5f, 1e-9f / 3};
+    WriteFile(Path("thirds.hvs"), SpectrumHeader("1.0-binary", SpectrumKeys(2, 2)) + SpectrumRaw(thirds));
+    r = Run({"convert", Path("thirds.hvs"), Path("thirds.txt"), "--format", "spectral", "--version", "1.0-ascii"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("note: 3 samples of " + Path("thirds.hvs") + " were rounded"), std::string::npos) << r.err;
+    EXPECT_EQ(ReadFile(Path("thirds.txt")), SpectrumHeader("1.0-ascii", SpectrumKeys(2, 2)) + SpectrumText(thirds));
+
+    // Images and spectra don't mix.
+    ExpectRefused({"convert", Path("a.hvs"), Path("x"), "--format", "internal"}, "x", "can be converted to spectral");
+    ExpectRefused({"convert", Path("a.hvs"), Path("x"), "--format", "spectral", "--version", "2.1"}, "x",
+                  "1.0-ascii or 1.0-binary");
+    ExpectRefused({"convert", Path("a.hvs"), Path("x"), "--format", "spectral", "--byte-order", "big"}, "x",
+                  "this machine's byte order");
+    ExpectRefused({"export", Path("a.hvs"), Path("x.pgm")}, "x.pgm", "only internal and image-ext");
+    ExpectRefused({"run", "invert", Path("a.hvs"), Path("x")}, "x", "only internal and image-ext");
+    Layout l;
+    WriteFile(Path("image.hv"), StoredImage(l, "internal"));
+    ExpectRefused({"export", Path("image.hv"), Path("x.csv")}, "x.csv", "this takes spectra");
+    ExpectRefused({"convert", Path("image.hv"), Path("x"), "--format", "spectral"}, "x", "not a spectrum");
+}
+
+TEST_F(Halvern, SpectraPlotIsDrawnByARealRenderer) {
+    // Three flat spectra, at 0.2, 0.5 and 0.8, and a fourth that climbs.
+    std::vector<float> values;
+    for (float level : {0.2f, 0.5f, 0.8f})
+        values.insert(values.end(), 31, level);
+    for (int s = 0; s < 31; ++s)
+        values.push_back(0.03f * (float)s);
+    WriteFile(Path("in.hvs"), SpectrumHeader("1.0-binary", SpectrumKeys(31, 4, "reflectance", "400.000000",
+                                                                           "10.000000")) +
+                                  SpectrumRaw(values));
+    Result r = Run({"export", Path("in.hvs"), Path("plot.svg")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Bytes svg = ReadFile(Path("plot.svg"));
+    for (const char *text : {">wavelength (nm)</text>", ">reflectance</text>", ">400</text>", ">700</text>",
+                             ">measurement 4</text>"})
+        EXPECT_NE(svg.find(text), std::string::npos) << text;
+    std::vector<std::string> colours;
+    for (size_t at = svg.find("<polyline fill=\"none\" stroke=\"#"); at != std::string::npos;
+         at = svg.find("<polyline fill=\"none\" stroke=\"#", at + 1))
+        colours.push_back(svg.substr(at + 31, 6));
+    ASSERT_EQ(colours.size(), 4u);
+
+    std::string command = "rsvg-convert '" + Path("plot.svg") + "' -o '" + Path("plot.png") + "' 2>'" +
+                          Path("rsvg.err") + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0) << "rsvg-convert (Debian librsvg2-bin) must be installed: "
+                                               << ReadFile(Path("rsvg.err"));
+    EXPECT_EQ(ReadFile(Path("rsvg.err")), "");
+    png::Image image = png::Read(ReadFile(Path("plot.png")));
+    ASSERT_EQ(image.error, "");
+    EXPECT_EQ(image.width, 800u);
+    EXPECT_EQ(image.height, 500u);
+
+    // Each line is there in its own colour across most of the width; the
+    // flat ones stand in the order of their values, the climbing one
+    // climbs.
+    struct Seen {
+        uint32_t columns = 0;
+        double meanRow = 0;
+        double rowAtLeft = 0, rowAtRight = 0;
+    };
+    std::vector<Seen> seen;
+    for (const std::string &hex : colours) {
+        uint32_t rgb = (uint32_t)std::strtoul(hex.c_str(), nullptr, 16);
+        int want[3] = {(int)(rgb >> 16), (int)(rgb >> 8 & 0xFF), (int)(rgb & 0xFF)};
+        Seen s;
+        uint64_t rows = 0, count = 0;
+        std::vector<double> columnRow(image.width, -1);
+        for (uint32_t x = 0; x < image.width; ++x) {
+            uint64_t sum = 0, n = 0;
+            for (uint32_t y = 0; y < image.height; ++y) {
+                const uint8_t *p = image.At(x, y);
+                if (std::abs(p[0] - want[0]) <= 12 && std::abs(p[1] - want[1]) <= 12 && std::abs(p[2] - want[2]) <= 12)
+                    sum += y, ++n;
+            }
+            if (n > 0) {
+                ++s.columns;
+                columnRow[x] = (double)sum / (double)n;
+                rows += sum, count += n;
+            }
+        }
+        s.meanRow = count ? (double)rows / (double)count : -1;
+        for (uint32_t x = 0; x < image.width && s.rowAtLeft == 0; ++x)
+            if (columnRow[x] >= 0)
+                s.rowAtLeft = columnRow[x];
+        for (uint32_t x = image.width; x-- > 0 && s.rowAtRight == 0;)
+            if (columnRow[x] >= 0)
+                s.rowAtRight = columnRow[x];
+        seen.push_back(s);
+    }
+    for (size_t i = 0; i < seen.size(); ++i)
+        EXPECT_GT(seen[i].columns, image.width / 2) << "measurement " << i + 1 << " in " << colours[i];
+    EXPECT_LT(seen[2].meanRow, seen[1].meanRow) << "0.8 above 0.5";
+    EXPECT_LT(seen[1].meanRow, seen[0].meanRow) << "0.5 above 0.2";
+    EXPECT_LT(seen[3].rowAtRight + 100, seen[3].rowAtLeft) << "the fourth climbs from left to right";
+}
+
+TEST_F(Halvern, RefusesDamagedAndHostileSpectra) {
+    std::vector<float> values = SpectrumValues(5, 3);
+    Bytes text = SpectrumText(values), raw = SpectrumRaw(values);
+    struct Case {
+        std::string name;
+        Bytes file;
+        std::string phrase;
+    } cases[] = {
+        {"text cut inside a measurement", SpectrumHeader("1.0-ascii", SpectrumKeys(5, 3)) + text.substr(0, text.size() - 9),
+         "it ends after 2 of the 3 measurements"},
+        {"a word among the numbers",
+         SpectrumHeader("1.0-ascii", SpectrumKeys(5, 3)) + text.substr(0, 40) + " blue\n" + text.substr(40),
+         "cut short"},
+        {"floats cut short", SpectrumHeader("1.0-binary", SpectrumKeys(5, 3)) + raw.substr(0, 40), "cut short"},
+        {"floats end inside a measurement", SpectrumHeader("1.0-binary", SpectrumKeys(5, 0)) + raw.substr(0, 50),
+         "ends in the middle of a measurement"},
+        {"no samples", SpectrumHeader("1.0-binary", SpectrumKeys(0, 3)) + raw, "no samples"},
+        {"text where numbers belong",
+         SpectrumHeader("1.0-ascii", {"numberOfSamples: five", "startWaveLength: 400", "samplingInterval: 10"}) + text,
+         "no samples"},
+        {"a huge measurement", SpectrumHeader("1.0-binary", SpectrumKeys(100000000, 1)) + raw,
+         "more than this host handles"},
+        {"samples beyond 32-bit bytes", SpectrumHeader("1.0-ascii", SpectrumKeys(2000000000, 1)) + text,
+         "breaks a rule of that format"},
+        {"huge measurement counts, binary", SpectrumHeader("1.0-binary", SpectrumKeys(5, 4000000000u)) + raw,
+         "cut short"},
+        {"huge measurement counts, text", SpectrumHeader("1.0-ascii", SpectrumKeys(5, 4000000000u)) + text,
+         "it ends after 3 of the 4000000000 measurements"},
+        {"a table that doesn't rise",
+         SpectrumHeader("1.0-ascii", {"numberOfSamples: 5", "wavelengths: 400 410 410 420 430"}) + text,
+         "breaks a rule of that format"},
+        {"a table longer than 500",
+         SpectrumHeader("1.0-ascii", {"numberOfSamples: 600", "wavelengths: 400 401 402"}) + text,
+         "breaks a rule of that format"},
+        {"neither table nor interval", SpectrumHeader("1.0-ascii", {"numberOfSamples: 5"}) + text,
+         "breaks a rule of that format"},
+        {"no data", SpectrumHeader("1.0-ascii", SpectrumKeys(5, 0)), "holds no"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteFile(Path("bad.hvs"), c.file);
+        ExpectRefused({"convert", Path("bad.hvs"), Path("out.hvs"), "--format", "spectral", "--version", "1.0-ascii"},
+                      "out.hvs", c.phrase);
+        ExpectRefused({"export", Path("bad.hvs"), Path("out.svg")}, "out.svg", c.phrase);
+    }
+}
+
+TEST_F(Halvern, AWriteThatFailsLeavesNoOutput) {
+    // Files of this process and its children may grow to 16 KiB: writing
+    // past that fails (SIGXFSZ ignored, so the write says EFBIG).  Raw
+    // spectra are written by a method that never reports a failed write,
+    // and the header's end marker neither; the output is refused all the same.
+    std::vector<float> values = SpectrumValues(500, 20);
+    WriteFile(Path("a.hvs"), SpectrumHeader("1.0-ascii", SpectrumKeys(500, 20)) + SpectrumText(values));
+    Layout l;
+    l.width = 100;
+    l.height = 100;
+    WriteFile(Path("image.hv"), StoredImage(l, "internal"));
+    const std::vector<std::vector<std::string>> commands = {
+        {"convert", Path("a.hvs"), Path("out"), "--format", "spectral"},
+        {"convert", Path("a.hvs"), Path("out"), "--format", "spectral", "--version", "1.0-ascii"},
+        {"export", Path("a.hvs"), Path("out.csv")},
+        {"convert", Path("image.hv"), Path("out"), "--format", "image-ext"},
+    };
+    struct rlimit old;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+    struct rlimit small = old;
+    small.rlim_cur = 16384;
+    signal(SIGXFSZ, SIG_IGN);
+    for (const auto &args : commands) {
+        SCOPED_TRACE(args[0] + " " + args[2]);
+        std::vector<std::string> before = Listing();
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+        Result r = Run(args);
+        setrlimit(RLIMIT_FSIZE, &old);
+        EXPECT_NE(r.status, 0);
+        EXPECT_NE(r.err.find("can't write " + args[2]), std::string::npos) << r.err;
+        EXPECT_EQ(Listing(), before) << "neither the output nor its temporary stays";
+    }
+    signal(SIGXFSZ, SIG_DFL);
+}
+
+// ---------------------------------------------------------------------------
 // The catalogue, the demo, the command line
 // ---------------------------------------------------------------------------
 
@@ -616,6 +904,10 @@ TEST_F(Halvern, ListsDescribesAndDemonstrates) {
               std::string::npos)
         << demo.out;
     EXPECT_NE(demo.out.find("threshold    0   0   0   0   0   0   0   0 255 255"), std::string::npos) << demo.out;
+    for (const char *line : {"31 samples from 400 to 700 nm", "    nm    blue     red   green    grey\n",
+                             "   400  0.1758  0.0500  0.0501  0.1800\n", "   700  0.0500  0.8490  0.0500  0.1800\n",
+                             "Plotted all four to"})
+        EXPECT_NE(demo.out.find(line), std::string::npos) << line << demo.out;
     Result help = Run({"help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("convert INPUT OUTPUT --format"), std::string::npos);
@@ -1071,7 +1363,7 @@ TEST_F(Halvern, ExportAndInfoRefuseTablesThatDontAddUp) {
     // An image is no table, and a table no image.
     Layout l;
     WriteFile(Path("image"), StoredImage(l, "internal"));
-    ExpectRefused({"export", Path("image"), Path("out.csv")}, "out.csv", "CSV export takes info tables");
+    ExpectRefused({"export", Path("image"), Path("out.csv")}, "out.csv", "exports take spectra and info tables");
     WriteFile(Path("t.tbl"), TableFile(kTableInfo, "61", {two}, {2}, false));
     ExpectRefused({"export", Path("t.tbl"), Path("out.pgm")}, "out.pgm", "only internal and image-ext");
 }
