@@ -175,9 +175,6 @@ int EngineFindFileDebug() noexcept { return DebugSwitchValue(kFindFileDebug); }
 
 extern "C" {
 
-/* Starts the engine, or counts one more start.  1; 0 if the first start's
- * registry step failed (the engine is started all the same and owes an
- * end). */
 HALV_API int HalvernInit(void) noexcept {
     HalvDebug("Halvern System initialization\n");
     HalvEnterCriticalSection(masterLock);
@@ -196,11 +193,8 @@ HALV_API int HalvernInit(void) noexcept {
     return 1;
 }
 
-/* One end pass: 1 if it did its part of the stop; 0 if the engine was not
- * started or a cleanup function returned 0; otherwise the failing value. */
 HALV_API int HalvernEnd(void) noexcept { return EndPass(); }
 
-/* Repeats the end pass while it fails with a value other than 0 or 1. */
 HALV_API int HalvernAbsoluteEnd(void) noexcept {
     for (;;) {
         int result = EndPass();
@@ -209,7 +203,6 @@ HALV_API int HalvernAbsoluteEnd(void) noexcept {
     }
 }
 
-/* Decides whether the start that starts the engine loads the registry.  1. */
 HALV_API int HalvernDisableRegistryLoad(int disable) noexcept {
     HalvEnterCriticalSection(masterLock);
     engine.registryLoadDisabled = disable != 0 ? 1 : 0;
@@ -217,8 +210,6 @@ HALV_API int HalvernDisableRegistryLoad(int disable) noexcept {
     return 1;
 }
 
-/* Enter and leave the hash lock of a key (nothing while the engine is
- * stopped).  1. */
 HALV_API int HalvernLock(uint32_t key) noexcept {
     EnterHashLock(HashOfKey(key));
     return 1;
@@ -229,8 +220,6 @@ HALV_API int HalvernUnlock(uint32_t key) noexcept {
     return 1;
 }
 
-/* Adds fn(arg) at the head of the cleanup list.  1; 0 if the engine is
- * stopped, fn is null or no memory. */
 HALV_API int HalvernRegisterCleanupFunc(HalvCleanupFn fn, intptr_t arg) noexcept {
     if (engine.useCount.load(std::memory_order_relaxed) == 0 || fn == nullptr)
         return 0;

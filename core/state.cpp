@@ -118,9 +118,6 @@ int FinishInit(int result, HalvState **out) noexcept {
 
 extern "C" {
 
-/* Allocates a zeroed state of size bytes (a plug-in's larger record) with
- * the default slots.  0 for a null out, a size below HalvState's, or no
- * memory; *out is then untouched. */
 HALV_API int HalvAllocState(HalvState **out, int32_t size) noexcept {
     if (out == nullptr || size < (int32_t)sizeof(HalvState))
         return 0;
@@ -141,7 +138,6 @@ HALV_API int HalvAllocState(HalvState **out, int32_t size) noexcept {
     return 1;
 }
 
-/* Frees the record alone (the default endPoint); what it points to stays. */
 HALV_API int HalvFreeState(HalvState *state) noexcept {
     if (state == nullptr)
         return 0;
@@ -158,7 +154,6 @@ HALV_API int HalvGetStateFlags(HalvState *state, uint32_t *flags) noexcept {
     return 1;
 }
 
-/* The number of outputs through outputCountFn, with "unknown" read as 0. */
 HALV_API int HalvGetStateOutputCount(HalvState *state, uint32_t *count) noexcept {
     if (state == nullptr || count == nullptr)
         return 0;
@@ -186,8 +181,6 @@ HALV_API int HalvCallInit(HalvInitPoint init, intptr_t *args, HalvState **out) n
     return FinishInit(init(args, out), out);
 }
 
-/* The words up to and including the terminator 1 are copied into a
- * temporary list of exactly their number, released after the call. */
 HALV_API int HalvCallInitArgs(HalvInitPoint init, ...) noexcept {
     va_list args;
     va_start(args, init);
@@ -245,8 +238,6 @@ HALV_API int HalvCallEnd(HalvState *state) noexcept {
     return EndOnce(state);
 }
 
-/* Ends until endPoint stops answering -1: 1 if the first call finished,
- * -1 if it finished after one or more -1, 0 otherwise. */
 HALV_API int HalvAbsoluteCallEnd(HalvState *state) noexcept {
     if (state == nullptr || state->endPoint == nullptr)
         return 0;

@@ -93,7 +93,6 @@ char *SearchList(char *list, const char *name, const char *extension) noexcept {
 
 extern "C" {
 
-/* See halv_env.h: the first file of that name along the search path. */
 HALV_API char *HalvFindFile(const char *name, const char *extension, const char *path) noexcept {
     using namespace halv;
     if (name == nullptr)

@@ -208,15 +208,12 @@ HALV_API int HalvUnregisterLibrary(HalvLibrary *library) noexcept {
     return 1;
 }
 
-/* The bundle's version record, or null. */
 HALV_API const HalvBundleVersion *HalvGetLibraryVersion(HalvLibrary *library) noexcept {
     if (library == nullptr || library->getVersion == nullptr)
         return nullptr;
     return library->getVersion();
 }
 
-/* Descriptions of the modules of one bundle.  1; 0 for null arguments or
- * out of memory (*array null). */
 HALV_API int HalvGetAllLibraryFuncDesc(HalvLibrary *library, HalvFuncDesc ***array) noexcept {
     if (array == nullptr)
         return 0;
@@ -235,8 +232,6 @@ HALV_API int HalvGetAllLibraryFuncDesc(HalvLibrary *library, HalvFuncDesc ***arr
     return 1;
 }
 
-/* Descriptions of all modules of all registered bundles.  1; 0 for null or
- * out of memory (*array null). */
 HALV_API int HalvFindAllFuncDesc(HalvFuncDesc ***array) noexcept {
     if (array == nullptr)
         return 0;

@@ -122,14 +122,12 @@ extern "C" {
 
 HALV_API int HalvDLOpen(const char *name, void **handle) noexcept { return halv::OpenBundle(name, handle, nullptr); }
 
-/* 1 when the loader closed the handle, -1 when it refused, 0 for null. */
 HALV_API int HalvDLClose(void *handle) noexcept {
     if (handle == nullptr)
         return 0;
     return dlclose(handle) == 0 ? 1 : -1;
 }
 
-/* 1 and the address, -1 and null when missing, 0 for null arguments. */
 HALV_API int HalvDLSymbolLookup(void *handle, const char *symbol, void **out) noexcept {
     if (handle == nullptr || symbol == nullptr || out == nullptr)
         return 0;

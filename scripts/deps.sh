@@ -5,7 +5,22 @@
 #   deps.sh test   that and what the tests need (the default)
 set -euo pipefail
 host=(cmake g++ make pkg-config)
-test=(libgtest-dev libbenchmark-dev python3 clang libclang-rt-14-dev libssl-dev curl nginx-light)
+# One package a line, in order, so that additions merge cleanly.
+test=(
+  clang
+  curl
+  doxygen
+  libbenchmark-dev
+  libclang-rt-14-dev
+  libgtest-dev
+  librsvg2-bin
+  libssl-dev
+  locales
+  nginx-light
+  python3
+  tzdata
+  zlib1g-dev
+)
 case "${1:-test}" in
   host) packages=("${host[@]}") ;;
   test) packages=("${host[@]}" "${test[@]}") ;;

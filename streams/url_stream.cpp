@@ -210,7 +210,6 @@ HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
 
 extern "C" {
 
-/* The contract is in halv_streams.h. */
 HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) noexcept { return halv::OpenUrl(url, mode); }
 
 } // extern "C"

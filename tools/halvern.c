@@ -25,7 +25,8 @@ int Complain(const char *format, ...) {
 static const char kUsage[] =
     "usage: halvern COMMAND [ARGUMENTS]\n"
     "\n"
-    "  demo [--keep]                  make a sample image and run every function over it\n"
+    "  demo [--keep]                  make a sample image and run every function over it,\n"
+    "                                 then make a few spectra and show them\n"
     "  list [--failed | --exists NAME]\n"
     "                                 every processing function of every registered bundle,\n"
     "                                 then every bundle that failed to load and why;\n"
@@ -33,7 +34,8 @@ static const char kUsage[] =
     "  status                         the registry file, data path, temporary directory and\n"
     "                                 every bundle with its state, version and file\n"
     "  describe NAME                  one function's full description\n"
-    "  info FILE                      the header of a stored image or a header block\n"
+    "  info FILE                      the header of a stored image, a spectrum, an info\n"
+    "                                 table or a header block\n"
     "  run [--binary] NAME INPUT OUTPUT [key=value ...]\n"
     "                                 run a function over an image (halvern describe NAME\n"
     "                                 shows the keys it takes; bits comes from the image;\n"
@@ -42,8 +44,17 @@ static const char kUsage[] =
     "                                 the image's header as one flat block\n"
     "  convert INPUT OUTPUT --format internal|image-ext [--byte-order big|little]\n"
     "                                 store an image in another format or byte order\n"
+    "  convert SPECTRA OUTPUT --format spectral [--version 1.0-ascii|1.0-binary]\n"
+    "                                 store spectra as text or as raw floats (default)\n"
     "  export INPUT OUTPUT.pgm|.ppm   write an 8- or 16-bit image of one or three\n"
     "                                 separations as binary netpbm\n"
+    "  export SPECTRA OUTPUT.csv|.svg write spectra as a table (a row a wavelength, a\n"
+    "                                 column a measurement) or as a plot\n"
+    "  export TABLE OUTPUT.csv        an info table as CSV, one row for each entry\n"
+    "  import-table IN.csv FIELDS OUTPUT\n"
+    "                                 an info table from CSV; FIELDS such as\n"
+    "                                 \"x:1i weight:2f label:8c\" (i integer, f double,\n"
+    "                                 c characters; a number of values before the letter)\n"
     "  help                           this text\n"
     "\n"
     "OUTPUT appears only when the command succeeds; Ctrl-C stops a command\n"
@@ -72,6 +83,7 @@ static const struct Command {
     {"run", CommandRun, kStartedEngine},     {"convert", CommandConvert, kStartedEngine},
     {"export", CommandExport, kStartedEngine}, {"status", CommandStatus, kAnyStart},
     {"pack", CommandPack, kStartedEngine},
+    {"import-table", CommandImportTable, kStartedEngine},
     {"help", CommandHelp, kNoEngine},        {"--help", CommandHelp, kNoEngine},
 };
 

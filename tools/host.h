@@ -9,6 +9,7 @@
 #define HALVERN_HOST_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include "dpk_hvsup.h"
 
@@ -58,8 +59,9 @@ typedef struct Image {
     char version[32];
     char architecture[32]; /* as stored; empty when absent */
     uint32_t storedSeps;   /* separations side by side in a line: 1 with pixel interleave */
-    uint32_t lineBytes;    /* bytes of one scanline; 0 for compressed data */
+    uint32_t lineBytes;    /* bytes of one scanline (of a spectrum: one measurement); 0 for compressed data */
     uint32_t height;       /* scanlines, 0 when the header doesn't know */
+    const char *unit;      /* what a line is: "scanline", or "measurement" in a spectrum */
     uint64_t fileBytes;    /* size on disk, 0 when unknown */
     uint64_t linesRead;
     uint64_t bytesRead;
@@ -75,6 +77,11 @@ void ImageClose(Image *image);
  * handled sample by sample: known layout, pixels, no compression, sizes
  * that agree.  kExitOk or kExitFailed with the reason said. */
 int ImageCheckRaster(const Image *image);
+/* Checks that the header describes a spectrum whose measurements can be
+ * read: samples, a measurement of a size this host holds, a binary file
+ * that holds what its header promises.  kExitOk or kExitFailed with the
+ * reason said. */
+int ImageCheckSpectrum(const Image *image);
 /* The common sample depth of all separations, or 0 when they differ. */
 uint32_t ImageCommonBits(const Image *image);
 /* The number of samples of each pixel: the sum of the header's parts. */
@@ -126,10 +133,45 @@ void OutputAbort(Output *out);
  * when an interrupt was the reason); gives the command's status. */
 int OutputFinish(Output *out, int status);
 
-/* A new header of the stored format name ("internal" or "image-ext") with
- * the raster description of source; its manager in *manager.  Null after
- * saying why. */
-HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager);
+/* The version of format that this host writes: version itself when it is
+ * one (null: the format's default), else null. */
+const char *WritableVersion(const char *format, const char *version);
+/* A new header of the stored format name ("internal", "image-ext" or
+ * "spectral") and version (null: its default) with the description of
+ * source; its manager in *manager.  Null after saying why. */
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, const char *version,
+                               HVHdrManager *manager);
+
+/* ------------------------------------------------------------------------
+ * Spectra (spectra.c, spectrum_svg.c)
+ * ------------------------------------------------------------------------ */
+
+/* A whole spectrum in memory. */
+typedef struct Spectrum {
+    const char *name;     /* what the plot's title calls it */
+    uint32_t type;        /* the header's spectrumType */
+    uint32_t samples;     /* per measurement */
+    uint32_t measurements;
+    float *wavelengths;   /* samples entries, in nm */
+    float *values;        /* measurement after measurement */
+} Spectrum;
+
+/* Prints the spectral part of a header: type, samples, measurements and
+ * the wavelengths, as start and step or as the table. */
+void SpectrumPrintInfo(const HalvHeaderStruct *header);
+/* Checks image (ImageCheckSpectrum) and reads all its measurements, at
+ * most 256 MiB of samples.  kExitOk, or kExitFailed after saying why. */
+int SpectrumLoad(Image *image, Spectrum *spectrum);
+void SpectrumFree(Spectrum *spectrum);
+/* The shortest "%g" text of 6 to 9 digits that reads back as value. */
+int FloatText(char *text, size_t size, float value);
+/* The plot as SVG text. */
+void SpectrumWriteSvg(const Spectrum *spectrum, FILE *svg);
+/* 1 when path names an export of a spectrum: .csv or .svg. */
+int IsSpectrumExport(const char *path);
+/* halvern export of a spectrum: OUTPUT.csv, one row a wavelength and one
+ * column a measurement, or OUTPUT.svg, the plot. */
+int ExportSpectrum(const char *input, const char *output);
 
 /* ------------------------------------------------------------------------
  * Processing functions
@@ -201,7 +243,16 @@ int CommandRun(int argc, char **argv);
 int CommandConvert(int argc, char **argv);
 int CommandExport(int argc, char **argv);
 int CommandDemo(int argc, char **argv);
+/* The demo's spectra, made in dir; the files made are added to created. */
+int DemoSpectra(const char *dir, char **created, int *createdCount);
 int CommandStatus(int argc, char **argv);
 int CommandPack(int argc, char **argv);
+
+/* Info tables (table_*.c): the table part of halvern info for an open
+ * table (order says its byte order); the export of a table as CSV; the
+ * import-table command. */
+int TableInfo(Image *image, const char *order);
+int ExportTable(const char *input, const char *output);
+int CommandImportTable(int argc, char **argv);
 
 #endif

@@ -85,7 +85,8 @@ static int ReadHeader(Image *image) {
         status = Complain("%s has format \"%s\" version \"%s\", which this build can't read", image->path,
                           image->format, image->version);
     else if (HVHdrToHeader(image->manager, tree, &image->header) != 1 || image->header == NULL)
-        status = Complain("%s: no memory for its header", image->path);
+        status = Complain("%s: its %s header can't be read: it breaks a rule of that format, or memory ran out",
+                          image->path, image->format);
     HVHdrFree(tree);
     return status;
 }
@@ -112,6 +113,12 @@ int ImageOpen(Image *image, const char *path) {
     }
     image->storedSeps = HalvHeaderSepCount(image->header);
     uint64_t lineBytes = HalvHeaderLineBytes(image->header);
+    image->unit = "scanline";
+    if (image->header->managerType == HALV_HDR_SPECTRAL) {
+        /* A measurement is a spectrum's line: all its samples side by side. */
+        lineBytes = ((const HalvSpectralHeader *)image->header)->bytesPerMeasurement;
+        image->unit = "measurement";
+    }
     image->lineBytes = image->header->compression != 0 || lineBytes > kMaxLineBytes ? 0 : (uint32_t)lineBytes;
     image->height = image->header->dimCount >= 2 ? image->header->dims[1] : 0;
     return kExitOk;
@@ -155,21 +162,33 @@ static int CheckSeparations(const Image *image, uint32_t pixels) {
     return kExitOk;
 }
 
-/* An internal image of known height must hold all its scanlines; saying so
- * before anything is written gives the clearest message. */
-static int CheckStoredSize(const Image *image) {
-    if (image->header->managerType != HALV_HDR_INTERNAL || image->height == 0 || image->fileBytes == 0 ||
-        image->io->seek == NULL)
-        return kExitOk;
+/* Where the data start and how many bytes of them the file holds; 0 when
+ * that can't be known (no size, a stream that can't tell its position). */
+static int StoredDataBytes(const Image *image, uint64_t *have) {
+    if (image->fileBytes == 0 || image->io->seek == NULL)
+        return 0;
     int64_t dataStart = image->io->seek(image->io, 0, 1);
     if (dataStart < 0)
+        return 0;
+    *have = image->fileBytes > (uint64_t)dataStart ? image->fileBytes - (uint64_t)dataStart : 0;
+    return 1;
+}
+
+/* An internal image of known height, and a binary spectrum, must hold all
+ * their lines; saying so before anything is written gives the clearest
+ * message.  (A binary spectrum that ends early reads as zeros.) */
+static int CheckStoredSize(const Image *image) {
+    int binarySpectrum = image->header->managerType == HALV_HDR_SPECTRAL && strcmp(image->version, "1.0-binary") == 0;
+    uint64_t have = 0;
+    if ((image->header->managerType != HALV_HDR_INTERNAL && !binarySpectrum) || !StoredDataBytes(image, &have))
         return kExitOk;
+    if (binarySpectrum && image->height == 0 && have % image->lineBytes != 0)
+        return Complain("%s ends in the middle of a measurement, after %llu whole measurements", image->path,
+                        (unsigned long long)(have / image->lineBytes));
     uint64_t need = (uint64_t)image->height * image->lineBytes;
-    uint64_t have = image->fileBytes > (uint64_t)dataStart ? image->fileBytes - (uint64_t)dataStart : 0;
     if (have < need)
-        return Complain("%s is cut short: its header promises %u scanlines of %u bytes (%llu bytes), the file "
-                        "holds %llu",
-                        image->path, image->height, image->lineBytes, (unsigned long long)need,
+        return Complain("%s is cut short: its header promises %u %ss of %u bytes (%llu bytes), the file holds %llu",
+                        image->path, image->height, image->unit, image->lineBytes, (unsigned long long)need,
                         (unsigned long long)have);
     return kExitOk;
 }
@@ -197,6 +216,20 @@ int ImageCheckRaster(const Image *image) {
     return CheckStoredSize(image);
 }
 
+/* A measurement this host holds in memory at once, at most. */
+static const uint32_t kMaxMeasurementBytes = 64u << 20;
+
+int ImageCheckSpectrum(const Image *image) {
+    const HalvHeaderStruct *h = image->header;
+    if (h->managerType != HALV_HDR_SPECTRAL)
+        return Complain("%s has format %s; this takes spectra (format spectral)", image->path, image->format);
+    if (h->dims[0] == 0)
+        return Complain("%s has no samples: its numberOfSamples is 0 or missing", image->path);
+    if (image->lineBytes == 0 || image->lineBytes > kMaxMeasurementBytes)
+        return Complain("%s: a measurement of %u samples is more than this host handles", image->path, h->dims[0]);
+    return CheckStoredSize(image);
+}
+
 static uint32_t LinesPerLoad(const Image *image) {
     if (image->lineBytes == 0)
         return kCompressedLinesPerLoad;
@@ -209,13 +242,13 @@ static int CheckChunk(Image *image, const HalvChunk *chunk) {
         return kExitOk;
     if ((uint64_t)chunk->lines * image->lineBytes != chunk->bytes) {
         if (chunk->bytes % image->lineBytes != 0)
-            return Complain("%s ends in the middle of a scanline, after %llu whole scanlines", image->path,
-                            (unsigned long long)image->linesRead);
-        return Complain("%s is damaged: a chunk holds %u bytes for %u scanlines of %u bytes", image->path,
-                        chunk->bytes, chunk->lines, image->lineBytes);
+            return Complain("%s ends in the middle of a %s, after %llu whole %ss", image->path, image->unit,
+                            (unsigned long long)image->linesRead, image->unit);
+        return Complain("%s is damaged: a chunk holds %u bytes for %u %ss of %u bytes", image->path, chunk->bytes,
+                        chunk->lines, image->unit, image->lineBytes);
     }
     if (image->height != 0 && image->linesRead + chunk->lines > image->height)
-        return Complain("%s holds more scanlines than the %u its header gives", image->path, image->height);
+        return Complain("%s holds more %ss than the %u its header gives", image->path, image->unit, image->height);
     return kExitOk;
 }
 
@@ -233,6 +266,10 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
         if (image->header->managerType == HALV_HDR_INTERNAL && image->height != 0)
             return Complain("%s is cut short: it ends before the %u scanlines its header gives (after %llu)",
                             image->path, image->height, (unsigned long long)image->linesRead);
+        if (image->header->managerType == HALV_HDR_SPECTRAL)
+            return Complain("%s is damaged: its data can't be read as %u samples a measurement (after %llu "
+                            "measurements)",
+                            image->path, image->header->dims[0], (unsigned long long)image->linesRead);
         return Complain("%s is damaged: its data end inside a chunk, or a chunk record gives a wrong length "
                         "(after %llu scanlines)",
                         image->path, (unsigned long long)image->linesRead);
@@ -244,8 +281,8 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
     if (chunk->flags & HALV_CHUNK_END) {
         image->ended = 1;
         if (image->height != 0 && image->lineBytes != 0 && image->linesRead < image->height)
-            return Complain("%s is cut short: it ends after %llu of the %u scanlines its header gives", image->path,
-                            (unsigned long long)image->linesRead, image->height);
+            return Complain("%s is cut short: it ends after %llu of the %u %ss its header gives", image->path,
+                            (unsigned long long)image->linesRead, image->height, image->unit);
     }
     return kExitOk;
 }

@@ -16,6 +16,59 @@
 
 #include "host.h"
 
+/* The file's stream behind one that remembers the first failed write:
+ * some writers don't tell (the end marker behind a header, raw spectra),
+ * and OUTPUT must never be committed with bytes missing. */
+typedef struct GuardedIO {
+    HalvIO io;
+    HalvIO *file;
+    int error; /* errno of the first failed write, -1 when it set none */
+} GuardedIO;
+
+static int32_t GuardedWrite(HalvIO *io, const void *bytes, uint32_t count) {
+    GuardedIO *g = (GuardedIO *)io;
+    errno = 0;
+    int32_t written = g->file->write(g->file, bytes, count);
+    if (count > 0 && written <= 0 && g->error == 0)
+        g->error = errno != 0 ? errno : -1;
+    return written;
+}
+
+static int32_t GuardedRead(HalvIO *io, void *buffer, uint32_t count) {
+    GuardedIO *g = (GuardedIO *)io;
+    return g->file->read(g->file, buffer, count);
+}
+
+static void GuardedFlush(HalvIO *io) { ((GuardedIO *)io)->file->flush(((GuardedIO *)io)->file); }
+
+static int64_t GuardedSeek(HalvIO *io, int64_t offset, int32_t whence) {
+    GuardedIO *g = (GuardedIO *)io;
+    return g->file->seek(g->file, offset, whence);
+}
+
+static void GuardedClose(HalvIO *io) {
+    GuardedIO *g = (GuardedIO *)io;
+    g->file->close(g->file);
+    free(g);
+}
+
+/* A guard around file, which it owns from now on; null when memory runs
+ * out (file is then closed). */
+static HalvIO *Guard(HalvIO *file) {
+    GuardedIO *g = calloc(1, sizeof *g);
+    if (g == NULL) {
+        file->close(file);
+        return NULL;
+    }
+    g->file = file;
+    g->io.close = GuardedClose;
+    g->io.read = GuardedRead;
+    g->io.write = GuardedWrite;
+    g->io.flush = GuardedFlush;
+    g->io.seek = GuardedSeek;
+    return &g->io;
+}
+
 int OutputOpen(Output *out, const char *path) {
     memset(out, 0, sizeof *out);
     out->path = path;
@@ -36,13 +89,18 @@ int OutputOpen(Output *out, const char *path) {
     mode_t mask = umask(0);
     umask(mask);
     fchmod(fd, 0666 & ~mask); /* mkstemp's 0600 would stick to OUTPUT */
-    out->io = HalvIO_FD(fd);
-    if (out->io == NULL) {
+    HalvIO *file = HalvIO_FD(fd);
+    if (file == NULL) {
         close(fd);
         OutputAbort(out);
         return Complain("no memory");
     }
-    out->io->setAutoClose(out->io, 1);
+    file->setAutoClose(file, 1);
+    out->io = Guard(file);
+    if (out->io == NULL) {
+        OutputAbort(out);
+        return Complain("no memory");
+    }
     return kExitOk;
 }
 
@@ -108,6 +166,13 @@ static void Release(Output *out) {
 }
 
 int OutputCommit(Output *out) {
+    int error = out->io != NULL ? ((GuardedIO *)out->io)->error : 0;
+    if (error != 0) {
+        errno = error > 0 ? error : 0;
+        WriteFailed(out);
+        OutputAbort(out);
+        return kExitFailed;
+    }
     Release(out);
     int status = kExitOk;
     if (rename(out->tempPath, out->path) != 0) {
@@ -144,28 +209,46 @@ int OutputFinish(Output *out, int status) {
 
 static const struct {
     const char *format;
-    const char *version;
-} kWritableFormats[] = {{"internal", "2.1"}, {"image-ext", "1.0"}};
+    const char *version; /* written by default */
+    const char *other;   /* a second version it writes, or null */
+} kWritableFormats[] = {{"internal", "2.1", NULL}, {"image-ext", "1.0", NULL}, {"spectral", "1.0-binary", "1.0-ascii"}};
 
-HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager) {
-    const char *version = NULL;
-    for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i)
-        if (strcmp(kWritableFormats[i].format, format) == 0)
-            version = kWritableFormats[i].version;
-    if (version == NULL) {
-        Complain("unknown format %s: internal or image-ext", format);
+const char *WritableVersion(const char *format, const char *version) {
+    for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i) {
+        if (strcmp(kWritableFormats[i].format, format) != 0)
+            continue;
+        if (version == NULL || strcmp(version, kWritableFormats[i].version) == 0)
+            return kWritableFormats[i].version;
+        if (kWritableFormats[i].other != NULL && strcmp(version, kWritableFormats[i].other) == 0)
+            return kWritableFormats[i].other;
+    }
+    return NULL;
+}
+
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, const char *version,
+                               HVHdrManager *manager) {
+    const char *written = WritableVersion(format, version);
+    if (written == NULL) {
+        Complain("this build can't write format %s%s%s", format, version != NULL ? " version " : "",
+                 version != NULL ? version : "");
         return NULL;
     }
     HalvHeaderStruct *header = NULL;
-    if (HVHdrGetManager_Str(format, version, manager) != 1 || HVHdrCreateHeader(*manager, &header) != 1 ||
+    if (HVHdrGetManager_Str(format, written, manager) != 1 || HVHdrCreateHeader(*manager, &header) != 1 ||
         header == NULL) {
         Complain("this build can't write format %s", format);
         return NULL;
     }
-    /* The raster description is the run of generic fields from endian up
-     * to userData; the format's own fields behind it stay as made. */
+    /* The description is the run of generic fields from endian up to
+     * userData, and for a spectrum its wavelengths and type too; the rest
+     * of the format's own fields stay as made. */
     size_t from = offsetof(HalvHeaderStruct, endian), to = offsetof(HalvHeaderStruct, userData);
     memcpy((char *)header + from, (const char *)source + from, to - from);
+    if (header->managerType == HALV_HDR_SPECTRAL && source->managerType == HALV_HDR_SPECTRAL) {
+        from = offsetof(HalvSpectralHeader, spectrumType);
+        to = offsetof(HalvSpectralHeader, bufferCapacity);
+        memcpy((char *)header + from, (const char *)source + from, to - from);
+    }
     if (source->userData != NULL) {
         header->userData = HalvUserCMDupData(source->userData);
         if (header->userData == NULL) {
@@ -176,4 +259,3 @@ HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *forma
     }
     return header;
 }
-

@@ -1,6 +1,6 @@
 /*
- * info.c - the header of a stored image, or of a flat header block,
- * readable: the raster description the format's manager understood, then
+ * info.c - the header of a stored image or spectrum, or of a flat header
+ * block, readable: the description the format's manager understood, then
  * the rest of the header's tree.
  */
 #include <stdio.h>
@@ -128,13 +128,29 @@ static int ImageInfo(const char *path) {
     if (image.fileBytes != 0)
         printf(" (%llu bytes)", (unsigned long long)image.fileBytes);
     printf("\n%-14s %s\n%-14s %s\n", "format:", image.format, "version:", image.version);
+    if (image.header->managerType == HALV_HDR_SPECTRAL) {
+        SpectrumPrintInfo(image.header);
+        printf("%-14s %s\n", "data:",
+               strcmp(image.version, "1.0-binary") == 0 ? "32-bit floats, in the byte order of the machine that wrote them"
+                                                        : "one number a line, as text");
+        /* The format and version were shown above. */
+        HalvUserCMData *rest = HVHdrDeleteHeaderSection(HalvUserCMDupData(image.header->userData), "ID");
+        PrintTree(rest);
+        HVHdrFree(rest);
+        ImageClose(&image);
+        return kExitOk;
+    }
     char order[64];
     snprintf(order, sizeof order, "%s (%s)", ByteOrderName(image.architecture),
              image.architecture[0] ? image.architecture : "no architecture key");
-    PrintRaster(image.header, order);
+    int status = kExitOk;
+    if (image.header->managerType == HALV_HDR_INFO)
+        status = TableInfo(&image, order);
+    else
+        PrintRaster(image.header, order);
     PrintTree(image.header->userData);
     ImageClose(&image);
-    return kExitOk;
+    return status;
 }
 
 int CommandInfo(int argc, char **argv) {
