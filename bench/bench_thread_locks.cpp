@@ -2,6 +2,7 @@
  * Lock and wake-up costs of the thread layer, each beside its standard
  * library counterpart in the same run:
  *   - uncontended lock/unlock of a critical section and of a mutex, against
+ *     std::recursive_mutex, the fair peer of a recursive lock, and against
  *     std::mutex;
  *   - the same with two threads hammering one lock;
  *   - a signal/wait ping-pong between two threads through the conditional,
@@ -169,22 +170,31 @@ int main(int argc, char **argv) {
     benchmark::RegisterBenchmark("uncontended/halv_section", LockUnlock<SectionLock>);
     benchmark::RegisterBenchmark("uncontended/halv_mutex", LockUnlock<MutexLock>);
     benchmark::RegisterBenchmark("uncontended/std_mutex", LockUnlock<std::mutex>);
+    benchmark::RegisterBenchmark("uncontended/std_recursive_mutex", LockUnlock<std::recursive_mutex>);
     benchmark::RegisterBenchmark("uncontended/pthread_recursive", LockUnlock<RecursivePthread>);
     benchmark::RegisterBenchmark("uncontended/pthread_robust_recursive", LockUnlock<RobustRecursivePthread>);
     benchmark::RegisterBenchmark("contended/halv_section", LockUnlock<SectionLock>)->Threads(2)->UseRealTime();
     benchmark::RegisterBenchmark("contended/halv_mutex", LockUnlock<MutexLock>)->Threads(2)->UseRealTime();
     benchmark::RegisterBenchmark("contended/std_mutex", LockUnlock<std::mutex>)->Threads(2)->UseRealTime();
+    benchmark::RegisterBenchmark("contended/std_recursive_mutex", LockUnlock<std::recursive_mutex>)
+        ->Threads(2)
+        ->UseRealTime();
     benchmark::RegisterBenchmark("pingpong/halv_conditional", RoundTrips<HalvPingPong>)->UseRealTime();
     benchmark::RegisterBenchmark("pingpong/std_condition_variable", RoundTrips<StdPingPong>)->UseRealTime();
 
     return bench::RunWithRatios(
         argc, argv,
         {
+            {"uncontended: section / std::recursive_mutex", "uncontended/halv_section",
+             "uncontended/std_recursive_mutex"},
+            {"uncontended: mutex / std::recursive_mutex", "uncontended/halv_mutex", "uncontended/std_recursive_mutex"},
             {"uncontended: section / std::mutex", "uncontended/halv_section", "uncontended/std_mutex"},
             {"uncontended: mutex / std::mutex", "uncontended/halv_mutex", "uncontended/std_mutex"},
             {"  floor: pthread recursive / std::mutex", "uncontended/pthread_recursive", "uncontended/std_mutex"},
             {"  floor: pthread robust rec. / std::mutex", "uncontended/pthread_robust_recursive",
              "uncontended/std_mutex"},
+            {"contended x2: section / std::recursive_mutex", "contended/halv_section/real_time/threads:2",
+             "contended/std_recursive_mutex/real_time/threads:2"},
             {"contended x2: section / std::mutex", "contended/halv_section/real_time/threads:2",
              "contended/std_mutex/real_time/threads:2"},
             {"contended x2: mutex / std::mutex", "contended/halv_mutex/real_time/threads:2",

@@ -1,10 +1,11 @@
-// UTF-8 to UTF-16 and back, against glibc iconv in the same run, on 1 MiB of
-// ASCII text and 1 MiB of text that mixes scripts sentence by sentence.
+// UTF-8 to UTF-16 and back, against ICU (u_strFromUTF8/u_strToUTF8) and
+// glibc iconv in the same run, on 1 MiB of ASCII text and 1 MiB of text that
+// mixes scripts sentence by sentence.
 //
 // Throughput is counted in UTF-8 bytes for both directions, so the figures
 // of one text compare across directions.  The library allocates and returns
-// each result (and the benchmark frees it); iconv writes into a buffer made
-// once beforehand, which favours the baseline.  A table of speed ratios
+// each result (and the benchmark frees it); ICU and iconv write into a
+// buffer made once beforehand, which favours the baselines.  A table of speed ratios
 // follows the usual output.
 #include <benchmark/benchmark.h>
 
@@ -13,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iconv.h>
+#include <unicode/ustring.h>
 #include <map>
 #include <string>
 #include <vector>
@@ -152,6 +154,34 @@ void IconvFromUtf16(benchmark::State &state, const std::string *text) {
     state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)text->size());
 }
 
+void IcuToUtf16(benchmark::State &state, const std::string *text) {
+    std::vector<UChar> buffer(text->size() + 1);
+    for (auto _ : state) {
+        UErrorCode error = U_ZERO_ERROR;
+        int32_t length = 0;
+        u_strFromUTF8(buffer.data(), (int32_t)buffer.size(), &length, text->data(), (int32_t)text->size(), &error);
+        if (U_FAILURE(error))
+            state.SkipWithError("u_strFromUTF8 failed");
+        benchmark::DoNotOptimize(buffer.data());
+    }
+    state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)text->size());
+}
+
+void IcuFromUtf16(benchmark::State &state, const std::string *text) {
+    std::vector<uint16_t> wide = Utf16Of(*text);
+    std::vector<char> buffer(text->size() + 1);
+    for (auto _ : state) {
+        UErrorCode error = U_ZERO_ERROR;
+        int32_t length = 0;
+        u_strToUTF8(buffer.data(), (int32_t)buffer.size(), &length, reinterpret_cast<const UChar *>(wide.data()),
+                    (int32_t)wide.size() - 1, &error);
+        if (U_FAILURE(error))
+            state.SkipWithError("u_strToUTF8 failed");
+        benchmark::DoNotOptimize(buffer.data());
+    }
+    state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)text->size());
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -159,15 +189,23 @@ int main(int argc, char **argv) {
     const std::string *mixed = &MixedText();
     benchmark::RegisterBenchmark("to_utf16/ascii/halv", HalvToUtf16, ascii);
     benchmark::RegisterBenchmark("to_utf16/ascii/iconv", IconvToUtf16, ascii);
+    benchmark::RegisterBenchmark("to_utf16/ascii/icu", IcuToUtf16, ascii);
     benchmark::RegisterBenchmark("to_utf16/mixed/halv", HalvToUtf16, mixed);
     benchmark::RegisterBenchmark("to_utf16/mixed/iconv", IconvToUtf16, mixed);
+    benchmark::RegisterBenchmark("to_utf16/mixed/icu", IcuToUtf16, mixed);
     benchmark::RegisterBenchmark("from_utf16/ascii/halv", HalvFromUtf16, ascii);
     benchmark::RegisterBenchmark("from_utf16/ascii/iconv", IconvFromUtf16, ascii);
+    benchmark::RegisterBenchmark("from_utf16/ascii/icu", IcuFromUtf16, ascii);
     benchmark::RegisterBenchmark("from_utf16/mixed/halv", HalvFromUtf16, mixed);
     benchmark::RegisterBenchmark("from_utf16/mixed/iconv", IconvFromUtf16, mixed);
+    benchmark::RegisterBenchmark("from_utf16/mixed/icu", IcuFromUtf16, mixed);
     return bench::RunWithRatios(
         argc, argv,
         {
+            {"to UTF-16, ASCII text / ICU", "to_utf16/ascii/halv", "to_utf16/ascii/icu"},
+            {"to UTF-16, mixed scripts / ICU", "to_utf16/mixed/halv", "to_utf16/mixed/icu"},
+            {"from UTF-16, ASCII text / ICU", "from_utf16/ascii/halv", "from_utf16/ascii/icu"},
+            {"from UTF-16, mixed scripts / ICU", "from_utf16/mixed/halv", "from_utf16/mixed/icu"},
             {"to UTF-16, ASCII text / iconv", "to_utf16/ascii/halv", "to_utf16/ascii/iconv"},
             {"to UTF-16, mixed scripts / iconv", "to_utf16/mixed/halv", "to_utf16/mixed/iconv"},
             {"from UTF-16, ASCII text / iconv", "from_utf16/ascii/halv", "from_utf16/ascii/iconv"},

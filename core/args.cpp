@@ -354,8 +354,6 @@ void CopyWords(intptr_t *to, va_list words) noexcept {
 
 extern "C" {
 
-/* Copies the words that follow list into it, terminator included; the
- * caller provides the room.  1, or 0 for a null list. */
 HALV_API int HalvBuildArgs(intptr_t *list, ...) noexcept {
     if (list == nullptr)
         return 0;
@@ -366,8 +364,6 @@ HALV_API int HalvBuildArgs(intptr_t *list, ...) noexcept {
     return 1;
 }
 
-/* Copies the words over the terminator of list, terminator included, so
- * they extend it; the caller provides the room.  1, or 0 for a null list. */
 HALV_API int HalvAppendArgs(intptr_t *list, ...) noexcept {
     if (list == nullptr)
         return 0;
@@ -381,9 +377,6 @@ HALV_API int HalvAppendArgs(intptr_t *list, ...) noexcept {
     return 1;
 }
 
-/* For each key given (up to a word 1), removes every entry whose key equals
- * it as a whole, ignoring case, with its value and null words, and closes
- * the gap in place.  Returns 1 (0 for a null list). */
 HALV_API int HalvRemoveArgs(intptr_t *list, ...) noexcept {
     if (list == nullptr)
         return 0;
@@ -409,14 +402,6 @@ HALV_API int HalvRemoveArgs(intptr_t *list, ...) noexcept {
     return 1;
 }
 
-/* Pulls arguments out of list by name.  The words that follow list come in
- * groups: a key "name:format", a pointer to an int32_t that receives 1 for
- * found or 0 for absent (or null), and the output pointers that the format
- * calls for; a word 1 in place of a key ends them.  Absent keys leave their
- * outputs alone.  Result: 1 when every key was handled; 0 for a key without
- * a colon, a format cut short or wrong, an entry with too few value words,
- * or no memory; -1 when a # item ran into the end of the list.  Parsing
- * stops at the first 0 or -1, keeping what was stored. */
 HALV_API int HalvParseArgs(const intptr_t *list, ...) noexcept {
     va_list args;
     va_start(args, list);
@@ -441,10 +426,6 @@ HALV_API int HalvParseArgs(const intptr_t *list, ...) noexcept {
     return result;
 }
 
-/* Builds a new list from count binary arguments, with room for extraWords
- * more words behind its terminator.  Keys and values are placed by address
- * and stay the caller's.  Null when memory runs out or args is null with a
- * positive count.  The caller frees the list with halv_internal_free. */
 HALV_API intptr_t *HalvBinArgToArgs(int32_t count, const HalvBinArg *args, int32_t extraWords) noexcept {
     if (count < 0 || (count > 0 && args == nullptr))
         return nullptr;
@@ -463,8 +444,6 @@ HALV_API intptr_t *HalvBinArgToArgs(int32_t count, const HalvBinArg *args, int32
     return list;
 }
 
-/* The way back from a list to binary arguments doesn't exist: always -1,
- * and nothing is looked at or stored. */
 HALV_API int HalvBinArgFromArgs(const intptr_t *list, int32_t *count, HalvBinArg **args) noexcept {
     (void)list;
     (void)count;

@@ -58,8 +58,6 @@ extern "C" {
 
 HALV_API void *HalvArrayEmptySlot(void) noexcept { return EmptySlot(); }
 
-/* Makes an array of count new items (zeroed, itemSize bytes each, or markers
- * for itemSize 0).  1, or 0 with the variable null on failure. */
 HALV_API int HalvAllocArray(void *arrayVariable, uint32_t count, uint32_t itemSize) noexcept {
     auto **variable = static_cast<void ***>(arrayVariable);
     if (variable == nullptr)
@@ -79,9 +77,6 @@ HALV_API int HalvAllocArray(void *arrayVariable, uint32_t count, uint32_t itemSi
     return 1;
 }
 
-/* Changes a possibly null array to count items: items past count are
- * released, new slots filled as by HalvAllocArray.  1, or 0 with the
- * variable null on failure. */
 HALV_API int HalvReallocArray(void *arrayVariable, uint32_t count, uint32_t itemSize) noexcept {
     auto **variable = static_cast<void ***>(arrayVariable);
     if (variable == nullptr)
@@ -116,7 +111,6 @@ HALV_API int HalvReallocArray(void *arrayVariable, uint32_t count, uint32_t item
     return 1;
 }
 
-/* Releases every item (markers skipped) and the array.  0 for null. */
 HALV_API int HalvFreeArray(void *array) noexcept {
     if (array == nullptr)
         return 0;
@@ -125,8 +119,6 @@ HALV_API int HalvFreeArray(void *array) noexcept {
     return 1;
 }
 
-/* Calls each item's own free function (third word) where it has one, then
- * releases the array.  0 for null. */
 HALV_API int HalvFreeSmartArray(void *array) noexcept {
     if (array == nullptr)
         return 0;
@@ -142,7 +134,6 @@ HALV_API int HalvFreeSmartArray(void *array) noexcept {
     return 1;
 }
 
-/* The item at index, a marker as it stands, or null past the end. */
 HALV_API void *HalvGetArrayItem(const void *array, uint32_t index) noexcept {
     auto *const *slots = static_cast<void *const *>(array);
     if (slots == nullptr)
@@ -153,7 +144,6 @@ HALV_API void *HalvGetArrayItem(const void *array, uint32_t index) noexcept {
     return nullptr;
 }
 
-/* Slots before the terminator; 0 for null. */
 HALV_API uint32_t HalvGetArraySize(const void *array) noexcept {
     return SizeOf(static_cast<void *const *>(array));
 }

@@ -30,7 +30,6 @@ void FillQueueSlot(HalvChunk *slot, const HalvChunk *chunk) noexcept {
 
 extern "C" {
 
-/* Stores data, bytes and lines of chunk index; 0 past the end. */
 HALV_API int HalvSetChunk(HalvChunk **array, uint32_t index, void *data, uint32_t bytes, uint32_t lines) noexcept {
     HalvChunk *chunk = ChunkAt(array, index);
     if (chunk == nullptr)
@@ -41,7 +40,6 @@ HALV_API int HalvSetChunk(HalvChunk **array, uint32_t index, void *data, uint32_
     return 1;
 }
 
-/* Reads data, bytes and lines of chunk index; 0 past the end. */
 HALV_API int HalvGetChunk(HalvChunk **array, uint32_t index, void **data, uint32_t *bytes, uint32_t *lines) noexcept {
     HalvChunk *chunk = ChunkAt(array, index);
     if (chunk == nullptr)
@@ -94,7 +92,6 @@ HALV_API int HalvChunkClearFlags(HalvChunk *chunk, uint32_t bits) noexcept {
     return 1;
 }
 
-/* Empties every chunk (bytes and lines 0), keeping buffers and flags. */
 HALV_API int HalvResetChunks(HalvChunk **array) noexcept {
     for (uint32_t i = 0; array[i] != nullptr; ++i) {
         array[i]->bytes = 0;
@@ -103,9 +100,6 @@ HALV_API int HalvResetChunks(HalvChunk **array) noexcept {
     return 1;
 }
 
-/* Copies chunk by value into the first free slot of the state's queue,
- * growing the queue by four slots when none is free.  A slot is free when
- * its data, capacity and flags are all clear; the consumer frees it. */
 HALV_API int HalvEnqueueChunk(HalvState *state, const HalvChunk *chunk, uint32_t *index) noexcept {
     if (state == nullptr)
         return 0;
@@ -127,8 +121,6 @@ HALV_API int HalvEnqueueChunk(HalvState *state, const HalvChunk *chunk, uint32_t
     return 1;
 }
 
-/* Makes an owned copy of source, record and bytes.  A null source gives a
- * null copy and 1; an empty one, or no memory, gives 0 and a null copy. */
 HALV_API int HalvDupChunk(HalvChunk **out, const HalvChunk *source) noexcept {
     if (out == nullptr)
         return 0;

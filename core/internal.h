@@ -33,6 +33,32 @@ int EngineEnvDebug() noexcept;
 int EngineSharedDebug() noexcept;
 int EngineFindFileDebug() noexcept;
 
+/* Whether HalvernDisableRegistryLoad asked the next first start to leave
+ * the registry file unread. */
+bool EngineRegistryLoadDisabled() noexcept;
+
+/* A step of the engine's start and stop that a layer above the core adds:
+ * start runs in the first HalvernInit, under the master lock, after the
+ * hash locks exist (1, or the start fails with 0); stop runs in the last
+ * HalvernEnd, before the cleanup functions (1, or the end pass fails with
+ * its result and is taken up again by the next pass).
+ *
+ * A layer declares its step with HALV_ENGINE_STEP, which places it in a
+ * table the linker gathers: the core walks the table and names no layer
+ * above it, and nothing runs at load time to fill it. */
+struct EngineStep {
+    int (*start)() noexcept;
+    int (*stop)() noexcept;
+};
+
+} // namespace halv
+
+#define HALV_ENGINE_STEP(name) \
+    extern const halv::EngineStep name; \
+    __attribute__((used, section("halv_engine_steps"))) const halv::EngineStep name
+
+namespace halv {
+
 } // namespace halv
 
 #endif

@@ -3,8 +3,10 @@
  *
  * A use count pairs HalvernInit with HalvernEnd.  The first start creates
  * eight recursive hash locks (critical sections) that the rest of the
- * library takes by key; the last stop unregisters the bundles, runs the
- * cleanup functions newest first and destroys the hash locks again.  The
+ * library takes by key and runs the start steps the layers above declare
+ * (the registry file and its bundles); the last stop runs their stop steps
+ * (the bundles are unregistered), runs the cleanup functions newest first
+ * and destroys the hash locks again.  The
  * master lock that orders all of this is a statically initialised critical
  * section, usable before any call and never destroyed.
  *
@@ -16,8 +18,11 @@
 
 #include "core/internal.h"
 #include "halv_env.h"
-#include "modules/internal.h"
 #include "thread/internal.h"
+
+/* The engine steps, gathered by the linker from every HALV_ENGINE_STEP. */
+extern "C" const halv::EngineStep __start_halv_engine_steps[];
+extern "C" const halv::EngineStep __stop_halv_engine_steps[];
 
 namespace {
 
@@ -73,9 +78,23 @@ void ReadDebugSwitches() noexcept {
         engine.debugSwitches[i].store(HalvGetenv(kDebugVariables[i]) != nullptr ? 1 : 0, std::memory_order_relaxed);
 }
 
-/* Registry step and its undo, both kept by the modules layer. */
-int LoadRegistry() noexcept { return halv::LoadRegistry(); }
-int UnregisterLibraries() noexcept { return halv::UnregisterBootLibraries(); }
+/* The start steps in table order; 1, or 0 at the first that fails. */
+int RunStartSteps() noexcept {
+    for (const halv::EngineStep *step = __start_halv_engine_steps; step != __stop_halv_engine_steps; ++step)
+        if (step->start() != 1)
+            return 0;
+    return 1;
+}
+
+/* The stop steps in reverse table order; 1, or the first failing result. */
+int RunStopSteps() noexcept {
+    for (const halv::EngineStep *step = __stop_halv_engine_steps; step != __start_halv_engine_steps;) {
+        int result = (--step)->stop();
+        if (result != 1)
+            return result;
+    }
+    return 1;
+}
 
 HalvCleanupEntry *NewestCleanup() noexcept {
     EnterHashLock(kCleanupLockIndex);
@@ -131,7 +150,7 @@ int EndPass() noexcept {
         HalvLeaveCriticalSection(masterLock);
         return 1;
     }
-    int result = UnregisterLibraries();
+    int result = RunStopSteps();
     if (result != 1)
         return FailEndPass(result);
     result = RunCleanups();
@@ -148,6 +167,7 @@ int DebugSwitchValue(DebugSwitch which) noexcept { return engine.debugSwitches[w
 } // namespace
 
 namespace halv {
+bool EngineRegistryLoadDisabled() noexcept { return engine.registryLoadDisabled != 0; }
 int EngineEnvDebug() noexcept { return DebugSwitchValue(kEnvDebug); }
 int EngineSharedDebug() noexcept { return DebugSwitchValue(kSharedDebug); }
 int EngineFindFileDebug() noexcept { return DebugSwitchValue(kFindFileDebug); }
@@ -155,9 +175,6 @@ int EngineFindFileDebug() noexcept { return DebugSwitchValue(kFindFileDebug); }
 
 extern "C" {
 
-/* Starts the engine, or counts one more start.  1; 0 if the first start's
- * registry step failed (the engine is started all the same and owes an
- * end). */
 HALV_API int HalvernInit(void) noexcept {
     HalvDebug("Halvern System initialization\n");
     HalvEnterCriticalSection(masterLock);
@@ -167,7 +184,7 @@ HALV_API int HalvernInit(void) noexcept {
     }
     CreateHashLocks();
     ReadDebugSwitches();
-    if (!engine.registryLoadDisabled && LoadRegistry() != 1) {
+    if (RunStartSteps() != 1) {
         HalvLeaveCriticalSection(masterLock);
         return 0;
     }
@@ -176,11 +193,8 @@ HALV_API int HalvernInit(void) noexcept {
     return 1;
 }
 
-/* One end pass: 1 if it did its part of the stop; 0 if the engine was not
- * started or a cleanup function returned 0; otherwise the failing value. */
 HALV_API int HalvernEnd(void) noexcept { return EndPass(); }
 
-/* Repeats the end pass while it fails with a value other than 0 or 1. */
 HALV_API int HalvernAbsoluteEnd(void) noexcept {
     for (;;) {
         int result = EndPass();
@@ -189,7 +203,6 @@ HALV_API int HalvernAbsoluteEnd(void) noexcept {
     }
 }
 
-/* Decides whether the start that starts the engine loads the registry.  1. */
 HALV_API int HalvernDisableRegistryLoad(int disable) noexcept {
     HalvEnterCriticalSection(masterLock);
     engine.registryLoadDisabled = disable != 0 ? 1 : 0;
@@ -197,8 +210,6 @@ HALV_API int HalvernDisableRegistryLoad(int disable) noexcept {
     return 1;
 }
 
-/* Enter and leave the hash lock of a key (nothing while the engine is
- * stopped).  1. */
 HALV_API int HalvernLock(uint32_t key) noexcept {
     EnterHashLock(HashOfKey(key));
     return 1;
@@ -209,8 +220,6 @@ HALV_API int HalvernUnlock(uint32_t key) noexcept {
     return 1;
 }
 
-/* Adds fn(arg) at the head of the cleanup list.  1; 0 if the engine is
- * stopped, fn is null or no memory. */
 HALV_API int HalvernRegisterCleanupFunc(HalvCleanupFn fn, intptr_t arg) noexcept {
     if (engine.useCount.load(std::memory_order_relaxed) == 0 || fn == nullptr)
         return 0;

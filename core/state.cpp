@@ -10,6 +10,8 @@
 #include <cstring>
 
 #include "core/internal.h"
+#include "halv_headers.h"
+#include "halv_util.h"
 
 namespace {
 
@@ -47,9 +49,18 @@ struct HalvHeaderStruct *DefaultOutputHeader(HalvState *state, int32_t index) {
     return static_cast<struct HalvHeaderStruct *>(HalvGetArrayItem(state->headers, (uint32_t)index));
 }
 
-/* The flat form of headers comes with the binary header layer; until that
- * layer stands no header can be flattened, and every request gives 0. */
-int32_t DefaultOutputBinHeader(HalvState *, int32_t, void *, uintptr_t) { return 0; }
+/* An output header as a flat block in the machine's order: its size for a
+ * null buffer, else the block written into buffer (-1 when size is too
+ * small); 0 when there is no header at index. */
+int32_t DefaultOutputBinHeader(HalvState *state, int32_t index, void *buffer, uintptr_t size) {
+    const HalvHeaderStruct *header = DefaultOutputHeader(state, index);
+    if (header == nullptr)
+        return 0;
+    /* The block's capacity is a 32-bit count; larger buffers are more than
+     * any block needs. */
+    uint32_t capacity = size > 0x7FFFFFFF ? 0x7FFFFFFF : (uint32_t)size;
+    return HalvBinHdrFromHdr(header, HalvIdentifyEndian(), buffer != nullptr ? &buffer : nullptr, capacity);
+}
 
 HalvChunk *DefaultInputChunk(HalvState *state, int32_t index) {
     return state->inputChunks == nullptr ? nullptr
@@ -107,9 +118,6 @@ int FinishInit(int result, HalvState **out) noexcept {
 
 extern "C" {
 
-/* Allocates a zeroed state of size bytes (a plug-in's larger record) with
- * the default slots.  0 for a null out, a size below HalvState's, or no
- * memory; *out is then untouched. */
 HALV_API int HalvAllocState(HalvState **out, int32_t size) noexcept {
     if (out == nullptr || size < (int32_t)sizeof(HalvState))
         return 0;
@@ -130,7 +138,6 @@ HALV_API int HalvAllocState(HalvState **out, int32_t size) noexcept {
     return 1;
 }
 
-/* Frees the record alone (the default endPoint); what it points to stays. */
 HALV_API int HalvFreeState(HalvState *state) noexcept {
     if (state == nullptr)
         return 0;
@@ -147,7 +154,6 @@ HALV_API int HalvGetStateFlags(HalvState *state, uint32_t *flags) noexcept {
     return 1;
 }
 
-/* The number of outputs through outputCountFn, with "unknown" read as 0. */
 HALV_API int HalvGetStateOutputCount(HalvState *state, uint32_t *count) noexcept {
     if (state == nullptr || count == nullptr)
         return 0;
@@ -175,8 +181,6 @@ HALV_API int HalvCallInit(HalvInitPoint init, intptr_t *args, HalvState **out) n
     return FinishInit(init(args, out), out);
 }
 
-/* The words up to and including the terminator 1 are copied into a
- * temporary list of exactly their number, released after the call. */
 HALV_API int HalvCallInitArgs(HalvInitPoint init, ...) noexcept {
     va_list args;
     va_start(args, init);
@@ -234,8 +238,6 @@ HALV_API int HalvCallEnd(HalvState *state) noexcept {
     return EndOnce(state);
 }
 
-/* Ends until endPoint stops answering -1: 1 if the first call finished,
- * -1 if it finished after one or more -1, 0 otherwise. */
 HALV_API int HalvAbsoluteCallEnd(HalvState *state) noexcept {
     if (state == nullptr || state->endPoint == nullptr)
         return 0;

@@ -60,8 +60,6 @@ HALV_API int32_t HalvSetStatus(HalvState *state, int32_t value) noexcept {
     return value;
 }
 
-/* Records status and, with a format, appends its text to the error message.
- * Returns status in every case. */
 HALV_API int32_t HalvSetError(HalvState *state, int32_t status, const char *format, ...) noexcept {
     if (state == nullptr)
         return status;
@@ -75,21 +73,18 @@ HALV_API int32_t HalvSetError(HalvState *state, int32_t status, const char *form
     return status;
 }
 
-/* The text of the state's errorMessageFn slot; null for a null state. */
 HALV_API const char *HalvGetErrorMsg(HalvState *state) noexcept {
     if (state == nullptr || state->errorMessageFn == nullptr)
         return nullptr;
     return state->errorMessageFn(state);
 }
 
-/* The first error code in errorMessage itself (not the slot's text). */
 HALV_API int HalvGetErrorCode(HalvState *state) noexcept {
     if (state == nullptr || state->errorMessage == nullptr)
         return 0;
     return HalvParseErrorCode(state->errorMessage);
 }
 
-/* The number of the first "HV-<digits>" code in text, or 0. */
 HALV_API int HalvParseErrorCode(const char *text) noexcept {
     if (text == nullptr)
         return 0;
@@ -110,7 +105,6 @@ HALV_API int HalvParseErrorCode(const char *text) noexcept {
     return halv::ScanInt(digits, &value) ? value : 0;
 }
 
-/* Prints the state's error text through HalvError; -1 if there was one. */
 HALV_API int HalvReportError(HalvState *state) noexcept {
     if (state == nullptr || state->errorMessage == nullptr)
         return 0;

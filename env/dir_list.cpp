@@ -92,7 +92,6 @@ int64_t FillEntries(DIR *handle, const char *path, HalvDirEntry **slots, uint32_
 
 extern "C" {
 
-/* See halv_env.h: the whole directory as an array of entries. */
 HALV_API int HalvListDir(const char *path, uint32_t *count, HalvDirEntry ***entries) noexcept {
     using namespace halv;
     if (entries != nullptr)

@@ -57,7 +57,6 @@ int MakeWithParents(char *work) noexcept {
 
 extern "C" {
 
-/* See halv_env.h: 1 created, -1 exists already, 0 otherwise. */
 HALV_API int HalvMkDir(const char *path, int recursive) noexcept {
     using namespace halv;
     if (path == nullptr)
@@ -82,7 +81,6 @@ HALV_API int HalvMkDir(const char *path, int recursive) noexcept {
     return result;
 }
 
-/* See halv_env.h: the one root "/". */
 HALV_API char **HalvGetSystemRoots(void) noexcept {
     auto **roots = static_cast<char **>(halv_internal_calloc(2, sizeof(char *)));
     if (roots == nullptr)

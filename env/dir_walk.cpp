@@ -27,7 +27,6 @@ void CloseHandle(HalvDir *dir) noexcept {
 
 extern "C" {
 
-/* See halv_env.h: starts a walk with the first entry read. */
 HALV_API HalvDir *HalvOpenDir(const char *path) noexcept {
     if (path == nullptr)
         return nullptr;
@@ -47,7 +46,6 @@ HALV_API HalvDir *HalvOpenDir(const char *path) noexcept {
     return dir;
 }
 
-/* See halv_env.h: the next entry's name, or null at the end. */
 HALV_API char *HalvNextDir(HalvDir *dir) noexcept {
     using namespace halv;
     if (dir == nullptr || dir->handle == nullptr)
@@ -61,7 +59,6 @@ HALV_API char *HalvNextDir(HalvDir *dir) noexcept {
     return CopyEnvText(static_cast<struct dirent *>(dir->entry)->d_name);
 }
 
-/* See halv_env.h: ends a walk wherever it stands. */
 HALV_API int HalvCloseDir(HalvDir *dir) noexcept {
     if (dir == nullptr)
         return 0;

@@ -17,7 +17,7 @@
 #include "env/environment_internal.h"
 #include "env/path_internal.h"
 #include "halv_env.h"
-#include "streams/file_internal.h"
+#include "halv_streams.h"
 
 namespace halv {
 namespace {
@@ -44,9 +44,9 @@ bool ExistsAsFile(const char *candidate) noexcept {
 }
 
 bool ReachableUrl(const char *candidate) noexcept {
-    if (!HasUrlScheme(candidate))
+    if (!HalvIsURL(candidate))
         return false; /* the URL stream takes nothing else */
-    HalvIO *io = OpenUrlStream(candidate, "rb");
+    HalvIO *io = HalvIO_URL(candidate, "rb");
     if (io == nullptr)
         return false;
     io->close(io);
@@ -93,7 +93,6 @@ char *SearchList(char *list, const char *name, const char *extension) noexcept {
 
 extern "C" {
 
-/* See halv_env.h: the first file of that name along the search path. */
 HALV_API char *HalvFindFile(const char *name, const char *extension, const char *path) noexcept {
     using namespace halv;
     if (name == nullptr)

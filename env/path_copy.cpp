@@ -92,7 +92,6 @@ bool CopyRegularFile(const char *destination, const char *source, bool overwrite
 
 extern "C" {
 
-/* See halv_env.h: destination first. */
 HALV_API int HalvCopyFile(const char *destination, const char *source, int overwrite) noexcept {
     if (destination == nullptr || source == nullptr)
         return 0;

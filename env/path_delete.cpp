@@ -12,7 +12,6 @@
 
 extern "C" {
 
-/* See halv_env.h: removes a file or an empty directory. */
 HALV_API int HalvDeleteFile(const char *path) noexcept {
     if (path == nullptr)
         return 0;

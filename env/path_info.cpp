@@ -18,7 +18,6 @@ uint64_t Milliseconds(const struct timespec &time) noexcept {
 
 extern "C" {
 
-/* See halv_env.h: 0 file, 1 directory, 2 nothing there. */
 HALV_API int HalvIdentifyFile(const char *path) noexcept {
     struct stat info;
     if (path == nullptr || stat(path, &info) != 0)
@@ -26,7 +25,6 @@ HALV_API int HalvIdentifyFile(const char *path) noexcept {
     return S_ISDIR(info.st_mode) ? 1 : 0;
 }
 
-/* See halv_env.h: access time, change time or size. */
 HALV_API int HalvGetFileAttributes(const char *path, int what, uint64_t *value) noexcept {
     if (path == nullptr || value == nullptr || what < 0 || what > 2)
         return 0;

@@ -158,7 +158,6 @@ char *WorkingCopy(const char *path, bool makeAbsolute) noexcept {
 
 extern "C" {
 
-/* See halv_env.h: the canonical form of path, from its text alone. */
 HALV_API char *HalvRealPath(const char *path, int makeAbsolute, int longName) noexcept {
     using namespace halv;
     if (path == nullptr)

@@ -47,7 +47,6 @@ bool MoveAcrossFileSystems(const char *oldPath, const char *newPath) noexcept {
 
 extern "C" {
 
-/* See halv_env.h: 1 renamed, -1 failed, 0 for a null path. */
 HALV_API int HalvRenameFile(const char *oldPath, const char *newPath) noexcept {
     if (oldPath == nullptr || newPath == nullptr)
         return 0;

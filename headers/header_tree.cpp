@@ -5,7 +5,27 @@
 #include <cstring>
 
 #include "halv_userdata.h"
+#include "halv_util.h"
 #include "headers/internal.h"
+
+namespace halv {
+
+/* Counts the labels first and then deletes as many, each delete taking the
+ * first that is left, by the same rule of matching. */
+HalvUserCMData *DeleteEveryHeaderField(HalvUserCMData *tree, const char *section, const char *key) noexcept {
+    const HalvUserCMData *node = HalvGetUserCMData(tree, nullptr, section, nullptr);
+    if (node == nullptr || key == nullptr)
+        return tree;
+    uint32_t labels = 0;
+    for (const HalvUserCMData *child = node->children; child != nullptr; child = child->next)
+        if (child->text != nullptr && HalvStrCaseCmp(child->text, key) == 0)
+            ++labels;
+    for (; labels > 0; --labels)
+        HalvDeleteParam(tree, nullptr, section, key);
+    return tree;
+}
+
+} // namespace halv
 
 extern "C" {
 

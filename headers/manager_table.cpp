@@ -71,15 +71,46 @@ constexpr HVHdrManager kImageExt = {nullptr,
                                     halv::ImageExtEmitChunk,
                                     halv::ImageExtCreateHeader};
 
+constexpr HVHdrManager kInfo = {nullptr,
+                                nullptr,
+                                nullptr,
+                                nullptr,
+                                halv::InfoToHeader,
+                                halv::InfoLoadChunk,
+                                halv::InfoFromHeader,
+                                halv::InfoEmitChunk,
+                                halv::InfoCreateHeader};
+
+/* The two versions of "spectral" share toHeader and createHeader. */
+constexpr HVHdrManager kSpectralAscii = {nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         nullptr,
+                                         __HVHdrSpectralToHeader_10,
+                                         __HVHdrSpectralLoadChunk_A10,
+                                         __HVHdrSpectralFromHeader_A10,
+                                         __HVHdrSpectralEmitChunk_A10,
+                                         __HVHdrSpectralCreateHeader_A10};
+
+constexpr HVHdrManager kSpectralBinary = {nullptr,
+                                          nullptr,
+                                          nullptr,
+                                          nullptr,
+                                          __HVHdrSpectralToHeader_10,
+                                          __HVHdrSpectralLoadChunk_B10,
+                                          __HVHdrSpectralFromHeader_B10,
+                                          __HVHdrSpectralEmitChunk_B10,
+                                          __HVHdrSpectralCreateHeader_A10};
+
 constinit HVHdrManagerEntry gManagers[HVHDR_MANAGER_ENTRIES] = {
     {"internal", "2.1", HALV_HDR_INTERNAL, kInternal},
     {"internal", "2.0", -1, WithToHeader(kInternal, halv::InternalToHeaderOld)},
     FreeEntry(),
-    FreeEntry(),
+    {"info", "1.0", HALV_HDR_INFO, kInfo},
     {"image-ext", "1.0", HALV_HDR_IMAGE_EXT, kImageExt},
     FreeEntry(),
-    FreeEntry(),
-    FreeEntry(),
+    {"spectral", "1.0-ascii", HALV_HDR_SPECTRAL, kSpectralAscii},
+    {"spectral", "1.0-binary", HALV_HDR_SPECTRAL, kSpectralBinary},
     FreeEntry(),
     FreeEntry(),
     FreeEntry(),
@@ -184,6 +215,16 @@ HALV_API int HVHdrGetManager_Type(int32_t type, HVHdrManager *manager) noexcept 
         }
     }
     return 0;
+}
+
+HALV_API const char *HVHdrGetFormatName_Type(int32_t type) noexcept {
+    if (type == -1)
+        return nullptr;
+    TableLock lock;
+    for (uint32_t i = 0; i < gManagerCount; ++i)
+        if (gManagers[i].type == type)
+            return gManagers[i].format;
+    return nullptr;
 }
 
 HALV_API int HVHdrGetManager(HalvUserCMData *tree, HVHdrManager *manager) noexcept {

@@ -1,5 +1,10 @@
 /*
  * halv_env.h - environment, defaults, file search and directories.
+ *
+ * All settings of the library are environment variables read through
+ * HalvGetenv, which has older names, alternatives and built-in defaults;
+ * the [variables] section of the registry file sets them too.  Paths are
+ * UTF-8 throughout.
  */
 #ifndef HALV_ENV_H
 #define HALV_ENV_H
@@ -25,10 +30,10 @@ HALV_BEGIN_DECLS
 
 /* One node of the process-wide override list, newest first. */
 typedef struct HalvEnvVar {
-    char *name;
-    uint32_t nameHash; /* HalvHashBytes of name, without its terminator */
-    char *value;
-    struct HalvEnvVar *next;
+    char *name;              /* the variable's name, owned */
+    uint32_t nameHash;       /* HalvHashBytes of name, without its terminator */
+    char *value;             /* its value, owned */
+    struct HalvEnvVar *next; /* the node set before this one */
 } HalvEnvVar;
 
 /* The value of variable name, or null when no layer knows it (and for a
@@ -41,8 +46,9 @@ HALV_API const char *HalvGetenv(const char *name) HALV_NOEXCEPT;
 
 /* Sets name to a copy of value inside the process, over every other layer;
  * a null value removes the setting so that lookups fall through again.  The
- * process environment itself is not changed.  1 when done, 0 for a null
- * name or when memory runs out (the variable is then not stored). */
+ * process environment itself is not changed.  A string that HalvGetenv gave
+ * for name becomes invalid.  1 when done, 0 for a null name or when memory
+ * runs out (the variable is then not stored). */
 HALV_API int HalvSetenv(const char *name, const char *value) HALV_NOEXCEPT;
 
 /* The directory of the running executable, without a trailing '/' ("/" for
@@ -62,9 +68,9 @@ HALV_END_DECLS
 /* ------------------------------------------------------------------------
  * Files and directories
  *
- * Paths are UTF-8 and use '/'.  Functions that give 0 "if the conversion
- * fails" elsewhere give 0 here for a null path, since names need no
- * conversion on this platform.
+ * Paths are UTF-8 and use '/', and go to the system as they are.  A null
+ * path is refused by every function here, with 0 or null as its contract
+ * says.
  * ------------------------------------------------------------------------ */
 
 HALV_BEGIN_DECLS
@@ -78,11 +84,11 @@ typedef struct HalvDir {
 
 /* One entry of HalvListDir's result, a smart record. */
 typedef struct HalvDirEntry {
-    HalvCopyFn copy;     /* new record with a copy of name and isDirectory */
-    uintptr_t reservedWord;
-    HalvFreeFn free;     /* releases name and the record */
-    int32_t isDirectory; /* 1 or 0 */
-    char *name;
+    HalvCopyFn copy;         /* new record with a copy of name and isDirectory */
+    uintptr_t reservedWord;  /* the smart record's word without use: 0 */
+    HalvFreeFn free;         /* releases name and the record */
+    int32_t isDirectory;     /* 1 for a directory (links followed), else 0 */
+    char *name;              /* the entry's name within its directory, owned */
 } HalvDirEntry;
 
 /* Finds a data file: for each comma-separated element of path (null means
@@ -94,17 +100,18 @@ typedef struct HalvDirEntry {
  * "//" are passed over.  A name that begins with '/' is returned as it is,
  * with no search.  With HVFINDFILE_DEBUG set at HalvernInit each candidate
  * is traced to standard error.  Result: a new string the caller releases
- * with halv_internal_free, or null when nothing was found. */
+ * with halv_internal_free, or null when nothing was found, when path is
+ * null and HV_DATA_PATH has no value, and for a null name. */
 HALV_API char *HalvFindFile(const char *name, const char *extension, const char *path) HALV_NOEXCEPT;
 
 /* Starts a walk of directory path and reads its first entry.  Result: the
- * walk, or null when path can't be read as a directory or memory runs
- * out.  Release it with HalvCloseDir. */
+ * walk, which the caller releases with HalvCloseDir, or null when path is
+ * null or can't be read as a directory, or memory runs out. */
 HALV_API HalvDir *HalvOpenDir(const char *path) HALV_NOEXCEPT;
 
 /* The name of the next entry ("." and ".." included, in the directory's
- * own order) as a new string the caller releases, or null at the end and
- * for a null walk.  The first call gives the entry HalvOpenDir read.  The
+ * own order) as a new string the caller releases with halv_internal_free,
+ * or null at the end and for a null walk.  The first call gives the entry HalvOpenDir read.  The
  * directory is closed at the end; the record then only needs freeing. */
 HALV_API char *HalvNextDir(HalvDir *dir) HALV_NOEXCEPT;
 
@@ -115,7 +122,8 @@ HALV_API int HalvCloseDir(HalvDir *dir) HALV_NOEXCEPT;
 /* The whole directory path without "." and "..": 1 with *count set and
  * *entries a new null-terminated array of HalvDirEntry, which the caller
  * releases with HalvFreeSmartArray (an empty directory gives a count of 0
- * and an empty array); 0 on any failure, with *entries null. */
+ * and an empty array); 0 on any failure, a null argument among them, with
+ * *entries null where entries is given. */
 HALV_API int HalvListDir(const char *path, uint32_t *count, HalvDirEntry ***entries) HALV_NOEXCEPT;
 
 /* Creates directory path; with recursive non-zero missing parents too.

@@ -106,6 +106,97 @@ typedef struct HalvImageExtHeader {
     void *chunkBuffer;
 } HalvImageExtHeader;
 
+/* The spectral format's record: spectra of reflectance, illuminants or
+ * filters, each measurement a run of dims[0] samples (32-bit floats) at
+ * the same wavelengths, a measurement standing for a scanline and a sample
+ * for a pixel.  Generic fields: managerType 9, dimCount 2, dims[0] samples,
+ * dims[1] measurements (0: not known), parts[0] 1, interleave 0, the first
+ * min(samples, 36) entries of bitsPerSample 32 and of bytesPerSep 4.
+ *
+ * The wavelengths are either startWaveLength and samplingInterval with no
+ * table, or the table (with its first entry also in startWaveLength) and
+ * no interval.  HALV_SPECTRAL_NONE marks each of the three as absent; it is
+ * compared for equality.  chunkBuffer holds the last measurements loaded
+ * (the next load overwrites them) and belongs to the header. */
+#define HALV_SPECTRAL_MAX_WAVELENGTHS 500
+#define HALV_SPECTRAL_NONE (-1.0f)
+
+/* spectrumType */
+#define HALV_SPECTRUM_REFLECTANCE 0
+#define HALV_SPECTRUM_ILLUMINANT 1
+#define HALV_SPECTRUM_FILTER 2
+#define HALV_SPECTRUM_UNKNOWN 3
+
+typedef struct HalvSpectralHeader {
+    HalvHeaderStruct generic;
+    uint32_t spectrumType;        /* HALV_SPECTRUM_* */
+    uint32_t bytesPerMeasurement; /* dims[0] x 4 */
+    float samplingInterval;       /* distance of two samples, or HALV_SPECTRAL_NONE */
+    float startWaveLength;        /* wavelength of the first sample, or HALV_SPECTRAL_NONE */
+    float wavelengths[HALV_SPECTRAL_MAX_WAVELENGTHS]; /* entry 0 HALV_SPECTRAL_NONE: no table */
+    uint32_t bufferCapacity;      /* measurements that chunkBuffer holds */
+    uint32_t linesRead;           /* measurements loaded so far */
+    void *chunkBuffer;
+} HalvSpectralHeader;
+
+/* ------------------------------------------------------------------------
+ * The flat form of a header: one block of bytes, 'B' 'H', a 556-byte fixed
+ * part (the record's numbers in 32-bit words, tables of 32 places) and the
+ * tree's sections, keys and values, length-prefixed.  compression and
+ * color travel as words in the tree; slots and format extensions don't
+ * travel.
+ * ------------------------------------------------------------------------ */
+
+/* Flattens header into a block with its words in the byte order order
+ * names (0 little-endian, any other value big-endian).  With buffer null
+ * nothing is written and the result is the size a buffer needs (an upper
+ * bound).  With *buffer null a buffer of that size is allocated with
+ * halv_internal_malloc and stored in *buffer; the caller frees it.
+ * Otherwise *buffer must hold capacity bytes of at least that size.  The
+ * tree's sections, their keys and the keys' values travel; other nodes are
+ * passed over.  A Photometry section without a name key gets one holding
+ * HalvClr2Str(color), and a tree without Photometry gets the section, so
+ * that the colour space always travels.  Result: the bytes of the block;
+ * -1 for a null header, no memory, a capacity too small (the buffer
+ * untouched), or a header the block can't hold (more than 32 table entries
+ * or 10 dims). */
+HALV_API int32_t HalvBinHdrFromHdr(const HalvHeaderStruct *header, int32_t order, void **buffer,
+                                   uint32_t capacity) HALV_NOEXCEPT;
+
+/* A new generic header (HalvGenericHeaderCopy and HalvGenericHeaderFree in
+ * its slots, its manager slots null) from a block of either byte order.
+ * size is the block's size; 0 means the caller vouches for the block and
+ * only the lengths inside it are checked, each against the one around it.
+ * With borrow nonzero the tree's texts point into the block instead of
+ * being copied: the block must outlive the header and stay unchanged, and
+ * freeing the header leaves it untouched.  color comes back from
+ * Photometry/name (a known name is taken out of the tree) and compression
+ * from Compression/compressors.  Result: the header, or null for a size
+ * from 1 to 555 or smaller than the block says, a wrong magic or order
+ * byte, more than 32 table entries or 10 dims, a length that runs past the
+ * one around it, a borrowed text without its zero byte, or no memory. */
+HALV_API HalvHeaderStruct *HalvBinHdrToHdr(const void *block, uint32_t size, int32_t borrow) HALV_NOEXCEPT;
+
+/* The layout of one stored scanline, as the raster formats read and write
+ * it: hosts that walk scanlines use these rather than working it out. */
+
+/* Separations that lie side by side in one scanline, each with its own
+ * bytesPerSep entry: 1 with pixel interleave, else parts[0] + parts[1] +
+ * parts[2], at most 36 (HALV_MAX_SEPARATIONS).  0 for null. */
+HALV_API uint32_t HalvHeaderSepCount(const HalvHeaderStruct *header) HALV_NOEXCEPT;
+/* Bytes of one scanline: the sum of bytesPerSep over HalvHeaderSepCount
+ * separations, exact (the formats keep its low 32 bits, as byte counts
+ * wrap; a host can tell a header whose sum doesn't fit).  0 for null. */
+HALV_API uint64_t HalvHeaderLineBytes(const HalvHeaderStruct *header) HALV_NOEXCEPT;
+/* Reverses, in place, the bytes of every sample wider than 8 bits in lines
+ * scanlines at data, separation by separation (16-bit samples by twos,
+ * wider ones by fours, as bitsPerSample says), never touching bytes at or
+ * past size: a short last line is done as far as it goes.  This is how the
+ * formats turn samples stored in the other byte order around.  A null
+ * header or data does nothing. */
+HALV_API void HalvHeaderReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size,
+                                     uint32_t lines) HALV_NOEXCEPT;
+
 /* Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps. */
 
 /* Bytes of one scanline of one separation: whole bytes up to 8 bits, whole
@@ -178,6 +269,12 @@ HALV_API int HVHdrUnregisterManager(HVHdrManagerEntry *handle) HALV_NOEXCEPT;
 HALV_API int HVHdrGetManager_Str(const char *format, const char *version, HVHdrManager *manager) HALV_NOEXCEPT;
 /* The same for the first entry with type code type. */
 HALV_API int HVHdrGetManager_Type(int32_t type, HVHdrManager *manager) HALV_NOEXCEPT;
+/* The format name of the first entry with type code type ("internal" for
+ * 0, "image-ext" for 11): the word a header's managerType stands for.  The
+ * text lives in the table, valid for the library's life; an entry that a
+ * registration takes over loses its code.  Null for -1 or a code no entry
+ * has. */
+HALV_API const char *HVHdrGetFormatName_Type(int32_t type) HALV_NOEXCEPT;
 /* HVHdrGetManager_Str with ID/format and ID/version of tree; 0 without a
  * format. */
 HALV_API int HVHdrGetManager(HalvUserCMData *tree, HVHdrManager *manager) HALV_NOEXCEPT;
@@ -366,6 +463,94 @@ HALV_API int __HVHdrWriteAsciiValues(HalvIO *out, const uint32_t *bits, uint32_t
                                      void **cursor, int32_t flag) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
+ * The spectral format, "spectral" versions "1.0-ascii" (one number a line,
+ * " %g") and "1.0-binary" (the raw floats in this machine's byte order),
+ * manager type 9.  Its header is section Spectral: numberOfSamples,
+ * numberOfMeasurements, startWaveLength and samplingInterval or a table
+ * (read from key "wavelengths", written to key "wavelength"), and
+ * spectrumType.  These are the slots of its two manager entries, which
+ * share toHeader and createHeader; a lookup by type code 9 finds the ASCII
+ * one.
+ * ------------------------------------------------------------------------ */
+
+/* toHeader of both versions: a new HalvSpectralHeader in *header from
+ * tree, which is left as it is; the header holds a duplicate of tree
+ * without the six keys of Spectral it took (ID and End stay).  A table of
+ * wavelengths (key "wavelengths") must have numberOfSamples entries, at
+ * most 500, rising, the first not -1.0 and equal to startWaveLength when
+ * that is given.  A table of even steps gives way to start and interval
+ * when samplingInterval equals its step; an uneven one wins over
+ * samplingInterval, which becomes none.  1, or 0 (nothing left behind) for
+ * a null pointer, no memory, a table that breaks those rules, an even
+ * table whose step differs from samplingInterval, no table and not both of
+ * startWaveLength and samplingInterval (-1.0 counts as missing), or a
+ * numberOfSamples above 0x3FFFFFFF, whose bytes don't fit
+ * bytesPerMeasurement. */
+HALV_API int __HVHdrSpectralToHeader_10(HalvUserCMData *tree, HalvHeaderStruct **header) HALV_NOEXCEPT;
+/* createHeader of both versions: a zeroed HalvSpectralHeader with copy,
+ * free, managerType 9, dimCount 2, spectrumType 0 (reflectance).  The
+ * caller sets parts[0] (1), dims, bitsPerSample, bytesPerMeasurement and the
+ * wavelengths: as wavelengths[0] is 0.0, a header for start and interval
+ * needs it set to HALV_SPECTRAL_NONE.  1, or 0 for null or no memory. */
+HALV_API int __HVHdrSpectralCreateHeader_A10(HalvHeaderStruct **header) HALV_NOEXCEPT;
+/* fromHeader: releases *tree and stores a new one that holds only the
+ * format's keys (ID format, version, for "1.0-binary" also binary as four
+ * zero bytes before it; Spectral numberOfSamples, numberOfMeasurements,
+ * then "wavelength" with the first min(dims[0], 500) table entries on one
+ * line, or startWaveLength and samplingInterval; spectrumType; End).
+ * Floats go out with "%f".  1, or 0 for a null argument. */
+HALV_API int __HVHdrSpectralFromHeader_A10(HalvHeaderStruct *header, HalvUserCMData **tree) HALV_NOEXCEPT;
+HALV_API int __HVHdrSpectralFromHeader_B10(HalvHeaderStruct *header, HalvUserCMData **tree) HALV_NOEXCEPT;
+/* loadChunk of "1.0-ascii": the next measurements (0 means 1; with
+ * numberOfMeasurements 0 always 1; never past numberOfMeasurements) read
+ * as text into the header's buffer, which the chunk's data point at.
+ * Only whole measurements count: the chunk's lines and bytes tell them,
+ * and flags are 1 when fewer came than were asked for, which a stream that
+ * ends (or a token that is no number) causes; after the last measurement a
+ * load gives an empty chunk with flags 1.  No memory for the buffer, or a
+ * buffer above 256 MiB, reads nothing and gives that empty chunk.  1; -1
+ * for parts[0] 0 or above 36, dims[0] 0, samples wider than
+ * bytesPerMeasurement holds, or values that stop inside a group of parts;
+ * 0 for a null argument. */
+HALV_API int __HVHdrSpectralLoadChunk_A10(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk,
+                                          uint32_t measurements) HALV_NOEXCEPT;
+/* loadChunk of "1.0-binary": the next measurements (0 means 5; with
+ * numberOfMeasurements 0 always 1; never past numberOfMeasurements) read
+ * raw into the header's buffer.  A read that gives any bytes gives whole
+ * measurements, the part that didn't come zeroed; one that gives none
+ * ends the data (an empty chunk with flags 1), and so does reaching
+ * numberOfMeasurements (flags 1 on the chunk that reaches it).  When a
+ * larger buffer can't be had (no memory, above 256 MiB) the load takes as
+ * many measurements as the buffer it has holds and gives 2, or gives 0 and
+ * an empty chunk with flags 1 when it has none.  A header with
+ * bytesPerMeasurement 0 gives 1 and leaves the chunk alone.  1, 2 or 0; 0
+ * for a null argument. */
+HALV_API int __HVHdrSpectralLoadChunk_B10(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk,
+                                          uint32_t measurements) HALV_NOEXCEPT;
+/* emitChunk of "1.0-ascii": dims[0] x lines samples of the chunk, each
+ * part as bitsPerSample says, as " %g" (or " %u") and a line feed each.
+ * A chunk with a nonzero auxWord writes nothing and gives 1.  1 ok, -1 a
+ * failed write, 0 a width other than 8, 16, 32, 64, parts summing above
+ * 36, a chunk whose bytes don't hold its lines, or a null argument. */
+HALV_API int __HVHdrSpectralEmitChunk_A10(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) HALV_NOEXCEPT;
+/* emitChunk of "1.0-binary": the chunk's bytes as they are.  1 whether or
+ * not the write worked; 0 for a null argument or data null with bytes. */
+HALV_API int __HVHdrSpectralEmitChunk_B10(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) HALV_NOEXCEPT;
+
+/* The spectrum type of a name: the index of "reflectance", "illuminant",
+ * "filter", "unknown" that text equals, ASCII case ignored (blanks count:
+ * " filter" is no name); 3 for null or any other text. */
+HALV_API int32_t ctkStr2SpecType(const char *text) HALV_NOEXCEPT;
+/* The name of a spectrum type, static text; "unknown" from 3 up. */
+HALV_API const char *__HVHdrSpectralTypeName(uint32_t type) HALV_NOEXCEPT;
+/* The wavelength of sample index of a spectral header (managerType 9):
+ * the table's entry, or startWaveLength + index x samplingInterval worked
+ * out in double precision and rounded to float.  HALV_SPECTRAL_NONE for a
+ * null or other header, an index of dims[0] or above (500 or above with a
+ * table), or a header without wavelengths. */
+HALV_API float __HVHdrSpectralWavelength(const HalvHeaderStruct *header, uint32_t index) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
  * Image vocabulary: codes and words of colour spaces, compressions,
  * interleaves, orientations and scan directions.  Words given back are
  * static text; all comparing folds ASCII case.
@@ -407,6 +592,35 @@ HALV_API const char *HalvOrient2Str(int32_t code) HALV_NOEXCEPT;
 /* Scan direction code of a whole word; 0 for null, -1 for no match. */
 HALV_API int32_t HalvStr2ScanDir(const char *text) HALV_NOEXCEPT;
 HALV_API const char *HalvScanDir2Str(int32_t code) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * The info format: a table of packed entries of bytesPerSep[0] bytes each,
+ * dims[1] of them (0: not known), described by the field list in section
+ * Info of userData (halv_modules.h).  Behind the header, chunks with the
+ * 16-byte record of image-ext, whose words are written in this machine's
+ * order.  When the stream is in the other byte order, swapTable says what
+ * each entry holds to reverse: one row for each integer or double field,
+ * in field order (characters need none), built from the field list when
+ * the header was read; a list that doesn't parse gives no table, and the
+ * data then come as stored.
+ * ------------------------------------------------------------------------ */
+
+/* One row of the swap table: count values of width bytes (4 or 8; 2 is
+ * also understood) from byte offset of every entry on. */
+typedef struct HalvInfoSwapEntry {
+    uint32_t width;
+    uint32_t count;
+    uint32_t offset;
+} HalvInfoSwapEntry;
+
+typedef struct HalvInfoHeader {
+    HalvHeaderStruct generic;
+    uint32_t swapBytes;
+    HalvInfoSwapEntry *swapTable; /* swapCount rows, owned; null for none */
+    uint32_t swapCount;
+    uint32_t bufferCapacity;
+    void *chunkBuffer;
+} HalvInfoHeader;
 
 HALV_END_DECLS
 

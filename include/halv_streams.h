@@ -3,24 +3,12 @@
  * smart buffers, sequences of streams, sockets and HTTP URLs.
  *
  * HalvIO is public: a host may build its own back end by filling the slots,
- * and any caller may invoke a slot directly.  Slot contract:
- *   read/write  bytes moved (> 0), 0 (end / nothing accepted), -1 failure,
- *               -2 would block; a count of 0 gives 0.  A slot may move fewer
- *               bytes than asked; only the caller loops.  A back end that
- *               answers -2 keeps its descriptor (an int, or a machine word)
- *               as the first field behind the slots: HalvIOCopyBytes waits
- *               on it.
- *   flush       hands buffered data on; never null in library constructors.
- *   seek        whence 0 start, 1 current, 2 end; the new position from the
- *               start, or -1 when it can't seek (a working signal: the
- *               generic operations then fall back to reading).
- *   close       releases what the stream owns and frees the record.
- *   setAutoClose  stores the flag and returns it; null where the back end
- *               has none (memory, smart-buffer, multiplex, socket streams).
- *
- * The generic operations below use only the slots, so they work on any back
- * end, hand-built ones included.  None of them tolerates a null stream; they
- * report by their result alone.
+ * and any caller may invoke a slot directly, so each slot's contract (given
+ * at its field) is public too.  The generic operations use only the slots,
+ * so they work on any back end, hand-built ones included.  None of them
+ * tolerates a null stream; they report by their result alone, and nothing
+ * here writes to a state's error text.  A stream has no lock: one thread
+ * uses it at a time.
  */
 #ifndef HALV_STREAMS_H
 #define HALV_STREAMS_H
@@ -31,16 +19,46 @@ HALV_BEGIN_DECLS
 
 typedef struct HalvIO HalvIO;
 
+/* A stream: a record of function slots, behind the two words of a smart
+ * record, followed by the back end's own fields in the constructor's
+ * larger record.  A constructor allocates it zeroed with
+ * halv_internal_calloc; a slot it doesn't fill stays null. */
 struct HalvIO {
-    void *(*copy)(void *record);   /* smart-record copy slot: always null */
+    void *(*copy)(void *record);   /* smart-record copy slot: always null, a stream can't be copied */
     uintptr_t reservedWord;        /* smart-record word without use: 0 */
+    /* Releases what the stream owns and frees the record; the record is
+     * gone afterwards.  It stands in the place of a smart record's free
+     * slot, so an array of streams goes through HalvFreeSmartArray. */
     void (*close)(HalvIO *io);
+    /* Delivers up to count bytes into buffer, without text translation; it
+     * may deliver fewer, and only the caller loops.  Result: the bytes
+     * delivered (> 0); 0 at the end of the stream (a smart buffer: nothing
+     * available now) and for a count of 0; -1 failure; -2 the operation
+     * would block (non-blocking sockets).  One call moves at most
+     * 0x7FFFFFFF bytes. */
     int32_t (*read)(HalvIO *io, void *buffer, uint32_t count);
+    /* Accepts up to count bytes; it may accept fewer.  Result: the bytes
+     * accepted (> 0); 0 nothing accepted (a full buffer, a failed write on
+     * a handle stream) and for a count of 0; -1 failure; -2 would block. */
     int32_t (*write)(HalvIO *io, const void *bytes, uint32_t count);
+    /* Hands buffered data on; does nothing on streams without a buffer of
+     * their own.  Never null in a library constructor. */
     void (*flush)(HalvIO *io);
+    /* Moves the position: whence 0 from the start, 1 from the current
+     * position, 2 from the end.  Result: the new position from the start,
+     * or -1 when the stream can't seek or the target is refused.  The -1 is
+     * a working signal: the generic operations then fall back to reading,
+     * so a back end without positions must give it. */
     int64_t (*seek)(HalvIO *io, int64_t offset, int32_t whence);
+    /* Stores the flag and returns it; with a nonzero flag close also
+     * releases the descriptor, FILE*, handle or string buffer underneath.
+     * Null where the back end has none (memory, smart-buffer, multiplex
+     * and socket streams). */
     int32_t (*setAutoClose)(HalvIO *io, int32_t flag);
-    /* Back-end fields follow in the constructor's own larger record. */
+    /* Back-end fields follow in the constructor's own larger record.  A
+     * back end whose read or write answers -2 keeps its descriptor (an int,
+     * or a machine word) as the first of them: HalvIOCopyBytes waits on
+     * it. */
 };
 
 /* ------------------------------------------------------------------------
@@ -110,7 +128,7 @@ HALV_API int32_t HalvIOReadBlock(HalvIO *io, char **data, uint32_t *size) HALV_N
 HALV_API HalvIO *HalvIO_Str(void *buffer, uint32_t size) HALV_NOEXCEPT;
 
 /* Sets both pointers of a string stream back to the buffer's start; clears
- * nothing.  Does nothing on any other stream. */
+ * nothing.  Does nothing for null or any other stream. */
 HALV_API void HalvIOStrReset(HalvIO *io) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -125,15 +143,15 @@ HALV_API void HalvIOStrReset(HalvIO *io) HALV_NOEXCEPT;
 HALV_API HalvIO *HalvIO_Mem(uint32_t initialCapacity) HALV_NOEXCEPT;
 
 /* The memory stream's buffer (null before its first allocation), which the
- * stream keeps owning and may move on the next write; null for any other
- * stream. */
+ * stream keeps owning and may move on the next write; null for null or any
+ * other stream. */
 HALV_API void *HalvIOMemBuffer(HalvIO *io) HALV_NOEXCEPT;
 
-/* Bytes written so far (the highest position reached by a write); 0 for any
- * other stream. */
+/* Bytes written so far (the highest position reached by a write); 0 for
+ * null or any other stream. */
 HALV_API uint32_t HalvIOMemLength(HalvIO *io) HALV_NOEXCEPT;
 
-/* Bytes allocated for the buffer; 0 for any other stream. */
+/* Bytes allocated for the buffer; 0 for null or any other stream. */
 HALV_API uint32_t HalvIOMemCapacity(HalvIO *io) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -151,7 +169,7 @@ HALV_API HalvIO *HalvIO_Multiplex(HalvIO *const *streams, uint32_t count) HALV_N
 
 /* Makes component index the current one; index equal to the count means
  * past the last.  Result: 1, or 0 (nothing changed) for an index above the
- * count or a stream that is no multiplex stream. */
+ * count, or a null stream or one that is no multiplex stream. */
 HALV_API int32_t HalvIOMultiplexSet(HalvIO *io, uint32_t index) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -193,6 +211,11 @@ HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backl
  * no number from 0 to 2^31 - 1.  A read of a chunk size that is no such
  * number gives -1, and so does every read after it. */
 HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) HALV_NOEXCEPT;
+
+/* 1 when name begins with "http://", in any case of its letters: a name
+ * that HalvIO_FileName and HalvFindFile open as a URL through HalvIO_URL.
+ * 0 otherwise, and for null. */
+HALV_API int HalvIsURL(const char *name) HALV_NOEXCEPT;
 
 /* Waits until a stream of readStreams can be read (a listening one: can
  * accept) or one of writeStreams can be written.  A peer that has closed
@@ -295,9 +318,10 @@ struct HalvSmartBufferBlock {
     void *platformName;   /* platform form of fileName: not needed here, null */
     int64_t fileOffset;   /* bytes of the file part already consumed */
     int64_t fileSize;     /* bytes written to the file part */
-    HalvSmartBufferBlock *next;
+    HalvSmartBufferBlock *next; /* the following block, or null */
 };
 
+/* A smart buffer: the limits and counts of the queue, and its blocks. */
 typedef struct HalvSmartBuffer {
     int32_t memoryOnly;   /* nonzero: never spill, no memory limit */
     uint32_t memoryMax;   /* most bytes held in memory */
@@ -305,8 +329,8 @@ typedef struct HalvSmartBuffer {
     uint32_t blockSize;   /* smallest allocation of a memory block */
     int64_t available;    /* bytes in the buffer, in memory and in files */
     uint32_t inMemory;    /* bytes held in memory */
-    HalvSmartBufferBlock *head;
-    HalvSmartBufferBlock *tail;
+    HalvSmartBufferBlock *head; /* the first block, read first; null when empty */
+    HalvSmartBufferBlock *tail; /* the last block, appended to */
 } HalvSmartBuffer;
 
 /* A new empty buffer.  memoryMax comes from HALV_MEMORY_MAX and tempFileMax

@@ -39,6 +39,115 @@ HALV_API HalvLocale *HalvGetUserLocale(void) HALV_NOEXCEPT;
 HALV_API void HalvSetUserLocale(const HalvLocale *locale) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
+ * Dates.  A time is a signed 64-bit count of milliseconds since 1 January
+ * 1970, 00:00:00 UTC; a HalvDate is one broken down, in UTC or in the
+ * process's zone (TZ, else the system's).  Leap seconds are not counted.
+ *
+ * zoneOffset 0 marks a UTC date for HalvToLocalTime, HalvToUTC and
+ * HalvFormatDate, so a local date of a zone whose standard time is UTC
+ * counts as UTC there.
+ * ------------------------------------------------------------------------ */
+
+typedef struct HalvDate {
+    int32_t second;     /* 0 to 60 */
+    int32_t minute;     /* 0 to 59 */
+    int32_t hour;       /* 0 to 23 */
+    int32_t day;        /* day of the month, from 1 */
+    int32_t month;      /* 1 to 12 */
+    int32_t year;       /* the full year: 2026 */
+    int32_t weekDay;    /* 0 is Sunday */
+    int32_t yearDay;    /* 0 is 1 January */
+    int32_t isDST;      /* nonzero in summer time */
+    /* Seconds west of Greenwich of the zone's standard time (the C
+     * library's `timezone`), without summer time; 0 for a UTC date. */
+    int32_t zoneOffset;
+    /* "GMT" for a UTC date, else the C library's abbreviation of the zone
+     * at that time ("CET", "CEST", "+1030"), cut to 63 bytes; the bytes
+     * behind the terminator are zero. */
+    char zoneName[64];
+} HalvDate;
+
+/* Breaks the current time down, in UTC when utc is nonzero, else in the
+ * process's zone, as HalvMakeDate does.  A null date stores nothing. */
+HALV_API void HalvGetCurrentDate(HalvDate *date, int32_t utc) HALV_NOEXCEPT;
+
+/* Breaks `milliseconds` down into *date: the count is divided by 1000
+ * towards zero (1500 and 1999 give second 1, -1500 gives 23:59:59 of 31
+ * December 1969), then broken down in UTC when utc is nonzero, with
+ * zoneOffset 0 and zoneName "GMT", or else in the process's zone, with
+ * isDST, the zone's standard offset and the zone's abbreviation at that
+ * time.  Every count has a date; times before 1970 too.  A null date
+ * stores nothing. */
+HALV_API void HalvMakeDate(HalvDate *date, int32_t utc, int64_t milliseconds) HALV_NOEXCEPT;
+
+/* Turns *date into a time, reading its fields in UTC when utc is nonzero,
+ * else in the process's zone with summer time as the C library decides
+ * for that wall time.  weekDay, yearDay, isDST, zoneOffset and zoneName
+ * are not read; the other fields may lie outside their ranges (the 32nd
+ * of January, minute -1, month 14) and count on as in a calendar.  On
+ * success the date is rewritten normalised, every field recomputed and
+ * the zone fields set as HalvMakeDate sets them, and *milliseconds (null
+ * allowed) gets the time, a whole number of seconds.
+ * Result: 1; 0 when the date is before the epoch, or so far ahead that its
+ * milliseconds or its year leave 64 or 32 bits, and the date is then left
+ * as it was; -1 for a null date.  A wall time that summer time skips or
+ * repeats gives whatever the C library's mktime makes of it. */
+HALV_API int32_t HalvMakeTime(int64_t *milliseconds, int32_t utc, HalvDate *date) HALV_NOEXCEPT;
+
+/* *result becomes the local date of the moment *source stands for.  A
+ * UTC source (zoneOffset 0) goes through its time; a local one is only
+ * normalised, as HalvMakeTime without the UTC flag does, and copied.  The
+ * source is normalised in place either way; source and result may be the
+ * same record.  Result: 1; 0 when the source has no time (see
+ * HalvMakeTime), with result untouched; -1 when either is null. */
+HALV_API int32_t HalvToLocalTime(HalvDate *source, HalvDate *result) HALV_NOEXCEPT;
+
+/* The mirror of HalvToLocalTime: *result becomes the UTC date of *source.
+ * A local source (zoneOffset nonzero) goes through its time; a UTC one is
+ * normalised and copied.  Results as HalvToLocalTime. */
+HALV_API int32_t HalvToUTC(HalvDate *source, HalvDate *result) HALV_NOEXCEPT;
+
+/* A new string (for halv_internal_free) of *date written by `pattern`.
+ * The date is first normalised in place by HalvMakeTime, in UTC when its
+ * zoneOffset is 0, so weekDay and yearDay are always recomputed and a date
+ * before 1970 can't be formatted.
+ *
+ * A run of one ASCII letter is a field; anything else is literal text up to
+ * the next letter outside quotes.  A single quote switches quoting on or
+ * off and is not written; two in a row write one quote, inside quotes or
+ * out ("'at' HH", "'o''clock'", "''").  Numbers are padded to the field's
+ * digit count, with blanks for a run of one letter and with zeros for a
+ * longer run; a run longer than that doesn't widen the field and a longer
+ * value is not cut ("d" of the 5th is " 5", "dd" and "dddd" "05").
+ *
+ *   y Y   "yy": year - 1900, 2 digits ("126" for 2026); any other run: the
+ *         year, 4 digits with zeros even for "y"
+ *   M     1-2: month, 2 digits; 3: abbreviated name; 4 or more: full name
+ *   d     day, 2          D  yearDay + 1, 3        e  weekDay, 2
+ *   E     1-3: abbreviated weekday name; 4 or more: full name
+ *   w     (yearDay - weekDay + 7) / 7, 2 (weeks begin on Sunday)
+ *   H     hour, 2         k  hour + 1, 2           K  hour % 12, 2
+ *   h     hour % 12 with 12 for 0, 2               m  minute, 2    s second, 2
+ *   a     the locale's morning text before 12:00, else its afternoon text
+ *         (empty in many locales)
+ *   Z     "+hhmm"; ZZ "+hh:mm": zoneOffset as it stands, '-' only when it
+ *         is negative (so zones west of Greenwich print '+'), summer time
+ *         not in it; ZZZ and longer: "UTC" for zoneOffset 0, else the zone
+ *         identifier of the process (below), which may be empty
+ *
+ * Names come from the locale named by LC_ALL, LC_TIME or LANG (the first
+ * set), "C" when none is or it can't be loaded, as UTF-8: months in their
+ * nominative form.  The zone identifier is taken once per process: TZ
+ * without quotes and without a leading ':', cut to 255 bytes, else the
+ * system's zone ("Europe/Berlin" from /etc/localtime, else /etc/timezone).
+ *
+ * Null for a null argument, a date HalvMakeTime refuses, any other ASCII
+ * letter outside quotes, a literal text that comes out empty (a lone quote
+ * ending the pattern, as in "HH'"), or no memory.  Safe to call from
+ * several threads at once. */
+HALV_API char *HalvFormatDate(HalvDate *date, const char *pattern) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
  * Formatting engine records, shared by the print and scan engines.
  * ------------------------------------------------------------------------ */
 

@@ -66,7 +66,6 @@ bool CopyStringArray(const char *const *source, char ***copy) noexcept {
 
 extern "C" {
 
-/* A new description with the defaults; null out of memory. */
 HALV_API HalvFuncDesc *HalvAllocFuncDesc(void) noexcept {
     auto *desc = static_cast<HalvFuncDesc *>(halv_internal_calloc(1, sizeof(HalvFuncDesc)));
     if (desc == nullptr)
@@ -78,7 +77,6 @@ HALV_API HalvFuncDesc *HalvAllocFuncDesc(void) noexcept {
     return desc;
 }
 
-/* Releases the record and all it owns; null does nothing. */
 HALV_API void HalvFreeFuncDesc(HalvFuncDesc *desc) noexcept {
     if (desc == nullptr)
         return;
@@ -90,7 +88,6 @@ HALV_API void HalvFreeFuncDesc(HalvFuncDesc *desc) noexcept {
     halv_internal_free(desc);
 }
 
-/* A deep copy; null for null or out of memory. */
 HALV_API HalvFuncDesc *HalvCopyFuncDesc(const HalvFuncDesc *desc) noexcept {
     if (desc == nullptr)
         return nullptr;
@@ -117,7 +114,6 @@ HALV_API HalvFuncDesc *HalvCopyFuncDesc(const HalvFuncDesc *desc) noexcept {
     return copy;
 }
 
-/* The path of name.dot along the description path, or null. */
 HALV_API char *HalvFuncDescFileName(const char *name) noexcept {
     if (name == nullptr)
         return nullptr;

@@ -12,11 +12,10 @@
 #include "halv_userdata.h"
 #include "halv_util.h"
 #include "modules/internal.h"
+#include "modules/line_reader.h"
 
 namespace {
 
-constexpr uint32_t kKeySize = 512;
-constexpr uint32_t kValueSize = 2048;
 constexpr uint32_t kListStep = 4;
 
 enum class Match { Exact, Prefix };
@@ -233,64 +232,32 @@ bool ApplyLine(Reading &r, const char *label, const char *value) noexcept {
     return true;
 }
 
-/* A string stream over a buffer that always keeps a terminator behind its
- * last byte. */
-struct TokenBuffer {
-    char *text;
-    HalvIO *io;
-};
+/* The lines of one description: the first section names the function,
+ * a second one ends the description. */
+class DescriptionSink final : public halv::LineSink {
+  public:
+    explicit DescriptionSink(HalvFuncDesc *desc) noexcept : reading_{desc, false, false} {}
 
-bool OpenToken(TokenBuffer &token, char *buffer, uint32_t size) noexcept {
-    std::memset(buffer, 0, size);
-    token.text = buffer;
-    token.io = HalvIO_Str(buffer, size - 1);
-    return token.io != nullptr;
-}
-
-/* Reads the next token of in into the buffer; its kind. */
-int32_t NextToken(HalvIO *in, TokenBuffer &token) noexcept {
-    HalvIOStrReset(token.io);
-    token.text[0] = '\0';
-    return HalvReadUserCM(in, token.io);
-}
-
-void CloseToken(TokenBuffer &token) noexcept {
-    if (token.io != nullptr)
-        token.io->close(token.io);
-}
-
-/* The token loop; 1 at the end of the description, 0 for a label without a
- * value at the end of the input or out of memory. */
-int ReadLines(HalvIO *in, Reading &r, TokenBuffer &key, TokenBuffer &value) noexcept {
-    for (;;) {
-        switch (NextToken(in, key)) {
-        case HALV_UCM_TOKEN_SECTION:
-            if (r.desc->name != nullptr)
-                return 1;
-            if ((r.desc->name = HalvStrDup(key.text)) == nullptr)
-                return 0;
-            break;
-        case HALV_UCM_TOKEN_LABEL:
-            if (NextToken(in, value) == HALV_UCM_TOKEN_END)
-                return 0;
-            if (!ApplyLine(r, key.text, value.text))
-                return 0;
-            break;
-        case HALV_UCM_TOKEN_END:
+    int Section(const char *name) noexcept override {
+        if (reading_.desc->name != nullptr)
             return 1;
-        default:
-            break;
-        }
+        return (reading_.desc->name = HalvStrDup(name)) != nullptr ? kGoOn : 0;
     }
-}
+
+    int Line(const char *label, const char *value) noexcept override {
+        return ApplyLine(reading_, label, value) ? kGoOn : 0;
+    }
+
+    int LabelAtEnd(const char *) noexcept override { return 0; }
+
+  private:
+    Reading reading_;
+};
 
 } // namespace
 
 extern "C" {
 
-/* Reads one description from stream into desc; see halv_modules.h.  1, or
- * 0 for a null argument, out of memory, or a label with no value at the
- * end of the input. */
 HALV_API int HalvReadFuncDesc(HalvIO *stream, HalvFuncDesc *desc) noexcept {
     if (stream == nullptr || desc == nullptr)
         return 0;
@@ -300,17 +267,8 @@ HALV_API int HalvReadFuncDesc(HalvIO *stream, HalvFuncDesc *desc) noexcept {
     desc->args = desc->cspaces = desc->tests = desc->formats = desc->categories = nullptr;
     desc->bits = nullptr;
 
-    char keyBuffer[kKeySize];
-    char valueBuffer[kValueSize];
-    TokenBuffer key = {}, value = {};
-    int result = 0;
-    if (OpenToken(key, keyBuffer, sizeof keyBuffer) && OpenToken(value, valueBuffer, sizeof valueBuffer)) {
-        Reading reading = {desc, false, false};
-        result = ReadLines(stream, reading, key, value);
-    }
-    CloseToken(value);
-    CloseToken(key);
-    return result;
+    DescriptionSink sink(desc);
+    return halv::ReadSectionLines(stream, sink);
 }
 
 } // extern "C"

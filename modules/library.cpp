@@ -27,12 +27,19 @@ constexpr size_t kSymbolNameSize = 64;
 
 /* Looks up "<format with name>" in handle; false when missing or cut. */
 template <typename Fn>
-bool LookUpEntry(void *handle, const char *format, const char *name, Fn *out) noexcept {
+bool LookUpEntry(void *handle, const char *format, const char *name, Fn *out, halv::Why *why) noexcept {
     char symbol[kSymbolNameSize];
     int32_t length = HalvSNPrintf(symbol, sizeof symbol, format, name);
     void *address = nullptr;
-    if (length < 0 || (size_t)length >= sizeof symbol || HalvDLSymbolLookup(handle, symbol, &address) != 1)
+    if (length < 0 || (size_t)length >= sizeof symbol) {
+        halv::Explain(why, "its name is longer than the %d characters an entry point name leaves room for",
+                      (int)(kSymbolNameSize - sizeof "HalvernBundleGetVersion_"));
         return false;
+    }
+    if (HalvDLSymbolLookup(handle, symbol, &address) != 1) {
+        halv::Explain(why, "it lacks the entry point %s", symbol);
+        return false;
+    }
     *out = reinterpret_cast<Fn>(address);
     return true;
 }
@@ -73,6 +80,16 @@ bool AppendDescriptions(const HalvLibrary *library, HalvFuncDesc **&next) noexce
     return true;
 }
 
+/* The module called name in the first registered bundle that has one, or null.
+ * The caller holds the LIBR lock. */
+const HalvBundleModule *FindModule(const char *name) noexcept {
+    for (const HalvLibrary *library = libraries; library != nullptr; library = library->next)
+        if (library->getModule != nullptr)
+            if (const HalvBundleModule *module = library->getModule(name))
+                return module;
+    return nullptr;
+}
+
 /* A new array with room for count descriptions and the terminator. */
 HalvFuncDesc **NewDescriptionArray(uint32_t count) noexcept {
     return static_cast<HalvFuncDesc **>(halv_internal_calloc((size_t)count + 1, sizeof(HalvFuncDesc *)));
@@ -108,37 +125,38 @@ bool FillFuncDescFromModule(HalvFuncDesc *desc, const HalvBundleModule *module) 
     return ok;
 }
 
-} // namespace halv
-
-extern "C" {
-
-/* Opens bundle name and enters it in the list; see halv_modules.h.  1, -1
- * (can't open, entry point missing, wrong major version) or 0. */
-HALV_API int HalvRegisterLibrary(const char *name, HalvLibrary **library) noexcept {
+int RegisterLibrary(const char *name, HalvLibrary **library, Why *why) noexcept {
     if (library == nullptr)
         return 0;
     *library = nullptr;
     if (name == nullptr)
         return 0;
     auto *record = static_cast<HalvLibrary *>(halv_internal_calloc(1, sizeof(HalvLibrary)));
-    if (record == nullptr)
+    if (record == nullptr) {
+        Explain(why, "no memory to register it");
         return 0;
-    if (HalvDLOpen(name, &record->handle) != 1) {
+    }
+    if (OpenBundle(name, &record->handle, why) != 1) {
         HalvDebug("Failed to open shared library<%s>.\n", name);
         halv_internal_free(record);
         return -1;
     }
     record->refCount = 1;
-    if (!LookUpEntry(record->handle, "HalvernBundleGetVersion_%s", name, &record->getVersion))
+    if (!LookUpEntry(record->handle, "HalvernBundleGetVersion_%s", name, &record->getVersion, why))
         return Reject(record);
     const HalvBundleVersion *version = record->getVersion();
-    if (version == nullptr || version->major != HALV_BUNDLE_MAJOR) {
-        if (version != nullptr)
-            HalvDebug("Library bundle '%s' opened with a different Halvern major version %d.", name, version->major);
+    if (version == nullptr) {
+        Explain(why, "HalvernBundleGetVersion_%s gave no version record", name);
         return Reject(record);
     }
-    if (!LookUpEntry(record->handle, "HalvernBundleGetList_%s", name, &record->getList) ||
-        !LookUpEntry(record->handle, "HalvernBundleGetModule_%s", name, &record->getModule))
+    if (version->major != HALV_BUNDLE_MAJOR) {
+        HalvDebug("Library bundle '%s' opened with a different Halvern major version %d.", name, version->major);
+        Explain(why, "it was built for major version %d; this engine takes %d", version->major,
+                HALV_BUNDLE_MAJOR);
+        return Reject(record);
+    }
+    if (!LookUpEntry(record->handle, "HalvernBundleGetList_%s", name, &record->getList, why) ||
+        !LookUpEntry(record->handle, "HalvernBundleGetModule_%s", name, &record->getModule, why))
         return Reject(record);
 
     HalvLibrary *known = nullptr;
@@ -163,39 +181,39 @@ HALV_API int HalvRegisterLibrary(const char *name, HalvLibrary **library) noexce
     return 1;
 }
 
-/* Drops one registration of library, closing the bundle with the last.  1;
- * 0 for null or a record not in the list. */
+} // namespace halv
+
+extern "C" {
+
+HALV_API int HalvRegisterLibrary(const char *name, HalvLibrary **library) noexcept {
+    return halv::RegisterLibrary(name, library, nullptr);
+}
+
 HALV_API int HalvUnregisterLibrary(HalvLibrary *library) noexcept {
     if (library == nullptr)
         return 0;
-    HalvernLock(HALV_LOCK_LIBR);
-    HalvLibrary **link = &libraries;
-    while (*link != nullptr && *link != library)
-        link = &(*link)->next;
-    if (*link == nullptr) {
-        HalvernUnlock(HALV_LOCK_LIBR);
-        return 0;
+    {
+        LibraryLock lock;
+        HalvLibrary **link = &libraries;
+        while (*link != nullptr && *link != library)
+            link = &(*link)->next;
+        if (*link == nullptr)
+            return 0;
+        if (--library->refCount >= 1)
+            return 1;
+        *link = library->next;
     }
-    if (--library->refCount >= 1) {
-        HalvernUnlock(HALV_LOCK_LIBR);
-        return 1;
-    }
-    *link = library->next;
-    HalvernUnlock(HALV_LOCK_LIBR);
     HalvDLClose(library->handle);
     halv_internal_free(library);
     return 1;
 }
 
-/* The bundle's version record, or null. */
 HALV_API const HalvBundleVersion *HalvGetLibraryVersion(HalvLibrary *library) noexcept {
     if (library == nullptr || library->getVersion == nullptr)
         return nullptr;
     return library->getVersion();
 }
 
-/* Descriptions of the modules of one bundle.  1; 0 for null arguments or
- * out of memory (*array null). */
 HALV_API int HalvGetAllLibraryFuncDesc(HalvLibrary *library, HalvFuncDesc ***array) noexcept {
     if (array == nullptr)
         return 0;
@@ -214,8 +232,6 @@ HALV_API int HalvGetAllLibraryFuncDesc(HalvLibrary *library, HalvFuncDesc ***arr
     return 1;
 }
 
-/* Descriptions of all modules of all registered bundles.  1; 0 for null or
- * out of memory (*array null). */
 HALV_API int HalvFindAllFuncDesc(HalvFuncDesc ***array) noexcept {
     if (array == nullptr)
         return 0;
@@ -238,46 +254,31 @@ HALV_API int HalvFindAllFuncDesc(HalvFuncDesc ***array) noexcept {
     return 1;
 }
 
-/* Fills desc from the first bundle that has module name.  1; -1 when none
- * has; 0 for null arguments or out of memory. */
 HALV_API int HalvFindAndReadFuncDesc(const char *name, HalvFuncDesc *desc) noexcept {
     if (name == nullptr || desc == nullptr)
         return 0;
     LibraryLock lock;
-    for (const HalvLibrary *library = libraries; library != nullptr; library = library->next) {
-        if (library->getModule == nullptr)
-            continue;
-        if (const HalvBundleModule *module = library->getModule(name))
-            return halv::FillFuncDescFromModule(desc, module) ? 1 : 0;
-    }
-    return -1;
+    const HalvBundleModule *module = FindModule(name);
+    if (module == nullptr)
+        return -1;
+    return halv::FillFuncDescFromModule(desc, module) ? 1 : 0;
 }
 
-/* The init point of function name; 1 with *out set, else 0. */
+/* Only the module's own init point is read: a bundle module never carries
+ * an init retrieval text, so there is no description to build. */
 HALV_API int HalvLoadInitPointByName(const char *name, HalvInitPoint *out) noexcept {
     if (name == nullptr || out == nullptr)
         return 0;
-    HalvFuncDesc *desc = HalvAllocFuncDesc();
-    if (desc == nullptr)
-        return 0;
-    int result = 0;
-    if (HalvFindAndReadFuncDesc(name, desc) == 1) {
-        HalvInitPoint found = desc->initPoint;
-        if (found != nullptr || (desc->init != nullptr && HalvRetrieveInit(desc->init, &found) == 1)) {
-            *out = found;
-            result = 1;
-        }
-    }
-    HalvFreeFuncDesc(desc);
-    return result;
-}
-
-/* Calls the init point found for name; see halv_modules.h. */
-HALV_API int HalvCallInitByName(const char *name, intptr_t *args, HalvState **out) noexcept {
     HalvInitPoint init = nullptr;
-    if (args == nullptr || out == nullptr || HalvLoadInitPointByName(name, &init) != 1)
+    {
+        LibraryLock lock;
+        if (const HalvBundleModule *module = FindModule(name))
+            init = module->init;
+    }
+    if (init == nullptr)
         return 0;
-    return HalvCallInit(init, args, out);
+    *out = init;
+    return 1;
 }
 
 } // extern "C"

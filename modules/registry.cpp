@@ -8,33 +8,38 @@
  * first, remembers the registrations to drop at the last HalvernEnd; it
  * changes only under the master lock, which both steps run under.
  */
+#include <cerrno>
 #include <cstring>
 
 #include "halv_env.h"
 #include "halv_userdata.h"
 #include "halv_util.h"
+#include "core/internal.h"
 #include "modules/internal.h"
+#include "modules/line_reader.h"
 
 namespace {
 
-constexpr uint32_t kKeySize = 512;
-constexpr uint32_t kValueSize = 2048;
 constexpr char kDefaultBundle[] = "halv";
 
-enum class Section { None, Libraries, Variables };
+enum class Known { None, Libraries, Variables }; /* the sections the registry reads */
 
 constinit HalvBootLibrary *bootLibraries = nullptr;
 
-/* Registers one bundle named by the registry.  1, or 0 when start-up must
- * fail: no memory, or a required bundle that didn't register. */
+/* Registers one bundle named by the registry, noting the outcome in the
+ * registry report.  1, or 0 when start-up must fail: no memory, or a
+ * required bundle that didn't register. */
 int RegisterBootLibrary(const char *name, bool optional) noexcept {
     auto *boot = static_cast<HalvBootLibrary *>(halv_internal_calloc(1, sizeof(HalvBootLibrary)));
     if (boot == nullptr) {
         HalvDebug("Failed to allocate memory buffer.\n");
+        halv::ReportBundle(name, optional, nullptr, "no memory to register it");
         return 0;
     }
     HalvLibrary *library = nullptr;
-    int result = HalvRegisterLibrary(name, &library);
+    halv::Why why = {};
+    int result = halv::RegisterLibrary(name, &library, &why);
+    halv::ReportBundle(name, optional, library, why.text);
     if (result != 1) {
         halv_internal_free(boot);
         if (result == -1 && optional)
@@ -56,95 +61,93 @@ int RegisterBootLibrary(const char *name, bool optional) noexcept {
     return 1;
 }
 
-Section SectionNamed(const char *text) noexcept {
-    if (HalvStrCaseCmp(text, "libraries") == 0)
-        return Section::Libraries;
-    if (HalvStrCaseCmp(text, "variables") == 0)
-        return Section::Variables;
-    return Section::None;
-}
-
-/* One "label: value" line of the current section; 0 when start-up fails. */
-int ApplyLine(Section section, const char *label, const char *value) noexcept {
-    if (section == Section::Variables) {
-        HalvSetenv(label, value);
-        return 1;
-    }
-    if (section != Section::Libraries)
-        return 1;
-    if (HalvStrCaseCmp(label, "required") == 0)
-        return RegisterBootLibrary(value, false);
-    if (HalvStrCaseCmp(label, "optional") == 0)
-        return RegisterBootLibrary(value, true);
-    return 1;
-}
-
-/* A string stream over a buffer that always keeps a terminator. */
-HalvIO *OpenTokenStream(char *buffer, uint32_t size) noexcept {
-    std::memset(buffer, 0, size);
-    return HalvIO_Str(buffer, size - 1);
-}
-
-int32_t NextToken(HalvIO *in, HalvIO *token, char *text) noexcept {
-    HalvIOStrReset(token);
-    text[0] = '\0';
-    return HalvReadUserCM(in, token);
-}
-
-/* Reads the registry file to its end; 0 when a bundle fails start-up. */
-int ReadRegistry(HalvIO *file, HalvIO *key, char *keyText, HalvIO *value, char *valueText) noexcept {
-    Section section = Section::None;
-    for (;;) {
-        switch (NextToken(file, key, keyText)) {
-        case HALV_UCM_TOKEN_SECTION:
-            section = SectionNamed(keyText);
-            break;
-        case HALV_UCM_TOKEN_LABEL:
-            if (NextToken(file, value, valueText) == HALV_UCM_TOKEN_END)
-                return 1; /* a label with no value at the end is dropped */
-            if (ApplyLine(section, keyText, valueText) != 1)
-                return 0;
-            break;
-        case HALV_UCM_TOKEN_END:
-            return 1;
-        default:
-            break;
+/* The registry file's lines: [libraries] registers bundles, [variables]
+ * sets variables, everything else is passed over (and noted in the report
+ * where a well-formed file wouldn't have it). */
+class RegistrySink final : public halv::LineSink {
+  public:
+    int Section(const char *name) noexcept override {
+        seen_ = true;
+        if (HalvStrCaseCmp(name, "libraries") == 0)
+            section_ = Known::Libraries;
+        else if (HalvStrCaseCmp(name, "variables") == 0)
+            section_ = Known::Variables;
+        else {
+            section_ = Known::None;
+            halv::ReportProblem("[%s] is not a section the registry knows (libraries, variables); skipped", name);
         }
+        return kGoOn;
     }
-}
 
-void Close(HalvIO *io) noexcept {
-    if (io != nullptr)
-        io->close(io);
-}
+    int Line(const char *label, const char *value) noexcept override {
+        if (!seen_) {
+            halv::ReportProblem("\"%s: %s\" before the first section; skipped", label, value);
+            return kGoOn;
+        }
+        if (section_ == Known::Variables)
+            HalvSetenv(label, value);
+        if (section_ != Known::Libraries)
+            return kGoOn;
+        bool required = HalvStrCaseCmp(label, "required") == 0;
+        if (required || HalvStrCaseCmp(label, "optional") == 0)
+            return RegisterBootLibrary(value, !required) == 1 ? kGoOn : 0;
+        halv::ReportProblem("[libraries]: \"%s:\" is neither required: nor optional:; skipped", label);
+        return kGoOn;
+    }
 
-} // namespace
+    /* A label with no value at the end is dropped; the file counts as read. */
+    int LabelAtEnd(const char *label) noexcept override {
+        halv::ReportProblem("\"%s:\" at the end of the file has no value; dropped", label);
+        return 1;
+    }
 
-namespace halv {
+    void Skipped(int32_t kind, const char *text) noexcept override {
+        if (kind == HALV_UCM_TOKEN_ERROR)
+            halv::ReportProblem("a token longer than the reader takes (%u bytes for a label, %u for a value) was cut",
+                                halv::kLineLabelBytes - 1, halv::kLineValueBytes - 1);
+        else if (!seen_)
+            halv::ReportProblem("\"%s\" before the first section; skipped", text);
+        else if (section_ != Known::None)
+            halv::ReportProblem("[%s]: \"%s\" is not a \"label: value\" line; skipped",
+                                section_ == Known::Libraries ? "libraries" : "variables", text);
+    }
 
+  private:
+    Known section_ = Known::None;
+    bool seen_ = false;
+};
+
+/* The registry step of the first HalvernInit, under the master lock. */
 int LoadRegistry() noexcept {
+    using namespace halv;
+    if (EngineRegistryLoadDisabled())
+        return 1;
+    ReportBegin();
     char *path = HalvFindFile("hvregistry", "dot", nullptr);
     if (path == nullptr) {
         HalvDebug("No registry file found, using default of %s.\n", kDefaultBundle);
+        ReportRegistryFile(HALV_REGISTRY_DEFAULT, nullptr);
         return RegisterBootLibrary(kDefaultBundle, true);
     }
     HalvDebug("Found and using a registry file at %s.\n", path);
+    errno = 0;
     HalvIO *file = HalvIO_FileName(path, "r");
+    int openError = errno;
+    ReportRegistryFile(file != nullptr ? HALV_REGISTRY_READ : HALV_REGISTRY_UNREADABLE, path);
     halv_internal_free(path);
-    if (file == nullptr)
+    if (file == nullptr) {
+        ReportProblem("it can't be opened: %s", openError != 0 ? std::strerror(openError) : "the open failed");
         return 0;
-    char keyText[kKeySize];
-    char valueText[kValueSize];
-    HalvIO *key = OpenTokenStream(keyText, sizeof keyText);
-    HalvIO *value = key != nullptr ? OpenTokenStream(valueText, sizeof valueText) : nullptr;
-    int result = value != nullptr ? ReadRegistry(file, key, keyText, value, valueText) : 0;
-    Close(value);
-    Close(key);
-    Close(file);
+    }
+    RegistrySink sink;
+    int result = ReadSectionLines(file, sink);
+    file->close(file);
     return result;
 }
 
+/* Its undo at the last HalvernEnd: the boot registrations are dropped. */
 int UnregisterBootLibraries() noexcept {
+    halv::ReportEnd();
     int result = 1;
     while (HalvBootLibrary *boot = bootLibraries) {
         bootLibraries = boot->next;
@@ -155,4 +158,6 @@ int UnregisterBootLibraries() noexcept {
     return result;
 }
 
-} // namespace halv
+} // namespace
+
+HALV_ENGINE_STEP(registryStep) = {LoadRegistry, UnregisterBootLibraries};

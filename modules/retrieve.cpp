@@ -79,8 +79,6 @@ int LookUp(void *handle, const char *symbol, void **out) noexcept {
 
 extern "C" {
 
-/* Resolves a retrieval text; see halv_modules.h.  1, -1 (a library
- * missing) or 0 (symbol missing, or a null argument). */
 HALV_API int HalvRetrieveFunc(const char *retrieval, const char *defaultLibrary, void **out) noexcept {
     if (out == nullptr)
         return 0;
@@ -96,7 +94,6 @@ HALV_API int HalvRetrieveFunc(const char *retrieval, const char *defaultLibrary,
     return LookUp(handle, symbol, out);
 }
 
-/* HalvRetrieveFunc with the default library "halv". */
 HALV_API int HalvRetrieveInit(const char *retrieval, HalvInitPoint *out) noexcept {
     if (out == nullptr)
         return 0;

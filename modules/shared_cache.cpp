@@ -86,7 +86,7 @@ void *CachedLoad(const char *name) noexcept {
     CacheLock lock;
     if (CacheEntry *entry = FindEntry(hash, length))
         return entry->handle;
-    void *handle = OpenSharedObject(name);
+    void *handle = OpenSharedObject(name, nullptr);
     if (handle == nullptr)
         return nullptr;
     if (EngineSharedDebug())

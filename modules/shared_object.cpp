@@ -10,10 +10,15 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <cstdarg>
+
 #include <cstring>
 #include <initializer_list>
 
+#include <algorithm>
+
 #include "halv_env.h"
+#include "halv_text.h"
 #include "modules/internal.h"
 
 namespace {
@@ -41,57 +46,88 @@ bool Join(char *buffer, size_t size, const char *a, const char *b, const char *c
     return true;
 }
 
-void *Load(const char *file) noexcept { return dlopen(file, RTLD_NOW | RTLD_LOCAL); }
+/* Loads file; a failure adds the loader's own text to why ("<file>: cannot
+ * open shared object file: ...", "... undefined symbol: ...", "... wrong
+ * ELF class: ..."). */
+void *Load(const char *file, halv::Why *why) noexcept {
+    void *handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        const char *error = dlerror();
+        halv::Explain(why, "%s%s", why != nullptr && why->length > 0 ? "; " : "",
+                      error != nullptr ? error : file);
+    }
+    return handle;
+}
 
 /* The file beside the executable, when it is there. */
-void *LoadBesideExecutable(const char *file) noexcept {
+void *LoadBesideExecutable(const char *file, halv::Why *why) noexcept {
     const char *directory = HalvGetExecutablePath();
     char path[kPathSize];
-    if (directory == nullptr || !Join(path, sizeof path, directory, "/", file) || access(path, F_OK) != 0)
+    if (directory == nullptr || !Join(path, sizeof path, directory, "/", file))
         return nullptr;
-    return Load(path);
+    if (access(path, F_OK) != 0) {
+        halv::Explain(why, "%s does not exist", path);
+        return nullptr;
+    }
+    return Load(path, why);
 }
 
 } // namespace
 
 namespace halv {
 
-void *OpenSharedObject(const char *baseName) noexcept {
+void Explain(Why *why, const char *format, ...) noexcept {
+    if (why == nullptr || why->length + 1 >= sizeof why->text)
+        return;
+    va_list args;
+    va_start(args, format);
+    int32_t written = HalvVSNPrintf(why->text + why->length, sizeof why->text - why->length, format, args);
+    va_end(args);
+    if (written > 0)
+        why->length = std::min<uint32_t>(why->length + (uint32_t)written, sizeof why->text - 1);
+}
+
+void *OpenSharedObject(const char *baseName, Why *why) noexcept {
     if (std::strchr(baseName, '/') != nullptr)
-        return Load(baseName);
+        return Load(baseName, why);
     size_t length = std::strlen(baseName);
     char file[kLibraryNameSize + sizeof kSuffix];
-    if (!Join(file, sizeof file, baseName, EndsWith(baseName, length, kSuffix) ? "" : kSuffix, ""))
+    if (!Join(file, sizeof file, baseName, EndsWith(baseName, length, kSuffix) ? "" : kSuffix, "")) {
+        Explain(why, "the name %s is too long", baseName);
         return nullptr;
-    if (void *handle = LoadBesideExecutable(file))
-        return handle;
-    return Load(file);
+    }
+    void *handle = LoadBesideExecutable(file, why);
+    if (handle == nullptr)
+        handle = Load(file, why);
+    if (handle != nullptr && why != nullptr)
+        *why = Why{}; /* a place that failed before the one that worked is no reason */
+    return handle;
+}
+
+int OpenBundle(const char *name, void **handle, Why *why) noexcept {
+    if (name == nullptr || handle == nullptr)
+        return 0;
+    char prefixed[kLibraryNameSize];
+    if (!Join(prefixed, sizeof prefixed, kBundlePrefix, name, "")) {
+        Explain(why, "the name is too long");
+        return 0;
+    }
+    *handle = OpenSharedObject(prefixed, why);
+    return *handle != nullptr ? 1 : 0;
 }
 
 } // namespace halv
 
 extern "C" {
 
-/* Opens dpk_<name>: 1 and the handle; 0 and null when the loader fails; 0
- * and nothing stored for null arguments or an over-long name. */
-HALV_API int HalvDLOpen(const char *name, void **handle) noexcept {
-    if (name == nullptr || handle == nullptr)
-        return 0;
-    char prefixed[halv::kLibraryNameSize];
-    if (!Join(prefixed, sizeof prefixed, kBundlePrefix, name, ""))
-        return 0;
-    *handle = halv::OpenSharedObject(prefixed);
-    return *handle != nullptr ? 1 : 0;
-}
+HALV_API int HalvDLOpen(const char *name, void **handle) noexcept { return halv::OpenBundle(name, handle, nullptr); }
 
-/* 1 when the loader closed the handle, -1 when it refused, 0 for null. */
 HALV_API int HalvDLClose(void *handle) noexcept {
     if (handle == nullptr)
         return 0;
     return dlclose(handle) == 0 ? 1 : -1;
 }
 
-/* 1 and the address, -1 and null when missing, 0 for null arguments. */
 HALV_API int HalvDLSymbolLookup(void *handle, const char *symbol, void **out) noexcept {
     if (handle == nullptr || symbol == nullptr || out == nullptr)
         return 0;

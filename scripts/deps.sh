@@ -1,8 +1,31 @@
 #!/usr/bin/env bash
-# Installs what the build and the tests need when it is missing.
-# Debian packages only; runs apt-get as root (or through sudo) when needed.
+# Installs the Debian packages a job needs when they are missing, running
+# apt-get as root (or through sudo).
+#   deps.sh host   what building and running halvern needs
+#   deps.sh test   that and what the tests need (the default)
 set -euo pipefail
-packages=(cmake g++ make pkg-config libgtest-dev libbenchmark-dev python3 clang libclang-rt-14-dev libssl-dev curl nginx-light)
+host=(cmake g++ make pkg-config)
+# One package a line, in order, so that additions merge cleanly.
+test=(
+  clang
+  curl
+  doxygen
+  libbenchmark-dev
+  libclang-rt-14-dev
+  libgtest-dev
+  librsvg2-bin
+  libssl-dev
+  locales
+  nginx-light
+  python3
+  tzdata
+  zlib1g-dev
+)
+case "${1:-test}" in
+  host) packages=("${host[@]}") ;;
+  test) packages=("${host[@]}" "${test[@]}") ;;
+  *) echo "usage: deps.sh [host|test]" >&2; exit 2 ;;
+esac
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -3,7 +3,7 @@
 # ThreadSanitizer build of the concurrency tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-./scripts/deps.sh
+./scripts/deps.sh test
 jobs=$(nproc)
 
 run_suite() { # build-dir sanitizer build-target [ctest args...]

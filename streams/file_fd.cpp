@@ -55,10 +55,8 @@ void FdClose(HalvIO *io) noexcept {
 
 extern "C" {
 
-/* A stream over descriptor fd, which stays the caller's until
- * setAutoClose(io, 1).  It can seek when fd is a regular file.  Files have
- * no text mode here, so standard input and output need no switch.  Result:
- * the stream, or null when memory runs out. */
+/* Files have no text mode here, so standard input and output need no
+ * switch to binary. */
 HALV_API HalvIO *HalvIO_FD(int fd) noexcept {
     using namespace halv;
     FdStream *s = AllocStreamRecord<FdStream>();

@@ -67,9 +67,6 @@ void FpClose(HalvIO *io) noexcept {
 
 extern "C" {
 
-/* A stream over fp, which stays the caller's until setAutoClose(io, 1).  It
- * can seek when fp's descriptor is a regular file.  Result: the stream, or
- * null for a null fp or when memory runs out. */
 HALV_API HalvIO *HalvIO_FP(FILE *fp) noexcept {
     using namespace halv;
     if (fp == nullptr)
@@ -88,9 +85,6 @@ HALV_API HalvIO *HalvIO_FP(FILE *fp) noexcept {
     return &s->io;
 }
 
-/* fopen of a UTF-8 name with a mode as fopen takes it ("b" and "t" change
- * nothing); the descriptor isn't inherited by child processes.  The FILE*,
- * or null for a null argument or when the open fails. */
 HALV_API FILE *HalvFOpen(const char *name, const char *mode) noexcept {
     if (name == nullptr || mode == nullptr)
         return nullptr;

@@ -55,11 +55,6 @@ void HandleClose(HalvIO *io) noexcept {
 
 extern "C" {
 
-/* A stream over the descriptor in handle, which stays the caller's until
- * setAutoClose(io, 1).  Read and write failures give 0, like the end of
- * the stream; seek goes to the system whatever the descriptor is, and a
- * whence outside 0 to 2 counts as 0.  Result: the stream, or null when
- * memory runs out. */
 HALV_API HalvIO *HalvIO_HANDLE(intptr_t handle) noexcept {
     using namespace halv;
     HandleStream *s = AllocStreamRecord<HandleStream>();

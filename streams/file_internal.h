@@ -52,13 +52,6 @@ struct HandleStream {
     int32_t autoClose;
 };
 
-/* True when name starts with "http://" in any case of its letters. */
-bool HasUrlScheme(const char *name) noexcept;
-
-/* The URL stream for name, or null when there is none (also while the URL
- * back end isn't part of the library). */
-HalvIO *OpenUrlStream(const char *name, const char *mode) noexcept;
-
 /* Creates a new empty temporary file in the directory that templ selects
  * and returns its descriptor, open for reading and writing, with its new
  * name in *name (the caller frees it); -1 with *name null on failure, after

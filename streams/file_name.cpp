@@ -47,19 +47,12 @@ int OpenFlags(const char *mode) noexcept {
 
 extern "C" {
 
-/* A stream over the file name (UTF-8, any length) opened as mode says:
- * "r" reads an existing file, "w" empties or creates one, "a" creates one
- * if needed and writes every byte at its end; "+" adds the other direction,
- * an "a" anywhere sets the append flag.  The stream owns its descriptor.  A
- * name that starts with "http://" (any case) gives the URL stream.  Result:
- * the stream, or null for a null argument, a mode without r, w or a, or a
- * failed open (traced with HalvDebug). */
 HALV_API HalvIO *HalvIO_FileName(const char *name, const char *mode) noexcept {
     using namespace halv;
     if (name == nullptr || mode == nullptr)
         return nullptr;
-    if (HasUrlScheme(name))
-        return OpenUrlStream(name, mode);
+    if (HalvIsURL(name))
+        return HalvIO_URL(name, mode);
     int flags = OpenFlags(mode);
     if (flags < 0)
         return nullptr;

@@ -1,35 +1,26 @@
 /*
- * streams/file_url.cpp - the one door from file names to the URL stream.
+ * streams/file_url.cpp - the one test of whether a name is a URL.
  *
- * HalvIO_FileName and HalvFindFile hand names with the "http://" scheme to
- * HalvIO_URL.  The URL back end is linked in by its own unit; this unit
- * refers to it weakly, so that the library builds and works (every URL then
- * fails to open) while that unit is absent.  Once it is there, the weak
- * reference binds to it and nothing here changes.
+ * HalvIO_FileName and HalvFindFile hand names with the "http://" scheme,
+ * in any case of its letters, to HalvIO_URL, which refuses every other
+ * name; hosts ask the same question through HalvIsURL.
  */
-#include "streams/file_internal.h"
+#include "halv_streams.h"
 
-/* The URL stream constructor, defined by the socket and URL back end. */
-extern "C" HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) noexcept __attribute__((weak));
+extern "C" {
 
-namespace halv {
-
-bool HasUrlScheme(const char *name) noexcept {
+HALV_API int HalvIsURL(const char *name) noexcept {
     static constexpr char kScheme[] = "http://";
+    if (name == nullptr)
+        return 0;
     for (size_t i = 0; i + 1 < sizeof kScheme; ++i) {
         char c = name[i];
         if (c >= 'A' && c <= 'Z')
             c = static_cast<char>(c - 'A' + 'a');
         if (c != kScheme[i])
-            return false;
+            return 0;
     }
-    return true;
+    return 1;
 }
 
-HalvIO *OpenUrlStream(const char *name, const char *mode) noexcept {
-    if (HalvIO_URL == nullptr)
-        return nullptr;
-    return HalvIO_URL(name, mode);
-}
-
-} // namespace halv
+} // extern "C"

@@ -97,6 +97,13 @@ bool PeekReadable(HalvIO *io, ReadView *view) noexcept;
  * in-memory writes move bytes as memmove does). */
 bool CanWriteFromView(const HalvIO *dst, const ReadView *view) noexcept;
 
+/* When dst is a growing memory stream: gives it the capacity that bytes
+ * written in writes of pass bytes each would leave it, so that one write of
+ * them all leaves it exactly as those writes would.  False when dst is no
+ * such stream, the writes would pass 4 GiB, or memory runs out (the stream
+ * is then as it was). */
+bool MemReserveForPasses(HalvIO *dst, uint64_t bytes, uint32_t pass) noexcept;
+
 /* The halves of the two above that each in-memory back end provides. */
 bool StrPeekReadable(HalvIO *io, ReadView *view) noexcept;
 bool MemPeekReadable(HalvIO *io, ReadView *view) noexcept;

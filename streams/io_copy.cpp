@@ -7,6 +7,9 @@
  * one whose write can't disturb src's buffer, the pass is written straight
  * from src's buffer: src's read slot call is replaced by advancing its
  * position, which is all that call would do, and the bounce copy is saved.
+ * Into a growing memory stream no caller's code sees the passes either:
+ * once it has the capacity the passes would give it, one write, which is
+ * one memmove, leaves everything as the passes would.
  *
  * A would-block answer waits until the stream is ready and asks again.  A
  * back end that keeps saying would-block while its descriptor is ready is
@@ -17,20 +20,27 @@
 namespace {
 
 constexpr uint32_t kCopyPass = 4096;
+/* The longest pass from a view: what a write slot's result can count. */
+constexpr int64_t kViewPass = 0x7FFFF000;
 constexpr uint32_t kSkipPass = 1024;
 constexpr int kWouldBlockLimit = 10000;
 
-/* One read of up to request bytes; *bytes is where they are.  Result: bytes
+/* One read of up to wanted bytes (0: as many as there are), at most
+ * kCopyPass through the slots; *bytes is where they are.  Result: bytes
  * read, 0 at the end of src, -1 on failure. */
-int32_t ReadPass(HalvIO *dst, HalvIO *src, char *buffer, uint32_t request, const char **bytes) noexcept {
+int32_t ReadPass(HalvIO *dst, HalvIO *src, char *buffer, int64_t wanted, const char **bytes) noexcept {
     halv::ReadView view;
     if (halv::PeekReadable(src, &view) && halv::CanWriteFromView(dst, &view)) {
-        size_t n = view.available < request ? view.available : request;
+        int64_t limit = wanted == 0 || wanted > kViewPass ? kViewPass : wanted;
+        size_t all = view.available < (uint64_t)limit ? view.available : (size_t)limit;
+        bool onePass = halv::MemReserveForPasses(dst, all, kCopyPass);
+        size_t n = onePass || all < kCopyPass ? all : kCopyPass;
         view.consume(src, n);
         *bytes = view.bytes;
         return static_cast<int32_t>(n);
     }
     *bytes = buffer;
+    uint32_t request = wanted == 0 || wanted > kCopyPass ? kCopyPass : static_cast<uint32_t>(wanted);
     for (int blocked = 0; blocked < kWouldBlockLimit; blocked++) {
         int32_t got = src->read(src, buffer, request);
         if (got != -2)
@@ -72,9 +82,8 @@ HALV_API int64_t HalvIOCopyBytes(HalvIO *dst, HalvIO *src, int64_t count) noexce
     int64_t total = 0;
     int64_t remaining = count;
     for (;;) {
-        uint32_t request = count == 0 || remaining > kCopyPass ? kCopyPass : static_cast<uint32_t>(remaining);
         const char *bytes;
-        int32_t got = ReadPass(dst, src, buffer, request, &bytes);
+        int32_t got = ReadPass(dst, src, buffer, remaining, &bytes);
         if (got == 0)
             return total;
         if (got < 0 || WritePass(dst, bytes, static_cast<uint32_t>(got)) < 0)

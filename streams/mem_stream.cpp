@@ -110,6 +110,43 @@ bool MemPeekReadable(HalvIO *io, ReadView *view) noexcept {
     return true;
 }
 
+bool MemReserveForPasses(HalvIO *io, uint64_t bytes, uint32_t pass) noexcept {
+    if (io->write != MemWrite)
+        return false;
+    MemStream *m = AsMem(io);
+    uint64_t position = m->cursor, capacity = m->capacity;
+    if (position + bytes > UINT32_MAX)
+        return false; /* the passes would be cut at 4 GiB: let them run */
+    /* Whole passes that fit move on without growth; a pass that doesn't
+     * grows the capacity as MemWrite would.  Each growth at least doubles,
+     * so this takes a few rounds, not one a pass. */
+    for (uint64_t left = bytes; left > 0;) {
+        uint64_t room = capacity > position ? capacity - position : 0;
+        uint64_t whole = (left / pass < room / pass ? left / pass : room / pass) * pass;
+        position += whole;
+        left -= whole;
+        if (left == 0)
+            break;
+        uint64_t step = left < pass ? left : pass;
+        if (position + step > capacity) {
+            uint64_t doubled = 2 * capacity;
+            capacity = position + step > doubled ? position + step : doubled;
+            if (capacity > UINT32_MAX)
+                capacity = UINT32_MAX;
+        }
+        position += step;
+        left -= step;
+    }
+    if (capacity > m->capacity) {
+        void *grown = halv_internal_realloc(m->base, capacity);
+        if (grown == nullptr)
+            return false; /* the passes will meet the same shortage */
+        m->base = static_cast<char *>(grown);
+        m->capacity = static_cast<uint32_t>(capacity);
+    }
+    return true;
+}
+
 /* A write may move the buffer, so the view must not point into it. */
 bool MemCanWriteFromView(const HalvIO *dst, const ReadView *view) noexcept {
     if (dst->write != MemWrite)

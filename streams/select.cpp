@@ -83,7 +83,6 @@ int PollFor(pollfd *entries, nfds_t count, int32_t timeout) noexcept {
 
 extern "C" {
 
-/* The contract is in halv_streams.h. */
 HALV_API int32_t HalvIOSelect(HalvIO *const *readStreams, uint32_t readCount, HalvIO *const *writeStreams,
                               uint32_t writeCount, int32_t timeout) noexcept {
     if (!AllSocketStreams(readStreams, readCount) || !AllSocketStreams(writeStreams, writeCount))

@@ -54,7 +54,6 @@ bool ScanUnsigned(const char *text, uint32_t *value) noexcept {
 
 extern "C" {
 
-/* See halv_streams.h: a new empty buffer with the configured limits. */
 HALV_API HalvSmartBuffer *HalvSBInit(int32_t memoryOnly, uint32_t blockSize) noexcept {
     using namespace halv;
     auto *sb = static_cast<HalvSmartBuffer *>(halv_internal_calloc(1, sizeof(HalvSmartBuffer)));
@@ -72,18 +71,14 @@ HALV_API HalvSmartBuffer *HalvSBInit(int32_t memoryOnly, uint32_t blockSize) noe
     return sb;
 }
 
-/* See halv_streams.h. */
 HALV_API int64_t HalvSBBytesAvailable(const HalvSmartBuffer *sb) noexcept {
     return sb != nullptr ? sb->available : 0;
 }
 
-/* See halv_streams.h. */
 HALV_API uint32_t HalvSBBytesInMemory(const HalvSmartBuffer *sb) noexcept {
     return sb != nullptr ? sb->inMemory : 0;
 }
 
-/* See halv_streams.h: consumes what is left, deleting the files, and frees
- * the buffer. */
 HALV_API void HalvSBFree(HalvSmartBuffer *sb) noexcept {
     if (sb == nullptr)
         return;

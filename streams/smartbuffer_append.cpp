@@ -136,8 +136,6 @@ uint32_t AppendToFiles(HalvSmartBuffer *sb, const char *bytes, uint32_t count) n
 
 extern "C" {
 
-/* See halv_streams.h: count bytes at the tail, in memory up to the limit,
- * beyond it in temporary files. */
 HALV_API int32_t HalvSBAppend(HalvSmartBuffer *sb, const void *bytes, uint32_t count) noexcept {
     using namespace halv;
     if (sb == nullptr || bytes == nullptr || count == 0)

@@ -77,7 +77,6 @@ void UnlinkHead(HalvSmartBuffer *sb) noexcept {
 
 extern "C" {
 
-/* See halv_streams.h: copies without consuming. */
 HALV_API uint32_t HalvSBPeek(HalvSmartBuffer *sb, int64_t offset, void *buffer, uint32_t count) noexcept {
     using namespace halv;
     if (sb == nullptr || buffer == nullptr || offset < 0)
@@ -100,7 +99,6 @@ HALV_API uint32_t HalvSBPeek(HalvSmartBuffer *sb, int64_t offset, void *buffer, 
     return copied;
 }
 
-/* See halv_streams.h: drops bytes from the head. */
 HALV_API int64_t HalvSBAdvance(HalvSmartBuffer *sb, int64_t count) noexcept {
     using namespace halv;
     if (sb == nullptr || count <= 0)
@@ -136,7 +134,6 @@ HALV_API int64_t HalvSBAdvance(HalvSmartBuffer *sb, int64_t count) noexcept {
     return count - left;
 }
 
-/* See halv_streams.h: a peek at the head, then an advance over it. */
 HALV_API uint32_t HalvSBRead(HalvSmartBuffer *sb, void *buffer, uint32_t count) noexcept {
     uint32_t copied = HalvSBPeek(sb, 0, buffer, count);
     if (copied != 0)

@@ -36,7 +36,6 @@ void SBStreamClose(HalvIO *io) noexcept { halv_internal_free(io); }
 
 extern "C" {
 
-/* See halv_streams.h: a stream over sb; close leaves sb alone. */
 HALV_API HalvIO *HalvIO_SB(HalvSmartBuffer *sb) noexcept {
     using namespace halv;
     if (sb == nullptr)

@@ -20,7 +20,6 @@ bool AddressOf(const char *host, uint32_t *address) noexcept {
 
 extern "C" {
 
-/* The contract is in halv_streams.h. */
 HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backlog, int32_t blocking) noexcept {
     auto *s = halv::AllocStreamRecord<halv::SocketStream>();
     if (s == nullptr)

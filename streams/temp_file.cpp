@@ -12,7 +12,6 @@
 
 extern "C" {
 
-/* See halv_streams.h: a new empty temporary file, by name. */
 HALV_API char *HalvMktemp(const char *templ) noexcept {
     char *name = nullptr;
     int fd = halv::CreateTempFile(templ, &name);
@@ -23,7 +22,6 @@ HALV_API char *HalvMktemp(const char *templ) noexcept {
     return name;
 }
 
-/* See halv_streams.h: a stream on a temporary file that has no name. */
 HALV_API HalvIO *HalvIO_Mktemp(const char *templ) noexcept {
     char *name = nullptr;
     int fd = halv::CreateTempFile(templ, &name);

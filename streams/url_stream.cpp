@@ -21,8 +21,7 @@ namespace {
 
 using halv::SocketStream;
 
-constexpr char kScheme[] = "http://";
-constexpr size_t kSchemeLength = sizeof kScheme - 1;
+constexpr size_t kSchemeLength = sizeof "http://" - 1;
 constexpr uint16_t kDefaultPort = 80;
 /* The port a failed %hd scan leaves behind: it stands for "none given". */
 constexpr uint16_t kNoPort = 65535;
@@ -186,7 +185,7 @@ HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
     StartSocketLayer();
     Request request;
     int fd = -1;
-    if (!StartsWithNoCase(url, kScheme) || !BuildRequest(url, proxy, mode, &request) ||
+    if (!HalvIsURL(url) || !BuildRequest(url, proxy, mode, &request) ||
         (fd = ConnectTo(request)) < 0) {
         halv_internal_free(u);
         return nullptr;
@@ -211,7 +210,6 @@ HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
 
 extern "C" {
 
-/* The contract is in halv_streams.h. */
 HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) noexcept { return halv::OpenUrl(url, mode); }
 
 } // extern "C"

@@ -1,6 +1,7 @@
 /*
- * text/locale_internal.h - the fixed locale record, and what the user's
- * record needs from the platform.
+ * text/locale_internal.h - the fixed locale record, what the user's record
+ * needs from the platform, and the conversion of locale texts to UTF-8
+ * that the date names share.
  */
 #ifndef HALV_TEXT_LOCALE_INTERNAL_H
 #define HALV_TEXT_LOCALE_INTERNAL_H
@@ -28,6 +29,15 @@ PlatformPunctuation ReadPlatformPunctuation() noexcept;
 
 /* A copy from halv_internal_malloc, or null. */
 char *CopyString(const char *text) noexcept;
+
+/* Whether a text of a locale whose data is in codeSet (as nl_langinfo
+ * names it) must be converted to be UTF-8: it has bytes above 127 and the
+ * set isn't UTF-8 already. */
+bool NeedsConversion(const char *text, const char *codeSet) noexcept;
+
+/* text in codeSet as a new UTF-8 string from halv_internal_malloc, or null
+ * when the set is unknown, the text invalid in it, or memory runs out. */
+char *ConvertToUtf8(const char *text, const char *codeSet) noexcept;
 
 } // namespace halv
 

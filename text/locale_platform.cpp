@@ -31,45 +31,11 @@ const char *LocaleName() noexcept {
     return "C";
 }
 
-bool IsAscii(const char *text) noexcept {
-    for (; *text != '\0'; ++text)
-        if (static_cast<unsigned char>(*text) >= 0x80)
-            return false;
-    return true;
-}
-
-bool IsUtf8CodeSet(const char *codeSet) noexcept {
-    return std::strcmp(codeSet, "UTF-8") == 0 || std::strcmp(codeSet, "utf8") == 0;
-}
-
-/* text in codeSet as a new UTF-8 string, or null. */
-char *ConvertToUtf8(const char *text, const char *codeSet) noexcept {
-    iconv_t converter = iconv_open("UTF-8", codeSet);
-    if (converter == reinterpret_cast<iconv_t>(-1))
-        return nullptr;
-    size_t inLeft = std::strlen(text);
-    const size_t capacity = inLeft * 4 + 1; /* no byte grows beyond 4 */
-    auto *result = static_cast<char *>(halv_internal_malloc(capacity));
-    if (result != nullptr) {
-        char *in = const_cast<char *>(text);
-        char *out = result;
-        size_t outLeft = capacity - 1;
-        if (iconv(converter, &in, &inLeft, &out, &outLeft) == static_cast<size_t>(-1)) {
-            halv_internal_free(result);
-            result = nullptr;
-        } else {
-            *out = '\0';
-        }
-    }
-    iconv_close(converter);
-    return result;
-}
-
 /* A locale text as UTF-8; null for an empty text or a failure. */
 char *Utf8Field(const char *text, const char *codeSet) noexcept {
     if (text == nullptr || text[0] == '\0')
         return nullptr;
-    if (IsAscii(text) || IsUtf8CodeSet(codeSet))
+    if (!NeedsConversion(text, codeSet))
         return CopyString(text);
     return ConvertToUtf8(text, codeSet);
 }
@@ -108,6 +74,47 @@ char *GroupingField(const char *groups) noexcept {
 }
 
 } // namespace
+
+namespace {
+
+bool IsAscii(const char *text) noexcept {
+    for (; *text != '\0'; ++text)
+        if (static_cast<unsigned char>(*text) >= 0x80)
+            return false;
+    return true;
+}
+
+bool IsUtf8CodeSet(const char *codeSet) noexcept {
+    return std::strcmp(codeSet, "UTF-8") == 0 || std::strcmp(codeSet, "utf8") == 0;
+}
+
+} // namespace
+
+bool NeedsConversion(const char *text, const char *codeSet) noexcept {
+    return !IsAscii(text) && !IsUtf8CodeSet(codeSet);
+}
+
+char *ConvertToUtf8(const char *text, const char *codeSet) noexcept {
+    iconv_t converter = iconv_open("UTF-8", codeSet);
+    if (converter == reinterpret_cast<iconv_t>(-1))
+        return nullptr;
+    size_t inLeft = std::strlen(text);
+    const size_t capacity = inLeft * 4 + 1; /* no byte grows beyond 4 */
+    auto *result = static_cast<char *>(halv_internal_malloc(capacity));
+    if (result != nullptr) {
+        char *in = const_cast<char *>(text);
+        char *out = result;
+        size_t outLeft = capacity - 1;
+        if (iconv(converter, &in, &inLeft, &out, &outLeft) == static_cast<size_t>(-1)) {
+            halv_internal_free(result);
+            result = nullptr;
+        } else {
+            *out = '\0';
+        }
+    }
+    iconv_close(converter);
+    return result;
+}
 
 char *CopyString(const char *text) noexcept {
     const size_t length = std::strlen(text);

@@ -60,11 +60,8 @@ int InitMonotonicCond(pthread_cond_t *cond) noexcept {
 
 extern "C" {
 
-/* Milliseconds of the monotonic clock, cut to 32 bits: an interval counter
- * that wraps after about 49 days. */
 HALV_API uint32_t HalvGetClockTick(void) noexcept { return (uint32_t)(MonotonicNanos() / 1000000u); }
 
-/* The performance counter counts nanoseconds. */
 HALV_API int HalvGetPerfFrequency(uint64_t *out) noexcept {
     if (out == nullptr)
         return 0;

@@ -14,7 +14,9 @@
 #include "thread/internal.h"
 
 struct HalvConditionalRecord {
-    uint32_t waiters; /* threads inside a wait; under waitersLock */
+    /* Threads inside a wait: changed only under waitersLock, and read
+     * without it where a snapshot is all that is needed. */
+    std::atomic<uint32_t> waiters;
     std::atomic<int32_t> broadcastActive;
     HalvCriticalSectionRecord waitersLock;
     HalvWaitableCell *wakeSemaphore;
@@ -39,15 +41,14 @@ int SignalAndWait(HalvWaitableCell *toSignal, HalvWaitableCell *toWaitOn, uint32
 int WaitOn(HalvConditional conditional, HalvMutex mutex, uint32_t timeoutMs) noexcept {
     HalvCriticalSectionRecord *lock = &conditional->waitersLock;
     HalvEnterCriticalSection(lock);
-    conditional->waiters++;
+    conditional->waiters.fetch_add(1, std::memory_order_relaxed);
     HalvLeaveCriticalSection(lock);
 
     int outcome = SignalAndWait(mutex, conditional->wakeSemaphore, timeoutMs);
 
     HalvEnterCriticalSection(lock);
-    conditional->waiters--;
-    bool lastOfBroadcast =
-        conditional->broadcastActive.load(std::memory_order_relaxed) != 0 && conditional->waiters == 0;
+    uint32_t left = conditional->waiters.fetch_sub(1, std::memory_order_relaxed) - 1;
+    bool lastOfBroadcast = conditional->broadcastActive.load(std::memory_order_relaxed) != 0 && left == 0;
     HalvLeaveCriticalSection(lock);
 
     if (lastOfBroadcast)
@@ -91,27 +92,29 @@ HALV_API int HalvFreeConditional(HalvConditional conditional) noexcept {
     return closed ? 1 : 0;
 }
 
+/* Whether the conditional has waiters is one word's snapshot, the same
+ * with the lock as without it: a waiter counts itself before it releases
+ * the mutex, so a signaller that holds the mutex sees it either way.  The
+ * pool signals once per task, and the lock would double its cost. */
 HALV_API int HalvSignalConditional(HalvConditional conditional) noexcept {
     if (conditional == nullptr)
         return 1;
-    HalvEnterCriticalSection(&conditional->waitersLock);
-    bool haveWaiters = conditional->waiters > 0;
-    HalvLeaveCriticalSection(&conditional->waitersLock);
-    if (haveWaiters)
+    if (conditional->waiters.load(std::memory_order_acquire) > 0)
         halv::PostSemaphoreBy(conditional->wakeSemaphore, 1);
     return 1;
 }
 
 HALV_API int HalvBroadcastConditional(HalvConditional conditional) noexcept {
-    if (conditional == nullptr)
+    if (conditional == nullptr || conditional->waiters.load(std::memory_order_acquire) == 0)
         return 1;
     HalvEnterCriticalSection(&conditional->waitersLock);
-    if (conditional->waiters == 0) {
+    uint32_t waiters = conditional->waiters.load(std::memory_order_relaxed);
+    if (waiters == 0) {
         HalvLeaveCriticalSection(&conditional->waitersLock);
         return 1;
     }
     conditional->broadcastActive.store(1, std::memory_order_relaxed);
-    halv::PostSemaphoreBy(conditional->wakeSemaphore, conditional->waiters);
+    halv::PostSemaphoreBy(conditional->wakeSemaphore, waiters);
     HalvLeaveCriticalSection(&conditional->waitersLock);
 
     /* The caller holds the waiters' mutex, so they get no further than

@@ -9,15 +9,20 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <atomic>
+
 #include "halv_core.h"
 #include "halv_thread.h"
 
-/* A critical section: a recursive mutex.  A static record is initialised
- * with HALV_CRITICAL_SECTION_INIT and needs no constructor. */
+/* A critical section: a recursive lock on one futex word (thread/section.cpp).
+ * A static record is initialised with HALV_CRITICAL_SECTION_INIT, all zero,
+ * and needs no constructor. */
 struct HalvCriticalSectionRecord {
-    pthread_mutex_t mutex;
+    std::atomic<uint32_t> state;  /* 0 free, 1 held, 2 held and perhaps waited for */
+    std::atomic<uintptr_t> owner; /* the holder's thread pointer; 0 while free */
+    uint32_t depth;               /* the holder's entries; only the holder touches it */
 };
-#define HALV_CRITICAL_SECTION_INIT {PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP}
+#define HALV_CRITICAL_SECTION_INIT {}
 
 /* The waitable cell: one record for mutexes, semaphores and events, which
  * share the lock, try-lock and free entries.  The kind picks the operations
@@ -90,6 +95,12 @@ int SignalCell(HalvWaitableCell *cell) noexcept;
 /* Raises a semaphore by n in one step; 0 (and nothing raised) if the count
  * would pass HALV_SEMAPHORE_MAX. */
 int PostSemaphoreBy(HalvWaitableCell *cell, uint32_t n) noexcept;
+
+/* Whether a handle of HalvCreateThread stands for the calling thread. */
+bool IsCallingThread(HalvThread thread) noexcept;
+/* Lets the calling thread, started joinable, end without anyone joining it:
+ * detaches it and frees its handle, which nobody may use afterwards. */
+void ReleaseCallingThread(HalvThread thread) noexcept;
 
 } // namespace halv
 

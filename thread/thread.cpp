@@ -63,6 +63,19 @@ using ExitFn = void (*)(void *) noexcept;
 
 } // namespace
 
+namespace halv {
+
+bool IsCallingThread(HalvThread thread) noexcept {
+    return thread != nullptr && thread->joinable && pthread_equal(thread->thread, pthread_self());
+}
+
+void ReleaseCallingThread(HalvThread thread) noexcept {
+    pthread_detach(pthread_self());
+    halv_internal_free(thread);
+}
+
+} // namespace halv
+
 extern "C" {
 
 HALV_API int HalvCreateThread(HalvThread *out, HalvThreadFn fn, void *argument) noexcept {

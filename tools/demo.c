@@ -2,7 +2,7 @@
  * demo.c - the first thing to run: with no set-up, makes a small sample
  * image in a temporary directory, runs every registered function over it
  * by the same road as "halvern run", and shows the first scanline of each
- * result.
+ * result; then makes a few spectra and shows them (demo_spectra.c).
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>
@@ -81,7 +81,7 @@ static int RunAll(const char dir[kPathMax / 2], const char *sample, char **creat
     for (uint32_t i = 0; descs[i] != NULL && *createdCount < 64; ++i) {
         char output[kPathMax + 64];
         snprintf(output, sizeof output, "%s/%s.hv", dir, descs[i]->name);
-        if (RunFunction(descs[i]->name, sample, output, kDemoArgs, 2, 1) != kExitOk) {
+        if (RunFunction(descs[i]->name, sample, output, kDemoArgs, 2, 1, 0) != kExitOk) {
             status = kExitFailed;
             continue;
         }
@@ -103,7 +103,7 @@ int CommandDemo(int argc, char **argv) {
         return Complain("can't make a directory for the demo in %s", tmp != NULL ? tmp : "/tmp");
     char sample[kPathMax];
     snprintf(sample, sizeof sample, "%s/sample.hv", dir);
-    char *created[65];
+    char *created[68]; /* 64 results, the sample, the spectra and their plot */
     int createdCount = 0;
     int status = WriteSample(sample);
     if (status == kExitOk) {
@@ -116,6 +116,7 @@ int CommandDemo(int argc, char **argv) {
         Ramp(ramp, 0);
         PrintSamples("input", ramp, kWidth);
         status = RunAll(dir, sample, created, &createdCount);
+        status |= DemoSpectra(dir, created, &createdCount);
     }
     if (keep) {
         printf("\nThe files are in %s.\n", dir);

@@ -1,7 +1,8 @@
 /*
  * export.c - an image as binary netpbm: P5 (pgm) for one separation, P6
  * (ppm) for three; 8-bit samples with maxval 255, 16-bit with maxval 65535
- * stored most significant byte first.
+ * stored most significant byte first.  Spectra go out as CSV or SVG
+ * (spectra.c), info tables as CSV (table_export.c).
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -109,12 +110,43 @@ static void NoteColour(const Image *image, uint32_t samples) {
                 image->path, ImageColorName(image->header));
 }
 
+/* What isn't a raster image goes out as text; the input's format picks
+ * the writer, which checks the output's extension itself. */
+static const struct {
+    int managerType;
+    int (*write)(const char *input, const char *output);
+} kTextExports[] = {{HALV_HDR_SPECTRAL, ExportSpectrum}, {HALV_HDR_INFO, ExportTable}};
+
+static int ExportOther(const char *input, const char *output) {
+    size_t length = strlen(output);
+    if (!IsSpectrumExport(output) && !(length > 4 && strcasecmp(output + length - 4, ".csv") == 0))
+        return Complain("export writes .pgm or .ppm files of images, .csv or .svg files of spectra and .csv files "
+                        "of info tables, not %s",
+                        output),
+               kExitUsage;
+    Image image;
+    if (ImageOpen(&image, input) != kExitOk)
+        return kExitFailed;
+    int type = image.header->managerType;
+    char format[sizeof image.format];
+    memcpy(format, image.format, sizeof format);
+    ImageClose(&image);
+    for (size_t i = 0; i < sizeof kTextExports / sizeof kTextExports[0]; ++i)
+        if (kTextExports[i].managerType == type)
+            return kTextExports[i].write(input, output);
+    return Complain("%s has format %s; .csv and .svg exports take spectra and info tables (images go to .pgm or "
+                    ".ppm)",
+                    input, format);
+}
+
 int CommandExport(int argc, char **argv) {
     if (argc != 2)
-        return Complain("usage: halvern export INPUT OUTPUT.pgm|OUTPUT.ppm"), kExitUsage;
+        return Complain("usage: halvern export IMAGE OUTPUT.pgm|OUTPUT.ppm, SPECTRA OUTPUT.csv|OUTPUT.svg, or "
+                        "TABLE OUTPUT.csv"),
+               kExitUsage;
     const Netpbm *kind = KindOf(argv[1]);
     if (kind == NULL)
-        return Complain("export writes .pgm or .ppm files, not %s", argv[1]), kExitUsage;
+        return ExportOther(argv[0], argv[1]);
     Image image;
     if (ImageOpen(&image, argv[0]) != kExitOk)
         return kExitFailed;

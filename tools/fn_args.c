@@ -236,3 +236,57 @@ void FreeFnArgs(FnArgs *args) {
     free(args->words);
     memset(args, 0, sizeof *args);
 }
+
+/* The value words of the entry at words, up to its null; their count. */
+static uint32_t ValueCount(const intptr_t *words) {
+    uint32_t n = 0;
+    while (words[n] != HALV_ARG_NULL)
+        ++n;
+    return n;
+}
+
+int BinaryFnArgs(const FnArgs *args, FnBinArgs *out) {
+    memset(out, 0, sizeof *out);
+    uint32_t entries = 0;
+    for (const intptr_t *w = args->words; *w != HALV_ARG_END; ++w)
+        entries += w == args->words || w[-1] == HALV_ARG_NULL ? (*w != HALV_ARG_NULL) : 0;
+    out->args = calloc(entries + 1, sizeof *out->args);
+    out->storage = calloc(entries + 1, sizeof *out->storage);
+    if (out->args == NULL || out->storage == NULL)
+        return FreeBinaryFnArgs(out), Complain("no memory");
+    for (const intptr_t *w = args->words; *w != HALV_ARG_END;) {
+        if (*w == HALV_ARG_NULL) { /* the second null of a list entry */
+            ++w;
+            continue;
+        }
+        const char *key = (const char *)*w++;
+        const char *format = strchr(key, ':') + 1;
+        char letter = format[0] == '#' ? format[1] : format[0];
+        uint32_t n = ValueCount(w);
+        HalvBinArg *arg = &out->args[out->count++];
+        arg->key = key;
+        arg->count = (int32_t)n;
+        /* integers and doubles as the contiguous arrays the records hold,
+         * strings as the array of their pointers */
+        size_t width = strchr("iIbB", letter) ? sizeof(int32_t) : strchr("fFd", letter) ? sizeof(double)
+                                                                                          : sizeof(char *);
+        arg->type = width == sizeof(int32_t) ? 0 : strchr("fFd", letter) ? 3 : 1;
+        unsigned char *values = calloc(n + 1, width);
+        if (values == NULL)
+            return FreeBinaryFnArgs(out), Complain("no memory");
+        out->storage[out->storageCount++] = values;
+        for (uint32_t i = 0; i < n; ++i)
+            memcpy(values + i * width, arg->type == 1 ? (const void *)&w[i] : (const void *)w[i], width);
+        arg->data = values;
+        w += n + 1;
+    }
+    return kExitOk;
+}
+
+void FreeBinaryFnArgs(FnBinArgs *binary) {
+    for (uint32_t i = 0; binary->storage != NULL && i < binary->storageCount; ++i)
+        free(binary->storage[i]);
+    free(binary->storage);
+    free(binary->args);
+    memset(binary, 0, sizeof *binary);
+}

@@ -25,21 +25,42 @@ int Complain(const char *format, ...) {
 static const char kUsage[] =
     "usage: halvern COMMAND [ARGUMENTS]\n"
     "\n"
-    "  demo [--keep]                  make a sample image and run every function over it\n"
-    "  list                           every processing function of every registered bundle\n"
+    "  demo [--keep]                  make a sample image and run every function over it,\n"
+    "                                 then make a few spectra and show them\n"
+    "  list [--failed | --exists NAME]\n"
+    "                                 every processing function of every registered bundle,\n"
+    "                                 then every bundle that failed to load and why;\n"
+    "                                 --failed: only those; --exists: exit 0 if NAME is there\n"
+    "  status                         the registry file, data path, temporary directory and\n"
+    "                                 every bundle with its state, version and file\n"
     "  describe NAME                  one function's full description\n"
-    "  info FILE                      the header of a stored image\n"
-    "  run NAME INPUT OUTPUT [key=value ...]\n"
+    "  info FILE                      the header of a stored image, a spectrum, an info\n"
+    "                                 table or a header block\n"
+    "  run [--binary] NAME INPUT OUTPUT [key=value ...]\n"
     "                                 run a function over an image (halvern describe NAME\n"
-    "                                 shows the keys it takes; bits comes from the image)\n"
+    "                                 shows the keys it takes; bits comes from the image;\n"
+    "                                 --binary starts it from flat arguments and header)\n"
+    "  pack IMAGE OUTPUT.bh [--byte-order big|little]\n"
+    "                                 the image's header as one flat block\n"
     "  convert INPUT OUTPUT --format internal|image-ext [--byte-order big|little]\n"
     "                                 store an image in another format or byte order\n"
+    "  convert SPECTRA OUTPUT --format spectral [--version 1.0-ascii|1.0-binary]\n"
+    "                                 store spectra as text or as raw floats (default)\n"
     "  export INPUT OUTPUT.pgm|.ppm   write an 8- or 16-bit image of one or three\n"
     "                                 separations as binary netpbm\n"
+    "  export SPECTRA OUTPUT.csv|.svg write spectra as a table (a row a wavelength, a\n"
+    "                                 column a measurement) or as a plot\n"
+    "  export TABLE OUTPUT.csv        an info table as CSV, one row for each entry\n"
+    "  import-table IN.csv FIELDS OUTPUT\n"
+    "                                 an info table from CSV; FIELDS such as\n"
+    "                                 \"x:1i weight:2f label:8c\" (i integer, f double,\n"
+    "                                 c characters; a number of values before the letter)\n"
     "  help                           this text\n"
     "\n"
-    "OUTPUT appears only when the command succeeds.  Exit status: 0 done,\n"
-    "1 failed (the reason is on standard error), 2 wrong command line.\n";
+    "OUTPUT appears only when the command succeeds; Ctrl-C stops a command\n"
+    "between two chunks and removes the unfinished OUTPUT.  Exit status: 0 done,\n"
+    "1 failed (the reason is on standard error), 2 wrong command line,\n"
+    "130 interrupted.\n";
 
 static int CommandHelp(int argc, char **argv) {
     (void)argc;
@@ -48,13 +69,22 @@ static int CommandHelp(int argc, char **argv) {
     return kExitOk;
 }
 
-static const struct {
+/* What a command needs of the engine: nothing, a started engine, or a
+ * start whatever its outcome (status reports on a failed start too). */
+enum EngineUse { kNoEngine, kStartedEngine, kAnyStart };
+
+static const struct Command {
     const char *name;
     int (*run)(int argc, char **argv);
+    enum EngineUse engine;
 } kCommands[] = {
-    {"demo", CommandDemo},       {"list", CommandList},     {"describe", CommandDescribe},
-    {"info", CommandInfo},       {"run", CommandRun},       {"convert", CommandConvert},
-    {"export", CommandExport},   {"help", CommandHelp},     {"--help", CommandHelp},
+    {"demo", CommandDemo, kStartedEngine},   {"list", CommandList, kStartedEngine},
+    {"describe", CommandDescribe, kStartedEngine}, {"info", CommandInfo, kStartedEngine},
+    {"run", CommandRun, kStartedEngine},     {"convert", CommandConvert, kStartedEngine},
+    {"export", CommandExport, kStartedEngine}, {"status", CommandStatus, kAnyStart},
+    {"pack", CommandPack, kStartedEngine},
+    {"import-table", CommandImportTable, kStartedEngine},
+    {"help", CommandHelp, kNoEngine},        {"--help", CommandHelp, kNoEngine},
 };
 
 int main(int argc, char **argv) {
@@ -62,19 +92,22 @@ int main(int argc, char **argv) {
         fputs(kUsage, stderr);
         return kExitUsage;
     }
-    int (*command)(int, char **) = NULL;
+    const struct Command *command = NULL;
     for (size_t i = 0; i < sizeof kCommands / sizeof kCommands[0]; ++i)
         if (strcmp(argv[1], kCommands[i].name) == 0)
-            command = kCommands[i].run;
+            command = &kCommands[i];
     if (command == NULL) {
         Complain("unknown command %s (halvern help lists the commands)", argv[1]);
         return kExitUsage;
     }
-    if (HalvernInit() != 1) {
+    if (command->engine == kNoEngine)
+        return command->run(argc - 2, argv + 2);
+    int started = StartEngine();
+    if (started != kExitOk && command->engine == kStartedEngine) {
         HalvernEnd();
-        return Complain("the engine did not start");
+        return started;
     }
-    int status = command(argc - 2, argv + 2);
+    int status = command->run(argc - 2, argv + 2);
     HalvernEnd();
-    return status;
+    return started != kExitOk ? started : status;
 }

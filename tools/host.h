@@ -9,10 +9,38 @@
 #define HALVERN_HOST_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include "dpk_hvsup.h"
 
 enum { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
+
+/* ------------------------------------------------------------------------
+ * Starting the engine (startup.c)
+ * ------------------------------------------------------------------------ */
+
+/* HalvernInit.  kExitOk, or kExitFailed after naming on standard error the
+ * registry file and every required bundle that failed, with its reason.
+ * Either way the engine owes a HalvernEnd. */
+int StartEngine(void);
+/* Prints "<prefix><bundle> (optional|required): <reason>" on standard
+ * output for each bundle the registry step failed to load; their count. */
+int PrintFailedBundles(const char *prefix);
+
+/* ------------------------------------------------------------------------
+ * Interrupts (interrupt.c): the first SIGINT, SIGTERM or SIGHUP asks the
+ * command in progress to stop between two chunks; a second one ends the
+ * process at once, removing the unfinished output first.
+ * ------------------------------------------------------------------------ */
+
+/* Installs the handlers; once per process. */
+void InterruptGuardInstall(void);
+/* 0 while no stop was asked; else the exit status to give, 128 + the
+ * signal (130 for Ctrl-C), after saying on standard error that it stopped. */
+int InterruptStatus(void);
+/* The temporary file a second signal removes before the process dies;
+ * null when none. */
+void InterruptSetPendingFile(const char *path);
 
 /* Prints "halvern: " and the message with a line end on standard error;
  * gives kExitFailed so that callers can return it. */
@@ -31,8 +59,9 @@ typedef struct Image {
     char version[32];
     char architecture[32]; /* as stored; empty when absent */
     uint32_t storedSeps;   /* separations side by side in a line: 1 with pixel interleave */
-    uint32_t lineBytes;    /* bytes of one scanline; 0 for compressed data */
+    uint32_t lineBytes;    /* bytes of one scanline (of a spectrum: one measurement); 0 for compressed data */
     uint32_t height;       /* scanlines, 0 when the header doesn't know */
+    const char *unit;      /* what a line is: "scanline", or "measurement" in a spectrum */
     uint64_t fileBytes;    /* size on disk, 0 when unknown */
     uint64_t linesRead;
     uint64_t bytesRead;
@@ -48,19 +77,27 @@ void ImageClose(Image *image);
  * handled sample by sample: known layout, pixels, no compression, sizes
  * that agree.  kExitOk or kExitFailed with the reason said. */
 int ImageCheckRaster(const Image *image);
-/* Separations that lie side by side in a scanline, each with its own
- * bytes/sl entry: 1 with pixel interleave, else the sum of parts (37 when
- * that is beyond the 36 a header holds). */
-uint32_t HeaderStoredSeps(const HalvHeaderStruct *header);
+/* Checks that the header describes a spectrum whose measurements can be
+ * read: samples, a measurement of a size this host holds, a binary file
+ * that holds what its header promises.  kExitOk or kExitFailed with the
+ * reason said. */
+int ImageCheckSpectrum(const Image *image);
 /* The common sample depth of all separations, or 0 when they differ. */
 uint32_t ImageCommonBits(const Image *image);
 /* The number of samples of each pixel: the sum of the header's parts. */
 uint32_t ImageSamples(const Image *image);
 /* Loads the next chunk.  kExitOk with *chunk filled (its flags carry
  * HALV_CHUNK_END on the last one, which may be empty); kExitFailed after
- * saying what is wrong with the data.  The data stay valid up to the next
+ * saying what is wrong with the data; InterruptStatus() when a signal asked
+ * the command to stop.  The data stay valid up to the next
  * load. */
 int ImageNextChunk(Image *image, HalvChunk *chunk);
+/* "little" gives 0 and "big" 1 in *order; 0 for any other word. */
+int ParseByteOrder(const char *word, int *order);
+/* The whole of path (a file or a URL), at most limit bytes, in a new
+ * buffer the caller frees.  kExitOk, or kExitFailed after saying why. */
+int ReadWholeFile(const char *path, unsigned char **bytes, uint32_t *size, uint32_t limit);
+
 /* Name of the colour space, "unknown" for code 0. */
 const char *ImageColorName(const HalvHeaderStruct *header);
 
@@ -92,16 +129,49 @@ int OutputWriteChunk(Output *out, const HalvChunk *chunk);
 int OutputWriteBytes(Output *out, const void *bytes, uint32_t count);
 int OutputCommit(Output *out);
 void OutputAbort(Output *out);
-/* Commits the output when status is kExitOk, else removes it; gives the
- * command's status. */
+/* Commits the output when status is kExitOk, else removes it (saying so
+ * when an interrupt was the reason); gives the command's status. */
 int OutputFinish(Output *out, int status);
 
-/* A new header of the stored format name ("internal" or "image-ext") with
- * the raster description of source; its manager in *manager.  Null after
- * saying why. */
-HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager);
-/* Reverses the bytes of every sample wider than 8 bits in lines lines. */
-void SwapLines(const HalvHeaderStruct *header, uint32_t storedSeps, void *data, uint32_t lines);
+/* The version of format that this host writes: version itself when it is
+ * one (null: the format's default), else null. */
+const char *WritableVersion(const char *format, const char *version);
+/* A new header of the stored format name ("internal", "image-ext" or
+ * "spectral") and version (null: its default) with the description of
+ * source; its manager in *manager.  Null after saying why. */
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, const char *version,
+                               HVHdrManager *manager);
+
+/* ------------------------------------------------------------------------
+ * Spectra (spectra.c, spectrum_svg.c)
+ * ------------------------------------------------------------------------ */
+
+/* A whole spectrum in memory. */
+typedef struct Spectrum {
+    const char *name;     /* what the plot's title calls it */
+    uint32_t type;        /* the header's spectrumType */
+    uint32_t samples;     /* per measurement */
+    uint32_t measurements;
+    float *wavelengths;   /* samples entries, in nm */
+    float *values;        /* measurement after measurement */
+} Spectrum;
+
+/* Prints the spectral part of a header: type, samples, measurements and
+ * the wavelengths, as start and step or as the table. */
+void SpectrumPrintInfo(const HalvHeaderStruct *header);
+/* Checks image (ImageCheckSpectrum) and reads all its measurements, at
+ * most 256 MiB of samples.  kExitOk, or kExitFailed after saying why. */
+int SpectrumLoad(Image *image, Spectrum *spectrum);
+void SpectrumFree(Spectrum *spectrum);
+/* The shortest "%g" text of 6 to 9 digits that reads back as value. */
+int FloatText(char *text, size_t size, float value);
+/* The plot as SVG text. */
+void SpectrumWriteSvg(const Spectrum *spectrum, FILE *svg);
+/* 1 when path names an export of a spectrum: .csv or .svg. */
+int IsSpectrumExport(const char *path);
+/* halvern export of a spectrum: OUTPUT.csv, one row a wavelength and one
+ * column a measurement, or OUTPUT.svg, the plot. */
+int ExportSpectrum(const char *input, const char *output);
 
 /* ------------------------------------------------------------------------
  * Processing functions
@@ -126,10 +196,25 @@ int BuildFnArgs(FnArgs *args, const HalvFuncDesc *desc, char *const *pairs, int 
                 int factCount, int lenient);
 void FreeFnArgs(FnArgs *args);
 
+/* The same arguments as binary records (HalvBinArg): integers as type 0
+ * and doubles as type 3 in arrays of their own, strings as type 1. */
+typedef struct FnBinArgs {
+    HalvBinArg *args;
+    int32_t count;
+    void **storage;
+    uint32_t storageCount;
+} FnBinArgs;
+
+int BinaryFnArgs(const FnArgs *args, FnBinArgs *out);
+void FreeBinaryFnArgs(FnBinArgs *binary);
+
 /* Runs function name over input into output.  pairs are the user's
- * key=value texts.  With quiet set nothing but failures is printed. */
+ * key=value texts; with lenient set, keys the function doesn't declare are
+ * left out.  With binary set the function starts from flat data alone: its
+ * arguments as HalvBinArg records and the input header as a 'B' 'H' block,
+ * through HalvCallInitBin. */
 int RunFunction(const char *name, const char *input, const char *output, char *const *pairs, int pairCount,
-                int lenient);
+                int lenient, int binary);
 
 /* ------------------------------------------------------------------------
  * Progress on standard error, for long jobs on a terminal.
@@ -158,5 +243,16 @@ int CommandRun(int argc, char **argv);
 int CommandConvert(int argc, char **argv);
 int CommandExport(int argc, char **argv);
 int CommandDemo(int argc, char **argv);
+/* The demo's spectra, made in dir; the files made are added to created. */
+int DemoSpectra(const char *dir, char **created, int *createdCount);
+int CommandStatus(int argc, char **argv);
+int CommandPack(int argc, char **argv);
+
+/* Info tables (table_*.c): the table part of halvern info for an open
+ * table (order says its byte order); the export of a table as CSV; the
+ * import-table command. */
+int TableInfo(Image *image, const char *order);
+int ExportTable(const char *input, const char *output);
+int CommandImportTable(int argc, char **argv);
 
 #endif

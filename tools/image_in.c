@@ -6,8 +6,8 @@
 #define _POSIX_C_SOURCE 200809L
 #include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/stat.h>
 
 #include "host.h"
@@ -25,20 +25,6 @@ static void CopyParam(char *dst, size_t size, HalvUserCMData *tree, const char *
 
 static int IsRasterFormat(const HalvHeaderStruct *header) {
     return header->managerType == HALV_HDR_INTERNAL || header->managerType == HALV_HDR_IMAGE_EXT;
-}
-
-uint32_t HeaderStoredSeps(const HalvHeaderStruct *header) {
-    if (header->interleave == 1)
-        return 1;
-    uint64_t sum = (uint64_t)header->parts[0] + header->parts[1] + header->parts[2];
-    return sum > HALV_MAX_SEPARATIONS ? HALV_MAX_SEPARATIONS + 1 : (uint32_t)sum;
-}
-
-static uint64_t LineBytes(const HalvHeaderStruct *header, uint32_t seps) {
-    uint64_t sum = 0;
-    for (uint32_t i = 0; i < seps && i < HALV_MAX_SEPARATIONS; ++i)
-        sum += header->bytesPerSep[i];
-    return sum;
 }
 
 uint32_t ImageSamples(const Image *image) {
@@ -99,7 +85,8 @@ static int ReadHeader(Image *image) {
         status = Complain("%s has format \"%s\" version \"%s\", which this build can't read", image->path,
                           image->format, image->version);
     else if (HVHdrToHeader(image->manager, tree, &image->header) != 1 || image->header == NULL)
-        status = Complain("%s: no memory for its header", image->path);
+        status = Complain("%s: its %s header can't be read: it breaks a rule of that format, or memory ran out",
+                          image->path, image->format);
     HVHdrFree(tree);
     return status;
 }
@@ -107,7 +94,7 @@ static int ReadHeader(Image *image) {
 int ImageOpen(Image *image, const char *path) {
     memset(image, 0, sizeof *image);
     image->path = path;
-    if (strncasecmp(path, "http://", 7) != 0) {
+    if (!HalvIsURL(path)) {
         struct stat info;
         if (stat(path, &info) != 0)
             return Complain("can't read %s: %s", path, strerror(errno));
@@ -124,22 +111,37 @@ int ImageOpen(Image *image, const char *path) {
         ImageClose(image);
         return kExitFailed;
     }
-    image->storedSeps = HeaderStoredSeps(image->header);
-    uint64_t lineBytes = LineBytes(image->header, image->storedSeps);
+    image->storedSeps = HalvHeaderSepCount(image->header);
+    uint64_t lineBytes = HalvHeaderLineBytes(image->header);
+    image->unit = "scanline";
+    if (image->header->managerType == HALV_HDR_SPECTRAL) {
+        /* A measurement is a spectrum's line: all its samples side by side. */
+        lineBytes = ((const HalvSpectralHeader *)image->header)->bytesPerMeasurement;
+        image->unit = "measurement";
+    }
     image->lineBytes = image->header->compression != 0 || lineBytes > kMaxLineBytes ? 0 : (uint32_t)lineBytes;
     image->height = image->header->dimCount >= 2 ? image->header->dims[1] : 0;
     return kExitOk;
 }
 
-/* Bytes that pixels samples of bits bits take in a line: packed below 8
- * bits, 16- and 32-bit words above. */
-static uint64_t SampleBytes(uint32_t bits, uint64_t samples) {
-    if (bits <= 8)
-        return (samples * bits + 7) / 8;
-    return samples * (bits <= 16 ? 2 : 4);
+/* Bytes a scanline of stored separation sep needs for pixels pixels, by the
+ * library's count; with pixel interleave the one separation holds every
+ * sample.  The count is worked out in 32 bits: a line whose bits don't fit
+ * is given by its size alone, which is far beyond what this host takes. */
+static uint64_t NeededBytes(const HalvHeaderStruct *h, uint32_t sep, uint32_t samples, uint32_t pixels) {
+    uint32_t group = h->interleave == 1 ? samples : 1;
+    uint64_t bits = (uint64_t)SampleBits(h, sep) * group * pixels;
+    if (bits > UINT32_MAX - 31)
+        return (bits + 7) / 8;
+    if (h->interleave != 1)
+        return HalvCalcBytesPerSep(h->bitsPerSample[sep], pixels);
+    uint32_t sampleBits[HALV_MAX_SEPARATIONS], bytes[HALV_MAX_SEPARATIONS];
+    for (uint32_t s = 0; s < samples; ++s)
+        sampleBits[s] = h->bitsPerSample[0];
+    return HalvCalcInterleaveBytesArray(1, bytes, samples, sampleBits, pixels);
 }
 
-static int CheckSeparations(const Image *image, uint64_t pixels) {
+static int CheckSeparations(const Image *image, uint32_t pixels) {
     const HalvHeaderStruct *h = image->header;
     uint32_t samples = ImageSamples(image);
     for (uint32_t i = 0; i < samples; ++i)
@@ -147,12 +149,7 @@ static int CheckSeparations(const Image *image, uint64_t pixels) {
             return Complain("%s: separation %u has %u bits per sample; 1 to 32 can be handled", image->path, i + 1,
                             SampleBits(h, i));
     for (uint32_t i = 0; i < image->storedSeps; ++i) {
-        uint64_t need = 0;
-        if (h->interleave == 1)
-            for (uint32_t s = 0; s < samples; ++s)
-                need += SampleBytes(SampleBits(h, s), pixels);
-        else
-            need = SampleBytes(h->bitsPerSample[i], pixels);
+        uint64_t need = NeededBytes(h, i, samples, pixels);
         if (need > kMaxLineBytes)
             return Complain("%s: a scanline of %llu pixels needs %llu bytes, more than this host handles",
                             image->path, (unsigned long long)pixels, (unsigned long long)need);
@@ -165,21 +162,33 @@ static int CheckSeparations(const Image *image, uint64_t pixels) {
     return kExitOk;
 }
 
-/* An internal image of known height must hold all its scanlines; saying so
- * before anything is written gives the clearest message. */
-static int CheckStoredSize(const Image *image) {
-    if (image->header->managerType != HALV_HDR_INTERNAL || image->height == 0 || image->fileBytes == 0 ||
-        image->io->seek == NULL)
-        return kExitOk;
+/* Where the data start and how many bytes of them the file holds; 0 when
+ * that can't be known (no size, a stream that can't tell its position). */
+static int StoredDataBytes(const Image *image, uint64_t *have) {
+    if (image->fileBytes == 0 || image->io->seek == NULL)
+        return 0;
     int64_t dataStart = image->io->seek(image->io, 0, 1);
     if (dataStart < 0)
+        return 0;
+    *have = image->fileBytes > (uint64_t)dataStart ? image->fileBytes - (uint64_t)dataStart : 0;
+    return 1;
+}
+
+/* An internal image of known height, and a binary spectrum, must hold all
+ * their lines; saying so before anything is written gives the clearest
+ * message.  (A binary spectrum that ends early reads as zeros.) */
+static int CheckStoredSize(const Image *image) {
+    int binarySpectrum = image->header->managerType == HALV_HDR_SPECTRAL && strcmp(image->version, "1.0-binary") == 0;
+    uint64_t have = 0;
+    if ((image->header->managerType != HALV_HDR_INTERNAL && !binarySpectrum) || !StoredDataBytes(image, &have))
         return kExitOk;
+    if (binarySpectrum && image->height == 0 && have % image->lineBytes != 0)
+        return Complain("%s ends in the middle of a measurement, after %llu whole measurements", image->path,
+                        (unsigned long long)(have / image->lineBytes));
     uint64_t need = (uint64_t)image->height * image->lineBytes;
-    uint64_t have = image->fileBytes > (uint64_t)dataStart ? image->fileBytes - (uint64_t)dataStart : 0;
     if (have < need)
-        return Complain("%s is cut short: its header promises %u scanlines of %u bytes (%llu bytes), the file "
-                        "holds %llu",
-                        image->path, image->height, image->lineBytes, (unsigned long long)need,
+        return Complain("%s is cut short: its header promises %u %ss of %u bytes (%llu bytes), the file holds %llu",
+                        image->path, image->height, image->unit, image->lineBytes, (unsigned long long)need,
                         (unsigned long long)have);
     return kExitOk;
 }
@@ -207,6 +216,20 @@ int ImageCheckRaster(const Image *image) {
     return CheckStoredSize(image);
 }
 
+/* A measurement this host holds in memory at once, at most. */
+static const uint32_t kMaxMeasurementBytes = 64u << 20;
+
+int ImageCheckSpectrum(const Image *image) {
+    const HalvHeaderStruct *h = image->header;
+    if (h->managerType != HALV_HDR_SPECTRAL)
+        return Complain("%s has format %s; this takes spectra (format spectral)", image->path, image->format);
+    if (h->dims[0] == 0)
+        return Complain("%s has no samples: its numberOfSamples is 0 or missing", image->path);
+    if (image->lineBytes == 0 || image->lineBytes > kMaxMeasurementBytes)
+        return Complain("%s: a measurement of %u samples is more than this host handles", image->path, h->dims[0]);
+    return CheckStoredSize(image);
+}
+
 static uint32_t LinesPerLoad(const Image *image) {
     if (image->lineBytes == 0)
         return kCompressedLinesPerLoad;
@@ -219,18 +242,21 @@ static int CheckChunk(Image *image, const HalvChunk *chunk) {
         return kExitOk;
     if ((uint64_t)chunk->lines * image->lineBytes != chunk->bytes) {
         if (chunk->bytes % image->lineBytes != 0)
-            return Complain("%s ends in the middle of a scanline, after %llu whole scanlines", image->path,
-                            (unsigned long long)image->linesRead);
-        return Complain("%s is damaged: a chunk holds %u bytes for %u scanlines of %u bytes", image->path,
-                        chunk->bytes, chunk->lines, image->lineBytes);
+            return Complain("%s ends in the middle of a %s, after %llu whole %ss", image->path, image->unit,
+                            (unsigned long long)image->linesRead, image->unit);
+        return Complain("%s is damaged: a chunk holds %u bytes for %u %ss of %u bytes", image->path, chunk->bytes,
+                        chunk->lines, image->unit, image->lineBytes);
     }
     if (image->height != 0 && image->linesRead + chunk->lines > image->height)
-        return Complain("%s holds more scanlines than the %u its header gives", image->path, image->height);
+        return Complain("%s holds more %ss than the %u its header gives", image->path, image->unit, image->height);
     return kExitOk;
 }
 
 int ImageNextChunk(Image *image, HalvChunk *chunk) {
     memset(chunk, 0, sizeof *chunk);
+    int interrupted = InterruptStatus();
+    if (interrupted != kExitOk)
+        return interrupted; /* the caller's failure path removes its output */
     if (image->ended) {
         chunk->flags = HALV_CHUNK_END;
         return kExitOk;
@@ -240,6 +266,10 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
         if (image->header->managerType == HALV_HDR_INTERNAL && image->height != 0)
             return Complain("%s is cut short: it ends before the %u scanlines its header gives (after %llu)",
                             image->path, image->height, (unsigned long long)image->linesRead);
+        if (image->header->managerType == HALV_HDR_SPECTRAL)
+            return Complain("%s is damaged: its data can't be read as %u samples a measurement (after %llu "
+                            "measurements)",
+                            image->path, image->header->dims[0], (unsigned long long)image->linesRead);
         return Complain("%s is damaged: its data end inside a chunk, or a chunk record gives a wrong length "
                         "(after %llu scanlines)",
                         image->path, (unsigned long long)image->linesRead);
@@ -251,8 +281,57 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
     if (chunk->flags & HALV_CHUNK_END) {
         image->ended = 1;
         if (image->height != 0 && image->lineBytes != 0 && image->linesRead < image->height)
-            return Complain("%s is cut short: it ends after %llu of the %u scanlines its header gives", image->path,
-                            (unsigned long long)image->linesRead, image->height);
+            return Complain("%s is cut short: it ends after %llu of the %u %ss its header gives", image->path,
+                            (unsigned long long)image->linesRead, image->height, image->unit);
     }
     return kExitOk;
+}
+
+int ParseByteOrder(const char *word, int *order) {
+    static const char *const kWords[] = {"little", "big"};
+    for (int i = 0; i < 2; ++i)
+        if (strcmp(word, kWords[i]) == 0)
+            return *order = i, 1;
+    return 0;
+}
+
+int ReadWholeFile(const char *path, unsigned char **bytes, uint32_t *size, uint32_t limit) {
+    *bytes = NULL;
+    *size = 0;
+    errno = 0;
+    HalvIO *io = HalvIO_FileName(path, "rb");
+    if (io == NULL)
+        return Complain("can't open %s: %s", path, errno != 0 ? strerror(errno) : "failed");
+    uint32_t capacity = 0;
+    int status = kExitOk;
+    for (;;) {
+        if (*size == capacity) {
+            uint32_t grown = capacity == 0 ? 4096 : capacity * 2;
+            if (capacity >= limit) {
+                status = Complain("%s is larger than %u bytes", path, limit);
+                break;
+            }
+            unsigned char *more = realloc(*bytes, grown);
+            if (more == NULL) {
+                status = Complain("no memory for %s", path);
+                break;
+            }
+            *bytes = more;
+            capacity = grown;
+        }
+        int32_t got = io->read(io, *bytes + *size, capacity - *size);
+        if (got <= 0) {
+            if (got < 0)
+                status = Complain("can't read %s", path);
+            break;
+        }
+        *size += (uint32_t)got;
+    }
+    io->close(io);
+    if (status != kExitOk) {
+        free(*bytes);
+        *bytes = NULL;
+        *size = 0;
+    }
+    return status;
 }

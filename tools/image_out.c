@@ -3,11 +3,10 @@
  *
  * The file is made under a temporary name beside OUTPUT, so that the
  * rename at the end stays on one file system; a failure or an interrupt
- * removes it.  Nobody ever sees a half-written OUTPUT.
+ * (interrupt.c) removes it.  Nobody ever sees a half-written OUTPUT.
  */
 #define _POSIX_C_SOURCE 200809L
 #include <errno.h>
-#include <signal.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,38 +16,57 @@
 
 #include "host.h"
 
-/* The temporary file of the output in progress, for the signal handler. */
-static char gPendingPath[4096];
-static volatile sig_atomic_t gPending;
+/* The file's stream behind one that remembers the first failed write:
+ * some writers don't tell (the end marker behind a header, raw spectra),
+ * and OUTPUT must never be committed with bytes missing. */
+typedef struct GuardedIO {
+    HalvIO io;
+    HalvIO *file;
+    int error; /* errno of the first failed write, -1 when it set none */
+} GuardedIO;
 
-static void RemovePendingAndDie(int sig) {
-    if (gPending)
-        unlink(gPendingPath);
-    signal(sig, SIG_DFL);
-    raise(sig);
+static int32_t GuardedWrite(HalvIO *io, const void *bytes, uint32_t count) {
+    GuardedIO *g = (GuardedIO *)io;
+    errno = 0;
+    int32_t written = g->file->write(g->file, bytes, count);
+    if (count > 0 && written <= 0 && g->error == 0)
+        g->error = errno != 0 ? errno : -1;
+    return written;
 }
 
-static void GuardAgainstInterrupts(void) {
-    static int installed;
-    if (installed)
-        return;
-    installed = 1;
-    static const int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
-    for (size_t i = 0; i < sizeof kSignals / sizeof kSignals[0]; ++i) {
-        struct sigaction action;
-        memset(&action, 0, sizeof action);
-        action.sa_handler = RemovePendingAndDie;
-        sigemptyset(&action.sa_mask);
-        sigaction(kSignals[i], &action, NULL);
-    }
+static int32_t GuardedRead(HalvIO *io, void *buffer, uint32_t count) {
+    GuardedIO *g = (GuardedIO *)io;
+    return g->file->read(g->file, buffer, count);
 }
 
-static void SetPending(const char *path) {
-    gPending = 0;
-    if (path != NULL && strlen(path) < sizeof gPendingPath) {
-        memcpy(gPendingPath, path, strlen(path) + 1);
-        gPending = 1;
+static void GuardedFlush(HalvIO *io) { ((GuardedIO *)io)->file->flush(((GuardedIO *)io)->file); }
+
+static int64_t GuardedSeek(HalvIO *io, int64_t offset, int32_t whence) {
+    GuardedIO *g = (GuardedIO *)io;
+    return g->file->seek(g->file, offset, whence);
+}
+
+static void GuardedClose(HalvIO *io) {
+    GuardedIO *g = (GuardedIO *)io;
+    g->file->close(g->file);
+    free(g);
+}
+
+/* A guard around file, which it owns from now on; null when memory runs
+ * out (file is then closed). */
+static HalvIO *Guard(HalvIO *file) {
+    GuardedIO *g = calloc(1, sizeof *g);
+    if (g == NULL) {
+        file->close(file);
+        return NULL;
     }
+    g->file = file;
+    g->io.close = GuardedClose;
+    g->io.read = GuardedRead;
+    g->io.write = GuardedWrite;
+    g->io.flush = GuardedFlush;
+    g->io.seek = GuardedSeek;
+    return &g->io;
 }
 
 int OutputOpen(Output *out, const char *path) {
@@ -59,7 +77,7 @@ int OutputOpen(Output *out, const char *path) {
     if (out->tempPath == NULL)
         return Complain("no memory");
     snprintf(out->tempPath, length + 16, "%s.halvern-XXXXXX", path);
-    GuardAgainstInterrupts();
+    InterruptGuardInstall();
     int fd = mkstemp(out->tempPath);
     if (fd < 0) {
         int error = errno;
@@ -67,17 +85,22 @@ int OutputOpen(Output *out, const char *path) {
         out->tempPath = NULL;
         return Complain("can't write %s: %s", path, strerror(error));
     }
-    SetPending(out->tempPath);
+    InterruptSetPendingFile(out->tempPath);
     mode_t mask = umask(0);
     umask(mask);
     fchmod(fd, 0666 & ~mask); /* mkstemp's 0600 would stick to OUTPUT */
-    out->io = HalvIO_FD(fd);
-    if (out->io == NULL) {
+    HalvIO *file = HalvIO_FD(fd);
+    if (file == NULL) {
         close(fd);
         OutputAbort(out);
         return Complain("no memory");
     }
-    out->io->setAutoClose(out->io, 1);
+    file->setAutoClose(file, 1);
+    out->io = Guard(file);
+    if (out->io == NULL) {
+        OutputAbort(out);
+        return Complain("no memory");
+    }
     return kExitOk;
 }
 
@@ -116,7 +139,7 @@ int OutputWriteChunk(Output *out, const HalvChunk *chunk) {
             return Complain("no memory for %u bytes", chunk->bytes);
         copy.capacity = chunk->bytes;
         memcpy(copy.data, chunk->data, chunk->bytes);
-        SwapLines(out->header, HeaderStoredSeps(out->header), copy.data, copy.lines);
+        HalvHeaderReverseLines(out->header, copy.data, copy.bytes, copy.lines);
     }
     errno = 0;
     if (HVHdrFromChunk(out->manager, out->header, &copy, out->io) != 1)
@@ -143,13 +166,20 @@ static void Release(Output *out) {
 }
 
 int OutputCommit(Output *out) {
+    int error = out->io != NULL ? ((GuardedIO *)out->io)->error : 0;
+    if (error != 0) {
+        errno = error > 0 ? error : 0;
+        WriteFailed(out);
+        OutputAbort(out);
+        return kExitFailed;
+    }
     Release(out);
     int status = kExitOk;
     if (rename(out->tempPath, out->path) != 0) {
         status = Complain("can't write %s: %s", out->path, strerror(errno));
         unlink(out->tempPath);
     }
-    gPending = 0;
+    InterruptSetPendingFile(NULL);
     free(out->tempPath);
     out->tempPath = NULL;
     return status;
@@ -159,7 +189,7 @@ void OutputAbort(Output *out) {
     Release(out);
     if (out->tempPath != NULL)
         unlink(out->tempPath);
-    gPending = 0;
+    InterruptSetPendingFile(NULL);
     free(out->tempPath);
     out->tempPath = NULL;
 }
@@ -168,6 +198,8 @@ int OutputFinish(Output *out, int status) {
     if (status == kExitOk)
         return OutputCommit(out);
     OutputAbort(out);
+    if (status == InterruptStatus())
+        Complain("interrupted: stopped between two chunks; %s was not written", out->path);
     return status;
 }
 
@@ -177,28 +209,46 @@ int OutputFinish(Output *out, int status) {
 
 static const struct {
     const char *format;
-    const char *version;
-} kWritableFormats[] = {{"internal", "2.1"}, {"image-ext", "1.0"}};
+    const char *version; /* written by default */
+    const char *other;   /* a second version it writes, or null */
+} kWritableFormats[] = {{"internal", "2.1", NULL}, {"image-ext", "1.0", NULL}, {"spectral", "1.0-binary", "1.0-ascii"}};
 
-HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, HVHdrManager *manager) {
-    const char *version = NULL;
-    for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i)
-        if (strcmp(kWritableFormats[i].format, format) == 0)
-            version = kWritableFormats[i].version;
-    if (version == NULL) {
-        Complain("unknown format %s: internal or image-ext", format);
+const char *WritableVersion(const char *format, const char *version) {
+    for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i) {
+        if (strcmp(kWritableFormats[i].format, format) != 0)
+            continue;
+        if (version == NULL || strcmp(version, kWritableFormats[i].version) == 0)
+            return kWritableFormats[i].version;
+        if (kWritableFormats[i].other != NULL && strcmp(version, kWritableFormats[i].other) == 0)
+            return kWritableFormats[i].other;
+    }
+    return NULL;
+}
+
+HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, const char *version,
+                               HVHdrManager *manager) {
+    const char *written = WritableVersion(format, version);
+    if (written == NULL) {
+        Complain("this build can't write format %s%s%s", format, version != NULL ? " version " : "",
+                 version != NULL ? version : "");
         return NULL;
     }
     HalvHeaderStruct *header = NULL;
-    if (HVHdrGetManager_Str(format, version, manager) != 1 || HVHdrCreateHeader(*manager, &header) != 1 ||
+    if (HVHdrGetManager_Str(format, written, manager) != 1 || HVHdrCreateHeader(*manager, &header) != 1 ||
         header == NULL) {
         Complain("this build can't write format %s", format);
         return NULL;
     }
-    /* The raster description is the run of generic fields from endian up
-     * to userData; the format's own fields behind it stay as made. */
+    /* The description is the run of generic fields from endian up to
+     * userData, and for a spectrum its wavelengths and type too; the rest
+     * of the format's own fields stay as made. */
     size_t from = offsetof(HalvHeaderStruct, endian), to = offsetof(HalvHeaderStruct, userData);
     memcpy((char *)header + from, (const char *)source + from, to - from);
+    if (header->managerType == HALV_HDR_SPECTRAL && source->managerType == HALV_HDR_SPECTRAL) {
+        from = offsetof(HalvSpectralHeader, spectrumType);
+        to = offsetof(HalvSpectralHeader, bufferCapacity);
+        memcpy((char *)header + from, (const char *)source + from, to - from);
+    }
     if (source->userData != NULL) {
         header->userData = HalvUserCMDupData(source->userData);
         if (header->userData == NULL) {
@@ -208,24 +258,4 @@ HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *forma
         }
     }
     return header;
-}
-
-static void ReverseGroups(unsigned char *bytes, uint32_t count, uint32_t width) {
-    for (uint32_t i = 0; i + width <= count; i += width)
-        for (uint32_t a = i, b = i + width - 1; a < b; ++a, --b) {
-            unsigned char t = bytes[a];
-            bytes[a] = bytes[b];
-            bytes[b] = t;
-        }
-}
-
-void SwapLines(const HalvHeaderStruct *header, uint32_t storedSeps, void *data, uint32_t lines) {
-    unsigned char *cursor = data;
-    for (uint32_t line = 0; line < lines; ++line)
-        for (uint32_t i = 0; i < storedSeps && i < HALV_MAX_SEPARATIONS; ++i) {
-            uint32_t bits = header->bitsPerSample[i];
-            if (bits > 8)
-                ReverseGroups(cursor, header->bytesPerSep[i], bits > 16 ? 4 : 2);
-            cursor += header->bytesPerSep[i];
-        }
 }

@@ -1,8 +1,10 @@
 /*
- * info.c - the header of a stored image, readable: the raster description
- * the format's manager understood, then the rest of the header's tree.
+ * info.c - the header of a stored image or spectrum, or of a flat header
+ * block, readable: the description the format's manager understood, then
+ * the rest of the header's tree.
  */
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "host.h"
@@ -76,18 +78,17 @@ static void PrintTree(const HalvUserCMData *tree) {
     mem->close(mem);
 }
 
-static void PrintRaster(const Image *image) {
-    const HalvHeaderStruct *h = image->header;
-    uint32_t samples = ImageSamples(image);
+/* The raster description; order says in which byte order the samples
+ * are stored, and why it is known. */
+static void PrintRaster(const HalvHeaderStruct *h, const char *order) {
+    uint32_t partSum = h->parts[0] + h->parts[1] + h->parts[2];
+    uint32_t samples = partSum <= HALV_MAX_SEPARATIONS ? partSum : 0;
     PrintSize(h);
-    printf("%-14s %u (image %u, mask %u, other %u)\n", "separations:", h->parts[0] + h->parts[1] + h->parts[2],
-           h->parts[0], h->parts[1], h->parts[2]);
+    printf("%-14s %u (image %u, mask %u, other %u)\n", "separations:", partSum, h->parts[0], h->parts[1], h->parts[2]);
     PrintNumbers("bit depth:", h->bitsPerSample, h->interleave == 1 && samples > 0 ? 1 : samples);
-    uint32_t seps = image->storedSeps <= HALV_MAX_SEPARATIONS ? image->storedSeps : 0;
-    PrintNumbers("bytes/line:", h->bytesPerSep, seps);
+    PrintNumbers("bytes/line:", h->bytesPerSep, HalvHeaderSepCount(h));
     printf("%-14s %s\n", "colour space:", ImageColorName(h));
-    printf("%-14s %s (%s)\n", "byte order:", ByteOrderName(image->architecture),
-           image->architecture[0] ? image->architecture : "no architecture key");
+    printf("%-14s %s\n", "byte order:", order);
     printf("%-14s %s\n", "interleave:", HalvInterleave2Str((int32_t)h->interleave));
     printf("%-14s %s\n", "compression:", h->compression == 0 ? "none" : HalvComp2Str(h->compression));
     if (h->alignment != 0)
@@ -96,18 +97,79 @@ static void PrintRaster(const Image *image) {
         printf("%-14s minimum %u, preferred %u\n", "chunks:", h->minimumChunk, h->preferredChunk);
 }
 
-int CommandInfo(int argc, char **argv) {
-    if (argc != 1)
-        return Complain("usage: halvern info FILE"), kExitUsage;
+/* Flat header blocks are small; anything larger is not one. */
+static const uint32_t kMaxBlockBytes = 64u << 20;
+
+static int IsBlock(const unsigned char *bytes, uint32_t size) {
+    return size >= 4 && bytes[0] == 'B' && bytes[1] == 'H' && (bytes[2] == 'L' || bytes[2] == 'B') &&
+           (bytes[3] == 'L' || bytes[3] == 'B');
+}
+
+/* A 'B' 'H' block made by halvern pack: its header read back. */
+static int BlockInfo(const char *path, const unsigned char *bytes, uint32_t size) {
+    HalvHeaderStruct *h = HalvBinHdrToHdr(bytes, size, 0);
+    if (h == NULL)
+        return Complain("%s is a damaged header block: it is cut short, or a length in it is wrong", path);
+    printf("%-14s %s (%u bytes)\n", "file:", path, size);
+    printf("%-14s flat header block, its words %s-endian\n", "form:", bytes[2] == 'B' ? "big" : "little");
+    const char *format = HVHdrGetFormatName_Type(h->managerType);
+    printf("%-14s %s (manager type %d)\n", "format:", format != NULL ? format : "unknown", h->managerType);
+    PrintRaster(h, h->endian != 0 ? "big-endian (as the block says)" : "little-endian (as the block says)");
+    PrintTree(h->userData);
+    h->free(h);
+    return kExitOk;
+}
+
+static int ImageInfo(const char *path) {
     Image image;
-    if (ImageOpen(&image, argv[0]) != kExitOk)
+    if (ImageOpen(&image, path) != kExitOk)
         return kExitFailed;
     printf("%-14s %s", "file:", image.path);
     if (image.fileBytes != 0)
         printf(" (%llu bytes)", (unsigned long long)image.fileBytes);
     printf("\n%-14s %s\n%-14s %s\n", "format:", image.format, "version:", image.version);
-    PrintRaster(&image);
+    if (image.header->managerType == HALV_HDR_SPECTRAL) {
+        SpectrumPrintInfo(image.header);
+        printf("%-14s %s\n", "data:",
+               strcmp(image.version, "1.0-binary") == 0 ? "32-bit floats, in the byte order of the machine that wrote them"
+                                                        : "one number a line, as text");
+        /* The format and version were shown above. */
+        HalvUserCMData *rest = HVHdrDeleteHeaderSection(HalvUserCMDupData(image.header->userData), "ID");
+        PrintTree(rest);
+        HVHdrFree(rest);
+        ImageClose(&image);
+        return kExitOk;
+    }
+    char order[64];
+    snprintf(order, sizeof order, "%s (%s)", ByteOrderName(image.architecture),
+             image.architecture[0] ? image.architecture : "no architecture key");
+    int status = kExitOk;
+    if (image.header->managerType == HALV_HDR_INFO)
+        status = TableInfo(&image, order);
+    else
+        PrintRaster(image.header, order);
     PrintTree(image.header->userData);
     ImageClose(&image);
-    return kExitOk;
+    return status;
+}
+
+int CommandInfo(int argc, char **argv) {
+    if (argc != 1)
+        return Complain("usage: halvern info FILE"), kExitUsage;
+    /* A block is told by its first four bytes; a stored image's header
+     * text can't begin with them. */
+    FILE *file = HalvIsURL(argv[0]) ? NULL : fopen(argv[0], "rb");
+    unsigned char magic[4] = {0};
+    size_t got = file != NULL ? fread(magic, 1, sizeof magic, file) : 0;
+    if (file != NULL)
+        fclose(file);
+    if (!IsBlock(magic, (uint32_t)got))
+        return ImageInfo(argv[0]);
+    unsigned char *bytes = NULL;
+    uint32_t size = 0;
+    if (ReadWholeFile(argv[0], &bytes, &size, kMaxBlockBytes) != kExitOk)
+        return kExitFailed;
+    int status = BlockInfo(argv[0], bytes, size);
+    free(bytes);
+    return status;
 }

@@ -73,8 +73,32 @@ static const char *StateMessage(HalvState *state, char *buffer, size_t size) {
     return buffer;
 }
 
+/* The init call from flat data alone: the arguments as binary records, the
+ * input header as a block in this machine's order, the function as a
+ * bundle module with its init point. */
+static int CallInitBinary(const HalvFuncDesc *desc, const Image *image, const FnArgs *args, HalvState **state) {
+    FnBinArgs binary;
+    if (BinaryFnArgs(args, &binary) != kExitOk)
+        return 0;
+    void *block = NULL;
+    int result = 0;
+    if (HalvBinHdrFromHdr(image->header, HalvIdentifyEndian(), &block, 0) < 0)
+        Complain("%s: its header can't be made into a block", image->path);
+    else {
+        HalvBundleModule module = {.name = desc->name, .inputs = 1, .outputs = 1, .init = desc->initPoint};
+        result = HalvCallInitBin(&module, binary.count, binary.args, 1, &block, 0, state);
+    }
+    halv_internal_free(block);
+    FreeBinaryFnArgs(&binary);
+    return result;
+}
+
 static HalvState *StartFunction(const HalvFuncDesc *desc, const Image *image, char *const *pairs, int pairCount,
-                                int lenient) {
+                                int lenient, int binary) {
+    if (desc->initPoint == NULL) {
+        Complain("%s has no init point in its bundle", desc->name);
+        return NULL;
+    }
     char bitsFact[32];
     snprintf(bitsFact, sizeof bitsFact, "bits=%u", ImageCommonBits(image));
     char *facts[] = {bitsFact};
@@ -82,12 +106,12 @@ static HalvState *StartFunction(const HalvFuncDesc *desc, const Image *image, ch
     if (BuildFnArgs(&args, desc, pairs, pairCount, facts, 1, lenient) != kExitOk)
         return NULL;
     HalvState *state = NULL;
-    int started = HalvCallInitByName(desc->name, args.words, &state);
+    int started = binary ? CallInitBinary(desc, image, &args, &state) : HalvCallInit(desc->initPoint, args.words, &state);
     FreeFnArgs(&args);
     if (started == 1 || started == 2) {
-        if (state != NULL && state->inputChunks != NULL && state->outputChunks != NULL)
+        if (state != NULL && state->inputChunkFn(state, 0) != NULL)
             return state;
-        Complain("%s gave no state with an input and an output chunk", desc->name);
+        Complain("%s gave no state with an input chunk", desc->name);
     } else {
         char message[1024];
         Complain("%s did not start: %s", desc->name, StateMessage(state, message, sizeof message));
@@ -120,31 +144,36 @@ static double Now(void) {
     return (double)t.tv_sec + (double)t.tv_nsec * 1e-9;
 }
 
-/* One pass: chunk in, output chunk written (the header before the first). */
+/* One pass: the chunk goes into the state whole (its flags, aux word,
+ * lines, bytes and data), one call of the process point, and output chunk
+ * 0 comes back whole and is written, behind the output header before the
+ * first.  Only the process call counts as processing time. */
 static int Pass(HalvState *state, Image *image, Output *out, const HalvChunk *chunk, int first, PhaseTimes *times) {
+    HalvChunk *input = state->inputChunkFn(state, 0);
+    if (input == NULL)
+        return Complain("%s has no input chunk", state->name ? state->name : "the function");
+    *input = *chunk;
     double start = Now();
-    HalvSetChunkFlags(state->inputChunks, 0, chunk->flags);
-    state->inputChunks[0]->auxWord = chunk->auxWord;
-    void *data = NULL;
-    uint32_t bytes = 0, lines = 0, flags = 0;
-    int result = HalvProcessSISO(state, chunk->data, chunk->bytes, chunk->lines, &data, &bytes, &lines);
+    int result = HalvCallProcess(state);
+    times->process += Now() - start;
     if (result != 1 && result != 2) {
         char message[1024];
         return Complain("%s failed on %s after %llu scanlines: %s", state->name ? state->name : "the function",
                         image->path, (unsigned long long)(image->linesRead - chunk->lines),
                         StateMessage(state, message, sizeof message));
     }
+    const HalvChunk *produced = state->outputChunkFn(state, 0);
+    if (produced == NULL)
+        return Complain("%s gave no output chunk", state->name ? state->name : "the function");
+    start = Now();
+    int status = kExitOk;
     if (first) {
         HalvHeaderStruct *header = OutputHeader(state, image);
-        if (header == NULL || OutputWriteHeader(out, header, image->manager, 0) != kExitOk)
-            return kExitFailed;
+        status = header != NULL ? OutputWriteHeader(out, header, image->manager, 0) : kExitFailed;
     }
-    double processed = Now();
-    times->process += processed - start;
-    HalvGetChunkFlags(state->outputChunks, 0, &flags);
-    HalvChunk produced = {flags | (chunk->flags & HALV_CHUNK_END), chunk->auxWord, lines, bytes, bytes, 0, data};
-    int status = OutputWriteChunk(out, &produced);
-    times->write += Now() - processed;
+    if (status == kExitOk)
+        status = OutputWriteChunk(out, produced);
+    times->write += Now() - start;
     return status;
 }
 
@@ -174,7 +203,7 @@ static int Drive(HalvState *state, Image *image, Output *out) {
 }
 
 int RunFunction(const char *name, const char *input, const char *output, char *const *pairs, int pairCount,
-                int lenient) {
+                int lenient, int binary) {
     HalvFuncDesc *desc = FindFunction(name);
     if (desc == NULL)
         return kExitFailed;
@@ -182,7 +211,7 @@ int RunFunction(const char *name, const char *input, const char *output, char *c
     int status = ImageOpen(&image, input);
     if (status == kExitOk && (ImageCheckRaster(&image) != kExitOk || CheckFunctionFits(desc, &image) != kExitOk))
         status = kExitFailed;
-    HalvState *state = status == kExitOk ? StartFunction(desc, &image, pairs, pairCount, lenient) : NULL;
+    HalvState *state = status == kExitOk ? StartFunction(desc, &image, pairs, pairCount, lenient, binary) : NULL;
     if (status == kExitOk && state == NULL)
         status = kExitFailed;
     Output out;
@@ -199,7 +228,10 @@ int RunFunction(const char *name, const char *input, const char *output, char *c
 }
 
 int CommandRun(int argc, char **argv) {
-    if (argc < 3)
-        return Complain("usage: halvern run NAME INPUT OUTPUT [key=value ...]"), kExitUsage;
-    return RunFunction(argv[0], argv[1], argv[2], argv + 3, argc - 3, 0);
+    int binary = argc > 0 && strcmp(argv[0], "--binary") == 0;
+    if (argc - binary < 3)
+        return Complain("usage: halvern run [--binary] NAME INPUT OUTPUT [key=value ...]"), kExitUsage;
+    argv += binary;
+    argc -= binary;
+    return RunFunction(argv[0], argv[1], argv[2], argv + 3, argc - 3, 0, binary);
 }

@@ -3,9 +3,11 @@
  * and the platform's converter.
  *
  * Text that the target can't represent becomes '?', and bytes that are not
- * valid in the source code page become U+FFFD, each unit on its own: a
- * conversion never fails for the content of the text, only for invalid
- * UTF-8 on the way out, an unknown code page, or memory.
+ * valid in the source code page become U+FFFD, each unit on its own.  A
+ * conversion fails for invalid UTF-8 on the way out, an unknown code page
+ * or memory, and on the way in only where the UTF-16 step takes a U+FFFE
+ * of the text for a byte order mark and the swap behind it leaves a
+ * surrogate alone.
  */
 #include <string.h>
 

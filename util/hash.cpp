@@ -19,8 +19,6 @@ constexpr uint32_t kFnvPrime = 16777619u;
 
 extern "C" {
 
-/* Sum of ((2b + 1) * m) & 0xFF over the bytes b, m stepping 1, 3, ..., 253
- * and back to 1; the low 16 bits of the sum.  Length 0 gives 0. */
 HALV_API uint32_t HalvHashBytes(const void *bytes, uint32_t length) noexcept {
     if (bytes == nullptr)
         return 0;
@@ -36,7 +34,6 @@ HALV_API uint32_t HalvHashBytes(const void *bytes, uint32_t length) noexcept {
     return sum & 0xFFFFu;
 }
 
-/* h = h * 33 + c from 5381, modulo 2^32, with c the byte as a signed value. */
 HALV_API uint32_t HalvHashString(const char *text) noexcept {
     uint32_t h = kStringHashStart;
     if (text == nullptr)
@@ -46,7 +43,6 @@ HALV_API uint32_t HalvHashString(const char *text) noexcept {
     return h;
 }
 
-/* FNV-1: multiply by the prime, then xor the byte, starting at the seed. */
 HALV_API uint32_t HalvFNVHashBytes(const void *bytes, uint32_t length, uint32_t seed) noexcept {
     if (bytes == nullptr)
         return seed;

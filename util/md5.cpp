@@ -131,7 +131,6 @@ uint32_t BufferedBytes(const HalvMD5Context *context) noexcept { return (context
 
 extern "C" {
 
-/* Sets the chaining words to their initial values and the length to 0. */
 HALV_API void HalvMD5Init(HalvMD5Context *context) noexcept {
     if (context == nullptr)
         return;
@@ -143,13 +142,14 @@ HALV_API void HalvMD5Init(HalvMD5Context *context) noexcept {
     context->count[1] = 0;
 }
 
-/* Adds length bytes; the bit count carries into its high word. */
 HALV_API void HalvMD5Update(HalvMD5Context *context, const void *bytes, uint32_t length) noexcept {
     if (context == nullptr || bytes == nullptr || length == 0)
         return;
     const auto *input = static_cast<const unsigned char *>(bytes);
     uint32_t buffered = BufferedBytes(context);
 
+    /* The bit count is 64 bits in two words: a wrap of the low word
+     * carries into the high one. */
     uint32_t lowBits = context->count[0] + (length << 3);
     if (lowBits < context->count[0])
         context->count[1]++;

@@ -28,8 +28,6 @@ HALV_API int HalvIsAsciiHexDigit(int c) noexcept { return HasClass(c, halv::kAsc
 HALV_API int HalvAsciiToUpper(int c) noexcept { return halv::kAsciiUpper.at[c & 0xFF]; }
 HALV_API int HalvAsciiToLower(int c) noexcept { return halv::kAsciiLower.at[c & 0xFF]; }
 
-/* A quarter of digits and one separator: "1 2 3" and "10,20" qualify,
- * "12345" (no separator) and "image 1.tif" (too few digits) do not. */
 HALV_API int HalvIsImmediateData(const char *text) noexcept {
     if (text == nullptr || text[0] == '\0')
         return 0;

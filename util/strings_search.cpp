@@ -30,7 +30,6 @@ Unit *FindUnit(const Unit *text, int c, bool last) noexcept {
 
 extern "C" {
 
-/* Bytes compare as signed char, so c is expected to be a char value. */
 HALV_API char *HalvStrChr(const char *text, int c) noexcept {
     return FindUnit<char, signed char>(text, c, false);
 }

@@ -37,8 +37,6 @@ HALV_API uint32_t *HalvUTF8ConvertToUCS4(const char *text) noexcept {
     }
 }
 
-/* Values in the surrogate range are written as three-byte forms like any
- * other; only values past the last code point are refused. */
 HALV_API char *HalvUTF8ConvertFromUCS4(const uint32_t *ucs) noexcept {
     if (ucs == nullptr)
         return nullptr;

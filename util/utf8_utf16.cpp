@@ -125,8 +125,6 @@ size_t SpanToUtf8(const uint16_t *&w, const uint16_t *end, unsigned char *out, U
 
 extern "C" {
 
-/* Each UTF-8 character gives one unit, or a surrogate pair for values
- * above 0xFFFF; an invalid sequence throws the whole result away. */
 HALV_API uint16_t *HalvUTF8ConvertToUTF16(const char *text) noexcept {
     if (text == nullptr)
         return nullptr;
@@ -153,8 +151,6 @@ HALV_API uint16_t *HalvUTF8ConvertToUTF16(const char *text) noexcept {
     return nullptr;
 }
 
-/* Byte order marks are taken out wherever they stand; a swapped one turns
- * on swapping for every unit behind it, partners of surrogates included. */
 HALV_API char *HalvUTF8ConvertFromUTF16(const uint16_t *wide) noexcept {
     if (wide == nullptr)
         return nullptr;

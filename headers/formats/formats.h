@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "halv_headers.h"
+#include "halv_modules.h"
 
 namespace halv {
 
@@ -29,25 +30,9 @@ int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept;
 
 /* ---- shared by the raster formats (raster_common.cpp) ---- */
 
-/* Separations that make up one scanline's list entries: 1 with pixel
- * interleave, else the sum of parts; never more than the lists hold. */
-uint32_t RasterSepCount(const HalvHeaderStruct *header) noexcept;
-
-/* Sum of the first count entries of bytesPerSep, wrapping in 32 bits as
- * all byte counts do. */
-uint32_t RasterLineBytes(const HalvHeaderStruct *header, uint32_t count) noexcept;
-
 /* endian from ID/architecture; when that names the other order, *swap is
  * set and endian becomes the machine's, since the loader reverses. */
 void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_t *swap) noexcept;
-
-/* The code of the first word of Compression/compressors: 0 when absent or
- * empty, -1 for a word that isn't known (a word too long included). */
-int32_t RasterFindCompression(HalvUserCMData *tree) noexcept;
-
-/* The code of Photometry/name, 0 when absent or unknown.  A known name is
- * taken out of *tree; an unknown one stays, so it goes out as it came. */
-int32_t RasterFindColor(HalvUserCMData **tree) noexcept;
 
 /* One number, or up to capacity numbers of one line, into values; true
  * when the key is there (entries it doesn't give keep their value). */
@@ -59,12 +44,9 @@ bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *ke
 HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
                                  uint32_t count) noexcept;
 
-/* Deletes each named key of section; the list ends with null. */
+/* Deletes every label of each named key of section; the list ends with
+ * null. */
 HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept;
-
-/* Reverses the samples of lines scanlines at data in place, by the widths
- * in bitsPerSample, never touching bytes at or past size. */
-void RasterReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size, uint32_t lines) noexcept;
 
 /* The keys that both formats write, in their order: ID (format, the four
  * zero bytes of binary, version, architecture), then Raster pixels, then
@@ -86,6 +68,59 @@ HalvHeaderStruct *RasterNewRecord(size_t size, HalvHeaderStruct *(*copy)(HalvHea
 
 /* The chunk's bytes written whole: 1, else -1. */
 int RasterWritePayload(const HalvChunk *chunk, HalvIO *out) noexcept;
+
+/* ---- spectral 1.0-ascii and 1.0-binary: the slots are the exported
+ * __HVHdrSpectral* functions; these are what their files share ---- */
+
+/* The record as toHeader and createHeader start it: zeroed, with copy,
+ * free, managerType 9 and dimCount 2; null when memory runs out. */
+HalvSpectralHeader *SpectralNewRecord() noexcept;
+
+/* Reads the wavelength keys of tree into the record, whose dims[0] is
+ * already read, and applies their rules: false when the header is to be
+ * refused. */
+bool SpectralReadWavelengths(HalvUserCMData *tree, HalvSpectralHeader *header) noexcept;
+
+/* A buffer for measurements of bytesPerMeasurement each (zeroed when asked),
+ * or null for a size of 0, above the limit of one load, or no memory. */
+void *SpectralAllocate(uint32_t bytesPerMeasurement, uint32_t measurements, bool zeroed) noexcept;
+
+/* The chunk that tells the end of the data: the header's buffer, no bytes,
+ * no lines, flags 1. */
+void SpectralEndChunk(HalvSpectralHeader *header, HalvChunk *chunk) noexcept;
+
+/* ---- info 1.0 (info_format.cpp, info_swap.cpp) ---- */
+int InfoToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
+int InfoLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t lines) noexcept;
+int InfoFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept;
+int InfoEmitChunk(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) noexcept;
+int InfoCreateHeader(HalvHeaderStruct **header) noexcept;
+
+/* The swap table of a field list: one row for each i or f field, in
+ * order.  True with *table a new array of *count rows (null for none);
+ * false when memory runs out. */
+bool InfoBuildSwapTable(HalvInfoField **fields, HalvInfoSwapEntry **table, uint32_t *count) noexcept;
+
+/* Reverses, in place, the values that the table names in each of lines
+ * entries of stride bytes at data.  Where the chunk or the table doesn't
+ * agree with the stride, only values that lie wholly within their entry
+ * and within the bytes are reversed; with stride 0 none is. */
+void InfoReverseEntries(const HalvInfoSwapEntry *table, uint32_t count, void *data, uint32_t bytes, uint32_t lines,
+                        uint32_t stride) noexcept;
+
+/* ---- stored chunks of image-ext and info (chunk_records.cpp) ---- */
+
+/* Reads one chunk: its 16-byte record (the words reversed when asked),
+ * then the payload into *buffer of *capacity bytes, which grows as the
+ * bytes arrive.  The chunk is cleared first, and takes the buffer as data
+ * and capacity once the record is in.  1 loaded; 1 with flags END and
+ * nothing else when the stream ends at the record; 0 when it ends inside
+ * the record or payload, a read fails or memory runs out. */
+int ReadStoredChunk(HalvIO *in, HalvChunk *chunk, bool reverseWords, void **buffer, uint32_t *capacity) noexcept;
+
+/* Writes the chunk's record (flags cut to those a stored chunk keeps,
+ * the words reversed when asked) and its payload: 1, else -1. */
+int WriteStoredChunk(const HalvChunk *chunk, HalvIO *out, bool reverseWords) noexcept;
 
 } // namespace halv
 

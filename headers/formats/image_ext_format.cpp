@@ -15,14 +15,6 @@ namespace halv {
 
 namespace {
 
-constexpr uint32_t kRecordBytes = 16;
-/* The only flags a stored chunk keeps: end of data, and kept by the format. */
-constexpr uint32_t kStoredFlags = HALV_CHUNK_END | HALV_CHUNK_STORED;
-/* The buffer grows by at most this much ahead of the bytes that have
- * arrived, so a record that claims gigabytes on a short stream fails at
- * the end of the stream, not in an allocation of what it claimed. */
-constexpr uint32_t kGrowthStep = 1u << 20;
-
 HalvImageExtHeader *AsImageExt(HalvHeaderStruct *header) { return reinterpret_cast<HalvImageExtHeader *>(header); }
 
 const char *const kIdKeys[] = {"architecture", "format", "version", "binary", nullptr};
@@ -71,33 +63,6 @@ HalvHeaderStruct *NewRecord() {
     return h;
 }
 
-void ReverseWords(uint32_t (&words)[4]) { HalvSwabLongArray(words, 4); }
-
-/* Reads the payload of bytes into the header's buffer, growing it as the
- * bytes arrive; its capacity ends at bytes exactly when it had to grow.
- * False for a short read, a failed read or no memory. */
-bool ReadPayload(HalvImageExtHeader *h, HalvIO *in, uint32_t bytes) {
-    uint32_t have = 0;
-    while (have < bytes) {
-        if (h->bufferCapacity <= have) {
-            uint64_t next = (uint64_t)have + (have > kGrowthStep ? have : kGrowthStep);
-            uint32_t capacity = next < bytes ? (uint32_t)next : bytes;
-            void *grown = halv_internal_realloc(h->chunkBuffer, capacity);
-            if (grown == nullptr)
-                return false;
-            h->chunkBuffer = grown;
-            h->bufferCapacity = capacity;
-        }
-        uint32_t end = h->bufferCapacity < bytes ? h->bufferCapacity : bytes;
-        uint32_t piece = end - have;
-        int32_t got = HalvIOReadBytes(in, static_cast<unsigned char *>(h->chunkBuffer) + have, piece);
-        if (got < 0 || (uint32_t)got != piece)
-            return false;
-        have = end;
-    }
-    return true;
-}
-
 } // namespace
 
 int ImageExtToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
@@ -123,8 +88,8 @@ int ImageExtToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
     RasterReadNumber(tree, "Encoding", "alignment", &g->alignment);
     RasterReadNumber(tree, "Encoding", "minimumChunk", &g->minimumChunk);
     RasterReadNumber(tree, "Encoding", "preferredChunk", &g->preferredChunk);
-    g->color = RasterFindColor(&g->userData);
-    g->compression = RasterFindCompression(tree);
+    g->color = ColorFromTree(&g->userData);
+    g->compression = CompressionFromTree(tree);
 
     // The sections stay, End among them: only the keys read go.
     g->userData = RasterDeleteKeys(g->userData, "ID", kIdKeys);
@@ -138,47 +103,18 @@ int ImageExtLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, ui
     if (header == nullptr || in == nullptr || chunk == nullptr)
         return 0;
     HalvImageExtHeader *h = AsImageExt(header);
-    std::memset(chunk, 0, sizeof *chunk);
-
-    unsigned char record[kRecordBytes];
-    int32_t got = HalvIOReadBytes(in, record, kRecordBytes);
-    if (got == 0) {
-        chunk->flags = HALV_CHUNK_END;
-        return 1;
-    }
-    if (got != (int32_t)kRecordBytes)
-        return 0;
-    uint32_t words[4];
-    std::memcpy(words, record, sizeof words);
-    if (h->swapBytes)
-        ReverseWords(words);
-    chunk->bytes = words[0];
-    chunk->lines = words[1];
-    chunk->auxWord = words[2];
-    chunk->flags = words[3] & kStoredFlags;
-
-    bool complete = ReadPayload(h, in, chunk->bytes);
-    chunk->data = h->chunkBuffer;
-    chunk->capacity = h->bufferCapacity;
-    if (!complete)
+    if (ReadStoredChunk(in, chunk, h->swapBytes != 0, &h->chunkBuffer, &h->bufferCapacity) != 1)
         return 0;
     if (h->swapBytes)
-        RasterReverseLines(header, h->chunkBuffer, chunk->bytes, chunk->lines);
+        HalvHeaderReverseLines(header, chunk->data, chunk->bytes, chunk->lines);
     return 1;
 }
 
 int ImageExtEmitChunk(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) noexcept {
     if (header == nullptr || chunk == nullptr || out == nullptr)
         return 0;
-    uint32_t words[4] = {chunk->bytes, chunk->lines, chunk->auxWord, chunk->flags & kStoredFlags};
     // The payload is taken to be in the header's order already.
-    if (header->endian != -1 && header->endian != HalvIdentifyEndian())
-        ReverseWords(words);
-    unsigned char record[kRecordBytes];
-    std::memcpy(record, words, sizeof record);
-    if (HalvIOWriteBytes(out, record, kRecordBytes) != (int32_t)kRecordBytes)
-        return -1;
-    return RasterWritePayload(chunk, out);
+    return WriteStoredChunk(chunk, out, header->endian != -1 && header->endian != HalvIdentifyEndian());
 }
 
 namespace {

@@ -34,8 +34,8 @@ const char *const kEncodingKeys[] = {"name",        "imageParts", "bits/sample",
 
 /* sepCount and bytesPerLine from interleave, parts and bytesPerSep. */
 void CountLine(HalvInternalHeader *h) {
-    h->sepCount = RasterSepCount(&h->generic);
-    h->bytesPerLine = RasterLineBytes(&h->generic, h->sepCount);
+    h->sepCount = HalvHeaderSepCount(&h->generic);
+    h->bytesPerLine = (uint32_t)HalvHeaderLineBytes(&h->generic); /* low 32 bits, as byte counts wrap */
 }
 
 /* What both versions take out of the tree once the fields are read. */
@@ -123,8 +123,8 @@ int InternalToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
     g->interleave = (uint32_t)HalvStr2Interleave(HVHdrGetHeaderParam(tree, "Encoding", "interleave"));
     RasterReadNumber(tree, "Encoding", "alignment", &g->alignment);
     CountLine(h);
-    g->color = RasterFindColor(&g->userData);
-    g->compression = RasterFindCompression(tree);
+    g->color = ColorFromTree(&g->userData);
+    g->compression = CompressionFromTree(tree);
     if (g->compression != 0)
         h->bytesPerLine = 0;
     g->userData = DropReadKeys(g->userData);
@@ -198,7 +198,7 @@ int InternalLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, ui
             return 0;
         uint32_t count = h->bytesPerLine != 0 ? (uint32_t)got / h->bytesPerLine : 0;
         if (h->swapBytes)
-            RasterReverseLines(header, h->chunkBuffer, (uint32_t)got, count);
+            HalvHeaderReverseLines(header, h->chunkBuffer, (uint32_t)got, count);
         chunk->bytes = (uint32_t)got;
         chunk->lines = count;
         h->linesRead += count;

@@ -1,8 +1,7 @@
 /*
  * headers/formats/raster_common.cpp - what the raster formats share: the
  * byte order, compression and colour a stored header names, the number
- * keys, the keys both write, and the reversal of samples in scanlines
- * read from a stream of the other byte order.
+ * keys and the keys both write.
  */
 #include <cstdio>
 #include <cstring>
@@ -16,40 +15,10 @@ namespace halv {
 
 namespace {
 
-/* Bytes of the buffer a compression word is looked up from, terminator
- * included; no keyword comes near it. */
-constexpr size_t kCompressionWordBytes = 32;
-
 /* Longest decimal text of a uint32_t, and the blank or NUL behind it. */
 constexpr size_t kNumberBytes = 11;
 
-bool EndsCompressionWord(char c) { return c == '\0' || c == '(' || IsHeaderSpace((unsigned char)c); }
-
-/* Reverses every whole group of width bytes in [p, p + n). */
-void ReverseGroups(unsigned char *p, uint32_t n, uint32_t width) {
-    if (width == 4)
-        HalvSwabLongArray(p, n / 4);
-    else if (width == 2)
-        HalvSwabShortArray(p, n / 2);
-}
-
-uint32_t SampleWidth(uint32_t bits) { return bits > 16 ? 4 : bits > 8 ? 2 : 1; }
-
 } // namespace
-
-uint32_t RasterSepCount(const HalvHeaderStruct *header) noexcept {
-    if (header->interleave == 1)
-        return 1;
-    uint64_t sum = (uint64_t)header->parts[0] + header->parts[1] + header->parts[2];
-    return sum > HALV_MAX_SEPARATIONS ? HALV_MAX_SEPARATIONS : (uint32_t)sum;
-}
-
-uint32_t RasterLineBytes(const HalvHeaderStruct *header, uint32_t count) noexcept {
-    uint32_t sum = 0;
-    for (uint32_t i = 0; i < count && i < HALV_MAX_SEPARATIONS; ++i)
-        sum += header->bytesPerSep[i];
-    return sum;
-}
 
 void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_t *swap) noexcept {
     int order = HalvStr2Endian(HVHdrGetHeaderParam(tree, "ID", "architecture"));
@@ -60,35 +29,6 @@ void RasterFindByteOrder(HalvUserCMData *tree, HalvHeaderStruct *header, uint32_
         order = machine;
     }
     header->endian = order;
-}
-
-int32_t RasterFindCompression(HalvUserCMData *tree) noexcept {
-    const char *text = HVHdrGetHeaderParam(tree, "Compression", "compressors");
-    if (text == nullptr)
-        return 0;
-    while (*text != '\0' && IsHeaderSpace((unsigned char)*text))
-        ++text;
-    size_t length = 0;
-    while (!EndsCompressionWord(text[length]))
-        ++length;
-    if (length == 0)
-        return 0;
-    if (length >= kCompressionWordBytes)
-        return -1;
-    char word[kCompressionWordBytes];
-    std::memcpy(word, text, length);
-    word[length] = '\0';
-    return HalvStr2Comp(word);
-}
-
-int32_t RasterFindColor(HalvUserCMData **tree) noexcept {
-    const char *name = HVHdrGetHeaderParam(*tree, "Photometry", "name");
-    if (name == nullptr)
-        return 0;
-    int32_t color = HalvStr2Clr(name);
-    if (color != 0)
-        *tree = HVHdrDeleteHeaderField(*tree, "Photometry", "name");
-    return color;
 }
 
 bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *key, uint32_t *values,
@@ -120,32 +60,8 @@ HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, cons
 
 HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept {
     for (; *keys != nullptr; ++keys)
-        tree = HVHdrDeleteHeaderField(tree, section, *keys);
+        tree = DeleteEveryHeaderField(tree, section, *keys);
     return tree;
-}
-
-void RasterReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size, uint32_t lines) noexcept {
-    auto *p = static_cast<unsigned char *>(data);
-    uint32_t left = size;
-    uint32_t count = RasterSepCount(header);
-    // A stored chunk's line count is whatever its record says: the lines
-    // that fit the bytes bound the walk, and lines of no bytes end it.
-    uint64_t stride = 0;
-    for (uint32_t i = 0; i < count; ++i)
-        stride += header->bytesPerSep[i];
-    if (stride == 0)
-        return;
-    uint64_t fitting = ((uint64_t)size + stride - 1) / stride;
-    if (lines > fitting)
-        lines = (uint32_t)fitting;
-    for (uint32_t line = 0; line < lines && left > 0; ++line) {
-        for (uint32_t i = 0; i < count && left > 0; ++i) {
-            uint32_t n = header->bytesPerSep[i] < left ? header->bytesPerSep[i] : left;
-            ReverseGroups(p, n, SampleWidth(header->bitsPerSample[i]));
-            p += n;
-            left -= n;
-        }
-    }
 }
 
 int RasterFromHeader(const RasterKeys &keys, HalvHeaderStruct *header, HalvUserCMData **tree) noexcept {
@@ -162,7 +78,7 @@ int RasterFromHeader(const RasterKeys &keys, HalvHeaderStruct *header, HalvUserC
     t = RasterSetNumbers(t, "Raster", "pixels", &header->dims[0], 1);
     t = keys.addRaster(header, t);
 
-    uint32_t n = RasterSepCount(header);
+    uint32_t n = HalvHeaderSepCount(header);
     t = RasterSetNumbers(t, "Encoding", "imageParts", header->parts, 3);
     t = RasterSetNumbers(t, "Encoding", "bytes/sl", header->bytesPerSep, n);
     t = RasterSetNumbers(t, "Encoding", "bits/sample", header->bitsPerSample, n);

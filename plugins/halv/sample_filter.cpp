@@ -69,7 +69,8 @@ void MapSamples(const FilterState *state, const void *in, void *out, uint32_t by
     }
 }
 
-/* One pass: input chunk 0 mapped into output chunk 0, end flag passed on. */
+/* One pass: input chunk 0 mapped into output chunk 0; its end flag and aux
+ * word, which a stored format may carry per chunk, are passed on. */
 int ProcessChunk(HalvState *base) noexcept {
     auto *state = reinterpret_cast<FilterState *>(base);
     HalvChunk *in = base->inputChunks[0];
@@ -84,6 +85,7 @@ int ProcessChunk(HalvState *base) noexcept {
         MapSamples(state, in->data, state->output, in->bytes);
     HalvSetChunk(base->outputChunks, 0, state->output, in->bytes, in->lines);
     HalvSetChunkFlags(base->outputChunks, 0, in->flags & HALV_CHUNK_END);
+    base->outputChunks[0]->auxWord = in->auxWord;
     return 1;
 }
 

@@ -5,7 +5,12 @@
  */
 #include "modules/support.h"
 
+#include <sys/stat.h>
+
 #include <cstring>
+#include <fstream>
+
+#include "streams/file_fixture.h"
 
 using modtest::Engine;
 using modtest::Names;
@@ -285,4 +290,161 @@ TEST(ModulesRegistry, HostRegistrationsAndRefusals) {
     intptr_t args[1] = {HALV_ARG_END};
     EXPECT_EQ(HalvCallInitByName("copy", args, &state), 0);
     EXPECT_EQ(state, nullptr);
+}
+
+namespace {
+
+/* The start-up report as name -> (loaded, reason or path). */
+struct Outcome {
+    bool loaded;
+    bool optional;
+    std::string detail; /* the reason of a failure, the path of a load */
+    std::string version;
+};
+
+std::vector<std::pair<std::string, Outcome>> Outcomes(const HalvRegistryReport *report) {
+    std::vector<std::pair<std::string, Outcome>> out;
+    for (uint32_t i = 0; i < report->bundleCount; ++i) {
+        const HalvBundleReport &b = report->bundles[i];
+        const char *detail = b.loaded ? b.path : b.reason;
+        out.push_back({b.name, {b.loaded == 1, b.optional == 1, detail ? detail : "", b.version ? b.version : ""}});
+    }
+    return out;
+}
+
+/* A file that starts like a 32-bit shared object, which this 64-bit
+ * process's loader must refuse by its class. */
+void WriteElf32(const std::string &path) {
+    std::string bytes(256, '\0');
+    const unsigned char ident[] = {0x7f, 'E', 'L', 'F', 1 /* 32-bit */, 1, 1};
+    std::memcpy(bytes.data(), ident, sizeof ident);
+    bytes[16] = 3; /* ET_DYN */
+    bytes[18] = 3; /* i386 */
+    bytes[20] = 1;
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+} // namespace
+
+TEST(ModulesRegistry, StartUpReportTellsEveryBundlesOutcomeWithoutDebugging) {
+    const std::string elf32 = std::string(HALV_TEST_BINARY_DIR) + "/dpk_elf32.so";
+    WriteElf32(elf32);
+    TempDir dir;
+    dir.Write("hvregistry.dot", "[libraries]\noptional: nosuchbundle\noptional: oldmajor\noptional: nolist\n"
+                                "optional: unresolved\noptional: elf32\nrequired: halv\n");
+    ASSERT_EQ(HalvGetRegistryReport(), nullptr) << "no report before the first start";
+    {
+        Engine engine(dir.path());
+        ASSERT_EQ(engine.started(), 1);
+        HalvRegistryReport *report = HalvGetRegistryReport();
+        ASSERT_NE(report, nullptr);
+        EXPECT_EQ(report->state, HALV_REGISTRY_READ);
+        ASSERT_NE(report->path, nullptr);
+        EXPECT_EQ(std::string(report->path), dir.path() + "/hvregistry.dot");
+        EXPECT_EQ(report->problems, nullptr);
+        auto outcomes = Outcomes(report);
+        ASSERT_EQ(outcomes.size(), 6u);
+        const char *expected[][2] = {
+            {"nosuchbundle", "dpk_nosuchbundle.so: cannot open shared object file: No such file or directory"},
+            {"oldmajor", "built for major version 2; this engine takes 3"},
+            {"nolist", "lacks the entry point HalvernBundleGetList_nolist"},
+            {"unresolved", "undefined symbol: HalvNoSuchFunction"},
+            {"elf32", "wrong ELF class: ELFCLASS32"},
+        };
+        for (size_t i = 0; i < 5; ++i) {
+            SCOPED_TRACE(expected[i][0]);
+            EXPECT_EQ(outcomes[i].first, expected[i][0]);
+            EXPECT_FALSE(outcomes[i].second.loaded);
+            EXPECT_TRUE(outcomes[i].second.optional);
+            EXPECT_NE(outcomes[i].second.detail.find(expected[i][1]), std::string::npos) << outcomes[i].second.detail;
+            EXPECT_EQ(outcomes[i].second.detail.find('\n'), std::string::npos);
+        }
+        EXPECT_EQ(outcomes[5].first, "halv");
+        EXPECT_TRUE(outcomes[5].second.loaded);
+        EXPECT_FALSE(outcomes[5].second.optional);
+        EXPECT_EQ(outcomes[5].second.detail, std::string(HALV_TEST_BINARY_DIR) + "/dpk_halv.so");
+        EXPECT_EQ(outcomes[5].second.version, "3.8.0");
+        EXPECT_EQ(report->bundles[5].reason, nullptr);
+        halv_internal_free(report);
+    }
+    EXPECT_EQ(HalvGetRegistryReport(), nullptr) << "the report goes with the last end";
+    std::remove(elf32.c_str());
+}
+
+TEST(ModulesRegistry, StartUpReportOfFailedStartsAndOfTheRegistryFileItself) {
+    {
+        SCOPED_TRACE("a required bundle that fails: the start fails, the report says which and why");
+        TempDir dir;
+        dir.Write("hvregistry.dot", "[libraries]\nrequired: oldmajor\n");
+        Engine engine(dir.path());
+        ASSERT_EQ(engine.started(), 0);
+        HalvRegistryReport *report = HalvGetRegistryReport();
+        ASSERT_NE(report, nullptr);
+        ASSERT_EQ(report->bundleCount, 1u);
+        EXPECT_STREQ(report->bundles[0].name, "oldmajor");
+        EXPECT_EQ(report->bundles[0].optional, 0);
+        EXPECT_EQ(report->bundles[0].loaded, 0);
+        EXPECT_EQ(report->bundles[0].path, nullptr);
+        halv_internal_free(report);
+    }
+    {
+        SCOPED_TRACE("no registry file: the default bundle, optional");
+        TempDir dir;
+        Engine engine(dir.path());
+        HalvRegistryReport *report = HalvGetRegistryReport();
+        ASSERT_NE(report, nullptr);
+        EXPECT_EQ(report->state, HALV_REGISTRY_DEFAULT);
+        EXPECT_EQ(report->path, nullptr);
+        ASSERT_EQ(report->bundleCount, 1u);
+        EXPECT_STREQ(report->bundles[0].name, "halv");
+        EXPECT_EQ(report->bundles[0].optional, 1);
+        EXPECT_EQ(report->bundles[0].loaded, 1);
+        halv_internal_free(report);
+    }
+    {
+        SCOPED_TRACE("skipped text is reported line by line, the first eight of it");
+        TempDir dir;
+        std::string text = "before: all\n[libraries]\nhalv\nmaybe: halv\n[colours]\nred: 1\n[variables]\n\"loose\"\n";
+        for (int i = 0; i < 9; ++i)
+            text += "[libraries]\nstray" + std::to_string(i) + "\n";
+        dir.Write("hvregistry.dot", text + "[libraries]\nrequired:");
+        Engine engine(dir.path());
+        EXPECT_EQ(engine.started(), 1);
+        HalvRegistryReport *report = HalvGetRegistryReport();
+        ASSERT_NE(report, nullptr);
+        EXPECT_EQ(report->state, HALV_REGISTRY_READ);
+        ASSERT_NE(report->problems, nullptr);
+        EXPECT_EQ(std::string(report->problems),
+                  "\"before: all\" before the first section; skipped\n"
+                  "[libraries]: \"halv\" is not a \"label: value\" line; skipped\n"
+                  "[libraries]: \"maybe:\" is neither required: nor optional:; skipped\n"
+                  "[colours] is not a section the registry knows (libraries, variables); skipped\n"
+                  "[variables]: \"loose\" is not a \"label: value\" line; skipped\n"
+                  "[libraries]: \"stray0\" is not a \"label: value\" line; skipped\n"
+                  "[libraries]: \"stray1\" is not a \"label: value\" line; skipped\n"
+                  "[libraries]: \"stray2\" is not a \"label: value\" line; skipped\n"
+                  "... and 7 more\n");
+        EXPECT_EQ(report->bundleCount, 0u);
+        halv_internal_free(report);
+    }
+    {
+        SCOPED_TRACE("a registry file that can't be read fails the start and says why");
+        TempDir dir;
+        dir.Write("hvregistry.dot", "[libraries]\nrequired: halv\n");
+        ASSERT_EQ(chmod((dir.path() + "/hvregistry.dot").c_str(), 0), 0);
+        ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0); /* nobody may look in, not read the file */
+        int code = files_test::RunInChild([&] {
+            if (!files_test::BecomeNobody())
+                return files_test::Fail("can't become nobody");
+            Engine engine(dir.path());
+            HalvRegistryReport *report = HalvGetRegistryReport();
+            bool ok = engine.started() == 0 && report != nullptr && report->state == HALV_REGISTRY_UNREADABLE &&
+                      report->path != nullptr && report->bundleCount == 0 &&
+                      std::string(report->problems ? report->problems : "") ==
+                          "it can't be opened: Permission denied\n";
+            halv_internal_free(report);
+            return ok ? 0 : files_test::Fail("the report of an unreadable registry file is wrong");
+        });
+        EXPECT_EQ(code, 0);
+    }
 }

@@ -136,6 +136,25 @@ TEST(StreamsCopyBytes, InMemoryStreamsCopyLikeAnyOther) {
     EXPECT_EQ(HalvIOMemCapacity(dst), 131072u);
     EXPECT_EQ(src->seek(src, 0, 1), 100000);
 
+    // Into a memory stream the copy leaves the capacity that writes of 4096
+    // bytes each would, from any starting capacity and position.
+    for (uint32_t initial : {0u, 10u, 4096u, 5000u})
+        for (uint32_t at : {0u, 7u, 4096u})
+            for (uint32_t length : {1u, 4096u, 20000u, 100000u}) {
+                SCOPED_TRACE(std::to_string(initial) + " " + std::to_string(at) + " " + std::to_string(length));
+                HalvIO *copied = HalvIO_Mem(initial), *written = HalvIO_Mem(initial);
+                for (HalvIO *io : {copied, written})
+                    io->seek(io, at, 0);
+                src->seek(src, 0, 0);
+                EXPECT_EQ(HalvIOCopyBytes(copied, src, length), length);
+                for (uint32_t done = 0; done < length; done += 4096)
+                    HalvIOWriteBytes(written, bytes.data() + done, std::min(4096u, length - done));
+                EXPECT_EQ(HalvIOMemCapacity(copied), HalvIOMemCapacity(written));
+                EXPECT_EQ(MemBytes(copied), MemBytes(written));
+                copied->close(copied);
+                written->close(written);
+            }
+
     // From a position, with a count; into a sized string stream that fills.
     src->seek(src, 50, 0);
     std::string small(100, '\0');

@@ -157,4 +157,18 @@ TEST(UtilCodePage, BytesASourceDoesNotDefine) {
     EXPECT_EQ(From("", "CP1252"), "");
 }
 
+/* Source text reaches UTF-8 by way of UTF-16 and HalvUTF8ConvertFromUTF16,
+ * so a U+FEFF or U+FFFE of the source is a byte order mark there: dropped,
+ * and after U+FFFE every later unit reads byte-swapped.  Where the swap
+ * leaves a surrogate alone, the conversion gives null. */
+TEST(UtilCodePage, ByteOrderMarksInTheSourceActAsMarks) {
+    EXPECT_EQ(From("a\xEF\xBB\xBF" "b", "CP65001"), "ab");
+    EXPECT_EQ(From("a\xEF\xBF\xBE" "b", "CP65001"), "a\xE6\x88\x80"); /* U+0062 read as U+6200 */
+    EXPECT_EQ(From("\xEF\xBF\xBE\xC3\x98", "CP65001"), "<null>");      /* U+00D8 read as U+D800 */
+    /* UTF-16LE bytes of U+FFFE, then a cut unit, whose U+FFFD reads swapped. */
+    EXPECT_EQ(From("\xFE\xFF" "A", "CP1200"), "\xEF\xB7\xBF");
+    /* No single-byte page has either character: their bytes convert as ever. */
+    EXPECT_EQ(From("\xFE\xFF", "CP1252"), "\xC3\xBE\xC3\xBF");
+}
+
 } // namespace

@@ -239,6 +239,34 @@ TEST(RasterImageExt, KeysReadAndWritten) {
     release(nullptr); // ignored
 }
 
+/* A key the format reads may stand twice, for instance where a second [ID]
+ * reopens the first.  The first label is the one read, and none of them
+ * stays behind: a repeat left in the tree would come before the label that
+ * writing puts back, and the written text would name another format (here
+ * "internal", read as such) or other values. */
+TEST(RasterImageExt, RepeatedKeysAreReadOnceAndNoneStaysBehind) {
+    HeaderText t = ExtText();
+    t.encoding.push_back("bits/sample: 8 8");
+    t.photometry.push_back("name: RGB");
+    t.extra = {"[id]\nformat: internal\nversion: 2.1\nformat: image-ext\n"};
+    Opened o(t.Text());
+    ASSERT_EQ(o.result, 1);
+    EXPECT_EQ(o.header->managerType, HALV_HDR_IMAGE_EXT);
+    EXPECT_EQ(o.header->bitsPerSample[0], 16u);
+    EXPECT_EQ(o.header->bitsPerSample[1], 32u);
+    EXPECT_EQ(o.header->color, HalvStr2Clr("MultiPart"));
+    EXPECT_EQ(HVHdrCheckHeaderParam(o.header->userData, "ID", "format"), 0);
+    EXPECT_EQ(HVHdrCheckHeaderParam(o.header->userData, "Encoding", "bits/sample"), 0);
+    EXPECT_EQ(HVHdrCheckHeaderParam(o.header->userData, "Photometry", "name"), 0);
+
+    const std::string written = WriteImage(o.header, o.manager, {});
+    EXPECT_EQ(written, ExtText().Text());
+    Opened again(written);
+    ASSERT_EQ(again.result, 1);
+    EXPECT_EQ(again.header->managerType, HALV_HDR_IMAGE_EXT);
+    EXPECT_EQ(WriteImage(again.header, again.manager, {}), written);
+}
+
 TEST(RasterImageExt, ReadOverHttp) {
     HeaderText t = ExtText("type 1");
     std::string big = TwoLines(true, 9), little = TwoLines(false, 9);

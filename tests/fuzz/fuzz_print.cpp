@@ -1,0 +1,359 @@
+// Fuzz target for the print engine, through the array (L) forms.
+//
+// Input: a control byte, a size byte for the bounded sink, the format up to
+// a NUL, then the bytes the argument values are made of.
+//
+// The arguments a format takes are worked out here from the rules of the
+// directives, independently of the engine: which directives there are, what
+// each '*' takes, the type and size each conversion reads, and where the
+// format is malformed or needs more than 64 arguments.  The engine is then
+// given exactly that many pointers, in an allocation of exactly that size,
+// and every value in an allocation of exactly the size its directive reads
+// (%n: stores), so reading past the pool or past a value, or storing past a
+// count, is caught.  %p entries are arbitrary addresses that must never be
+// followed.
+//
+// What must hold besides: a format the rules call malformed or too long
+// gives -2 or -3 and writes nothing; the four sinks give the same count and
+// the same text (the bounded sink its head, terminated), a stream and a null
+// stream included; and a locale record whose decimal point is "." prints
+// what the fixed record prints.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "dpk_hvsup.h"
+
+namespace {
+
+[[noreturn]] void Fail(const char *what) {
+    std::fprintf(stderr, "property broken: %s\n", what);
+    std::abort();
+}
+
+enum class Kind { Star, Value, String, Pointer, Count };
+
+/* One argument as the rules give it, and the bytes read or stored through
+ * its pointer. */
+struct Argument {
+    Kind kind;
+    size_t bytes;
+};
+
+constexpr int32_t kMalformed = -2;
+constexpr int32_t kTooMany = -3;
+constexpr size_t kMaxArgs = 64;
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+/* The size qualifiers of one directive. */
+struct Sizes {
+    int h = 0, l = 0;
+    bool longDouble = false, z = false, t = false, j = false;
+    int varsize = 0; /* bytes of an I size, 0 for none */
+
+    bool Any() const { return h || l || longDouble || z || t || j || varsize; }
+    /* Bytes of an integer read or a count stored: an I size decides; else
+     * ll, j, the platform's long, size_t and ptrdiff_t are 8; h and hh 2. */
+    size_t IntegerBytes() const {
+        if (varsize != 0)
+            return varsize == 8 ? 8 : 4;
+        if (l || z || t || j)
+            return 8;
+        return h ? 2 : 4;
+    }
+    size_t FloatingBytes() const { return longDouble ? sizeof(long double) : h ? sizeof(float) : sizeof(double); }
+};
+
+/* The arguments of a format in print mode, or kMalformed / kTooMany. */
+int32_t ArgumentsOf(const char *p, std::vector<Argument> &args) {
+    auto takeStar = [&]() {
+        if (args.size() >= kMaxArgs)
+            return false;
+        args.push_back({Kind::Star, sizeof(int)});
+        return true;
+    };
+    while (*p != '\0') {
+        if (*p != '%') {
+            ++p;
+            continue;
+        }
+        if (p[1] == '%') {
+            p += 2;
+            continue;
+        }
+        if (args.size() >= kMaxArgs)
+            return kTooMany;
+        ++p;
+        bool left = false;
+        int dots = 0;
+        Sizes sizes;
+        for (;;) {
+            const char c = *p;
+            if (c == ' ' || c == '+' || c == '#') {
+                ++p;
+            } else if (c == '-') {
+                left = true;
+                ++p;
+            } else if (c == '0' && !left) {
+                ++p;
+            } else if (IsDigit(c)) {
+                while (IsDigit(*p))
+                    ++p;
+            } else if (c == '*') {
+                ++p;
+                if (!takeStar())
+                    return kTooMany;
+            } else if (c == '.') {
+                ++p;
+                if (++dots > 2)
+                    return kMalformed;
+                if (*p == '*') {
+                    ++p;
+                    if (!takeStar())
+                        return kTooMany;
+                } else if (dots == 2 && IsDigit(*p)) {
+                    long base = 0;
+                    while (IsDigit(*p))
+                        base = base > 1000 ? base : base * 10 + (*p++ - '0');
+                    if (base < 2 || base > 36)
+                        return kMalformed;
+                } else {
+                    while (IsDigit(*p))
+                        ++p;
+                }
+            } else if (c == 'h' || c == 'l') {
+                ++p;
+                if (++(c == 'h' ? sizes.h : sizes.l) > 2)
+                    return kMalformed;
+            } else if (c == 'L' || c == 'z' || c == 't' || c == 'j') {
+                ++p;
+                (c == 'L' ? sizes.longDouble : c == 'z' ? sizes.z : c == 't' ? sizes.t : sizes.j) = true;
+            } else if (c == 'I') {
+                ++p;
+                if (sizes.Any())
+                    return kMalformed;
+                const char *digits = p;
+                while (IsDigit(*p))
+                    ++p;
+                const std::string n(digits, p);
+                sizes.varsize = n == "8" ? 1 : n == "16" ? 2 : n == "32" ? 4 : n == "64" ? 8 : 0;
+                if (sizes.varsize == 0)
+                    return kMalformed;
+            } else {
+                /* The conversion. */
+                Argument a;
+                if (c != '\0' && std::strchr("diuoxX", c) != nullptr)
+                    a = {Kind::Value, sizes.IntegerBytes()};
+                else if (c != '\0' && std::strchr("fFeEgGaA", c) != nullptr)
+                    a = {Kind::Value, sizes.FloatingBytes()};
+                else if (c == 'c')
+                    a = {Kind::Value, 1};
+                else if (c == 's')
+                    a = {Kind::String, 0};
+                else if (c == 'p')
+                    a = {Kind::Pointer, 0};
+                else if (c == 'n')
+                    a = {Kind::Count, sizes.IntegerBytes()};
+                else
+                    return kMalformed;
+                if (args.size() >= kMaxArgs)
+                    return kTooMany;
+                args.push_back(a);
+                ++p;
+                break;
+            }
+        }
+    }
+    return (int32_t)args.size();
+}
+
+/* The bytes argument values are made of, handed out in turn; zeros when
+ * they run out. */
+class ValueBytes {
+public:
+    ValueBytes(const uint8_t *data, size_t size) : data_(data), size_(size) {}
+    void Take(void *out, size_t n) {
+        auto *bytes = static_cast<uint8_t *>(out);
+        for (size_t i = 0; i < n; ++i)
+            bytes[i] = at_ < size_ ? data_[at_++] : 0;
+    }
+    uint8_t Byte() {
+        uint8_t b;
+        Take(&b, 1);
+        return b;
+    }
+
+private:
+    const uint8_t *data_;
+    size_t size_;
+    size_t at_ = 0;
+};
+
+/* The argument pool: exactly one pointer an argument, each value in an
+ * allocation of exactly its size. */
+struct Pool {
+    void **entries = nullptr;
+    std::vector<void *> owned;
+
+    Pool(const std::vector<Argument> &args, ValueBytes &values) {
+        entries = static_cast<void **>(std::malloc(args.size() * sizeof(void *) + (args.empty() ? 1 : 0)));
+        for (size_t i = 0; i < args.size(); ++i) {
+            void *entry = nullptr;
+            switch (args[i].kind) {
+            case Kind::Star: {
+                /* Widths and precisions from arguments stay small, so that
+                 * a run doesn't print gigabytes. */
+                int value;
+                values.Take(&value, sizeof value);
+                value = (int)((unsigned)value % 601) - 300;
+                entry = Own(sizeof value);
+                std::memcpy(entry, &value, sizeof value);
+                break;
+            }
+            case Kind::Value:
+                entry = Own(args[i].bytes);
+                values.Take(entry, args[i].bytes);
+                break;
+            case Kind::String: {
+                uint8_t length = values.Byte();
+                if (length == 255)
+                    break; /* a null string prints "(nil)" */
+                length %= 32;
+                entry = Own(length + 1u);
+                values.Take(entry, length);
+                static_cast<char *>(entry)[length] = '\0';
+                break;
+            }
+            case Kind::Pointer:
+                values.Take(&entry, sizeof entry); /* printed, never followed */
+                break;
+            case Kind::Count:
+                if (values.Byte() % 8 != 0)
+                    entry = Own(args[i].bytes);
+                break;
+            }
+            entries[i] = entry;
+        }
+    }
+    ~Pool() {
+        for (void *p : owned)
+            std::free(p);
+        std::free(entries);
+    }
+    void *Own(size_t bytes) {
+        void *p = std::malloc(bytes);
+        std::memset(p, 0xA5, bytes);
+        owned.push_back(p);
+        return p;
+    }
+};
+
+/* No digit run of the format stands for more than this, so that a width or
+ * precision can't make a run print gigabytes. */
+bool NumbersAreSmall(const char *format) {
+    long value = 0;
+    for (const char *p = format;; ++p) {
+        if (IsDigit(*p)) {
+            value = value * 10 + (*p - '0');
+            if (value > 4096)
+                return false;
+        } else {
+            value = 0;
+            if (*p == '\0')
+                return true;
+        }
+    }
+}
+
+std::string StreamText(HalvIO *io) { return std::string(static_cast<char *>(HalvIOMemBuffer(io)), HalvIOMemLength(io)); }
+
+/* Prints through the four sinks and checks that they agree; gives the text
+ * and the count. */
+int32_t PrintAll(const HalvLocale *locale, const char *format, void **pool, uint32_t boundedSize,
+                 int32_t expected, std::string &text) {
+    char *made = reinterpret_cast<char *>(1);
+    const int32_t result = HalvLASPrintfl(locale, &made, format, pool);
+    if (result == -1 && made == nullptr)
+        return -1; /* out of memory: nothing to compare */
+    if (expected < 0) {
+        if (result != expected || made != nullptr)
+            Fail("a format the rules refuse was not refused, or left a string");
+    } else if (result < 0 || made == nullptr) {
+        Fail("a well-formed format was refused");
+    }
+    if (made != nullptr) {
+        text.assign(made, (size_t)result);
+        if (made[result] != '\0')
+            Fail("the new string isn't terminated");
+        halv_internal_free(made);
+    }
+
+    /* The bounded sink: the head of the text in exactly boundedSize bytes. */
+    char *bounded = static_cast<char *>(std::malloc(boundedSize + 1));
+    if (HalvLSNPrintfl(locale, boundedSize == 0 ? nullptr : bounded, boundedSize, format, pool) != result)
+        Fail("the bounded sink counted otherwise");
+    if (boundedSize != 0) {
+        const size_t stored = result < 0 ? 0 : std::min<size_t>(boundedSize - 1, (size_t)result);
+        if (std::memcmp(bounded, text.data(), stored) != 0 || bounded[stored] != '\0')
+            Fail("the bounded sink stored other bytes");
+    }
+    std::free(bounded);
+
+    /* The unbounded sink, in exactly the bytes the text and its terminator
+     * need. */
+    const size_t length = result < 0 ? 0 : (size_t)result;
+    char *buffer = static_cast<char *>(std::malloc(length + 1));
+    if (HalvLSPrintfl(locale, buffer, format, pool) != result || std::memcmp(buffer, text.data(), length) != 0 ||
+        buffer[length] != '\0')
+        Fail("the unbounded sink differs");
+    std::free(buffer);
+
+    HalvIO *io = HalvIO_Mem(0);
+    if (HalvIOLPrintfl(locale, io, format, pool) != result || StreamText(io) != text)
+        Fail("the stream sink differs");
+    io->close(io);
+    if (HalvIOLPrintfl(locale, nullptr, format, pool) != result)
+        Fail("a null stream counted otherwise");
+    return result;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    if (size < 3 || size > 8192)
+        return 0;
+    const uint8_t control = data[0];
+    const uint32_t boundedSize = data[1];
+    const char *format = reinterpret_cast<const char *>(data + 2);
+    const size_t formatLength = strnlen(format, size - 2);
+    if (formatLength == size - 2)
+        return 0; /* the format needs its NUL */
+    const std::string formatText(format, formatLength);
+    if (!NumbersAreSmall(formatText.c_str()))
+        return 0;
+    const size_t valuesAt = 2 + formatLength + 1;
+    ValueBytes values(data + valuesAt, size - valuesAt);
+
+    std::vector<Argument> args;
+    const int32_t expected = ArgumentsOf(formatText.c_str(), args);
+    /* The format in an allocation of its own size. */
+    char *exactFormat = static_cast<char *>(std::malloc(formatLength + 1));
+    std::memcpy(exactFormat, formatText.c_str(), formatLength + 1);
+    Pool pool(args, values);
+
+    std::string text;
+    const int32_t result = PrintAll(nullptr, exactFormat, pool.entries, boundedSize, expected, text);
+
+    static const char *const kPoints[] = {".", ",", "", "\xC2\xB7", "::"};
+    const HalvLocale locale = {kPoints[control % 5], "'", "3;0"};
+    std::string localText;
+    const int32_t localResult = PrintAll(&locale, exactFormat, pool.entries, boundedSize, expected, localText);
+    if (control % 5 == 0 && result >= 0 && localResult >= 0 && (localResult != result || localText != text))
+        Fail("a record with the decimal point \".\" printed otherwise than the fixed one");
+    std::free(exactFormat);
+    return 0;
+}

@@ -1,0 +1,221 @@
+/*
+ * tests/text/test_date_zone_id.cpp - the zone identifier that "ZZZ" prints
+ * for a local date: from TZ, and from the system's configuration when TZ
+ * is not set, Windows zone names translated.
+ *
+ * The identifier is worked out once a process, so every case runs in a
+ * child process of its own.  The system's configuration is changed only
+ * inside a private mount namespace of the child, where a directory of our
+ * own is mounted over /etc; where the machine doesn't allow that, those
+ * cases skip with a message.
+ */
+#include <gtest/gtest.h>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "text/date_support.h"
+
+namespace {
+
+using date_test::InChild;
+
+/* The C library's zone in every child: an hour west of Greenwich, so that
+ * local dates keep a zoneOffset other than 0 and "ZZZ" prints the
+ * identifier rather than "UTC". */
+constexpr const char *kLocalZone = "<-01>1";
+
+/* "ZZZ" of a local date, formatted in a child after `prepare` has run
+ * there.  Twice: the second call must give the kept text. */
+date_test::ChildResult Identifier(const std::function<bool()> &prepare) {
+    return InChild([&]() -> std::string {
+        if (!prepare())
+            return "<prepare failed>";
+        tzset();
+        HalvDate date;
+        HalvMakeDate(&date, 0, 1767268800000);
+        const std::string first = date_test::Format(date, "ZZZ");
+        HalvSetenv("TZ", "Asia/Tokyo");
+        return first + "|" + date_test::Format(date, "'['ZZZZZ']'");
+    });
+}
+
+/* TZ as the library sees it (through HalvGetenv), the C library's zone
+ * kept at kLocalZone. */
+date_test::ChildResult IdentifierForTz(const char *tz) {
+    return Identifier([tz] {
+        setenv("TZ", kLocalZone, 1);
+        return HalvSetenv("TZ", tz) == 1;
+    });
+}
+
+TEST(DateZoneIdentifier, FromTz) {
+    struct Case {
+        const char *tz;
+        const char *identifier;
+    } cases[] = {
+        {"Europe/Berlin", "Europe/Berlin"},
+        {":America/New_York", "America/New_York"}, /* the POSIX mark goes */
+        {"::Odd", ":Odd"},                         /* only one */
+        {"'Pacific/Chatham'", "Pacific/Chatham"},  /* quotes go */
+        {"\"Asia/Kolkata\"", "Asia/Kolkata"},
+        {"CET-1CEST,M3.5.0,M10.5.0/3", "CET-1CEST,M3.5.0,M10.5.0/3"},
+        {"W. Europe Standard Time", "W. Europe Standard Time"}, /* the table is for the system's name only */
+        {"Nowhere/Atlantis", "Nowhere/Atlantis"},
+    };
+    for (const Case &c : cases) {
+        const date_test::ChildResult result = IdentifierForTz(c.tz);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out, std::string(c.identifier) + "|[" + c.identifier + "]") << "TZ=" << c.tz;
+    }
+    /* A TZ longer than the kept text is cut to 255 bytes. */
+    const std::string longName = "Zone/" + std::string(400, 'x');
+    const std::string cut = longName.substr(0, 255);
+    EXPECT_EQ(IdentifierForTz(longName.c_str()).out, cut + "|[" + cut + "]");
+}
+
+TEST(DateZoneIdentifier, FromTheProcessEnvironment) {
+    /* TZ of the process itself, which the C library reads too. */
+    const date_test::ChildResult result = Identifier([] { return setenv("TZ", ":America/New_York", 1) == 0; });
+    EXPECT_EQ(result.out, "America/New_York|[America/New_York]");
+    /* A UTC date prints "UTC" whatever TZ says. */
+    const date_test::ChildResult utc = InChild([] {
+        setenv("TZ", "Europe/Berlin", 1);
+        return date_test::Format(date_test::Date(2026, 1, 1), "ZZZ");
+    });
+    EXPECT_EQ(utc.out, "UTC");
+}
+
+/* What the system names as its zone, read as the library should. */
+std::string SystemZone() {
+    std::error_code error;
+    const std::string target = std::filesystem::read_symlink("/etc/localtime", error).string();
+    const size_t at = target.rfind("zoneinfo/");
+    if (!error && at != std::string::npos)
+        return target.substr(at + 9);
+    std::ifstream file("/etc/timezone");
+    std::string line;
+    std::getline(file, line);
+    return line;
+}
+
+TEST(DateZoneIdentifier, SystemZoneWhenTzIsUnset) {
+    const date_test::ChildResult result = Identifier([] { return unsetenv("TZ") == 0; });
+    /* A local date of a zone whose standard time is UTC counts as UTC. */
+    unsetenv("TZ");
+    const std::string expected = date_test::StandardOffset() == 0 ? "UTC" : SystemZone();
+    EXPECT_EQ(result.out.substr(0, result.out.find('|')), expected);
+}
+
+/* Mounts a directory of our own over /etc inside a private mount
+ * namespace of this (child) process; false where that isn't allowed. */
+bool PrivateEtc(const std::string &directory) {
+    if (unshare(CLONE_NEWNS) != 0)
+        return false;
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return false;
+    return mount(directory.c_str(), "/etc", nullptr, MS_BIND, nullptr) == 0;
+}
+
+/* A directory that stands in for /etc.  Zone data for the C library is a
+ * copy of Europe/Berlin under names of our choosing, so that local dates
+ * keep their offset whatever name the configuration gives. */
+class SystemConfiguration : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (access(kZoneData, R_OK) != 0)
+            GTEST_SKIP() << kZoneData << " is not installed (package tzdata)";
+        char pattern[] = "/tmp/halv_etc_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        etc_ = pattern;
+        const date_test::ChildResult probe = InChild([this] { return PrivateEtc(etc_) ? "yes" : "no"; });
+        if (probe.out != "yes")
+            GTEST_SKIP() << "no private mount namespace here (needs CAP_SYS_ADMIN)";
+    }
+    void TearDown() override {
+        if (!etc_.empty())
+            std::filesystem::remove_all(etc_);
+    }
+
+    /* /etc/localtime as a link to zone data at `path` under /etc. */
+    void Link(const std::string &path) {
+        std::filesystem::create_directories(std::filesystem::path(etc_ + "/" + path).parent_path());
+        std::filesystem::copy_file(kZoneData, etc_ + "/" + path);
+        std::filesystem::create_symlink("/etc/" + path, etc_ + "/localtime");
+    }
+    /* /etc/localtime as a plain file: no name to read from it. */
+    void PlainFile() { std::filesystem::copy_file(kZoneData, etc_ + "/localtime"); }
+    void TimezoneFile(const std::string &text) {
+        std::filesystem::remove(etc_ + "/timezone");
+        std::ofstream(etc_ + "/timezone") << text;
+    }
+    std::string IdentifierHere() {
+        const date_test::ChildResult result =
+            Identifier([this] { return unsetenv("TZ") == 0 && PrivateEtc(etc_); });
+        EXPECT_EQ(result.status, 0);
+        return result.out.substr(0, result.out.find('|'));
+    }
+
+    static constexpr const char *kZoneData = "/usr/share/zoneinfo/Europe/Berlin";
+    std::string etc_;
+};
+
+TEST_F(SystemConfiguration, LocaltimeLinkComesFirst) {
+    Link("share/zoneinfo/America/Sao_Paulo");
+    TimezoneFile("Europe/Paris\n");
+    EXPECT_EQ(IdentifierHere(), "America/Sao_Paulo");
+}
+
+TEST_F(SystemConfiguration, TextBehindTheLastZoneinfoCounts) {
+    Link("zoneinfo/share/zoneinfo/posix/Asia/Tokyo");
+    EXPECT_EQ(IdentifierHere(), "posix/Asia/Tokyo");
+}
+
+TEST_F(SystemConfiguration, WindowsNamesAreTranslated) {
+    Link("zoneinfo/W. Europe Standard Time");
+    EXPECT_EQ(IdentifierHere(), "Europe/Berlin");
+}
+
+TEST_F(SystemConfiguration, TimezoneFileWhenLocaltimeIsNoLink) {
+    PlainFile();
+    TimezoneFile("Tokyo Standard Time\r\nsecond line\n");
+    EXPECT_EQ(IdentifierHere(), "Asia/Tokyo");
+    TimezoneFile("America/Bogota");
+    EXPECT_EQ(IdentifierHere(), "America/Bogota");
+}
+
+TEST_F(SystemConfiguration, LinkOutsideZoneinfoFallsBackOnTheFile) {
+    Link("else/Berlin");
+    TimezoneFile("Singapore Standard Time\n");
+    EXPECT_EQ(IdentifierHere(), "Asia/Singapore");
+}
+
+TEST_F(SystemConfiguration, NothingToNameTheZone) {
+    PlainFile();
+    EXPECT_EQ(IdentifierHere(), "");
+}
+
+TEST_F(SystemConfiguration, WindowsTableRows) {
+    PlainFile();
+    /* Exact comparison: another case is no match and stays as it is. */
+    TimezoneFile("w. europe standard time\n");
+    EXPECT_EQ(IdentifierHere(), "w. europe standard time");
+    /* The first and the last row, and two names of one identifier. */
+    TimezoneFile("AUS Central Standard Time\n");
+    EXPECT_EQ(IdentifierHere(), "Australia/Darwin");
+    TimezoneFile("Yakutsk Standard Time\n");
+    EXPECT_EQ(IdentifierHere(), "Asia/Yakutsk");
+    TimezoneFile("Mexico Standard Time\n");
+    EXPECT_EQ(IdentifierHere(), "America/Mexico_City");
+    TimezoneFile("Central Standard Time (Mexico)\n");
+    EXPECT_EQ(IdentifierHere(), "America/Mexico_City");
+}
+
+} // namespace

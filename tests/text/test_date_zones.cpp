@@ -1,0 +1,457 @@
+/*
+ * tests/text/test_date_zones.cpp - dates and times against the C library
+ * and the real zone database: HalvMakeDate and HalvMakeTime over random
+ * times from 1970 to 2100 and around every change of summer time in six
+ * zones, the UTC arithmetic against timegm over fields far out of range,
+ * and HalvToLocalTime, HalvToUTC and HalvGetCurrentDate.
+ *
+ * The expected values come from glibc's localtime_r, gmtime_r, mktime and
+ * timegm on the same times, and its `timezone` for the standard offset.
+ */
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <ctime>
+#include <random>
+#include <vector>
+
+#include "text/date_support.h"
+
+namespace {
+
+using date_test::Date;
+using date_test::SameFields;
+using date_test::SameLocal;
+using date_test::SameUtc;
+using date_test::ZoneScope;
+
+constexpr int64_t kYear2100 = 4102444800; /* 2100-01-01 00:00:00 UTC */
+
+struct Zone {
+    const char *name;
+    long standardOffset; /* seconds west, as glibc's timezone gives it */
+};
+
+/* Half-hour summer time on Lord Howe; 45-minute offsets on Chatham. */
+constexpr Zone kZones[] = {
+    {"UTC", 0},
+    {"Europe/Berlin", -3600},
+    {"America/New_York", 18000},
+    {"Asia/Kolkata", -19800},
+    {"Australia/Lord_Howe", -37800},
+    {"Pacific/Chatham", -45900},
+};
+
+bool ZoneInstalled(const char *name) {
+    return access((std::string("/usr/share/zoneinfo/") + name).c_str(), R_OK) == 0;
+}
+
+struct tm LocalRecord(time_t t) {
+    struct tm record;
+    EXPECT_NE(localtime_r(&t, &record), nullptr);
+    return record;
+}
+
+struct tm UtcRecord(time_t t) {
+    struct tm record;
+    EXPECT_NE(gmtime_r(&t, &record), nullptr);
+    return record;
+}
+
+/* mktime of a local date's wall time, summer time left to it: what the
+ * library promises to agree with where a wall time is skipped or doubled. */
+time_t MktimeOf(const HalvDate &d) {
+    struct tm record = {};
+    record.tm_year = d.year - 1900;
+    record.tm_mon = d.month - 1;
+    record.tm_mday = d.day;
+    record.tm_hour = d.hour;
+    record.tm_min = d.minute;
+    record.tm_sec = d.second;
+    record.tm_isdst = -1;
+    return mktime(&record);
+}
+
+/* One instant through both breakdowns and back through both inversions. */
+void CheckInstant(int64_t milliseconds, long standardOffset, int *ambiguous) {
+    const time_t t = milliseconds / 1000;
+    SCOPED_TRACE(::testing::Message() << "time " << milliseconds << " ms");
+
+    HalvDate utc;
+    HalvMakeDate(&utc, 1, milliseconds);
+    ASSERT_TRUE(SameUtc(utc, UtcRecord(t)));
+    int64_t back = -1;
+    HalvDate again = utc;
+    ASSERT_EQ(HalvMakeTime(&back, 1, &again), 1);
+    EXPECT_EQ(back, static_cast<int64_t>(t) * 1000);
+    EXPECT_EQ(std::memcmp(&again, &utc, sizeof utc), 0) << date_test::Describe(again);
+
+    HalvDate local;
+    HalvMakeDate(&local, 0, milliseconds);
+    ASSERT_TRUE(SameLocal(local, LocalRecord(t), standardOffset));
+    again = local;
+    back = -1;
+    ASSERT_EQ(HalvMakeTime(&back, 0, &again), 1);
+    /* Away from a doubled hour the wall time names one instant; inside it
+     * mktime picks one of two, and the library takes its choice. */
+    const time_t chosen = MktimeOf(local);
+    EXPECT_EQ(back, static_cast<int64_t>(chosen) * 1000);
+    if (chosen != t)
+        ++*ambiguous;
+    ASSERT_TRUE(SameLocal(again, LocalRecord(chosen), standardOffset));
+}
+
+TEST(DateZones, RandomTimesAgreeWithTheCLibraryInSixZones) {
+    std::mt19937_64 random(20261118);
+    std::uniform_int_distribution<int64_t> seconds(0, kYear2100 - 1);
+    std::uniform_int_distribution<int64_t> millis(0, 999);
+    for (const Zone &zone : kZones) {
+        if (!ZoneInstalled(zone.name))
+            GTEST_SKIP() << "zone " << zone.name << " is not installed (package tzdata)";
+        SCOPED_TRACE(zone.name);
+        const ZoneScope scope(zone.name);
+        ASSERT_EQ(date_test::StandardOffset(), zone.standardOffset) << "the C library reads another zone";
+        int ambiguous = 0;
+        for (int i = 0; i < 100000; ++i) {
+            CheckInstant(seconds(random) * 1000 + millis(random), zone.standardOffset, &ambiguous);
+            if (HasFatalFailure())
+                return;
+        }
+        /* A doubled hour is a small part of a year. */
+        EXPECT_LT(ambiguous, 200);
+    }
+}
+
+/* The instants from 1970 to 2100 at which the zone's offset, summer time
+ * or abbreviation changes: a day-by-day walk, then bisection. */
+std::vector<time_t> Transitions() {
+    auto same = [](const struct tm &a, const struct tm &b) {
+        return a.tm_gmtoff == b.tm_gmtoff && a.tm_isdst == b.tm_isdst && std::strcmp(a.tm_zone, b.tm_zone) == 0;
+    };
+    std::vector<time_t> found;
+    struct tm before = LocalRecord(0);
+    for (time_t day = 86400; day <= kYear2100; day += 86400) {
+        const struct tm after = LocalRecord(day);
+        if (!same(before, after)) {
+            time_t low = day - 86400, high = day; /* low like before, high like after */
+            while (high - low > 1) {
+                const time_t middle = low + (high - low) / 2;
+                (same(LocalRecord(middle), before) ? low : high) = middle;
+            }
+            found.push_back(high);
+        }
+        before = after;
+    }
+    return found;
+}
+
+TEST(DateZones, SummerTimeChangesAgreeWithTheCLibrary) {
+    for (const Zone &zone : kZones) {
+        if (!ZoneInstalled(zone.name))
+            GTEST_SKIP() << "zone " << zone.name << " is not installed (package tzdata)";
+        SCOPED_TRACE(zone.name);
+        const ZoneScope scope(zone.name);
+        const std::vector<time_t> changes = Transitions();
+        if (zone.standardOffset == -3600 || zone.standardOffset == 18000 || zone.standardOffset == -37800 ||
+            zone.standardOffset == -45900) {
+            EXPECT_GT(changes.size(), 100u) << "too few summer-time changes found";
+        }
+        int ambiguous = 0;
+        for (const time_t change : changes) {
+            SCOPED_TRACE(::testing::Message() << "change at " << change);
+            /* Instants on both sides of the change. */
+            for (const time_t t : {change - 3601, change - 1801, change - 1, change, change + 1, change + 1800,
+                                   change + 3600})
+                CheckInstant(static_cast<int64_t>(t) * 1000, zone.standardOffset, &ambiguous);
+
+            /* Every wall time in the half hours around the change, the skipped
+             * and the doubled ones included, taken as a local date.  Where a
+             * wall time doesn't name exactly one instant the result is left to
+             * the C library's mktime, so the expectation is its answer. */
+            const struct tm edge = LocalRecord(change - 1);
+            for (int minutes = -90; minutes <= 90; minutes += 15) {
+                HalvDate wall = Date(edge.tm_year + 1900, edge.tm_mon + 1, edge.tm_mday, edge.tm_hour,
+                                     edge.tm_min + minutes, 0, 1);
+                const time_t expected = MktimeOf(wall);
+                int64_t milliseconds = -1;
+                ASSERT_EQ(HalvMakeTime(&milliseconds, 0, &wall), 1);
+                EXPECT_EQ(milliseconds, static_cast<int64_t>(expected) * 1000);
+                EXPECT_TRUE(SameLocal(wall, LocalRecord(expected), zone.standardOffset));
+            }
+
+            /* The same wall times read as UTC have exactly one answer. */
+            HalvDate asUtc = Date(edge.tm_year + 1900, edge.tm_mon + 1, edge.tm_mday, edge.tm_hour, edge.tm_min + 30);
+            struct tm record = {};
+            record.tm_year = edge.tm_year;
+            record.tm_mon = edge.tm_mon;
+            record.tm_mday = edge.tm_mday;
+            record.tm_hour = edge.tm_hour;
+            record.tm_min = edge.tm_min + 30;
+            const time_t expected = timegm(&record);
+            int64_t milliseconds = -1;
+            ASSERT_EQ(HalvMakeTime(&milliseconds, 1, &asUtc), 1);
+            EXPECT_EQ(milliseconds, static_cast<int64_t>(expected) * 1000);
+            EXPECT_TRUE(SameUtc(asUtc, record));
+        }
+        if (!changes.empty()) {
+            EXPECT_GT(ambiguous, 0) << "no doubled wall time was met";
+        }
+    }
+}
+
+TEST(DateZones, SummerTimeFlagOfTheDateIsNotRead) {
+    if (!ZoneInstalled("Europe/Berlin"))
+        GTEST_SKIP() << "Europe/Berlin is not installed (package tzdata)";
+    const ZoneScope scope("Europe/Berlin");
+    for (int flag : {0, 1, -1, 7}) {
+        HalvDate summer = Date(2024, 7, 1, 12, 0, 0, 1);
+        summer.isDST = flag;
+        int64_t milliseconds = 0;
+        ASSERT_EQ(HalvMakeTime(&milliseconds, 0, &summer), 1);
+        EXPECT_EQ(milliseconds, 1719828000000); /* 10:00 UTC */
+        EXPECT_EQ(summer.isDST, 1);
+        EXPECT_STREQ(summer.zoneName, "CEST");
+        EXPECT_EQ(summer.zoneOffset, -3600);
+        HalvDate winter = Date(2024, 1, 1, 12, 0, 0, 1);
+        winter.isDST = flag;
+        ASSERT_EQ(HalvMakeTime(&milliseconds, 0, &winter), 1);
+        EXPECT_EQ(milliseconds, 1704106800000); /* 11:00 UTC */
+        EXPECT_EQ(winter.isDST, 0);
+        EXPECT_STREQ(winter.zoneName, "CET");
+    }
+}
+
+/* Random field values, most of them out of range, read as UTC. */
+TEST(DateZones, UtcFieldsOutOfRangeAgreeWithTimegm) {
+    std::mt19937_64 random(7);
+    auto in = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
+    for (int i = 0; i < 200000; ++i) {
+        HalvDate date = Date(in(1890, 2600), in(-40, 50), in(-400, 800), in(-100, 200), in(-5000, 5000),
+                             in(-200000, 200000));
+        date.weekDay = in(-9, 9);
+        date.yearDay = in(-999, 999);
+        date.isDST = in(-1, 1);
+        date.zoneOffset = in(-50000, 50000);
+        std::strcpy(date.zoneName, "untouched");
+        struct tm record = {};
+        record.tm_year = date.year - 1900;
+        record.tm_mon = date.month - 1;
+        record.tm_mday = date.day;
+        record.tm_hour = date.hour;
+        record.tm_min = date.minute;
+        record.tm_sec = date.second;
+        const time_t expected = timegm(&record);
+        const HalvDate before = date;
+        int64_t milliseconds = 12345;
+        const int32_t result = HalvMakeTime(&milliseconds, 1, &date);
+        SCOPED_TRACE(date_test::Describe(before));
+        if (expected < 0) {
+            ASSERT_EQ(result, 0);
+            EXPECT_EQ(milliseconds, 12345);
+            EXPECT_EQ(std::memcmp(&date, &before, sizeof date), 0) << "a refused date was changed";
+        } else {
+            ASSERT_EQ(result, 1);
+            EXPECT_EQ(milliseconds, static_cast<int64_t>(expected) * 1000);
+            ASSERT_TRUE(SameUtc(date, record));
+            for (size_t b = 4; b < sizeof date.zoneName; ++b)
+                ASSERT_EQ(date.zoneName[b], 0);
+        }
+    }
+}
+
+TEST(DateZones, EdgesOfTheTimeRange) {
+    int64_t milliseconds = 0;
+    /* The first day, and the last second before the epoch. */
+    HalvDate date = Date(1970, 1, 2);
+    ASSERT_EQ(HalvMakeTime(&milliseconds, 1, &date), 1);
+    EXPECT_EQ(milliseconds, 86400000);
+    date = Date(1969, 12, 31, 23, 59, 59);
+    const HalvDate before = date;
+    EXPECT_EQ(HalvMakeTime(&milliseconds, 1, &date), 0);
+    EXPECT_EQ(std::memcmp(&date, &before, sizeof date), 0);
+    date = Date(1970, 1, 1, 0, 0, -1);
+    EXPECT_EQ(HalvMakeTime(nullptr, 1, &date), 0);
+    date = Date(1970, 1, 1);
+    ASSERT_EQ(HalvMakeTime(&milliseconds, 1, &date), 1);
+    EXPECT_EQ(milliseconds, 0);
+
+    /* 31 February is 3 March, with weekday and year day filled in. */
+    date = Date(2026, 2, 31, 10);
+    ASSERT_EQ(HalvMakeTime(nullptr, 1, &date), 1);
+    EXPECT_EQ(date.month, 3);
+    EXPECT_EQ(date.day, 3);
+    EXPECT_EQ(date.weekDay, 2);
+    EXPECT_EQ(date.yearDay, 61);
+    /* A leap second counts on into the next minute. */
+    date = Date(2016, 12, 31, 23, 59, 60);
+    ASSERT_EQ(HalvMakeTime(&milliseconds, 1, &date), 1);
+    EXPECT_EQ(milliseconds, 1483228800000);
+    EXPECT_EQ(date.year, 2017);
+
+    /* Milliseconds are dropped towards zero. */
+    HalvMakeDate(&date, 1, 1500);
+    EXPECT_EQ(date.second, 1);
+    HalvMakeDate(&date, 1, 1999);
+    EXPECT_EQ(date.second, 1);
+    HalvMakeDate(&date, 1, -1500);
+    EXPECT_EQ(date.year, 1969);
+    EXPECT_EQ(date.second, 59);
+    HalvMakeDate(nullptr, 1, 0);
+
+    /* The largest times: the last whole second whose milliseconds fit 64
+     * bits has a date that goes back; one more second has none. */
+    const int64_t lastSecond = INT64_MAX / 1000;
+    HalvMakeDate(&date, 1, lastSecond * 1000);
+    const time_t last = static_cast<time_t>(lastSecond);
+    struct tm record;
+    ASSERT_NE(gmtime_r(&last, &record), nullptr);
+    EXPECT_TRUE(SameUtc(date, record));
+    ASSERT_EQ(HalvMakeTime(&milliseconds, 1, &date), 1);
+    EXPECT_EQ(milliseconds, lastSecond * 1000);
+    ++date.second;
+    EXPECT_EQ(HalvMakeTime(&milliseconds, 1, &date), 0);
+    HalvMakeDate(&date, 1, INT64_MAX);
+    EXPECT_EQ(date.year, record.tm_year + 1900);
+    HalvMakeDate(&date, 1, INT64_MIN);
+    EXPECT_LT(date.year, -292000000);
+
+    /* Fields at the ends of 32 bits don't overflow: far past the range, or
+     * before the epoch, they are refused. */
+    for (int32_t extreme : {INT32_MAX, INT32_MIN}) {
+        for (int field = 0; field < 6; ++field) {
+            HalvDate far = Date(2000, 6, 15, 12, 30, 30);
+            int32_t *fields[] = {&far.second, &far.minute, &far.hour, &far.day, &far.month, &far.year};
+            *fields[field] = extreme;
+            const HalvDate original = far;
+            const int32_t result = HalvMakeTime(&milliseconds, 1, &far);
+            /* INT32_MAX seconds to months reach no further than about 180
+             * million years; INT32_MAX years pass the range. */
+            if (extreme == INT32_MIN || field == 5) {
+                EXPECT_EQ(result, 0) << "field " << field << " " << extreme;
+                EXPECT_EQ(std::memcmp(&far, &original, sizeof far), 0);
+            } else {
+                EXPECT_EQ(result, 1) << "field " << field;
+            }
+            far = original;
+            EXPECT_EQ(HalvMakeTime(&milliseconds, 0, &far), result) << "local, field " << field;
+        }
+    }
+
+    EXPECT_EQ(HalvMakeTime(&milliseconds, 1, nullptr), -1);
+    EXPECT_EQ(HalvMakeTime(&milliseconds, 0, nullptr), -1);
+}
+
+TEST(DateZones, LocalDatesBeforeTheEpochAreRefused) {
+    if (!ZoneInstalled("America/New_York"))
+        GTEST_SKIP() << "America/New_York is not installed (package tzdata)";
+    const ZoneScope scope("America/New_York");
+    /* 1969-12-31 19:00 in New York is the epoch itself; a second less is not. */
+    HalvDate date = Date(1969, 12, 31, 19, 0, 0, 1);
+    int64_t milliseconds = -5;
+    ASSERT_EQ(HalvMakeTime(&milliseconds, 0, &date), 1);
+    EXPECT_EQ(milliseconds, 0);
+    EXPECT_STREQ(date.zoneName, "EST");
+    EXPECT_EQ(date.zoneOffset, 18000);
+    date = Date(1969, 12, 31, 18, 59, 59, 1);
+    const HalvDate before = date;
+    EXPECT_EQ(HalvMakeTime(&milliseconds, 0, &date), 0);
+    EXPECT_EQ(std::memcmp(&date, &before, sizeof date), 0);
+    EXPECT_EQ(milliseconds, 0);
+}
+
+TEST(DateZones, ToLocalTimeAndToUtc) {
+    if (!ZoneInstalled("Pacific/Chatham"))
+        GTEST_SKIP() << "Pacific/Chatham is not installed (package tzdata)";
+    const ZoneScope scope("Pacific/Chatham");
+    const time_t t = 1767225600; /* 2026-01-01 00:00:00 UTC, summer in Chatham */
+
+    /* A UTC date becomes the local date of the same moment. */
+    HalvDate source = Date(2025, 12, 31, 24); /* one hour past the end of the day */
+    HalvDate result;
+    std::memset(&result, 0x55, sizeof result);
+    ASSERT_EQ(HalvToLocalTime(&source, &result), 1);
+    EXPECT_TRUE(SameLocal(result, LocalRecord(t), -45900));
+    EXPECT_STREQ(result.zoneName, "+1345");
+    EXPECT_TRUE(SameUtc(source, UtcRecord(t))) << "the source is normalised in place";
+
+    /* And back. */
+    HalvDate utc;
+    ASSERT_EQ(HalvToUTC(&result, &utc), 1);
+    EXPECT_TRUE(SameUtc(utc, UtcRecord(t)));
+
+    /* A date already of the wanted kind is normalised and copied. */
+    HalvDate local = Date(2025, 12, 32, 13, 45, 0, 1); /* 1 January, local */
+    ASSERT_EQ(HalvToLocalTime(&local, &result), 1);
+    EXPECT_TRUE(SameLocal(result, LocalRecord(t), -45900));
+    EXPECT_EQ(std::memcmp(&local, &result, sizeof local), 0);
+    HalvDate plain = Date(2026, 1, 1, 0, 0, 0);
+    ASSERT_EQ(HalvToUTC(&plain, &result), 1);
+    EXPECT_TRUE(SameUtc(result, UtcRecord(t)));
+
+    /* Source and result may be one record. */
+    HalvDate both = Date(2026, 1, 1);
+    ASSERT_EQ(HalvToLocalTime(&both, &both), 1);
+    EXPECT_TRUE(SameLocal(both, LocalRecord(t), -45900));
+    ASSERT_EQ(HalvToUTC(&both, &both), 1);
+    EXPECT_TRUE(SameUtc(both, UtcRecord(t)));
+
+    /* A source without a time leaves the result alone. */
+    HalvDate early = Date(1960, 1, 1);
+    std::memset(&result, 0x55, sizeof result);
+    const HalvDate untouched = result;
+    EXPECT_EQ(HalvToLocalTime(&early, &result), 0);
+    EXPECT_EQ(HalvToUTC(&early, &result), 0);
+    early.zoneOffset = 1;
+    EXPECT_EQ(HalvToLocalTime(&early, &result), 0);
+    EXPECT_EQ(HalvToUTC(&early, &result), 0);
+    EXPECT_EQ(std::memcmp(&result, &untouched, sizeof result), 0);
+
+    EXPECT_EQ(HalvToLocalTime(nullptr, &result), -1);
+    EXPECT_EQ(HalvToLocalTime(&source, nullptr), -1);
+    EXPECT_EQ(HalvToUTC(nullptr, &result), -1);
+    EXPECT_EQ(HalvToUTC(&source, nullptr), -1);
+}
+
+/* In a zone whose standard time is UTC, a local date counts as UTC. */
+TEST(DateZones, LocalDatesOfAZoneAtGreenwichCountAsUtc) {
+    if (!ZoneInstalled("Europe/London"))
+        GTEST_SKIP() << "Europe/London is not installed (package tzdata)";
+    const ZoneScope scope("Europe/London");
+    HalvDate summer;
+    HalvMakeDate(&summer, 0, 1719835200000); /* 2024-07-01 12:00 UTC */
+    EXPECT_EQ(summer.hour, 13);
+    EXPECT_EQ(summer.zoneOffset, 0);
+    EXPECT_STREQ(summer.zoneName, "BST");
+    HalvDate result;
+    ASSERT_EQ(HalvToUTC(&summer, &result), 1);
+    /* Read as UTC: 13:00 stays 13:00, and the name becomes GMT. */
+    EXPECT_EQ(result.hour, 13);
+    EXPECT_STREQ(result.zoneName, "GMT");
+    EXPECT_EQ(result.isDST, 0);
+}
+
+TEST(DateZones, CurrentDate) {
+    const ZoneScope scope("Asia/Kolkata");
+    const int64_t before = static_cast<int64_t>(time(nullptr)) * 1000;
+    HalvDate utc, local;
+    HalvGetCurrentDate(&utc, 1);
+    HalvGetCurrentDate(&local, 0);
+    const int64_t after = static_cast<int64_t>(time(nullptr)) * 1000;
+    EXPECT_STREQ(utc.zoneName, "GMT");
+    int64_t milliseconds = 0;
+    ASSERT_EQ(HalvMakeTime(&milliseconds, 1, &utc), 1);
+    EXPECT_GE(milliseconds, before);
+    EXPECT_LE(milliseconds, after);
+    if (ZoneInstalled("Asia/Kolkata")) {
+        EXPECT_STREQ(local.zoneName, "IST");
+        EXPECT_EQ(local.zoneOffset, -19800);
+        ASSERT_EQ(HalvMakeTime(&milliseconds, 0, &local), 1);
+        EXPECT_GE(milliseconds, before);
+        EXPECT_LE(milliseconds, after);
+    }
+    HalvGetCurrentDate(nullptr, 0);
+    HalvGetCurrentDate(nullptr, 1);
+}
+
+} // namespace

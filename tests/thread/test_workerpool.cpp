@@ -1,0 +1,665 @@
+/*
+ * Worker pools: local and global pools on real threads.  The ring's growth
+ * at every head position, queue limits (counting only the client's own
+ * queued tasks), blocking producers and the clear that wakes them, thread
+ * targets of exclusive and shared counts, the idle age and the retirement
+ * of one worker per period, the engine's shutdown dropping queued tasks, and
+ * a stress run of clients adding, clearing and freeing at once.
+ *
+ * The core record is public: the tests read its fields under its mutex, as
+ * a host may.
+ */
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "thread/support.h"
+
+using halvtest::Attempt;
+using halvtest::Eventually;
+using halvtest::kPatienceMs;
+
+namespace {
+
+/* How long a blocked call is watched to stay blocked.  Only a fault can make
+ * it finish in that time; a slow machine merely lets it pass unseen. */
+constexpr int kStaysBlockedMs = 100;
+
+/* A one-way door with a bounded wait. */
+class Gate {
+  public:
+    void Open() {
+        std::lock_guard<std::mutex> hold(lock_);
+        open_ = true;
+        changed_.notify_all();
+    }
+    bool WaitFor(int ms = kPatienceMs) {
+        std::unique_lock<std::mutex> hold(lock_);
+        return changed_.wait_for(hold, std::chrono::milliseconds(ms), [this] { return open_; });
+    }
+
+  private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool open_ = false;
+};
+
+/* The ids of tasks in the order they ran; a client's clientData. */
+class Recorder {
+  public:
+    void Add(int id) {
+        std::lock_guard<std::mutex> hold(lock_);
+        ids_.push_back(id);
+    }
+    std::vector<int> Ids() {
+        std::lock_guard<std::mutex> hold(lock_);
+        return ids_;
+    }
+
+  private:
+    std::mutex lock_;
+    std::vector<int> ids_;
+};
+
+/* Task: records its id (the argument) with the client's recorder. */
+int32_t RecordTask(void *argument, void *clientData) {
+    static_cast<Recorder *>(clientData)->Add((int)(intptr_t)argument);
+    return 0;
+}
+
+void *Id(int id) { return (void *)(intptr_t)id; }
+
+/* A task that holds its worker: it reports that it started, then waits for
+ * its gate. */
+struct Blocker {
+    Gate started;
+    Gate release;
+};
+
+int32_t BlockTask(void *argument, void *) {
+    auto *blocker = static_cast<Blocker *>(argument);
+    blocker->started.Open();
+    blocker->release.WaitFor();
+    return 0;
+}
+
+/* A task that opens a gate when it runs: the last task of a single-worker
+ * pool tells that all before it have run. */
+int32_t OpenTask(void *argument, void *) {
+    static_cast<Gate *>(argument)->Open();
+    return 0;
+}
+
+/* Reads fields of a core under its mutex. */
+template <class F> auto Locked(HalvWorkerPoolCore *core, F read) {
+    HalvLockMutex(core->mutex);
+    auto value = read();
+    HalvUnlockMutex(core->mutex);
+    return value;
+}
+
+uint32_t ThreadCount(HalvWorkerPool *pool) {
+    return Locked(pool->core, [&] { return pool->core->threadCount; });
+}
+uint32_t ThreadTarget(HalvWorkerPool *pool) {
+    return Locked(pool->core, [&] { return pool->core->threadTarget; });
+}
+uint32_t Pending(HalvWorkerPool *pool) {
+    return Locked(pool->core, [&] { return pool->core->clients[pool->clientIndex].pendingCount; });
+}
+
+/* The ring's invariants, as the core states them. */
+void ExpectConsistentRing(HalvWorkerPoolCore *core) {
+    Locked(core, [&] {
+        uint32_t pending = 0;
+        for (uint32_t i = 0; i < core->clientCapacity; ++i)
+            pending += core->clients[i].pendingCount;
+        EXPECT_EQ(core->taskCount, pending);
+        if (core->taskCapacity != 0) {
+            EXPECT_EQ(core->taskTail, (core->taskHead + core->taskCount) % core->taskCapacity);
+        }
+        EXPECT_LE(core->taskCount, core->taskCapacity);
+        return 0;
+    });
+}
+
+std::vector<int> Range(int from, int to) {
+    std::vector<int> ids;
+    for (int i = from; i < to; ++i)
+        ids.push_back(i);
+    return ids;
+}
+
+/* Every test runs on a started engine, which owns the global core; the
+ * engine's end takes that core down again. */
+class WorkerPool : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        HalvernDisableRegistryLoad(1);
+        ASSERT_EQ(HalvernInit(), 1);
+    }
+    void TearDown() override {
+        HalvSetenv("HV_WORKERPOOL_AGE", nullptr);
+        for (int i = 0; i < 100 && HalvernAbsoluteEnd() != 0; ++i) {
+        }
+        HalvernDisableRegistryLoad(0);
+    }
+};
+
+TEST_F(WorkerPool, LocalPoolRunsTasksInOrderWithItsClientData) {
+    Recorder recorder;
+    HalvWorkerPool *pool = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 0, 0, 1, &recorder), 1);
+    ASSERT_NE(pool, nullptr);
+    EXPECT_EQ(pool->clientIndex, 0u);
+    EXPECT_EQ(ThreadCount(pool), 1u);
+    EXPECT_EQ(pool->core->ageMs, HALV_WAIT_FOREVER);
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(i)), 1);
+    EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
+    EXPECT_EQ(Pending(pool), 0u);
+    /* Free joins the worker: every task taken has ended. */
+    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_EQ(recorder.Ids(), Range(0, 100));
+
+    HalvWorkerPool *unused = pool;
+    EXPECT_EQ(HalvWorkerPoolCreateLocal(nullptr, 0, 0, 1, nullptr), 0);
+    EXPECT_EQ(HalvWorkerPoolCreateGlobal(nullptr, 0, 0, 1, 0, nullptr), 0);
+    EXPECT_EQ(unused, pool);
+}
+
+/* A task queues its successor until the chain is done. */
+struct Chain {
+    HalvWorkerPool *pool = nullptr;
+    std::atomic<int> left{50};
+    Gate done;
+};
+
+int32_t ChainTask(void *argument, void *) {
+    auto *chain = static_cast<Chain *>(argument);
+    if (chain->left.fetch_sub(1) > 1) {
+        EXPECT_EQ(HalvWorkerPoolAddTask(chain->pool, ChainTask, chain), 1);
+    } else {
+        chain->done.Open();
+    }
+    return 0;
+}
+
+TEST_F(WorkerPool, TasksMayAddTasksToTheirOwnPool) {
+    Chain chain;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&chain.pool, 0, 0, 2, nullptr), 1);
+    ASSERT_EQ(HalvWorkerPoolAddTask(chain.pool, ChainTask, &chain), 1);
+    EXPECT_TRUE(chain.done.WaitFor());
+    EXPECT_EQ(chain.left.load(), 0);
+    EXPECT_EQ(HalvWorkerPoolFree(chain.pool), 1);
+}
+
+TEST_F(WorkerPool, RingDoublesAtEveryHeadPositionAndKeepsTheOrder) {
+    /* Head position h: h tasks are taken first (the last of them holds the
+     * single worker), then 17 are queued: the ninth doubles the ring from 8
+     * to 16 and the seventeenth to 32, wherever the head stands. */
+    for (int h = 0; h <= 8; ++h) {
+        SCOPED_TRACE("tasks taken before: " + std::to_string(h));
+        Recorder recorder;
+        Blocker blocker;
+        HalvWorkerPool *pool = nullptr;
+        ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 0, 0, 0, &recorder), 1);
+        HalvWorkerPoolCore *core = pool->core;
+        EXPECT_EQ(Locked(core, [&] { return core->taskCapacity; }), 0u);
+        for (int i = 0; i < h - 1; ++i)
+            ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(-1)), 1);
+        if (h > 0) {
+            ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &blocker), 1);
+            ASSERT_EQ(HalvWorkerPoolSetSharedThreadCount(pool, 1), 1);
+            ASSERT_TRUE(blocker.started.WaitFor());
+        }
+        EXPECT_EQ(Locked(core, [&] { return core->taskHead; }), (uint32_t)h % 8);
+        for (int i = 0; i < 17; ++i) {
+            ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(i)), 1);
+            uint32_t capacity = Locked(core, [&] { return core->taskCapacity; });
+            EXPECT_EQ(capacity, i < 8 ? 8u : i < 16 ? 16u : 32u) << "after task " << i;
+            EXPECT_EQ(Locked(core, [&] { return core->taskHead; }), (uint32_t)h % 8) << "the head moved";
+            ExpectConsistentRing(core);
+        }
+        blocker.release.Open();
+        if (h == 0) {
+            ASSERT_EQ(HalvWorkerPoolSetSharedThreadCount(pool, 1), 1);
+        }
+        EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
+        EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+        std::vector<int> expected(h > 0 ? h - 1 : 0, -1);
+        for (int i = 0; i < 17; ++i)
+            expected.push_back(i);
+        EXPECT_EQ(recorder.Ids(), expected);
+    }
+}
+
+TEST_F(WorkerPool, PoolWithoutThreadsHoldsTasksUntilACountIsRaised) {
+    Recorder recorder;
+    HalvWorkerPool *pool = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 0, 0, 0, &recorder), 1);
+    EXPECT_EQ(ThreadCount(pool), 0u);
+    for (int i = 0; i < 5; ++i)
+        ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(i)), 1);
+    {
+        Attempt waiter([&] { EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1); });
+        EXPECT_FALSE(waiter.DoneWithin(kStaysBlockedMs)) << "WaitForEmpty returned with tasks queued";
+        EXPECT_TRUE(recorder.Ids().empty());
+        ASSERT_EQ(HalvWorkerPoolSetExclusiveThreadCount(pool, 1), 1);
+        EXPECT_TRUE(waiter.DoneWithin(kPatienceMs));
+    }
+    EXPECT_EQ(ThreadCount(pool), 1u);
+    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_EQ(recorder.Ids(), Range(0, 5));
+}
+
+TEST_F(WorkerPool, LimitWithoutBlockingRefusesAndTakesAgainOnceATaskIsTaken) {
+    Recorder recorder;
+    Blocker first, second;
+    HalvWorkerPool *pool = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 2, 0, 1, &recorder), 1);
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &first), 1);
+    ASSERT_TRUE(first.started.WaitFor());
+    /* The running task doesn't count: two more fit. */
+    EXPECT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &second), 1);
+    EXPECT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(1)), 1);
+    EXPECT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(99)), 2);
+    EXPECT_EQ(Locked(pool->core, [&] { return pool->core->taskCount; }), 2u) << "a refused task was queued";
+    first.release.Open();
+    ASSERT_TRUE(second.started.WaitFor());
+    EXPECT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(2)), 1);
+    EXPECT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(99)), 2);
+    second.release.Open();
+    EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
+    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_EQ(recorder.Ids(), (std::vector<int>{1, 2}));
+}
+
+TEST_F(WorkerPool, NoLimitNeverRefusesAndFreeDropsWhatIsQueued) {
+    Recorder recorder;
+    HalvWorkerPool *pool = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 0, 0, 0, &recorder), 1);
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(i)), 1);
+    EXPECT_EQ(Locked(pool->core, [&] { return pool->core->taskCapacity; }), 1024u);
+    EXPECT_EQ(Pending(pool), 1000u);
+    ExpectConsistentRing(pool->core);
+    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_TRUE(recorder.Ids().empty()) << "a dropped task was called";
+}
+
+TEST_F(WorkerPool, BlockingProducerWaitsUntilAWorkerTakesATask) {
+    Recorder recorder;
+    Blocker blocker;
+    HalvWorkerPool *pool = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 1, 1, 1, &recorder), 1);
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &blocker), 1);
+    ASSERT_TRUE(blocker.started.WaitFor());
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(1)), 1);
+    {
+        int result = -1;
+        Attempt producer([&] { result = HalvWorkerPoolAddTask(pool, RecordTask, Id(2)); });
+        EXPECT_FALSE(producer.DoneWithin(kStaysBlockedMs)) << "AddTask passed the limit";
+        blocker.release.Open();
+        ASSERT_TRUE(producer.DoneWithin(kPatienceMs));
+        EXPECT_EQ(result, 1);
+    }
+    EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
+    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_EQ(recorder.Ids(), (std::vector<int>{1, 2}));
+}
+
+TEST_F(WorkerPool, ClearWakesBlockedWaitersAndProducersWithoutATake) {
+    /* The only worker stays held throughout, so no task is taken: only the
+     * clear itself can wake them. */
+    Recorder recorder;
+    Blocker blocker;
+    HalvWorkerPool *pool = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 1, 1, 1, &recorder), 1);
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &blocker), 1);
+    ASSERT_TRUE(blocker.started.WaitFor());
+
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(1)), 1);
+    {
+        Attempt waiter([&] { EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1); });
+        EXPECT_FALSE(waiter.DoneWithin(kStaysBlockedMs));
+        EXPECT_EQ(HalvWorkerPoolClearTasks(pool), 1);
+        EXPECT_TRUE(waiter.DoneWithin(kPatienceMs)) << "WaitForEmpty not woken by the clear";
+    }
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(2)), 1);
+    {
+        int result = -1;
+        Attempt producer([&] { result = HalvWorkerPoolAddTask(pool, RecordTask, Id(3)); });
+        EXPECT_FALSE(producer.DoneWithin(kStaysBlockedMs));
+        EXPECT_EQ(HalvWorkerPoolClearTasks(pool), 1);
+        ASSERT_TRUE(producer.DoneWithin(kPatienceMs)) << "blocked AddTask not woken by the clear";
+        EXPECT_EQ(result, 1);
+    }
+    EXPECT_EQ(Pending(pool), 1u);
+    blocker.release.Open();
+    EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
+    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_EQ(recorder.Ids(), (std::vector<int>{3}));
+}
+
+TEST_F(WorkerPool, LimitCountsOnlyTheClientsOwnQueuedTasks) {
+    Recorder recorder;
+    Blocker blocker;
+    HalvWorkerPool *limited = nullptr, *other = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&limited, 2, 0, 1, 0, &recorder), 1);
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&other, 0, 0, 0, 0, &recorder), 1);
+    EXPECT_EQ(limited->core, other->core);
+    EXPECT_NE(limited->clientIndex, other->clientIndex);
+    ASSERT_EQ(HalvWorkerPoolAddTask(limited, BlockTask, &blocker), 1);
+    ASSERT_TRUE(blocker.started.WaitFor());
+    for (int i = 0; i < 5; ++i)
+        ASSERT_EQ(HalvWorkerPoolAddTask(other, RecordTask, Id(100 + i)), 1);
+    EXPECT_EQ(HalvWorkerPoolAddTask(limited, RecordTask, Id(1)), 1);
+    EXPECT_EQ(HalvWorkerPoolAddTask(limited, RecordTask, Id(2)), 1);
+    EXPECT_EQ(HalvWorkerPoolAddTask(limited, RecordTask, Id(99)), 2);
+    EXPECT_EQ(HalvWorkerPoolAddTask(other, RecordTask, Id(105)), 1) << "the other client has no limit";
+    EXPECT_EQ(Pending(limited), 2u);
+    EXPECT_EQ(Pending(other), 6u);
+    ExpectConsistentRing(limited->core);
+
+    Gate done;
+    ASSERT_EQ(HalvWorkerPoolAddTask(other, OpenTask, &done), 1);
+    blocker.release.Open();
+    ASSERT_TRUE(done.WaitFor());
+    EXPECT_EQ(recorder.Ids(), (std::vector<int>{100, 101, 102, 103, 104, 1, 2, 105}));
+    EXPECT_EQ(HalvWorkerPoolFree(limited), 1);
+    EXPECT_EQ(HalvWorkerPoolFree(other), 1);
+}
+
+TEST_F(WorkerPool, ClearDropsOnlyTheClientsTasksAcrossTheWrap) {
+    Recorder recorder;
+    Blocker blocker;
+    HalvWorkerPool *cleared = nullptr, *kept = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&cleared, 0, 0, 0, 0, &recorder), 1);
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&kept, 0, 0, 1, 0, &recorder), 1);
+    HalvWorkerPoolCore *core = kept->core;
+    /* Five tasks taken, the last one holding the worker: the head is at 5
+     * of 8, and six more tasks wrap round to slot 2. */
+    for (int i = 0; i < 4; ++i)
+        ASSERT_EQ(HalvWorkerPoolAddTask(kept, RecordTask, Id(-1)), 1);
+    ASSERT_EQ(HalvWorkerPoolAddTask(kept, BlockTask, &blocker), 1);
+    ASSERT_TRUE(blocker.started.WaitFor());
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(HalvWorkerPoolAddTask(cleared, RecordTask, Id(200 + i)), 1);
+        ASSERT_EQ(HalvWorkerPoolAddTask(kept, RecordTask, Id(i)), 1);
+    }
+    EXPECT_EQ(Locked(core, [&] { return core->taskHead * 100 + core->taskTail * 10 + core->taskCount; }), 5 * 100 + 3 * 10 + 6u);
+    EXPECT_EQ(HalvWorkerPoolClearTasks(cleared), 1);
+    EXPECT_EQ(Locked(core, [&] { return core->taskHead * 100 + core->taskTail * 10 + core->taskCount; }), 5 * 100 + 0 * 10 + 3u);
+    EXPECT_EQ(Pending(cleared), 0u);
+    EXPECT_EQ(Pending(kept), 3u);
+    ExpectConsistentRing(core);
+    /* The ring goes on working behind the compacted entries. */
+    ASSERT_EQ(HalvWorkerPoolAddTask(cleared, RecordTask, Id(203)), 1);
+    ASSERT_EQ(HalvWorkerPoolAddTask(kept, RecordTask, Id(3)), 1);
+    Gate done;
+    ASSERT_EQ(HalvWorkerPoolAddTask(kept, OpenTask, &done), 1);
+    blocker.release.Open();
+    ASSERT_TRUE(done.WaitFor());
+    EXPECT_EQ(recorder.Ids(), (std::vector<int>{-1, -1, -1, -1, 0, 1, 2, 203, 3}));
+    EXPECT_EQ(HalvWorkerPoolFree(cleared), 1);
+    EXPECT_EQ(HalvWorkerPoolFree(kept), 1);
+}
+
+TEST_F(WorkerPool, FreeingAGlobalClientDropsOnlyItsTasksAndItsSlotIsReused) {
+    Recorder recorder;
+    HalvWorkerPool *leaving = nullptr, *staying = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&leaving, 0, 0, 0, 0, &recorder), 1);
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&staying, 0, 0, 0, 0, &recorder), 1);
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(HalvWorkerPoolAddTask(leaving, RecordTask, Id(100 + i)), 1);
+        ASSERT_EQ(HalvWorkerPoolAddTask(staying, RecordTask, Id(i)), 1);
+    }
+    uint32_t freedSlot = leaving->clientIndex;
+    HalvWorkerPoolCore *core = staying->core;
+    EXPECT_EQ(HalvWorkerPoolFree(leaving), 1);
+    EXPECT_EQ(Locked(core, [&] { return core->taskCount * 10 + core->clients[freedSlot].inUse; }), 40u);
+
+    HalvWorkerPool *newcomer = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&newcomer, 0, 0, 0, 0, nullptr), 1);
+    EXPECT_EQ(newcomer->clientIndex, freedSlot) << "the lowest free slot is reused";
+    Gate done;
+    ASSERT_EQ(HalvWorkerPoolAddTask(staying, OpenTask, &done), 1);
+    ASSERT_EQ(HalvWorkerPoolSetSharedThreadCount(staying, 1), 1);
+    ASSERT_TRUE(done.WaitFor());
+    EXPECT_EQ(recorder.Ids(), Range(0, 4));
+    EXPECT_EQ(HalvWorkerPoolFree(newcomer), 1);
+    EXPECT_EQ(HalvWorkerPoolFree(staying), 1);
+}
+
+TEST_F(WorkerPool, TargetIsTheSumOfExclusiveCountsPlusTheLargestSharedOne) {
+    HalvWorkerPool *first = nullptr, *second = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&first, 0, 0, 3, 1, nullptr), 1);
+    EXPECT_EQ(ThreadTarget(first), 4u);
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&second, 0, 0, 2, 1, nullptr), 1);
+    EXPECT_EQ(ThreadTarget(first), 5u) << "shared counts overlap, exclusive ones add up";
+    EXPECT_EQ(ThreadCount(first), 5u);
+    EXPECT_EQ(HalvWorkerPoolFree(first), 1);
+    EXPECT_EQ(ThreadTarget(second), 3u);
+    EXPECT_EQ(ThreadCount(second), 5u) << "without an age no worker ends";
+    EXPECT_EQ(HalvWorkerPoolSetExclusiveThreadCount(second, 4), 1);
+    EXPECT_EQ(ThreadTarget(second), 6u);
+    EXPECT_EQ(ThreadCount(second), 6u);
+    EXPECT_EQ(HalvWorkerPoolFree(second), 1);
+
+    HalvWorkerPool *local = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateLocal(&local, 0, 0, 2, nullptr), 1);
+    EXPECT_EQ(HalvWorkerPoolSetExclusiveThreadCount(local, 3), 1);
+    EXPECT_EQ(ThreadTarget(local), 5u);
+    EXPECT_EQ(ThreadCount(local), 5u);
+    EXPECT_EQ(HalvWorkerPoolSetSharedThreadCount(local, 0), 1);
+    EXPECT_EQ(HalvWorkerPoolSetExclusiveThreadCount(local, 1), 1);
+    EXPECT_EQ(ThreadTarget(local), 1u);
+    EXPECT_EQ(ThreadCount(local), 5u);
+    EXPECT_EQ(HalvWorkerPoolFree(local), 1);
+}
+
+TEST_F(WorkerPool, AgeIsReadInSecondsOnceByEachCore) {
+    struct Case {
+        const char *value;
+        uint32_t ageMs;
+    };
+    const Case cases[] = {
+        {nullptr, HALV_WAIT_FOREVER}, {"0", HALV_WAIT_FOREVER}, {"soon", HALV_WAIT_FOREVER},
+        {"2", 2000},                  {" 7", 7000},             {"3 seconds", 3000},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.value ? c.value : "(unset)");
+        ASSERT_EQ(HalvSetenv("HV_WORKERPOOL_AGE", c.value), 1);
+        HalvWorkerPool *pool = nullptr;
+        ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 0, 0, 0, nullptr), 1);
+        EXPECT_EQ(pool->core->ageMs, c.ageMs);
+        ASSERT_EQ(HalvSetenv("HV_WORKERPOOL_AGE", "9"), 1);
+        EXPECT_EQ(Locked(pool->core, [&] { return pool->core->ageMs; }), c.ageMs) << "read again after creation";
+        EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    }
+}
+
+TEST_F(WorkerPool, IdleSurplusWorkersRetireOnePerAgePeriod) {
+    ASSERT_EQ(HalvSetenv("HV_WORKERPOOL_AGE", "1"), 1);
+    auto created = std::chrono::steady_clock::now();
+    HalvWorkerPool *first = nullptr, *second = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&first, 0, 0, 3, 1, nullptr), 1);
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&second, 0, 0, 2, 1, nullptr), 1);
+    HalvWorkerPoolCore *core = second->core;
+    EXPECT_EQ(core->ageMs, 1000u);
+    EXPECT_EQ(ThreadCount(second), 5u);
+    EXPECT_EQ(HalvWorkerPoolFree(first), 1);
+
+    /* Watches the count fall to the target, noting when each worker left. */
+    auto drainTo = [&](uint32_t target) {
+        std::vector<std::chrono::steady_clock::time_point> exits;
+        uint32_t seen = Locked(core, [&] { return core->threadCount; });
+        while (seen > target) {
+            uint32_t now = seen;
+            bool fell = Eventually([&] {
+                now = Locked(core, [&] { return core->threadCount; });
+                return now < seen;
+            });
+            if (!fell) {
+                ADD_FAILURE() << "no worker retired from " << seen;
+                break;
+            }
+            EXPECT_EQ(now, seen - 1) << "two workers retired in one period";
+            exits.push_back(std::chrono::steady_clock::now());
+            seen = now;
+        }
+        return exits;
+    };
+    auto sinceMs = [](auto from, auto to) {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(to - from).count();
+    };
+
+    std::vector<std::chrono::steady_clock::time_point> exits = drainTo(3);
+    ASSERT_EQ(exits.size(), 2u);
+    /* The poll may notice an exit late, never early: a margin for that. */
+    EXPECT_GE(sinceMs(created, exits[0]), 990);
+    EXPECT_GE(sinceMs(exits[0], exits[1]), 900);
+
+    /* With the last client gone the target is 0, and the core drains. */
+    EXPECT_EQ(HalvWorkerPoolFree(second), 1);
+    std::vector<std::chrono::steady_clock::time_point> more = drainTo(0);
+    ASSERT_EQ(more.size(), 3u);
+    EXPECT_GE(sinceMs(exits[1], more[0]), 900);
+    EXPECT_GE(sinceMs(more[0], more[1]), 900);
+    EXPECT_GE(sinceMs(more[1], more[2]), 900);
+
+    /* A new client of the empty core gets a worker again. */
+    Gate ran;
+    HalvWorkerPool *late = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&late, 0, 0, 1, 0, nullptr), 1);
+    EXPECT_EQ(late->core, core);
+    ASSERT_EQ(HalvWorkerPoolAddTask(late, OpenTask, &ran), 1);
+    EXPECT_TRUE(ran.WaitFor());
+    EXPECT_EQ(HalvWorkerPoolFree(late), 1);
+}
+
+TEST_F(WorkerPool, EngineShutdownDropsQueuedGlobalTasksUncalled) {
+    Recorder recorder;
+    Blocker blocker;
+    HalvWorkerPool *pool = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&pool, 0, 0, 1, 0, &recorder), 1);
+    HalvWorkerPoolCore *core = pool->core;
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &blocker), 1);
+    ASSERT_TRUE(blocker.started.WaitFor());
+    for (int i = 0; i < 10; ++i)
+        ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(i)), 1);
+    {
+        int ended = -1;
+        Attempt end([&] { ended = HalvernEnd(); });
+        /* The core lives until its worker is joined, which waits for the
+         * held task: its shutdown flag can be read meanwhile. */
+        EXPECT_TRUE(Eventually([&] { return Locked(core, [&] { return core->shutdown; }) == 1; }));
+        EXPECT_FALSE(end.DoneWithin(kStaysBlockedMs)) << "the end did not wait for the running task";
+        blocker.release.Open();
+        ASSERT_TRUE(end.DoneWithin(kPatienceMs));
+        EXPECT_EQ(ended, 1);
+    }
+    EXPECT_TRUE(recorder.Ids().empty()) << "a queued task ran at shutdown";
+    /* The handle has lost its core with the engine. */
+    halv_internal_free(pool);
+
+    ASSERT_EQ(HalvernInit(), 1);
+    Gate ran;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&pool, 0, 0, 1, 0, nullptr), 1);
+    EXPECT_EQ(Locked(pool->core, [&] { return pool->core->shutdown * 10 + pool->core->threadCount; }), 1u);
+    ASSERT_EQ(HalvWorkerPoolAddTask(pool, OpenTask, &ran), 1);
+    EXPECT_TRUE(ran.WaitFor());
+    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+}
+
+/* One client's round in the stress test. */
+struct Round {
+    std::atomic<int> ran{0};
+    std::atomic<int> wrongData{0};
+    int queued = 0;
+    bool cleared = false;
+};
+
+int32_t CountTask(void *argument, void *clientData) {
+    auto *round = static_cast<Round *>(argument);
+    if (clientData != argument)
+        round->wrongData.fetch_add(1);
+    round->ran.fetch_add(1);
+    return 0;
+}
+
+TEST_F(WorkerPool, ClientsAddClearAndFreeAtOnce) {
+    constexpr int kProducers = 4;
+    constexpr int kRounds = 40;
+    constexpr int kTasks = 30;
+    std::vector<std::unique_ptr<Round>> rounds(kProducers * kRounds);
+    for (auto &round : rounds)
+        round = std::make_unique<Round>();
+    /* A client of the global core that stays, so it outlives the others. */
+    HalvWorkerPool *anchor = nullptr;
+    ASSERT_EQ(HalvWorkerPoolCreateGlobal(&anchor, 0, 0, 2, 0, nullptr), 1);
+    std::atomic<bool> producing{true};
+
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p)
+        producers.emplace_back([&, p] {
+            std::mt19937 random(p + 1);
+            for (int r = 0; r < kRounds; ++r) {
+                Round &round = *rounds[p * kRounds + r];
+                bool local = random() % 3 == 0;
+                uint32_t limit = random() % 4;
+                int block = random() % 2;
+                HalvWorkerPool *pool = nullptr;
+                int made = local ? HalvWorkerPoolCreateLocal(&pool, limit, block, 1 + random() % 2, &round)
+                                 : HalvWorkerPoolCreateGlobal(&pool, limit, block, random() % 3, random() % 2, &round);
+                ASSERT_EQ(made, 1);
+                for (int t = 0; t < kTasks; ++t) {
+                    int added = HalvWorkerPoolAddTask(pool, CountTask, &round);
+                    ASSERT_TRUE(added == 1 || (added == 2 && limit != 0 && !block)) << added;
+                    round.queued += added == 1;
+                    if (random() % 16 == 0) {
+                        HalvWorkerPoolClearTasks(pool);
+                        round.cleared = true;
+                    }
+                }
+                if (random() % 4 == 0)
+                    round.cleared = true; /* freed with its tasks perhaps still queued */
+                else
+                    HalvWorkerPoolWaitForEmpty(pool);
+                EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+            }
+        });
+    std::thread checker([&] {
+        while (producing.load()) {
+            ExpectConsistentRing(anchor->core);
+            std::this_thread::yield();
+        }
+    });
+    for (auto &producer : producers)
+        producer.join();
+    producing.store(false);
+    checker.join();
+    EXPECT_EQ(HalvWorkerPoolFree(anchor), 1);
+    /* The engine's end joins the global workers: every count is final. */
+    ASSERT_EQ(HalvernEnd(), 1);
+    for (size_t i = 0; i < rounds.size(); ++i) {
+        const Round &round = *rounds[i];
+        SCOPED_TRACE("round " + std::to_string(i));
+        EXPECT_EQ(round.wrongData.load(), 0) << "a task got another client's data";
+        if (round.cleared) {
+            EXPECT_LE(round.ran.load(), round.queued);
+        } else {
+            EXPECT_EQ(round.ran.load(), round.queued);
+        }
+    }
+}
+
+} // namespace
