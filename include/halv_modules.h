@@ -361,14 +361,14 @@ HALV_API HalvRegistryReport *HalvGetRegistryReport(void) HALV_NOEXCEPT;
  * count values of the type's width (0 for a type other than the three);
  * offset the sum of the sizes before it in its list. */
 typedef struct HalvInfoField {
-    HalvCopyFn copy;
-    uintptr_t reservedWord;
-    HalvFreeFn free;
-    char *name;
-    char type;
-    int32_t count;
-    int32_t size;
-    int32_t offset;
+    HalvCopyFn copy;        /* new record with its own copy of name; null out of memory */
+    uintptr_t reservedWord; /* the smart record's word without use: 0 */
+    HalvFreeFn free;        /* releases name and the record */
+    char *name;             /* the field's name, owned by the record */
+    char type;              /* HALV_INFO_INT, HALV_INFO_DOUBLE or HALV_INFO_CHAR */
+    int32_t count;          /* values in the field */
+    int32_t size;           /* count x the type's width in bytes; 0 marks a field that is no good */
+    int32_t offset;         /* bytes from the start of the record */
 } HalvInfoField;
 
 /* Splits one text form: the name is the text before the first colon, then
@@ -425,17 +425,29 @@ HALV_API int HalvRemoveInfoField(HalvInfoField **fields, int32_t index) HALV_NOE
  * list. */
 HALV_API int32_t HalvGetInfoFieldsTotal(HalvInfoField **fields) HALV_NOEXCEPT;
 
-/* One value of field in the record that starts at record; index counts
- * values within the field.  Values are moved as bytes, so the record needs
- * no alignment.  1; 0 for a null field, record or value pointer; -1 when
- * the field has another type, or index is negative or not below count
- * (nothing is moved then). */
+/* Reads value index of an i field of the record that starts at record
+ * into *value; index counts values within the field, and the value lies at
+ * offset + index x 4.  Values are moved as bytes, so the record needs no
+ * alignment; nothing checks that the record is as long as the field says.
+ * 1; 0 for a null field, record or value pointer; -1 when the field has
+ * another type, or index is negative or not below count (nothing is moved
+ * then). */
 HALV_API int HalvGetInfoFieldInt(const HalvInfoField *field, const void *record, int32_t index,
                                  int32_t *value) HALV_NOEXCEPT;
+
+/* Stores value as value index of an i field, moved as bytes like
+ * HalvGetInfoFieldInt.  1; 0 for a null field or record; -1 for another
+ * type or an index outside the field (nothing is stored then). */
 HALV_API int HalvSetInfoFieldInt(const HalvInfoField *field, void *record, int32_t index,
                                  int32_t value) HALV_NOEXCEPT;
+
+/* Reads value index of an f field into *value, with the results of
+ * HalvGetInfoFieldInt. */
 HALV_API int HalvGetInfoFieldDouble(const HalvInfoField *field, const void *record, int32_t index,
                                     double *value) HALV_NOEXCEPT;
+
+/* Stores value as value index of an f field, with the results of
+ * HalvSetInfoFieldInt. */
 HALV_API int HalvSetInfoFieldDouble(const HalvInfoField *field, void *record, int32_t index,
                                     double value) HALV_NOEXCEPT;
 
