@@ -14,9 +14,13 @@ HALV_BEGIN_DECLS
  * decimalPoint is read by the library; the other two are carried along.
  * ------------------------------------------------------------------------ */
 
+/* A locale record: three NUL-terminated UTF-8 texts.  A record handed to a
+ * print or scan function stays the caller's; the call only reads it. */
 typedef struct HalvLocale {
-    const char *decimalPoint;
-    const char *thousandSeparator;
+    const char *decimalPoint;      /* written whole by print, matched byte by byte by scan; null counts as "." */
+    const char *thousandSeparator; /* "," in the fixed record; not read by the library */
+    /* Group sizes joined by ';', ending in ";0" when the last size repeats
+     * ("3;0"); "" in the fixed record.  Not read by the library. */
     const char *grouping;
 } HalvLocale;
 
@@ -28,7 +32,10 @@ HALV_API const HalvLocale *HalvGetHalvernLocale(void) HALV_NOEXCEPT;
  * locale (LC_ALL, LC_NUMERIC, LANG; "C" when none is set), unless the program
  * set it first; later calls return the same record without asking again.
  * The strings belong to the library and are released at the last
- * HalvernEnd, after which the next call reads the process's locale again.
+ * HalvernEnd, after which the next call reads the process's locale again;
+ * a record filled while the engine isn't running is kept for the life of
+ * the process.  A text the locale lacks (or that can't be had as UTF-8)
+ * is the fixed record's.
  * The record is shared: don't change it while anyone formats with it. */
 HALV_API HalvLocale *HalvGetUserLocale(void) HALV_NOEXCEPT;
 
@@ -48,6 +55,9 @@ HALV_API void HalvSetUserLocale(const HalvLocale *locale) HALV_NOEXCEPT;
  * counts as UTC there.
  * ------------------------------------------------------------------------ */
 
+/* A broken-down time, as HalvMakeDate fills it and HalvMakeTime reads it.
+ * The ranges are those of a normalised date; HalvMakeTime also takes
+ * fields outside them. */
 typedef struct HalvDate {
     int32_t second;     /* 0 to 60 */
     int32_t minute;     /* 0 to 59 */
@@ -157,7 +167,7 @@ HALV_API char *HalvFormatDate(HalvDate *date, const char *pattern) HALV_NOEXCEPT
 #define HALV_FORMAT_BAD_RANGE (-7)     /* a %[ range runs backwards (scan) */
 #define HALV_FORMAT_STREAM_ERROR (-8)  /* the stream refused or failed a byte */
 
-#define HALV_FORMAT_MAX_ARGS 64
+#define HALV_FORMAT_MAX_ARGS 64 /* most table entries of one format: directives and '*' arguments */
 
 typedef struct HalvFormatContext HalvFormatContext;
 
@@ -172,24 +182,25 @@ struct HalvFormatContext {
     int32_t committed; /* bytes the sink really took */
     int32_t max;       /* bounded sink's limit; growing sink's capacity */
     int32_t error;     /* 0, or HALV_FORMAT_STREAM_ERROR */
-    const HalvLocale *locale;
+    const HalvLocale *locale; /* the call's record; the fixed one when the caller gave null */
 };
 
-/* Parameter types. */
-#define HALV_FORMAT_INTEGER 1
-#define HALV_FORMAT_FLOATING 2
-#define HALV_FORMAT_CHARACTER 3
-#define HALV_FORMAT_STRING 4
-#define HALV_FORMAT_POINTER 5
-#define HALV_FORMAT_COUNT 6
-#define HALV_FORMAT_STAR 7  /* a width, precision or base argument */
-#define HALV_FORMAT_GROUP 8 /* a %[ character group (scan only) */
+/* Parameter types, the type of a HalvFormatParameter. */
+#define HALV_FORMAT_INTEGER 1   /* %d %i %u %o %x %X */
+#define HALV_FORMAT_FLOATING 2  /* %e %E %f %F %g %G %a %A */
+#define HALV_FORMAT_CHARACTER 3 /* %c */
+#define HALV_FORMAT_STRING 4    /* %s */
+#define HALV_FORMAT_POINTER 5   /* %p */
+#define HALV_FORMAT_COUNT 6     /* %n */
+#define HALV_FORMAT_STAR 7      /* a width, precision or base argument */
+#define HALV_FORMAT_GROUP 8     /* a %[ character group (scan only) */
 
+/* The argument of one table entry, as the engine fetched it. */
 typedef union HalvFormatValue {
-    int64_t i;
-    uint64_t u;
-    double d;
-    void *p;
+    int64_t i; /* a signed integer, a character, or a '*' argument, sign-extended */
+    uint64_t u; /* an unsigned integer, zero-extended */
+    double d;  /* a floating value, whatever its size qualifier */
+    void *p;   /* a string, a pointer, a %n target, or a scan destination */
 } HalvFormatValue;
 
 /* One entry of the table the directive parser fills, one for each argument.
@@ -197,14 +208,17 @@ typedef union HalvFormatValue {
  * byte in its high 8 bits.  `width`, `precision` and `base` hold the table
  * index of their argument when it came from a '*'. */
 typedef struct HalvFormatParameter {
-    int32_t type;
-    uint32_t flags;
-    int32_t width;
+    int32_t type;      /* HALV_FORMAT_INTEGER to HALV_FORMAT_GROUP */
+    uint32_t flags;    /* qualifier bits, and the conversion byte in bits 24 to 31 */
+    int32_t width;     /* the field width, 0 for none */
     int32_t precision; /* -1 for none */
+    /* The number base: the conversion's own or the one given, 2 to 36, and
+     * 0 when there is neither; for a %[ group, the format offset just
+     * behind its '['. */
     int32_t base;
-    int32_t varsize;   /* byte size of an I qualifier, -1 for none */
-    int32_t indexAfterSpecifier;
-    HalvFormatValue data;
+    int32_t varsize;   /* byte size of an I qualifier (1, 2, 4 or 8), -1 for none */
+    int32_t indexAfterSpecifier; /* format offset of the byte behind the directive; -1 for a '*' entry */
+    HalvFormatValue data; /* print: the argument's value; scan: the destination (null when suppressed) */
 } HalvFormatParameter;
 
 /* ------------------------------------------------------------------------
@@ -212,59 +226,117 @@ typedef struct HalvFormatParameter {
  *
  * One engine behind all of these.  The sink is named by the letters after
  * "Halv": IO a stream (null only counts), S a caller's buffer with no bound,
- * SN a caller's buffer of `size` bytes, AS a string the call allocates.  The
- * V forms take a va_list; the L forms an array of pointers in which entry i
- * points at the i-th value, or is the pointer itself for %s, %p and %n.  The
- * forms ending in 'l' take the locale record first (null means the fixed
- * one); the others use HalvGetHalvernLocale().
+ * SN a caller's buffer of `size` bytes, AS a string the call allocates; S
+ * and SN with a null buffer only count.  The plain forms take the
+ * arguments behind the format.  The V forms take a va_list, which they read
+ * through a copy, so the caller's list is not consumed.  The L forms take
+ * an array of pointers in which entry i points at the i-th value in its own
+ * C type (an int, a long, a short for h, a char for %c, a float for an h
+ * floating directive, a long double for L), or is the pointer itself for
+ * %s, %p and %n; a null array or a null entry reads as 0.  The forms ending
+ * in 'l' take the locale record first (null means the fixed one); the
+ * others use HalvGetHalvernLocale().  Only the record's decimalPoint is
+ * used.
  *
- * Result: the number of bytes the format produced, or HALV_FORMAT_MALFORMED,
- * HALV_FORMAT_TOO_MANY_ARGS, or HALV_FORMAT_STREAM_ERROR when the stream
- * refused a byte (the rest was still offered).  A format that fails to parse
- * writes nothing: S and SN leave an empty string, AS a null pointer.
+ * Result: the number of bytes the format produced, or HALV_FORMAT_MALFORMED
+ * (also for a null format), HALV_FORMAT_TOO_MANY_ARGS, or
+ * HALV_FORMAT_STREAM_ERROR when the stream refused a byte (the rest was
+ * still offered).  A format that fails to parse writes nothing and reads no
+ * argument: S and SN leave an empty string, AS a null pointer.
  *
  * SN stores at most size - 1 bytes and a terminator (nothing at all when size
  * is 0) but returns the full length, so a null buffer with size 0 measures.
  * AS sets *out to a new string the caller frees with halv_internal_free,
- * never null on success; when memory runs out it gives -1 and *out is null.
+ * never null on success ("" for no text); when memory runs out it gives -1
+ * and *out is null.
  * ------------------------------------------------------------------------ */
 
+/* Prints to io, with the arguments behind format and the fixed locale.
+ * Every byte is offered to io in a write call of its own; a null io only
+ * counts. */
 HALV_API int32_t HalvIOPrintf(HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
+
+/* Prints into buffer, which must hold the text and its terminator, with the
+ * arguments behind format and the fixed locale.  A null buffer only
+ * counts. */
 HALV_API int32_t HalvSPrintf(char *buffer, const char *format, ...) HALV_NOEXCEPT;
+
+/* Prints into the size bytes at buffer, with the arguments behind format
+ * and the fixed locale; the result is the full length whatever was
+ * stored. */
 HALV_API int32_t HalvSNPrintf(char *buffer, uint32_t size, const char *format, ...) HALV_NOEXCEPT;
+
+/* Prints into a new string in *out, with the arguments behind format and
+ * the fixed locale.  A null out gives -1. */
 HALV_API int32_t HalvASPrintf(char **out, const char *format, ...) HALV_NOEXCEPT;
 
+/* HalvIOPrintf with the arguments in args, which is read through a copy
+ * and left as it was. */
 HALV_API int32_t HalvIOVPrintf(HalvIO *io, const char *format, va_list args) HALV_NOEXCEPT;
+
+/* HalvSPrintf with the arguments in args, read through a copy. */
 HALV_API int32_t HalvVSPrintf(char *buffer, const char *format, va_list args) HALV_NOEXCEPT;
+
+/* HalvSNPrintf with the arguments in args, read through a copy. */
 HALV_API int32_t HalvVSNPrintf(char *buffer, uint32_t size, const char *format, va_list args) HALV_NOEXCEPT;
+
+/* HalvASPrintf with the arguments in args, read through a copy. */
 HALV_API int32_t HalvVASPrintf(char **out, const char *format, va_list args) HALV_NOEXCEPT;
 
+/* HalvIOPrintf with the arguments as an array of pointers. */
 HALV_API int32_t HalvIOLPrintf(HalvIO *io, const char *format, void **args) HALV_NOEXCEPT;
+
+/* HalvSPrintf with the arguments as an array of pointers. */
 HALV_API int32_t HalvLSPrintf(char *buffer, const char *format, void **args) HALV_NOEXCEPT;
+
+/* HalvSNPrintf with the arguments as an array of pointers. */
 HALV_API int32_t HalvLSNPrintf(char *buffer, uint32_t size, const char *format, void **args) HALV_NOEXCEPT;
+
+/* HalvASPrintf with the arguments as an array of pointers. */
 HALV_API int32_t HalvLASPrintf(char **out, const char *format, void **args) HALV_NOEXCEPT;
 
+/* HalvIOPrintf with the punctuation of locale. */
 HALV_API int32_t HalvIOPrintfl(const HalvLocale *locale, HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
+
+/* HalvSPrintf with the punctuation of locale. */
 HALV_API int32_t HalvSPrintfl(const HalvLocale *locale, char *buffer, const char *format, ...) HALV_NOEXCEPT;
+
+/* HalvSNPrintf with the punctuation of locale. */
 HALV_API int32_t HalvSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
                                ...) HALV_NOEXCEPT;
+
+/* HalvASPrintf with the punctuation of locale. */
 HALV_API int32_t HalvASPrintfl(const HalvLocale *locale, char **out, const char *format, ...) HALV_NOEXCEPT;
 
+/* HalvIOVPrintf with the punctuation of locale. */
 HALV_API int32_t HalvIOVPrintfl(const HalvLocale *locale, HalvIO *io, const char *format,
                                 va_list args) HALV_NOEXCEPT;
+
+/* HalvVSPrintf with the punctuation of locale. */
 HALV_API int32_t HalvVSPrintfl(const HalvLocale *locale, char *buffer, const char *format,
                                va_list args) HALV_NOEXCEPT;
+
+/* HalvVSNPrintf with the punctuation of locale. */
 HALV_API int32_t HalvVSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
                                 va_list args) HALV_NOEXCEPT;
+
+/* HalvVASPrintf with the punctuation of locale. */
 HALV_API int32_t HalvVASPrintfl(const HalvLocale *locale, char **out, const char *format,
                                 va_list args) HALV_NOEXCEPT;
 
+/* HalvIOLPrintf with the punctuation of locale. */
 HALV_API int32_t HalvIOLPrintfl(const HalvLocale *locale, HalvIO *io, const char *format,
                                 void **args) HALV_NOEXCEPT;
+
+/* HalvLSPrintf with the punctuation of locale. */
 HALV_API int32_t HalvLSPrintfl(const HalvLocale *locale, char *buffer, const char *format,
                                void **args) HALV_NOEXCEPT;
+
+/* HalvLSNPrintf with the punctuation of locale. */
 HALV_API int32_t HalvLSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
                                 void **args) HALV_NOEXCEPT;
+
+/* HalvLASPrintf with the punctuation of locale. */
 HALV_API int32_t HalvLASPrintfl(const HalvLocale *locale, char **out, const char *format,
                                 void **args) HALV_NOEXCEPT;
 
@@ -299,41 +371,65 @@ HALV_API int32_t HalvLASPrintfl(const HalvLocale *locale, char **out, const char
  *
  * Streams have no push-back: the byte behind the last field is consumed and
  * lost, so after "%d" on "12 34" the stream goes on at "34".  A stream byte
- * 0xFF reads as the end of input.  A null stream, or null text, is input
- * that has ended; a null format is malformed.
+ * 0xFF reads as the end of input, and so does a read that would block or a
+ * stream without a read slot.  A null stream, or null text, is input that
+ * has ended; a null format is malformed.
  * ------------------------------------------------------------------------ */
 
-#define HALV_SCAN_END (-1)
-#define HALV_SCAN_MALFORMED (-2)
-#define HALV_SCAN_TOO_MANY (-3)
-#define HALV_SCAN_BAD_RANGE (-7)
-#define HALV_SCAN_STREAM_FAILED (-8)
+#define HALV_SCAN_END (-1)           /* the input ended before the first assignment */
+#define HALV_SCAN_MALFORMED (-2)     /* a malformed directive, or a %% or multi-byte literal that didn't match */
+#define HALV_SCAN_TOO_MANY (-3)      /* more than HALV_FORMAT_MAX_ARGS argument entries */
+#define HALV_SCAN_BAD_RANGE (-7)     /* a %[ range that runs backwards */
+#define HALV_SCAN_STREAM_FAILED (-8) /* a read of the stream failed */
 
 struct HalvIO;
 
-/* Scans text (the terminating zero is the end of input). */
+/* Scans text, with the destinations behind format and the fixed locale;
+ * the terminating zero is the end of input. */
 HALV_API int32_t HalvSScanf(const char *text, const char *format, ...) HALV_NOEXCEPT;
+
+/* HalvSScanf with the destinations in args, read through a copy and left
+ * as they were. */
 HALV_API int32_t HalvVSScanf(const char *text, const char *format, va_list args) HALV_NOEXCEPT;
-/* L form: args[i] is the i-th destination pointer (for a "%..*i" base, a
- * pointer to the int). */
+
+/* HalvSScanf with the destinations as an array: args[i] is the i-th
+ * destination pointer (for a "%..*i" base, a pointer to the int).  A null
+ * array, or a null entry, reads the field and stores nothing; the field
+ * still counts. */
 HALV_API int32_t HalvLSScanf(const char *text, const char *format, void **args) HALV_NOEXCEPT;
 
-/* Scans a stream, one read of one byte at a time. */
+/* Scans the stream io, with the destinations behind format and the fixed
+ * locale: one read call of one byte at a time, and no push-back. */
 HALV_API int32_t HalvIOScanf(struct HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
+
+/* HalvIOScanf with the destinations in args, read through a copy. */
 HALV_API int32_t HalvIOVScanf(struct HalvIO *io, const char *format, va_list args) HALV_NOEXCEPT;
+
+/* HalvIOScanf with the destinations as an array, as HalvLSScanf takes
+ * them. */
 HALV_API int32_t HalvIOLScanf(struct HalvIO *io, const char *format, void **args) HALV_NOEXCEPT;
 
-/* The same with a locale record first; null means the fixed record. */
+/* HalvSScanf with the decimal point of locale (null: the fixed record). */
 HALV_API int32_t HalvSScanfl(const HalvLocale *locale, const char *text, const char *format,
                              ...) HALV_NOEXCEPT;
+
+/* HalvVSScanf with the decimal point of locale. */
 HALV_API int32_t HalvVSScanfl(const HalvLocale *locale, const char *text, const char *format,
                               va_list args) HALV_NOEXCEPT;
+
+/* HalvLSScanf with the decimal point of locale. */
 HALV_API int32_t HalvLSScanfl(const HalvLocale *locale, const char *text, const char *format,
                               void **args) HALV_NOEXCEPT;
+
+/* HalvIOScanf with the decimal point of locale. */
 HALV_API int32_t HalvIOScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
                               ...) HALV_NOEXCEPT;
+
+/* HalvIOVScanf with the decimal point of locale. */
 HALV_API int32_t HalvIOVScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
                                va_list args) HALV_NOEXCEPT;
+
+/* HalvIOLScanf with the decimal point of locale. */
 HALV_API int32_t HalvIOLScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
                                void **args) HALV_NOEXCEPT;
 
