@@ -18,26 +18,58 @@ typedef struct HalvHeaderStruct HalvHeaderStruct;
  * nine slots, in the same order, sit in every HalvHeaderStruct.
  * ------------------------------------------------------------------------ */
 
+/* Fills a structure of the format's own from a header tree, which stays
+ * the caller's.  1 on success.  No built-in format has one. */
 typedef int (*HVHdrToStructFn)(HalvUserCMData *tree, void *structure);
+
+/* Loads all of a format's data at once; what the two arguments are is the
+ * format's affair.  No built-in format has one. */
 typedef int (*HVHdrLoadAllFn)(void *first, void *second);
+
+/* Makes a header tree in *tree from a structure of the format's own.  1 on
+ * success.  No built-in format has one. */
 typedef int (*HVHdrFromStructFn)(void *structure, HalvUserCMData **tree);
+
+/* Writes all of a format's data at once; the arguments are the format's
+ * affair.  No built-in format has one. */
 typedef int (*HVHdrEmitAllFn)(void *first, void *second);
+
+/* Stores in *header a new header of the format built from tree, which
+ * stays the caller's; the header owns a duplicate of the tree without the
+ * keys it took into its fields.  1 on success, anything else a failure
+ * with nothing stored. */
 typedef int (*HVHdrToHeaderFn)(HalvUserCMData *tree, HalvHeaderStruct **header);
+
+/* Reads the next chunk of up to lines scanlines (0: the format's default)
+ * from in into chunk, whose data then point into a buffer the header owns
+ * and the next load reuses.  1 loaded (with HALV_CHUNK_END in the flags
+ * once the data end), 2 loaded fewer lines than asked for where the format
+ * couldn't take more; 0 or -1 failure. */
 typedef int (*HVHdrLoadChunkFn)(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t lines);
+
+/* Adds to *tree the keys that describe header in the format (ID, the
+ * format's sections, End), storing the possibly new root.  1 on success. */
 typedef int (*HVHdrFromHeaderFn)(HalvHeaderStruct *header, HalvUserCMData **tree);
+
+/* Writes one chunk to out as the format stores it.  1 on success. */
 typedef int (*HVHdrEmitChunkFn)(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out);
+
+/* Stores in *header a new empty header of the format, which the caller
+ * fills and releases through its free slot.  1 on success. */
 typedef int (*HVHdrCreateHeaderFn)(HalvHeaderStruct **header);
 
+/* One stored format's methods; a null slot is a method the format lacks.
+ * Passed and handed out by value: the table's functions give copies. */
 typedef struct HVHdrManager {
-    HVHdrToStructFn toStruct;
-    HVHdrLoadAllFn loadAll;
-    HVHdrFromStructFn fromStruct;
-    HVHdrEmitAllFn emitAll;
-    HVHdrToHeaderFn toHeader;
-    HVHdrLoadChunkFn loadChunk;
-    HVHdrFromHeaderFn fromHeader;
-    HVHdrEmitChunkFn emitChunk;
-    HVHdrCreateHeaderFn createHeader;
+    HVHdrToStructFn toStruct;         /* tree to the format's structure */
+    HVHdrLoadAllFn loadAll;           /* all data at once, in */
+    HVHdrFromStructFn fromStruct;     /* the format's structure to a tree */
+    HVHdrEmitAllFn emitAll;           /* all data at once, out */
+    HVHdrToHeaderFn toHeader;         /* tree to a new header */
+    HVHdrLoadChunkFn loadChunk;       /* the next chunk from a stream */
+    HVHdrFromHeaderFn fromHeader;     /* a header to its tree */
+    HVHdrEmitChunkFn emitChunk;       /* one chunk to a stream */
+    HVHdrCreateHeaderFn createHeader; /* a new empty header */
 } HVHdrManager;
 
 /* ------------------------------------------------------------------------
@@ -45,44 +77,53 @@ typedef struct HVHdrManager {
  * userData, so it is duplicated and released only through copy and free.
  * ------------------------------------------------------------------------ */
 
-#define HALV_MAX_SEPARATIONS 36
-#define HALV_MAX_DIMS 10
+#define HALV_MAX_SEPARATIONS 36 /* entries of bitsPerSample and bytesPerSep */
+#define HALV_MAX_DIMS 10        /* entries of dims */
 
-/* managerType codes */
-#define HALV_HDR_INTERNAL 0
-#define HALV_HDR_PIXELSTREAM 1
-#define HALV_HDR_SPECTRAL 9
-#define HALV_HDR_INFO 10
-#define HALV_HDR_IMAGE_EXT 11
-#define HALV_HDR_PIXR 12
+/* managerType codes: the format a header is in. */
+#define HALV_HDR_INTERNAL 0     /* "internal": raw scanlines */
+#define HALV_HDR_PIXELSTREAM 1  /* "pixelstream"; no built-in manager has it */
+#define HALV_HDR_SPECTRAL 9     /* "spectral": HalvSpectralHeader */
+#define HALV_HDR_INFO 10        /* "info": HalvInfoHeader, a table of entries */
+#define HALV_HDR_IMAGE_EXT 11   /* "image-ext": HalvImageExtHeader, stored chunks */
+#define HALV_HDR_PIXR 12        /* "pixr"; no built-in manager has it */
 
+/* An image's description.  A separation is one sample plane: the image has
+ * parts[0] + parts[1] + parts[2] of them, each with its own entry in
+ * bitsPerSample and bytesPerSep (entries past them are 0).  dims[0] is
+ * pixels per scanline and dims[1] scanlines (0: not known); further
+ * entries are the format's. */
 struct HalvHeaderStruct {
+    /* A new record of the same format with everything the header owns
+     * duplicated; null when memory runs out. */
     HalvHeaderStruct *(*copy)(HalvHeaderStruct *header);
-    uintptr_t reservedWord;
-    void (*free)(HalvHeaderStruct *header);
-    HVHdrToStructFn toStruct;
-    HVHdrLoadAllFn loadAll;
-    HVHdrFromStructFn fromStruct;
-    HVHdrEmitAllFn emitAll;
-    HVHdrToHeaderFn toHeader;
-    HVHdrLoadChunkFn loadChunk;
-    HVHdrFromHeaderFn fromHeader;
-    HVHdrEmitChunkFn emitChunk;
-    HVHdrCreateHeaderFn createHeader;
-    int32_t managerType;
-    int32_t endian;
-    uint32_t parts[3];
-    uint32_t bitsPerSample[HALV_MAX_SEPARATIONS];
-    uint32_t dimCount;
-    uint32_t dims[HALV_MAX_DIMS];
-    uint32_t alignment;
-    uint32_t interleave;
-    int32_t compression;
+    uintptr_t reservedWord; /* the smart record's word without use */
+    void (*free)(HalvHeaderStruct *header); /* releases the record and all it owns */
+    HVHdrToStructFn toStruct;         /* the manager's, bound by HVHdrToHeader and HVHdrCreateHeader */
+    HVHdrLoadAllFn loadAll;           /* bound as toStruct */
+    HVHdrFromStructFn fromStruct;     /* bound as toStruct */
+    HVHdrEmitAllFn emitAll;           /* bound as toStruct */
+    HVHdrToHeaderFn toHeader;         /* bound as toStruct */
+    HVHdrLoadChunkFn loadChunk;       /* bound as toStruct; goes before a manager a caller passes */
+    HVHdrFromHeaderFn fromHeader;     /* bound as toStruct; goes before a manager a caller passes */
+    HVHdrEmitChunkFn emitChunk;       /* bound as toStruct; goes before a manager a caller passes */
+    HVHdrCreateHeaderFn createHeader; /* bound as toStruct; the nine are null in a generic header */
+    int32_t managerType;  /* HALV_HDR_* of the format */
+    int32_t endian;       /* byte order of the samples in memory: 0 little, 1 big, -1 not known */
+    uint32_t parts[3];    /* separations: image parts, mask parts, a third group */
+    uint32_t bitsPerSample[HALV_MAX_SEPARATIONS]; /* bits of one sample of each separation */
+    uint32_t dimCount;    /* entries of dims that mean something */
+    uint32_t dims[HALV_MAX_DIMS]; /* sizes of the dimensions, pixels first */
+    uint32_t alignment;   /* bytes each separation's line is rounded up to, a power of two; 0 natural */
+    uint32_t interleave;  /* 0 scanline, 1 pixel, 2 frame, 3 compression */
+    int32_t compression;  /* compression code: 0 uncompressed, -1 a name not known */
+    /* Bytes of one scanline of each separation; with pixel interleave entry
+     * 0 holds the whole line, and for the info format one entry. */
     uint32_t bytesPerSep[HALV_MAX_SEPARATIONS];
-    uint32_t minimumChunk;
-    uint32_t preferredChunk;
-    int32_t color;
-    HalvUserCMData *userData;
+    uint32_t minimumChunk;   /* bytes of the smallest chunk */
+    uint32_t preferredChunk; /* bytes of the chunk the producer prefers */
+    int32_t color;           /* colour space code, 0 unknown */
+    HalvUserCMData *userData; /* what the stored header said beyond these fields; owned, may be null */
 };
 
 /* The raster formats' records: the generic header, then the fields that
@@ -90,21 +131,36 @@ struct HalvHeaderStruct {
  * other byte order; chunkBuffer holds the last chunk loaded (the next load
  * overwrites it) and belongs to the header, whose free releases it. */
 typedef struct HalvInternalHeader {
-    HalvHeaderStruct generic;
-    uint32_t swapBytes;
+    HalvHeaderStruct generic; /* first, so a pointer to one is a pointer to the other */
+    uint32_t swapBytes;       /* nonzero: the loader reverses the samples */
     uint32_t bytesPerLine; /* sum of bytesPerSep over sepCount; 0 when compressed */
     uint32_t sepCount;     /* sum of parts, 1 with pixel interleave */
-    uint32_t bufferCapacity;
-    uint32_t linesRead;
-    void *chunkBuffer;
+    uint32_t bufferCapacity; /* bytes chunkBuffer holds, with 4 zeroed bytes behind them */
+    uint32_t linesRead;      /* scanlines loaded so far; a copy starts again at 0 */
+    void *chunkBuffer;       /* the last chunk loaded, or null */
 } HalvInternalHeader;
 
+/* The image-ext record: chunks stored behind 16-byte records of four
+ * words (bytes, lines, auxWord, flags).  swapBytes is set when the stream
+ * is in the other byte order: the loader reverses the record's words and
+ * the samples.  chunkBuffer holds the last chunk's payload (the next load
+ * reuses it) and belongs to the header, whose free releases it; a copy
+ * starts without one. */
 typedef struct HalvImageExtHeader {
-    HalvHeaderStruct generic;
-    uint32_t swapBytes;
-    uint32_t bufferCapacity;
-    void *chunkBuffer;
+    HalvHeaderStruct generic; /* first, so a pointer to one is a pointer to the other */
+    uint32_t swapBytes;       /* nonzero: records and samples are reversed on load */
+    uint32_t bufferCapacity;  /* bytes chunkBuffer holds */
+    void *chunkBuffer;        /* the last chunk's payload, or null */
 } HalvImageExtHeader;
+
+#define HALV_SPECTRAL_MAX_WAVELENGTHS 500 /* entries of a wavelength table */
+#define HALV_SPECTRAL_NONE (-1.0f)         /* a wavelength, interval or table that is absent */
+
+/* spectrumType */
+#define HALV_SPECTRUM_REFLECTANCE 0 /* "reflectance" */
+#define HALV_SPECTRUM_ILLUMINANT 1  /* "illuminant" */
+#define HALV_SPECTRUM_FILTER 2      /* "filter" */
+#define HALV_SPECTRUM_UNKNOWN 3     /* "unknown" */
 
 /* The spectral format's record: spectra of reflectance, illuminants or
  * filters, each measurement a run of dims[0] samples (32-bit floats) at
@@ -118,17 +174,8 @@ typedef struct HalvImageExtHeader {
  * no interval.  HALV_SPECTRAL_NONE marks each of the three as absent; it is
  * compared for equality.  chunkBuffer holds the last measurements loaded
  * (the next load overwrites them) and belongs to the header. */
-#define HALV_SPECTRAL_MAX_WAVELENGTHS 500
-#define HALV_SPECTRAL_NONE (-1.0f)
-
-/* spectrumType */
-#define HALV_SPECTRUM_REFLECTANCE 0
-#define HALV_SPECTRUM_ILLUMINANT 1
-#define HALV_SPECTRUM_FILTER 2
-#define HALV_SPECTRUM_UNKNOWN 3
-
 typedef struct HalvSpectralHeader {
-    HalvHeaderStruct generic;
+    HalvHeaderStruct generic;     /* first, so a pointer to one is a pointer to the other */
     uint32_t spectrumType;        /* HALV_SPECTRUM_* */
     uint32_t bytesPerMeasurement; /* dims[0] x 4 */
     float samplingInterval;       /* distance of two samples, or HALV_SPECTRAL_NONE */
@@ -136,7 +183,7 @@ typedef struct HalvSpectralHeader {
     float wavelengths[HALV_SPECTRAL_MAX_WAVELENGTHS]; /* entry 0 HALV_SPECTRAL_NONE: no table */
     uint32_t bufferCapacity;      /* measurements that chunkBuffer holds */
     uint32_t linesRead;           /* measurements loaded so far */
-    void *chunkBuffer;
+    void *chunkBuffer;            /* the last measurements loaded, or null */
 } HalvSpectralHeader;
 
 /* ------------------------------------------------------------------------
@@ -197,34 +244,83 @@ HALV_API uint64_t HalvHeaderLineBytes(const HalvHeaderStruct *header) HALV_NOEXC
 HALV_API void HalvHeaderReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size,
                                      uint32_t lines) HALV_NOEXCEPT;
 
-/* Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps. */
+/* Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps
+ * without notice; an alignment must be a power of two.  The array
+ * functions read count entries of bits and write count entries of out,
+ * and check neither pointer. */
 
-/* Bytes of one scanline of one separation: whole bytes up to 8 bits, whole
- * 16-bit words up to 16 bits, whole 32-bit words above. */
+/* Bytes of one scanline of one separation of pixels samples of bits bits:
+ * whole bytes up to 8 bits, whole 16-bit words up to 16 bits, whole 32-bit
+ * words above. */
 HALV_API uint32_t HalvCalcBytesPerSep(uint32_t bits, uint32_t pixels) HALV_NOEXCEPT;
-/* One scanline with natural alignment: each separation starts on a boundary
- * fit for its sample width, the padding going to the separation before. */
+
+/* One scanline with natural alignment: out[i] gets HalvCalcBytesPerSep of
+ * bits[i], and each separation starts on a boundary fit for its sample
+ * width (1, 2 or 4 bytes), the padding going to the separation before; the
+ * line's end is padded to the first separation's boundary, the padding
+ * going to the last.  Result: the line's bytes; 0 for count 0. */
 HALV_API uint32_t HalvCalcBytesArray(uint32_t *out, uint32_t count, const uint32_t *bits, uint32_t pixels) HALV_NOEXCEPT;
-/* Interleave 0 as HalvCalcBytesArray, 1 as one pixel-interleaved line in
- * out[0]; 0 and out untouched for other interleaves. */
+
+/* Interleave 0 as HalvCalcBytesArray; 1 as one pixel-interleaved line of
+ * bits[0] x count x pixels bits, rounded up to whole bytes, in out[0] and
+ * 0 in the other entries.  0 and out untouched for other interleaves, and
+ * for interleave 1 with count 0. */
 HALV_API uint32_t HalvCalcInterleaveBytesArray(uint32_t interleave, uint32_t *out, uint32_t count, const uint32_t *bits,
                                                uint32_t pixels) HALV_NOEXCEPT;
-/* Each separation's bytes rounded up to alignment (0: natural alignment). */
+
+/* With alignment 0 HalvCalcBytesArray (a negative count as 0); otherwise
+ * out[i] is bits[i] x pixels rounded up to whole bytes and then to
+ * alignment, with no padding moved between separations.  Result: the sum;
+ * 0 for a count of 0 or below. */
 HALV_API uint32_t HalvCalcAlignedBytesArray(uint32_t *out, uint32_t alignment, int32_t count, const uint32_t *bits,
                                             uint32_t pixels) HALV_NOEXCEPT;
+
+/* Interleave 0 as HalvCalcAlignedBytesArray.  Interleave 1: with alignment
+ * 0 as HalvCalcInterleaveBytesArray, else out[0] is the pixel-interleaved
+ * line rounded up to alignment and the other entries 0; the result is
+ * out[0].  0 and out untouched for other interleaves, and for interleave 1
+ * with a count of 0 or below. */
 HALV_API uint32_t HalvCalcAlignedInterleaveBytesArray(uint32_t interleave, uint32_t *out, uint32_t alignment,
                                                       int32_t count, const uint32_t *bits, uint32_t pixels) HALV_NOEXCEPT;
-/* Fills bytesPerSep, minimumChunk and preferredChunk; the bytes of a line. */
+
+/* Fills bytesPerSep by HalvCalcAlignedInterleaveBytesArray over the sum of
+ * parts, bitsPerSample and dims[0], then sets minimumChunk to one line and
+ * preferredChunk to a whole number of lines: the old ratio of the two
+ * (integer division) when both were nonzero and preferredChunk not below
+ * minimumChunk, else 32.  Result: the bytes of one line, 0 for an
+ * interleave other than 0 and 1.  header must not be null, and its parts
+ * must sum to at most HALV_MAX_SEPARATIONS: neither is checked. */
 HALV_API uint32_t HalvHeaderFillInBytes(HalvHeaderStruct *header) HALV_NOEXCEPT;
-/* Bytes of one unit of data: an info entry, 1024 when compressed, else a line. */
+
+/* Bytes of one unit of data: bytesPerSep[0] for an info header (one
+ * entry); 1024 when compressed; bytesPerSep[0] with pixel interleave; the
+ * sum of bytesPerSep over the separations (at most HALV_MAX_SEPARATIONS)
+ * with scanline or frame interleave; 0 for any other interleave.  header
+ * must not be null. */
 HALV_API uint32_t HalvHeaderGetTotalBytes(const HalvHeaderStruct *header) HALV_NOEXCEPT;
+
+/* preferredChunk, or 32 x HalvHeaderGetTotalBytes when preferredChunk is
+ * smaller than that.  header must not be null. */
 HALV_API uint32_t HalvHeaderGetPreferredBytes(const HalvHeaderStruct *header) HALV_NOEXCEPT;
 
 /* Windows: a pixel window is x, y, width, height as 32-bit integers; a
- * fractional one the same four as fractions of the image's size. */
+ * fractional one the same four as fractions of the image's size.  Image
+ * sizes, and window widths and heights, are read as unsigned.  The window
+ * pointers are not checked. */
+
+/* The pixel window of a fractional one: a near edge is its fraction of the
+ * size rounded with 0.4999 (away from zero), a far edge with 0.5, and the
+ * width and height are far edge minus near edge.  1; 0 with win untouched
+ * for a negative fractional width or height. */
 HALV_API int HalvFWinToWin(int32_t width, int32_t height, const double *fwin, int32_t *win) HALV_NOEXCEPT;
+
+/* The fractional window of a pixel one: each value divided by the image's
+ * width or height.  1; 0 with fwin untouched for a width or height of 0. */
 HALV_API int HalvWinToFWin(int32_t width, int32_t height, const int32_t *win, double *fwin) HALV_NOEXCEPT;
-/* Crops win to the image: 1 unchanged, 2 cropped, 0 for an empty image. */
+
+/* Crops win to the image, each edge clamped to 0 and the image's size and
+ * a far edge never before its near edge.  1 unchanged (win not written),
+ * 2 cropped, 0 for an empty image (win untouched). */
 HALV_API int HalvCropWin(int32_t width, uint32_t height, int32_t *win) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
