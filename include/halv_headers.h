@@ -330,14 +330,20 @@ HALV_API int HalvCropWin(int32_t width, uint32_t height, int32_t *win) HALV_NOEX
 /* Sets copy and free to the generic ones and endian to the machine's order;
  * touches nothing else.  1, or 0 for null. */
 HALV_API int HalvInitGenericHeader(HalvHeaderStruct *header) HALV_NOEXCEPT;
-/* HalvAllocArray of count items of itemSize bytes, each item that exists
- * then prepared as by HalvInitGenericHeader.  1, or 0 when the array can't
- * be made. */
+/* HalvAllocArray of count items of itemSize bytes, each item then
+ * prepared as by HalvInitGenericHeader; items smaller than a
+ * HalvHeaderStruct (itemSize 0 gives empty-slot markers) stay as
+ * HalvAllocArray leaves them.  The caller releases the array with
+ * HalvFreeSmartArray.  1, or 0 when the array can't be made, with *array
+ * null (a negative count among them; a null array stores nothing). */
 HALV_API int HalvAllocHeaders(HalvHeaderStruct ***array, int32_t count, uint32_t itemSize) HALV_NOEXCEPT;
-/* New generic record with the same numbers and slots and a duplicate of
- * userData; null when memory runs out (nothing is left behind). */
+/* The generic copy slot: a new generic record (sizeof(HalvHeaderStruct)
+ * bytes, nothing of a format's extension) with the same numbers and slots,
+ * the generic copy and free, and a duplicate of userData.  Null for null,
+ * and when memory runs out (nothing is left behind). */
 HALV_API HalvHeaderStruct *HalvGenericHeaderCopy(HalvHeaderStruct *header) HALV_NOEXCEPT;
-/* Frees userData and the record; null does nothing. */
+/* The generic free slot: frees userData and the record, and nothing of a
+ * format's extension; null does nothing. */
 HALV_API void HalvGenericHeaderFree(HalvHeaderStruct *header) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -346,8 +352,8 @@ HALV_API void HalvGenericHeaderFree(HalvHeaderStruct *header) HALV_NOEXCEPT;
  * lock and hands out copies of the slots.
  * ------------------------------------------------------------------------ */
 
-#define HVHDR_MANAGER_ENTRIES 12
-#define HVHDR_NAME_BYTES 32
+#define HVHDR_MANAGER_ENTRIES 12 /* entries of the table, built-in and free */
+#define HVHDR_NAME_BYTES 32      /* bytes a format name or version keeps */
 
 /* A table entry; its address stays valid for the life of the library. */
 typedef struct HVHdrManagerEntry HVHdrManagerEntry;
@@ -358,12 +364,18 @@ typedef struct HVHdrManagerEntry HVHdrManagerEntry;
  * 1 with *handle set, or 0 for a null argument or a full table. */
 HALV_API int HVHdrRegisterManager(const char *format, const char *version, const HVHdrManager *manager,
                                   HVHdrManagerEntry **handle) HALV_NOEXCEPT;
-/* Empties the entry; 1, or 0 for null. */
+/* Empties the entry, built-in or registered, so that lookups no longer
+ * find it and a registration may take it; the handle stays a valid
+ * address.  1, or 0 for null. */
 HALV_API int HVHdrUnregisterManager(HVHdrManagerEntry *handle) HALV_NOEXCEPT;
 /* Copies out the slots of the first entry with format and version (case
- * ignored, no fallback to another version).  1, or 0 when none has them. */
+ * ignored, no fallback to another version) into *manager.  1, or 0 when
+ * none has them or for a null argument (*manager untouched). */
 HALV_API int HVHdrGetManager_Str(const char *format, const char *version, HVHdrManager *manager) HALV_NOEXCEPT;
-/* The same for the first entry with type code type. */
+/* Copies out the slots of the first entry with type code type into
+ * *manager ("spectral" 9 finds "1.0-ascii").  1, or 0 when none has it,
+ * for type -1 (registered entries are found by name alone) or a null
+ * manager. */
 HALV_API int HVHdrGetManager_Type(int32_t type, HVHdrManager *manager) HALV_NOEXCEPT;
 /* The format name of the first entry with type code type ("internal" for
  * 0, "image-ext" for 11): the word a header's managerType stands for.  The
@@ -371,8 +383,8 @@ HALV_API int HVHdrGetManager_Type(int32_t type, HVHdrManager *manager) HALV_NOEX
  * registration takes over loses its code.  Null for -1 or a code no entry
  * has. */
 HALV_API const char *HVHdrGetFormatName_Type(int32_t type) HALV_NOEXCEPT;
-/* HVHdrGetManager_Str with ID/format and ID/version of tree; 0 without a
- * format. */
+/* HVHdrGetManager_Str with ID/format and ID/version of tree; 0 without
+ * either of them, or for a null tree or manager. */
 HALV_API int HVHdrGetManager(HalvUserCMData *tree, HVHdrManager *manager) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -380,59 +392,124 @@ HALV_API int HVHdrGetManager(HalvUserCMData *tree, HVHdrManager *manager) HALV_N
  * emitChunk go before the manager's, so a header stays in its format.
  * ------------------------------------------------------------------------ */
 
-/* toHeader(tree, header); on 1 the manager's slots are bound to the new
- * header.  0 for a null toHeader, tree or pointer, else toHeader's result. */
+/* toHeader(tree, header); on 1 with a header stored, the manager's nine
+ * slots are copied into it.  tree stays the caller's.  0 for a null
+ * toHeader, tree or header pointer, else toHeader's result. */
 HALV_API int HVHdrToHeader(HVHdrManager manager, HalvUserCMData *tree, HalvHeaderStruct **header) HALV_NOEXCEPT;
-/* createHeader(header), binding the slots on 1.  0 (with a debug message)
- * for a manager without toHeader or a null pointer; else the method's. */
+
+/* createHeader(header), copying the manager's slots into the new header on
+ * 1.  0 with a debug message for a manager without toHeader, a null
+ * header pointer, or a manager without createHeader; else the method's
+ * result (with a debug message when it isn't 1). */
 HALV_API int HVHdrCreateHeader(HVHdrManager manager, HalvHeaderStruct **header) HALV_NOEXCEPT;
-/* *tree becomes a duplicate of header's userData; the header's or the
- * manager's fromHeader adds to it, then HVHdrArrange orders it.  The
- * method's result; 0 with no method, a null argument or no memory. */
+
+/* *tree becomes a new duplicate of header's userData (what it held before
+ * is overwritten, not freed); the header's fromHeader, else the manager's,
+ * adds the format's keys to it, then HVHdrArrange orders it.  The caller
+ * frees the tree with HVHdrFree, also when the result isn't 1.  The
+ * method's result; 0 with no method, for a null header or tree pointer,
+ * or when userData can't be duplicated (*tree null). */
 HALV_API int HVHdrFromHeader(HVHdrManager manager, HalvHeaderStruct *header, HalvUserCMData **tree) HALV_NOEXCEPT;
-/* The next chunk through loadChunk (lines 0: the format's default): 1, 2
- * for fewer lines than asked; 0 for null arguments or no method. */
+
+/* The next chunk from in through the header's loadChunk, else the
+ * manager's, asking for lines scanlines (0: the format's default).  The
+ * method's result (1; 2 for fewer lines than asked where the format
+ * couldn't take more); 0 for a null header, stream or chunk, or no
+ * method. */
 HALV_API int HVHdrToChunkLines(HVHdrManager manager, HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk,
                                uint32_t lines) HALV_NOEXCEPT;
+
+/* HVHdrToChunkLines with lines 0: the format's default. */
 HALV_API int HVHdrToChunk(HVHdrManager manager, HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk) HALV_NOEXCEPT;
-/* One chunk out through emitChunk; 0 for null arguments or no method. */
+
+/* One chunk out to out through the header's emitChunk, else the
+ * manager's.  The method's result; 0 for a null header, chunk or stream,
+ * or no method. */
 HALV_API int HVHdrFromChunk(HVHdrManager manager, HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) HALV_NOEXCEPT;
-/* The four structure slots: 0 for a null slot or argument, else the
- * method's result.  HVHdrFromStruct also orders the tree it made. */
+
+/* The manager's toStruct(tree, structure).  0 for a null slot or
+ * argument, else the method's result. */
 HALV_API int HVHdrToStruct(HVHdrManager manager, HalvUserCMData *tree, void *structure) HALV_NOEXCEPT;
+
+/* The manager's loadAll(first, second).  0 for a null slot or argument,
+ * else the method's result. */
 HALV_API int HVHdrLoadAll(HVHdrManager manager, void *first, void *second) HALV_NOEXCEPT;
+
+/* The manager's fromStruct(structure, tree), then HVHdrArrange on the tree
+ * it made, whatever the result.  0 for a null slot or argument (*tree
+ * untouched), else the method's result. */
 HALV_API int HVHdrFromStruct(HVHdrManager manager, void *structure, HalvUserCMData **tree) HALV_NOEXCEPT;
+
+/* The manager's emitAll(first, second).  0 for a null slot or argument,
+ * else the method's result. */
 HALV_API int HVHdrEmitAll(HVHdrManager manager, void *first, void *second) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
  * Header text on streams: a tree whose first section is ID and last End,
- * then the bytes 0x0C 0x0A, then the format's data.
+ * then the bytes 0x0C 0x0A, then the format's data.  The readers take one
+ * byte at a time behind the text and read nothing ahead, so a stream
+ * without positions stands at the first data byte.
  * ------------------------------------------------------------------------ */
 
-/* Reads the header text into *tree (which should hold null), then skips to
- * a form feed and on to a line feed, so the stream stands at the data.
- * 1 ok, 0 not a header (no tree), -1 failure. */
+/* Reads the header text into *tree (nodes are added to a tree it already
+ * holds; normally it holds null), requiring ID as the first name, then
+ * reads single bytes up to a form feed and on to a line feed; a marker cut
+ * short or missing changes nothing.  1 ok; 0 for a null stream or tree
+ * pointer, a malformed text or no ID first, with the whole tree freed and
+ * *tree null; -1 for no memory or a node that fits nowhere, with the part
+ * built in *tree for the caller to free (the marker is then not read). */
 HALV_API int HVHdrRead(HalvIO *in, HalvUserCMData **tree) HALV_NOEXCEPT;
-/* HVHdrRead that also hands back, in a new buffer the caller frees, every
- * byte it took from the stream.  A stream that gave nothing gives -1. */
+
+/* HVHdrRead that also hands back every byte it took from the stream, in a
+ * new buffer in *bytes of *count bytes that the caller frees with
+ * halv_internal_free, so that they can be handed on to another reader.
+ * The stream's position moves as for HVHdrRead.  Result: HVHdrRead's; -1
+ * when no copy could be made (the stream gave nothing, memory ran out),
+ * with *bytes null and *count 0 and *tree as HVHdrRead left it.  0 for a
+ * null argument (nothing stored), or when no buffer for the copy can be
+ * had (*bytes null, *count 0, nothing read). */
 HALV_API int HVHdrNonDestructiveRead(HalvIO *in, HalvUserCMData **tree, void **bytes, uint32_t *count) HALV_NOEXCEPT;
-/* Writes tree, then 0x0C 0x0A when that worked, then flushes.  The result
- * of writing the tree: 1, 0 for a null stream, -1 for a short write. */
+
+/* Writes tree as text (a null tree writes nothing), then 0x0C 0x0A when
+ * that worked (a short write of the marker isn't reported), then flushes.
+ * The result of writing the tree: 1, -1 for a short write; 0 for a null
+ * stream. */
 HALV_API int HVHdrWrite(HalvUserCMData *tree, HalvIO *out) HALV_NOEXCEPT;
-/* Reads a header's text, picks its manager (copied into *manager) and
- * builds *header.  0 for a null argument, else the first failing step's
- * result. */
+
+/* Reads a header's text with HVHdrRead, picks its manager by ID/format and
+ * ID/version (copied into *manager) and builds *header with HVHdrToHeader.
+ * The tree read is freed on every way out.  0 for a null argument, else
+ * the first failing step's result, with a debug message for a failed read
+ * or look-up. */
 HALV_API int HVHdrRead_Header(HalvIO *in, HVHdrManager *manager, HalvHeaderStruct **header) HALV_NOEXCEPT;
+
+/* HVHdrRead_Header through HVHdrNonDestructiveRead: *bytes and *count
+ * (cleared first, when given) get every byte taken from the stream, for
+ * the caller to free with halv_internal_free; no debug messages.  0 for a
+ * null argument. */
 HALV_API int HVHdrNonDestructivRead_Header(HalvIO *in, void **bytes, uint32_t *count, HVHdrManager *manager,
                                            HalvHeaderStruct **header) HALV_NOEXCEPT;
-/* Tree of the header through fromHeader, written with HVHdrWrite. */
+
+/* The tree of the header through HVHdrFromHeader with *manager, written
+ * with HVHdrWrite; the tree is freed afterwards.  0 for a null argument,
+ * else HVHdrFromHeader's result when it isn't 1, else HVHdrWrite's. */
 HALV_API int HVHdrWrite_Header(HalvHeaderStruct *header, HVHdrManager *manager, HalvIO *out) HALV_NOEXCEPT;
+
+/* HVHdrRead_Header that fills structure through the manager's toStruct
+ * instead of building a header; no debug messages. */
 HALV_API int HVHdrRead_Struct(HalvIO *in, HVHdrManager *manager, void *structure) HALV_NOEXCEPT;
+
+/* HVHdrNonDestructivRead_Header that fills structure through the
+ * manager's toStruct. */
 HALV_API int HVHdrNonDestructivRead_Struct(HalvIO *in, void **bytes, uint32_t *count, HVHdrManager *manager,
                                            void *structure) HALV_NOEXCEPT;
+
+/* HVHdrWrite_Header with the tree made from structure by HVHdrFromStruct. */
 HALV_API int HVHdrWrite_Struct(void *structure, HVHdrManager *manager, HalvIO *out) HALV_NOEXCEPT;
-/* Moves a top-level ID to the head and each End that isn't last to the
- * tail; all else keeps its order.  The new first node. */
+
+/* Moves every top-level ID that isn't first to the head and every End
+ * that isn't last to the tail; all else keeps its order.  Names are
+ * compared ignoring ASCII case.  The new first node; null for null. */
 HALV_API HalvUserCMData *HVHdrArrange(HalvUserCMData *tree) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -440,31 +517,71 @@ HALV_API HalvUserCMData *HVHdrArrange(HalvUserCMData *tree) HALV_NOEXCEPT;
  * possibly new root, which the caller keeps.
  * ------------------------------------------------------------------------ */
 
-/* The first value's text, or null. */
+/* The text of the key's first value, pointing into the tree; null when
+ * the section, the key or a value is missing. */
 HALV_API char *HVHdrGetHeaderParam(HalvUserCMData *tree, const char *section, const char *key) HALV_NOEXCEPT;
+
+/* 1 when HVHdrGetHeaderParam finds a value, else 0. */
 HALV_API int HVHdrCheckHeaderParam(HalvUserCMData *tree, const char *section, const char *key) HALV_NOEXCEPT;
-/* 1 when the first value is binary data, with its bytes and length. */
+
+/* Sets *data and *length (either pointer may be null) to null and 0, then,
+ * when the key's first value is binary data, to its bytes, which point
+ * into the tree, and their length.  1 for binary data, else 0. */
 HALV_API int HVHdrGetHeaderData(HalvUserCMData *tree, const char *section, const char *key, void **data,
                                 uint32_t *length) HALV_NOEXCEPT;
-/* Count of the values and a new null-terminated list of their texts. */
+
+/* The number of the key's values, with *list a new null-terminated array
+ * of copies of their texts that the caller releases with HVHdrFreeList.
+ * 0 with *list untouched when the key is missing or has no value, for a
+ * null list pointer, or when memory runs out. */
 HALV_API int HVHdrGetHeaderList(HalvUserCMData *tree, const char *section, const char *key,
                                 char ***list) HALV_NOEXCEPT;
-/* Replaces the key's values by length bytes of value text. */
+
+/* Deletes the key's first label, then parses length bytes at bytes as the
+ * value text of a new label key in section (made when missing): a plain
+ * value gives a word, a quoted one a string, a Base64 block binary data,
+ * several lines several values.  The tree, possibly with a new root; a
+ * malformed text may free the whole tree and give null. */
 HALV_API HalvUserCMData *HVHdrSetHeaderField(HalvUserCMData *tree, const char *section, const char *key,
                                              const char *bytes, uint32_t length) HALV_NOEXCEPT;
-/* The same with a NUL-terminated text (null: no value); with null key and
- * text it only makes sure the section exists. */
+
+/* HVHdrSetHeaderField with a NUL-terminated text; a null text leaves the
+ * key without a value, and with a null key too it only makes sure the
+ * section exists. */
 HALV_API HalvUserCMData *HVHdrSetHeaderParam(HalvUserCMData *tree, const char *section, const char *key,
                                              const char *text) HALV_NOEXCEPT;
+
+/* Makes a new label key in section (made when missing) whose only value is
+ * a string holding a copy of text, taken as it is, not parsed.  The old
+ * label of a key that exists is not deleted: it stays in front and
+ * lookups keep finding it, so delete the key first to replace it.  A null
+ * text, or no memory, stores nothing.  The tree, possibly with a new
+ * root. */
 HALV_API HalvUserCMData *HVHdrSetHeaderString(HalvUserCMData *tree, const char *section, const char *key,
                                               const char *text) HALV_NOEXCEPT;
+
+/* HVHdrSetHeaderString with a binary value holding a copy of the length
+ * bytes at bytes (null allowed for length 0).  Null bytes with a length
+ * store nothing. */
 HALV_API HalvUserCMData *HVHdrSetHeaderData(HalvUserCMData *tree, const char *section, const char *key,
                                             const void *bytes, uint32_t length) HALV_NOEXCEPT;
+
+/* Deletes the first label key of section (ASCII case ignored) with its
+ * values; nothing happens without one, or for a null key.  The tree. */
 HALV_API HalvUserCMData *HVHdrDeleteHeaderField(HalvUserCMData *tree, const char *section,
                                                 const char *key) HALV_NOEXCEPT;
+
+/* Deletes the first section named section with all it holds.  The tree,
+ * which may now start at another node or be null; unchanged when there is
+ * no such section. */
 HALV_API HalvUserCMData *HVHdrDeleteHeaderSection(HalvUserCMData *tree, const char *section) HALV_NOEXCEPT;
-/* Free a tree, a list; both give 1. */
+
+/* Frees tree, its children and its following siblings.  1, also for
+ * null. */
 HALV_API int HVHdrFree(HalvUserCMData *tree) HALV_NOEXCEPT;
+
+/* Frees a list from HVHdrGetHeaderList and sets *list to null.  1, also
+ * for a null list or *list. */
 HALV_API int HVHdrFreeList(char ***list) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -472,47 +589,80 @@ HALV_API int HVHdrFreeList(char ***list) HALV_NOEXCEPT;
  * locale, whatever locale the host set.
  * ------------------------------------------------------------------------ */
 
-/* Stores count numbers ("%d", or "%f" for both floating types), a line
- * feed behind every perLine-th and a blank behind the others, as the key's
- * text.  The tree, unchanged when memory runs out. */
+/* Stores count values as the key's text with HVHdrSetHeaderField: each
+ * written with "%d", a line feed behind every perLine-th (perLine 0:
+ * none) and a blank behind the others.  The tree; unchanged when memory
+ * runs out or values is null with count above 0.  Count 0 leaves the key
+ * without a value. */
 HALV_API HalvUserCMData *HVHdrSetHeaderInts(HalvUserCMData *tree, const char *section, const char *key,
                                             const int32_t *values, uint32_t count, uint32_t perLine) HALV_NOEXCEPT;
+
+/* HVHdrSetHeaderInts for doubles, each written with "%f" (six decimals). */
 HALV_API HalvUserCMData *HVHdrSetHeaderDoubles(HalvUserCMData *tree, const char *section, const char *key,
                                                const double *values, uint32_t count, uint32_t perLine) HALV_NOEXCEPT;
+
+/* HVHdrSetHeaderInts for floats, each written with "%f" of the double it
+ * widens to. */
 HALV_API HalvUserCMData *HVHdrSetHeaderFloats(HalvUserCMData *tree, const char *section, const char *key,
                                               const float *values, uint32_t count, uint32_t perLine) HALV_NOEXCEPT;
-/* Scans the key's first value line token by token into values, at most
- * *count of them; *count becomes the tokens taken (a token that is no
- * number keeps its entry and still counts).  1, or 0 with everything
- * untouched when the key has no value. */
+
+/* Scans the key's first value token by token ("%d") into values, at most
+ * *count of them; *count becomes the tokens taken.  A token that is no
+ * number keeps its entry and still counts, and so does the empty token
+ * behind trailing white space ("1 2 " counts 3).  1; 1 with *count 0 and
+ * nothing read for *count 0; 0 with everything untouched when the key has
+ * no value, for a null count, or a null values with *count above 0. */
 HALV_API int HVHdrGetHeaderInts(HalvUserCMData *tree, const char *section, const char *key, int32_t *values,
                                 uint32_t *count) HALV_NOEXCEPT;
+
+/* HVHdrGetHeaderInts for doubles ("%lf"). */
 HALV_API int HVHdrGetHeaderDoubles(HalvUserCMData *tree, const char *section, const char *key, double *values,
                                    uint32_t *count) HALV_NOEXCEPT;
+
+/* HVHdrGetHeaderInts for floats ("%f"). */
 HALV_API int HVHdrGetHeaderFloats(HalvUserCMData *tree, const char *section, const char *key, float *values,
                                   uint32_t *count) HALV_NOEXCEPT;
-/* A table: one row for each value line, as many columns as the first line
- * has tokens.  *values is a new zeroed array of lines x *perLine entries
- * (null when empty) that the caller frees with halv_internal_free.  The
- * number of lines. */
+
+/* A table: one row for each of the key's values (value lines), as many
+ * columns (*perLine) as the first line has tokens.  *values is a new
+ * zeroed array of lines x *perLine entries (null when that is 0) that the
+ * caller frees with halv_internal_free.  The integer form runs the lines
+ * together: a line's numbers follow straight behind those of the line
+ * before, at most *perLine from each line, so a short line leaves its
+ * zeros at the end of the table.  Result: the number of lines; 0 with
+ * *values null and *perLine 0 when the key has no value or memory runs
+ * out; 0 for a null values or perLine (nothing stored). */
 HALV_API int HVHdrGetHeaderIntsList(HalvUserCMData *tree, const char *section, const char *key, int32_t **values,
                                     uint32_t *perLine) HALV_NOEXCEPT;
+
+/* HVHdrGetHeaderIntsList for doubles, with two differences: only tokens
+ * that begin with a digit, '.' or '-' count as columns (others are still
+ * scanned in their place), and each line fills its own row, a short one
+ * leaving zeros at the row's end. */
 HALV_API int HVHdrGetHeaderDoublesList(HalvUserCMData *tree, const char *section, const char *key, double **values,
                                        uint32_t *perLine) HALV_NOEXCEPT;
+
+/* HVHdrGetHeaderDoublesList for floats. */
 HALV_API int HVHdrGetHeaderFloatsList(HalvUserCMData *tree, const char *section, const char *key, float **values,
                                       uint32_t *perLine) HALV_NOEXCEPT;
 
 /* Resolution and units, kept in section Origin of the header's tree. */
 
-/* first from Origin/resolution (1.0 when absent), second the same divided
- * by a positive Origin/aspect.  1 with resolution, 2 with aspect alone, 0
- * with neither (or a null argument). */
+/* *first from Origin/resolution (1.0 when absent), *second the same
+ * divided by Origin/aspect when that is positive.  1 with resolution, 2
+ * with aspect alone, 0 with neither; 0 for a null argument (nothing
+ * stored). */
 HALV_API int HalvHeaderGetResolution(const HalvHeaderStruct *header, double *first, double *second) HALV_NOEXCEPT;
-/* Stores first (only above 1.0, with second not 0) and first / second (only
- * with second not 0), deleting what isn't stored.  1, or 0 for null. */
+/* Stores first as Origin/resolution (only above 1.0, with second not 0)
+ * and first / second as Origin/aspect (only with second not 0), each with
+ * "%f", deleting the key that isn't stored.  1, or 0 for null. */
 HALV_API int HalvHeaderSetResolution(HalvHeaderStruct *header, double first, double second) HALV_NOEXCEPT;
-/* The tree's text of Origin/units, or null. */
+/* The text of Origin/units in the header's tree, pointing into it; null
+ * without one, or for null. */
 HALV_API const char *HalvHeaderGetUnits(const HalvHeaderStruct *header) HALV_NOEXCEPT;
+
+/* Stores text as Origin/units with HVHdrSetHeaderParam (null: the key
+ * without a value).  1, or 0 for a null header. */
 HALV_API int HalvHeaderSetUnits(HalvHeaderStruct *header, const char *text) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
