@@ -671,40 +671,89 @@ HALV_API int HalvHeaderSetUnits(HalvHeaderStruct *header, const char *text) HALV
  * " %g", 64-bit as a pair of floats.
  * ------------------------------------------------------------------------ */
 
-/* One token: 0 ok, 1 the token is no number (or too long), -1 end of
- * stream (a failed read, 0xFF or 0x04 before the token). */
+/* Reads one token, single bytes through in's read slot (which must be
+ * there) with nothing read ahead: white space in front is skipped, and the
+ * white space or 0x04 that ends it is consumed.  Scans it with "%u" into
+ * *value in the C locale.  0 ok; 1 the token is no number or longer than
+ * 31 bytes (read to its end all the same, *value untouched); -1 the end
+ * of the values (a failed read, 0xFF or 0x04 before the token) or a null
+ * argument. */
 HALV_API int __HVHdrReadAsciiInt(HalvIO *in, uint32_t *value) HALV_NOEXCEPT;
+
+/* __HVHdrReadAsciiInt for a float: the token (at most 63 bytes) is scanned
+ * as a double ("%lf") and rounded to float. */
 HALV_API int __HVHdrReadAsciiFloat(HalvIO *in, float *value) HALV_NOEXCEPT;
-/* Two floats; the second is read only when the first gave 0. */
+
+/* Two floats into pair[0] and pair[1]; the second is read only when the
+ * first gave 0.  The result of the last read; -1 for a null pair. */
 HALV_API int __HVHdrReadAsciiComplex(HalvIO *in, float *pair) HALV_NOEXCEPT;
-/* 0 ok, -1 not all bytes written. */
+
+/* Writes *value as " %u".  0 ok, -1 when not all bytes were written or for
+ * a null argument. */
 HALV_API int __HVHdrWriteAsciiInt(HalvIO *out, const uint32_t *value) HALV_NOEXCEPT;
+
+/* Writes *value as " %g" of the double it widens to, in the C locale.
+ * Results as __HVHdrWriteAsciiInt. */
 HALV_API int __HVHdrWriteAsciiFloat(HalvIO *out, const float *value) HALV_NOEXCEPT;
+
+/* Writes pair[0] and pair[1] as two floats; the second only when the first
+ * went out.  Results as __HVHdrWriteAsciiInt. */
 HALV_API int __HVHdrWriteAsciiComplex(HalvIO *out, const float *pair) HALV_NOEXCEPT;
 
-/* Reads count values into the chunk (allocating data when null) as one
- * line: 1 ok, also for a stream that ends before the first value (an empty
- * chunk with flags 1); 0 for bad arguments, a token that is no number or a
- * stream that ends part way. */
+/* The ASCII chunk codecs, one for each sample width of 8, 16, 32 (a float)
+ * and 64 bits (a pair of floats). */
+
+/* Reads count 8-bit values (each token cut to 8 bits) into the chunk as
+ * one line.  With null data the chunk gets a new zeroed buffer of count
+ * bytes from halv_internal_calloc, which the caller then owns; data that
+ * are there must hold count values, which isn't checked against capacity.
+ * On 1 the chunk has lines 1, bytes the count's and flags 0; a stream that
+ * ends before the first value also gives 1, with lines and bytes 0 and
+ * flags 1.  0 for a null stream or chunk, count 0, a size past 32 bits, no
+ * memory, a token that is no number, or a stream that ends part way. */
 HALV_API int HVHdrLoadChunk_Ascii_8(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
+
+/* HVHdrLoadChunk_Ascii_8 for 16-bit values (each token cut to 16 bits),
+ * two bytes each. */
 HALV_API int HVHdrLoadChunk_Ascii_16(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
+
+/* HVHdrLoadChunk_Ascii_8 for floats, four bytes each. */
 HALV_API int HVHdrLoadChunk_Ascii_32(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
+
+/* HVHdrLoadChunk_Ascii_8 for pairs of floats, eight bytes each. */
 HALV_API int HVHdrLoadChunk_Ascii_64(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
-/* Writes the chunk's whole values and a line feed.  1 ok, 0 for bad
- * arguments (number 0 included) or a short write, -1 when bytes is no
- * multiple of the width (no line feed then). */
+
+/* Writes the chunk's whole 8-bit values, as many as its bytes hold, as " %u"
+ * each, and a line feed (whose failure isn't reported); number only has
+ * to be nonzero.  1 ok; 0 for a null stream, chunk or data, number 0, or a
+ * short write; -1 when bytes is no multiple of the width (the whole values
+ * are written, the line feed not). */
 HALV_API int HVHdrEmitChunk_Ascii_8(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
+
+/* HVHdrEmitChunk_Ascii_8 for 16-bit values. */
 HALV_API int HVHdrEmitChunk_Ascii_16(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
+
+/* HVHdrEmitChunk_Ascii_8 for floats, as " %g". */
 HALV_API int HVHdrEmitChunk_Ascii_32(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
+
+/* HVHdrEmitChunk_Ascii_8 for pairs of floats. */
 HALV_API int HVHdrEmitChunk_Ascii_64(HalvIO *out, HalvChunk *chunk, uint32_t number) HALV_NOEXCEPT;
 
-/* count groups of parts values, part j of bits[j] bits, at *cursor, which
- * moves on; *read counts values read (the caller starts it).  1 ok, 0 a
- * width other than 8, 16, 32, 64 (or a null argument), -1 a failed read or
- * write.  Writing puts a line feed behind each value with flag set, else
- * behind each group. */
+/* Reads count groups of parts values, part j of bits[j] bits (8, 16, 32 or
+ * 64), to *cursor, which moves on behind each value; *read counts the
+ * values read (the caller starts it).  Stops at the first failure, with
+ * the cursor and count behind the last value read.  1 ok; 0 for a width
+ * not among those or a null argument (bits may be null with parts 0); -1
+ * for a token that is no number or the end of the values. */
 HALV_API int __HVHdrReadAsciiValues(HalvIO *in, const uint32_t *bits, uint32_t count, uint32_t parts, void **cursor,
                                     uint32_t *read) HALV_NOEXCEPT;
+
+/* Writes count groups of parts values from *cursor, which moves on; a line
+ * feed goes behind each value with flag set, else behind each group.
+ * Failures don't stop the run: every value is tried (a value of an unknown
+ * width is passed over without moving the cursor), and the result tells
+ * the last failure: 1 ok, 0 a width not among 8, 16, 32, 64, -1 a failed
+ * write.  0 for a null argument (bits may be null with parts 0). */
 HALV_API int __HVHdrWriteAsciiValues(HalvIO *out, const uint32_t *bits, uint32_t count, uint32_t parts,
                                      void **cursor, int32_t flag) HALV_NOEXCEPT;
 
@@ -726,7 +775,9 @@ HALV_API int __HVHdrWriteAsciiValues(HalvIO *out, const uint32_t *bits, uint32_t
  * most 500, rising, the first not -1.0 and equal to startWaveLength when
  * that is given.  A table of even steps gives way to start and interval
  * when samplingInterval equals its step; an uneven one wins over
- * samplingInterval, which becomes none.  1, or 0 (nothing left behind) for
+ * samplingInterval, which becomes none.  spectrumType comes from its name
+ * (leading white space skipped; 3 when missing or not known).  1, or 0
+ * (nothing left behind) for
  * a null pointer, no memory, a table that breaks those rules, an even
  * table whose step differs from samplingInterval, no table and not both of
  * startWaveLength and samplingInterval (-1.0 counts as missing), or a
@@ -746,6 +797,9 @@ HALV_API int __HVHdrSpectralCreateHeader_A10(HalvHeaderStruct **header) HALV_NOE
  * line, or startWaveLength and samplingInterval; spectrumType; End).
  * Floats go out with "%f".  1, or 0 for a null argument. */
 HALV_API int __HVHdrSpectralFromHeader_A10(HalvHeaderStruct *header, HalvUserCMData **tree) HALV_NOEXCEPT;
+
+/* fromHeader of "1.0-binary": __HVHdrSpectralFromHeader_A10 with version
+ * "1.0-binary" and ID/binary as four zero bytes before it. */
 HALV_API int __HVHdrSpectralFromHeader_B10(HalvHeaderStruct *header, HalvUserCMData **tree) HALV_NOEXCEPT;
 /* loadChunk of "1.0-ascii": the next measurements (0 means 1; with
  * numberOfMeasurements 0 always 1; never past numberOfMeasurements) read
@@ -803,40 +857,72 @@ HALV_API float __HVHdrSpectralWavelength(const HalvHeaderStruct *header, uint32_
  * ------------------------------------------------------------------------ */
 
 /* Colour class bits for HalvColorQuery. */
-#define HALV_COLOR_UNKNOWN 0x01u
-#define HALV_COLOR_RGB 0x02u
-#define HALV_COLOR_GRAY 0x04u
+#define HALV_COLOR_UNKNOWN 0x01u /* "unknown" alone */
+#define HALV_COLOR_RGB 0x02u     /* red, green and blue in either order: rgbLinear, BGR, sRGB, DeviceRGB ... */
+#define HALV_COLOR_GRAY 0x04u    /* one-part grey and lightness spaces */
 #define HALV_COLOR_PLAIN 0x08u /* all but unknown, hue spaces, maps, MultiPart, Spectral */
-#define HALV_COLOR_HUE 0x10u
-#define HALV_COLOR_DEVICE 0x20u
-#define HALV_COLOR_INDEPENDENT 0x40u
-#define HALV_COLOR_MAP 0x80u
+#define HALV_COLOR_HUE 0x10u     /* spaces with a hue: yhs, hsv, cielch, ciecam97s */
+#define HALV_COLOR_DEVICE 0x20u  /* device spaces: cmyk, the Device* spaces, MultiPart, Spectral */
+#define HALV_COLOR_INDEPENDENT 0x40u /* device-independent spaces: cielab, xyz, sRGB ... */
+#define HALV_COLOR_MAP 0x80u     /* BuildMap and Map */
 
-/* Colour code of a word, matched by its beginning in a fixed order; 0 for
- * null or no match. */
+/* The colour code of a word: the first of the accepted words, in a fixed
+ * order, that text begins with ("rgbLinear", "rgb", "sRGB", "lab" ...), so
+ * "rgb16" gives rgbLinear's code.  0 (unknown) for null or no match. */
 HALV_API int32_t HalvStr2Clr(const char *text) HALV_NOEXCEPT;
-/* The written word of a colour code; "Unknown" for codes not in the table. */
+
+/* The written word of a colour code ("rgbLinear" for 2); "Unknown" for
+ * codes not in the table. */
 HALV_API const char *HalvClr2Str(int32_t code) HALV_NOEXCEPT;
+
+/* 1 when code is in the table of colour spaces (0, unknown, included),
+ * else 0. */
 HALV_API int HalvValidColor(int32_t code) HALV_NOEXCEPT;
-/* 1 for 1 part, 2 for 3 parts, 6 for 4 parts, else 0. */
+
+/* The colour space a number of parts suggests: 1 (grayLinear) for 1 part,
+ * 2 (rgbLinear) for 3, 6 (cmykLinear) for 4, else 0. */
 HALV_API int32_t HalvGetDefaultColor(int32_t parts) HALV_NOEXCEPT;
-/* Separations of a colour space; -1 for no fixed number or no such space. */
+
+/* Separations of a colour space; -1 for no fixed number (unknown,
+ * MultiPart, Spectral) or no such space. */
 HALV_API int32_t HalvGetImageParts(int32_t code) HALV_NOEXCEPT;
+
+/* HalvGetImageParts(a) minus HalvGetImageParts(b): 0 when the two spaces
+ * have as many separations. */
 HALV_API int32_t HalvCompareColor(int32_t a, int32_t b) HALV_NOEXCEPT;
-/* 1 if the space's class shares a bit with mask. */
+
+/* 1 if the space's class shares a bit with mask (HALV_COLOR_*), else 0,
+ * also for a code not in the table. */
 HALV_API int HalvColorQuery(int32_t code, uint32_t mask) HALV_NOEXCEPT;
 
-/* Compression code of a whole word ("hex" reads as base16); -1 otherwise. */
+/* The compression code of a whole word, ASCII case ignored: 0
+ * "uncompressed", 1 "jpeg", ... 18 "jpeg-xr"; "hex" reads as base16 (14).
+ * -1 for null or any other text. */
 HALV_API int32_t HalvStr2Comp(const char *text) HALV_NOEXCEPT;
+
+/* The word of a compression code; "unknown" for codes not in the table. */
 HALV_API const char *HalvComp2Str(int32_t code) HALV_NOEXCEPT;
-/* Interleave code of a whole word; 0 (scanline) for null or no match. */
+
+/* The interleave code of a whole word: 0 "scanline", 1 "pixel", 2
+ * "frame", 3 "compression"; 0 for null or no match. */
 HALV_API int32_t HalvStr2Interleave(const char *text) HALV_NOEXCEPT;
+
+/* The word of an interleave code; "scanline" for codes not in the table. */
 HALV_API const char *HalvInterleave2Str(int32_t code) HALV_NOEXCEPT;
+
 /* 0 for null, "TB" or "LRTB"; 1 for "BT" or "LRBT"; -1 otherwise. */
 HALV_API int32_t HalvStr2Orient(const char *text) HALV_NOEXCEPT;
+
+/* "TB" for 0, "BT" for 1, "unknown" for any other code. */
 HALV_API const char *HalvOrient2Str(int32_t code) HALV_NOEXCEPT;
-/* Scan direction code of a whole word; 0 for null, -1 for no match. */
+
+/* The scan direction code of a whole word: 0 "LRTB", 1 "LRBT", 2 "RLTB",
+ * 3 "RLBT", 4 "TBRL", 5 "TBLR", 6 "BTRL", 7 "BTLR"; 0 for null, -1 for no
+ * match. */
 HALV_API int32_t HalvStr2ScanDir(const char *text) HALV_NOEXCEPT;
+
+/* The word of a scan direction code; "unknown" for codes not in the
+ * table. */
 HALV_API const char *HalvScanDir2Str(int32_t code) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
@@ -854,18 +940,25 @@ HALV_API const char *HalvScanDir2Str(int32_t code) HALV_NOEXCEPT;
 /* One row of the swap table: count values of width bytes (4 or 8; 2 is
  * also understood) from byte offset of every entry on. */
 typedef struct HalvInfoSwapEntry {
-    uint32_t width;
-    uint32_t count;
-    uint32_t offset;
+    uint32_t width;  /* bytes of one value: 4 for i, 8 for f */
+    uint32_t count;  /* values in the row */
+    uint32_t offset; /* byte offset of the first value within an entry */
 } HalvInfoSwapEntry;
 
+/* The info format's record.  Generic fields: managerType 10, dims[0] 1,
+ * dims[1] entries and dims[2] blobs when the header names them (dimCount
+ * 2 or 3), bytesPerSep[0] the bytes of one entry.  The field-N keys of
+ * section Info stay in userData.  chunkBuffer holds the last chunk's
+ * payload (the next load reuses it); the table and the buffer belong to
+ * the header, whose free releases them, and a copy has its own table and
+ * no buffer. */
 typedef struct HalvInfoHeader {
-    HalvHeaderStruct generic;
-    uint32_t swapBytes;
+    HalvHeaderStruct generic;     /* first, so a pointer to one is a pointer to the other */
+    uint32_t swapBytes;           /* nonzero: the stream is in the other byte order */
     HalvInfoSwapEntry *swapTable; /* swapCount rows, owned; null for none */
-    uint32_t swapCount;
-    uint32_t bufferCapacity;
-    void *chunkBuffer;
+    uint32_t swapCount;           /* rows of swapTable */
+    uint32_t bufferCapacity;      /* bytes chunkBuffer holds */
+    void *chunkBuffer;            /* the last chunk's payload, or null */
 } HalvInfoHeader;
 
 HALV_END_DECLS
