@@ -156,7 +156,6 @@ HALV_API int HVHdrEmitChunk_Ascii_64(HalvIO *out, HalvChunk *chunk, uint32_t num
     return EmitChunk(*CodecFor(64), out, chunk, number);
 }
 
-/* A failed read leaves both the counter and the cursor where they were. */
 HALV_API int __HVHdrReadAsciiValues(HalvIO *in, const uint32_t *bits, uint32_t count, uint32_t parts, void **cursor,
                                     uint32_t *read) noexcept {
     if (in == nullptr || (bits == nullptr && parts != 0) || cursor == nullptr || read == nullptr)
@@ -178,8 +177,6 @@ HALV_API int __HVHdrReadAsciiValues(HalvIO *in, const uint32_t *bits, uint32_t c
     return result;
 }
 
-/* Failures don't stop the run: every value is tried, and the result tells
- * the last failure. */
 HALV_API int __HVHdrWriteAsciiValues(HalvIO *out, const uint32_t *bits, uint32_t count, uint32_t parts,
                                      void **cursor, int32_t flag) noexcept {
     if (out == nullptr || (bits == nullptr && parts != 0) || cursor == nullptr)
