@@ -251,18 +251,17 @@ typedef struct HalvFormatParameter {
  * and *out is null.
  * ------------------------------------------------------------------------ */
 
-/* Prints to io, with the arguments behind format and the fixed locale.
- * Every byte is offered to io in a write call of its own; a null io only
- * counts. */
+/* Prints to the stream io, with the arguments behind format and the fixed
+ * locale.  Each byte is one write call; a null io only counts. */
 HALV_API int32_t HalvIOPrintf(HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
 
-/* Prints into buffer, which must hold the text and its terminator, with the
- * arguments behind format and the fixed locale.  A null buffer only
- * counts. */
+/* Prints into buffer, with no bound, with the arguments behind format and
+ * the fixed locale.  The buffer must hold the text and its terminator; a
+ * null buffer only counts. */
 HALV_API int32_t HalvSPrintf(char *buffer, const char *format, ...) HALV_NOEXCEPT;
 
 /* Prints into the size bytes at buffer, with the arguments behind format
- * and the fixed locale; the result is the full length whatever was
+ * and the fixed locale.  The result is the full length, whatever was
  * stored. */
 HALV_API int32_t HalvSNPrintf(char *buffer, uint32_t size, const char *format, ...) HALV_NOEXCEPT;
 
@@ -270,73 +269,92 @@ HALV_API int32_t HalvSNPrintf(char *buffer, uint32_t size, const char *format, .
  * the fixed locale.  A null out gives -1. */
 HALV_API int32_t HalvASPrintf(char **out, const char *format, ...) HALV_NOEXCEPT;
 
-/* HalvIOPrintf with the arguments in args, which is read through a copy
- * and left as it was. */
+/* Prints to the stream io, with the arguments in the va_list args and the
+ * fixed locale. */
 HALV_API int32_t HalvIOVPrintf(HalvIO *io, const char *format, va_list args) HALV_NOEXCEPT;
 
-/* HalvSPrintf with the arguments in args, read through a copy. */
+/* Prints into buffer, with no bound, with the arguments in the va_list
+ * args and the fixed locale. */
 HALV_API int32_t HalvVSPrintf(char *buffer, const char *format, va_list args) HALV_NOEXCEPT;
 
-/* HalvSNPrintf with the arguments in args, read through a copy. */
+/* Prints into the size bytes at buffer, with the arguments in the va_list
+ * args and the fixed locale. */
 HALV_API int32_t HalvVSNPrintf(char *buffer, uint32_t size, const char *format, va_list args) HALV_NOEXCEPT;
 
-/* HalvASPrintf with the arguments in args, read through a copy. */
+/* Prints into a new string in *out, with the arguments in the va_list args
+ * and the fixed locale. */
 HALV_API int32_t HalvVASPrintf(char **out, const char *format, va_list args) HALV_NOEXCEPT;
 
-/* HalvIOPrintf with the arguments as an array of pointers. */
+/* Prints to the stream io, with the arguments as an array of pointers and
+ * the fixed locale. */
 HALV_API int32_t HalvIOLPrintf(HalvIO *io, const char *format, void **args) HALV_NOEXCEPT;
 
-/* HalvSPrintf with the arguments as an array of pointers. */
+/* Prints into buffer, with no bound, with the arguments as an array of
+ * pointers and the fixed locale. */
 HALV_API int32_t HalvLSPrintf(char *buffer, const char *format, void **args) HALV_NOEXCEPT;
 
-/* HalvSNPrintf with the arguments as an array of pointers. */
+/* Prints into the size bytes at buffer, with the arguments as an array of
+ * pointers and the fixed locale. */
 HALV_API int32_t HalvLSNPrintf(char *buffer, uint32_t size, const char *format, void **args) HALV_NOEXCEPT;
 
-/* HalvASPrintf with the arguments as an array of pointers. */
+/* Prints into a new string in *out, with the arguments as an array of
+ * pointers and the fixed locale. */
 HALV_API int32_t HalvLASPrintf(char **out, const char *format, void **args) HALV_NOEXCEPT;
 
-/* HalvIOPrintf with the punctuation of locale. */
+/* Prints to the stream io, with the arguments behind format and the
+ * punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvIOPrintfl(const HalvLocale *locale, HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
 
-/* HalvSPrintf with the punctuation of locale. */
+/* Prints into buffer, with no bound, with the arguments behind format and
+ * the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvSPrintfl(const HalvLocale *locale, char *buffer, const char *format, ...) HALV_NOEXCEPT;
 
-/* HalvSNPrintf with the punctuation of locale. */
+/* Prints into the size bytes at buffer, with the arguments behind format
+ * and the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
                                ...) HALV_NOEXCEPT;
 
-/* HalvASPrintf with the punctuation of locale. */
+/* Prints into a new string in *out, with the arguments behind format and
+ * the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvASPrintfl(const HalvLocale *locale, char **out, const char *format, ...) HALV_NOEXCEPT;
 
-/* HalvIOVPrintf with the punctuation of locale. */
+/* Prints to the stream io, with the arguments in the va_list args and the
+ * punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvIOVPrintfl(const HalvLocale *locale, HalvIO *io, const char *format,
                                 va_list args) HALV_NOEXCEPT;
 
-/* HalvVSPrintf with the punctuation of locale. */
+/* Prints into buffer, with no bound, with the arguments in the va_list
+ * args and the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvVSPrintfl(const HalvLocale *locale, char *buffer, const char *format,
                                va_list args) HALV_NOEXCEPT;
 
-/* HalvVSNPrintf with the punctuation of locale. */
+/* Prints into the size bytes at buffer, with the arguments in the va_list
+ * args and the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvVSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
                                 va_list args) HALV_NOEXCEPT;
 
-/* HalvVASPrintf with the punctuation of locale. */
+/* Prints into a new string in *out, with the arguments in the va_list args
+ * and the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvVASPrintfl(const HalvLocale *locale, char **out, const char *format,
                                 va_list args) HALV_NOEXCEPT;
 
-/* HalvIOLPrintf with the punctuation of locale. */
+/* Prints to the stream io, with the arguments as an array of pointers and
+ * the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvIOLPrintfl(const HalvLocale *locale, HalvIO *io, const char *format,
                                 void **args) HALV_NOEXCEPT;
 
-/* HalvLSPrintf with the punctuation of locale. */
+/* Prints into buffer, with no bound, with the arguments as an array of
+ * pointers and the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvLSPrintfl(const HalvLocale *locale, char *buffer, const char *format,
                                void **args) HALV_NOEXCEPT;
 
-/* HalvLSNPrintf with the punctuation of locale. */
+/* Prints into the size bytes at buffer, with the arguments as an array of
+ * pointers and the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvLSNPrintfl(const HalvLocale *locale, char *buffer, uint32_t size, const char *format,
                                 void **args) HALV_NOEXCEPT;
 
-/* HalvLASPrintf with the punctuation of locale. */
+/* Prints into a new string in *out, with the arguments as an array of
+ * pointers and the punctuation of locale (null: the fixed record). */
 HALV_API int32_t HalvLASPrintfl(const HalvLocale *locale, char **out, const char *format,
                                 void **args) HALV_NOEXCEPT;
 
@@ -369,6 +387,13 @@ HALV_API int32_t HalvLASPrintfl(const HalvLocale *locale, char **out, const char
  * stream failed, which replaces the count.  Fields stored before a failure
  * stay stored.
  *
+ * Forms: the plain ones take the destination pointers behind the format;
+ * the V forms a va_list, read through a copy, so the caller's list is not
+ * consumed; the L forms an array in which args[i] is the i-th destination
+ * pointer (for a "%..*i" base, a pointer to the int).  A null array or a
+ * null entry reads the field and stores nothing; the field still counts.
+ * The forms ending in 'l' take the locale record first.
+ *
  * Streams have no push-back: the byte behind the last field is consumed and
  * lost, so after "%d" on "12 34" the stream goes on at "34".  A stream byte
  * 0xFF reads as the end of input, and so does a read that would block or a
@@ -384,52 +409,57 @@ HALV_API int32_t HalvLASPrintfl(const HalvLocale *locale, char **out, const char
 
 struct HalvIO;
 
-/* Scans text, with the destinations behind format and the fixed locale;
- * the terminating zero is the end of input. */
+/* Scans text, with the destinations behind format and the fixed locale.
+ * The terminating zero is the end of input. */
 HALV_API int32_t HalvSScanf(const char *text, const char *format, ...) HALV_NOEXCEPT;
 
-/* HalvSScanf with the destinations in args, read through a copy and left
- * as they were. */
+/* Scans text, with the destinations in the va_list args and the fixed
+ * locale. */
 HALV_API int32_t HalvVSScanf(const char *text, const char *format, va_list args) HALV_NOEXCEPT;
 
-/* HalvSScanf with the destinations as an array: args[i] is the i-th
- * destination pointer (for a "%..*i" base, a pointer to the int).  A null
- * array, or a null entry, reads the field and stores nothing; the field
- * still counts. */
+/* Scans text, with the destinations as an array of pointers and the fixed
+ * locale. */
 HALV_API int32_t HalvLSScanf(const char *text, const char *format, void **args) HALV_NOEXCEPT;
 
 /* Scans the stream io, with the destinations behind format and the fixed
- * locale: one read call of one byte at a time, and no push-back. */
+ * locale.  One read call of one byte at a time, and no push-back. */
 HALV_API int32_t HalvIOScanf(struct HalvIO *io, const char *format, ...) HALV_NOEXCEPT;
 
-/* HalvIOScanf with the destinations in args, read through a copy. */
+/* Scans the stream io, with the destinations in the va_list args and the
+ * fixed locale. */
 HALV_API int32_t HalvIOVScanf(struct HalvIO *io, const char *format, va_list args) HALV_NOEXCEPT;
 
-/* HalvIOScanf with the destinations as an array, as HalvLSScanf takes
- * them. */
+/* Scans the stream io, with the destinations as an array of pointers and
+ * the fixed locale. */
 HALV_API int32_t HalvIOLScanf(struct HalvIO *io, const char *format, void **args) HALV_NOEXCEPT;
 
-/* HalvSScanf with the decimal point of locale (null: the fixed record). */
+/* Scans text, with the destinations behind format and the decimal point of
+ * locale (null: the fixed record). */
 HALV_API int32_t HalvSScanfl(const HalvLocale *locale, const char *text, const char *format,
                              ...) HALV_NOEXCEPT;
 
-/* HalvVSScanf with the decimal point of locale. */
+/* Scans text, with the destinations in the va_list args and the decimal
+ * point of locale (null: the fixed record). */
 HALV_API int32_t HalvVSScanfl(const HalvLocale *locale, const char *text, const char *format,
                               va_list args) HALV_NOEXCEPT;
 
-/* HalvLSScanf with the decimal point of locale. */
+/* Scans text, with the destinations as an array of pointers and the
+ * decimal point of locale (null: the fixed record). */
 HALV_API int32_t HalvLSScanfl(const HalvLocale *locale, const char *text, const char *format,
                               void **args) HALV_NOEXCEPT;
 
-/* HalvIOScanf with the decimal point of locale. */
+/* Scans the stream io, with the destinations behind format and the decimal
+ * point of locale (null: the fixed record). */
 HALV_API int32_t HalvIOScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
                               ...) HALV_NOEXCEPT;
 
-/* HalvIOVScanf with the decimal point of locale. */
+/* Scans the stream io, with the destinations in the va_list args and the
+ * decimal point of locale (null: the fixed record). */
 HALV_API int32_t HalvIOVScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
                                va_list args) HALV_NOEXCEPT;
 
-/* HalvIOLScanf with the decimal point of locale. */
+/* Scans the stream io, with the destinations as an array of pointers and
+ * the decimal point of locale (null: the fixed record). */
 HALV_API int32_t HalvIOLScanfl(const HalvLocale *locale, struct HalvIO *io, const char *format,
                                void **args) HALV_NOEXCEPT;
 
