@@ -224,8 +224,11 @@ HALV_API int32_t HalvBinHdrFromHdr(const HalvHeaderStruct *header, int32_t order
  * one around it, a borrowed text without its zero byte, or no memory. */
 HALV_API HalvHeaderStruct *HalvBinHdrToHdr(const void *block, uint32_t size, int32_t borrow) HALV_NOEXCEPT;
 
-/* The layout of one stored scanline, as the raster formats read and write
- * it: hosts that walk scanlines use these rather than working it out. */
+/* ------------------------------------------------------------------------
+ * Scanline layout: one stored scanline as the raster formats read and
+ * write it.  Hosts that walk scanlines use these rather than working it
+ * out.
+ * ------------------------------------------------------------------------ */
 
 /* Separations that lie side by side in one scanline, each with its own
  * bytesPerSep entry: 1 with pixel interleave, else parts[0] + parts[1] +
@@ -244,10 +247,12 @@ HALV_API uint64_t HalvHeaderLineBytes(const HalvHeaderStruct *header) HALV_NOEXC
 HALV_API void HalvHeaderReverseLines(const HalvHeaderStruct *header, void *data, uint32_t size,
                                      uint32_t lines) HALV_NOEXCEPT;
 
-/* Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps
+/* ------------------------------------------------------------------------
+ * Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps
  * without notice; an alignment must be a power of two.  The array
  * functions read count entries of bits and write count entries of out,
- * and check neither pointer. */
+ * and check neither pointer.
+ * ------------------------------------------------------------------------ */
 
 /* Bytes of one scanline of one separation of pixels samples of bits bits:
  * whole bytes up to 8 bits, whole 16-bit words up to 16 bits, whole 32-bit
@@ -303,10 +308,12 @@ HALV_API uint32_t HalvHeaderGetTotalBytes(const HalvHeaderStruct *header) HALV_N
  * smaller than that.  header must not be null. */
 HALV_API uint32_t HalvHeaderGetPreferredBytes(const HalvHeaderStruct *header) HALV_NOEXCEPT;
 
-/* Windows: a pixel window is x, y, width, height as 32-bit integers; a
+/* ------------------------------------------------------------------------
+ * Windows: a pixel window is x, y, width, height as 32-bit integers; a
  * fractional one the same four as fractions of the image's size.  Image
  * sizes, and window widths and heights, are read as unsigned.  The window
- * pointers are not checked. */
+ * pointers are not checked.
+ * ------------------------------------------------------------------------ */
 
 /* The pixel window of a fractional one: a near edge is its fraction of the
  * size rounded with 0.4999 (away from zero), a far edge with 0.5, and the
@@ -646,7 +653,9 @@ HALV_API int HVHdrGetHeaderDoublesList(HalvUserCMData *tree, const char *section
 HALV_API int HVHdrGetHeaderFloatsList(HalvUserCMData *tree, const char *section, const char *key, float **values,
                                       uint32_t *perLine) HALV_NOEXCEPT;
 
-/* Resolution and units, kept in section Origin of the header's tree. */
+/* ------------------------------------------------------------------------
+ * Resolution and units, kept in section Origin of the header's tree.
+ * ------------------------------------------------------------------------ */
 
 /* *first from Origin/resolution (1.0 when absent), *second the same
  * divided by Origin/aspect when that is positive.  1 with resolution, 2
