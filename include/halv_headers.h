@@ -217,8 +217,9 @@ HALV_API int32_t HalvBinHdrFromHdr(const HalvHeaderStruct *header, int32_t order
  * With borrow nonzero the tree's texts point into the block instead of
  * being copied: the block must outlive the header and stay unchanged, and
  * freeing the header leaves it untouched.  color comes back from
- * Photometry/name (a known name is taken out of the tree) and compression
- * from Compression/compressors.  Result: the header, or null for a size
+ * Photometry/name (a known name is taken out of the tree), compression
+ * from Compression/compressors and endian from the block's pixel order
+ * byte.  Result: the header, or null for a null block, a size
  * from 1 to 555 or smaller than the block says, a wrong magic or order
  * byte, more than 32 table entries or 10 dims, a length that runs past the
  * one around it, a borrowed text without its zero byte, or no memory. */

@@ -197,10 +197,10 @@ struct HalvFormatContext {
 
 /* The argument of one table entry, as the engine fetched it. */
 typedef union HalvFormatValue {
-    int64_t i; /* a signed integer, a character, or a '*' argument, sign-extended */
+    int64_t i;  /* a signed integer, a character, or a '*' argument, sign-extended */
     uint64_t u; /* an unsigned integer, zero-extended */
-    double d;  /* a floating value, whatever its size qualifier */
-    void *p;   /* a string, a pointer, a %n target, or a scan destination */
+    double d;   /* a floating value, whatever its size qualifier */
+    void *p;    /* a string, a pointer, a %n target, or a scan destination */
 } HalvFormatValue;
 
 /* One entry of the table the directive parser fills, one for each argument.
