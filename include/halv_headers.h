@@ -190,8 +190,10 @@ typedef struct HalvSpectralHeader {
  * The flat form of a header: one block of bytes, 'B' 'H', a 556-byte fixed
  * part (the record's numbers in 32-bit words, tables of 32 places) and the
  * tree's sections, keys and values, length-prefixed.  compression and
- * color travel as words in the tree; slots and format extensions don't
- * travel.
+ * color travel as words in the tree: color as Photometry/name, which the
+ * block gains when the tree lacks it, compression only as the tree's own
+ * Compression/compressors (the field alone doesn't travel).  Slots and
+ * format extensions don't travel.
  * ------------------------------------------------------------------------ */
 
 /* Flattens header into a block with its words in the byte order order
