@@ -9,8 +9,36 @@
 #include <stddef.h>
 
 #include "halv_core.h"
+#include "halv_thread.h"
 
 namespace halv {
+
+/* Holds one engine hash lock by key for a scope: the one way the library
+ * takes a key.  Before the first HalvernInit and after the last HalvernEnd
+ * the locks don't exist and this does nothing. */
+template <uint32_t Key>
+class ScopedKeyLock {
+  public:
+    ScopedKeyLock() noexcept { HalvernLock(Key); }
+    ~ScopedKeyLock() { HalvernUnlock(Key); }
+    ScopedKeyLock(const ScopedKeyLock &) = delete;
+    ScopedKeyLock &operator=(const ScopedKeyLock &) = delete;
+};
+
+/* Holds a critical section for a scope; a null section does nothing, as
+ * the section operations accept null. */
+class ScopedSection {
+  public:
+    explicit ScopedSection(HalvCriticalSection section) noexcept : section_(section) {
+        HalvEnterCriticalSection(section_);
+    }
+    ~ScopedSection() { HalvLeaveCriticalSection(section_); }
+    ScopedSection(const ScopedSection &) = delete;
+    ScopedSection &operator=(const ScopedSection &) = delete;
+
+  private:
+    HalvCriticalSection section_;
+};
 
 /* Formats like vsnprintf into buffer (which may be null when size is 0) and
  * returns the length the whole text has, or a negative value when the format

@@ -113,14 +113,6 @@ void DropCleanup(HalvCleanupEntry *entry) noexcept {
     halv_internal_free(entry);
 }
 
-/* A failed end pass leaves the engine started once, for a later pass to go
- * on where this one stopped. */
-int FailEndPass(int result) noexcept {
-    engine.useCount.store(1, std::memory_order_relaxed);
-    HalvLeaveCriticalSection(masterLock);
-    return result;
-}
-
 /* Runs the cleanup functions newest first.  Each runs with no hash lock
  * held, so it may take any key; a new entry can't come in meanwhile, as the
  * use count is already 0.  1 when all are done, else the failing result. */
@@ -139,26 +131,24 @@ int RunCleanups() noexcept {
 /* One end pass; the body of HalvernEnd. */
 int EndPass() noexcept {
     HalvDebug("Halvern System shutdown.\n");
-    HalvEnterCriticalSection(masterLock);
+    halv::ScopedSection hold(masterLock);
     uint32_t count = engine.useCount.load(std::memory_order_relaxed);
-    if (count == 0) {
-        HalvLeaveCriticalSection(masterLock);
+    if (count == 0)
         return 0;
-    }
     engine.useCount.store(count - 1, std::memory_order_relaxed);
-    if (count - 1 > 0) {
-        HalvLeaveCriticalSection(masterLock);
+    if (count - 1 > 0)
         return 1;
-    }
     int result = RunStopSteps();
-    if (result != 1)
-        return FailEndPass(result);
-    result = RunCleanups();
-    if (result != 1)
-        return FailEndPass(result);
+    if (result == 1)
+        result = RunCleanups();
+    if (result != 1) {
+        /* A failed pass leaves the engine started once, for a later pass
+         * to go on where this one stopped. */
+        engine.useCount.store(1, std::memory_order_relaxed);
+        return result;
+    }
     DestroyHashLocks();
     HalvDebug("Halvern System shutdown complete.\n");
-    HalvLeaveCriticalSection(masterLock);
     return 1;
 }
 
@@ -177,19 +167,14 @@ extern "C" {
 
 HALV_API int HalvernInit(void) noexcept {
     HalvDebug("Halvern System initialization\n");
-    HalvEnterCriticalSection(masterLock);
-    if (engine.useCount.fetch_add(1, std::memory_order_relaxed) != 0) {
-        HalvLeaveCriticalSection(masterLock);
+    halv::ScopedSection hold(masterLock);
+    if (engine.useCount.fetch_add(1, std::memory_order_relaxed) != 0)
         return 1;
-    }
     CreateHashLocks();
     ReadDebugSwitches();
-    if (RunStartSteps() != 1) {
-        HalvLeaveCriticalSection(masterLock);
+    if (RunStartSteps() != 1)
         return 0;
-    }
     HalvDebug("Halvern System initialized.\n");
-    HalvLeaveCriticalSection(masterLock);
     return 1;
 }
 
@@ -204,9 +189,8 @@ HALV_API int HalvernAbsoluteEnd(void) noexcept {
 }
 
 HALV_API int HalvernDisableRegistryLoad(int disable) noexcept {
-    HalvEnterCriticalSection(masterLock);
+    halv::ScopedSection hold(masterLock);
     engine.registryLoadDisabled = disable != 0 ? 1 : 0;
-    HalvLeaveCriticalSection(masterLock);
     return 1;
 }
 

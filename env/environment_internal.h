@@ -9,19 +9,9 @@
 
 #include "halv_core.h"
 #include "halv_env.h"
+#include "core/internal.h"
 
 namespace halv {
-
-/* Holds one hash lock by key for a scope.  Before the first HalvernInit and
- * after the last HalvernEnd the locks don't exist and this does nothing. */
-template <uint32_t Key>
-class ScopedKeyLock {
-public:
-    ScopedKeyLock() noexcept { HalvernLock(Key); }
-    ~ScopedKeyLock() { HalvernUnlock(Key); }
-    ScopedKeyLock(const ScopedKeyLock &) = delete;
-    ScopedKeyLock &operator=(const ScopedKeyLock &) = delete;
-};
 
 using EnvLock = ScopedKeyLock<HALV_LOCK_ENVV>;
 

@@ -96,7 +96,11 @@ HALV_API uint32_t HalvCalcAlignedInterleaveBytesArray(uint32_t interleave, uint3
 }
 
 HALV_API uint32_t HalvHeaderFillInBytes(HalvHeaderStruct *header) noexcept {
-    uint32_t separations = header->parts[0] + header->parts[1] + header->parts[2];
+    if (header == nullptr)
+        return 0;
+    /* Summed in 64 bits: three hostile parts can't wrap below the limit. */
+    uint64_t sum = uint64_t{header->parts[0]} + header->parts[1] + header->parts[2];
+    uint32_t separations = sum > HALV_MAX_SEPARATIONS ? HALV_MAX_SEPARATIONS : static_cast<uint32_t>(sum);
     uint32_t line = HalvCalcAlignedInterleaveBytesArray(header->interleave, header->bytesPerSep, header->alignment,
                                                         (int32_t)separations, header->bitsPerSample, header->dims[0]);
     if (header->preferredChunk != 0 && header->minimumChunk != 0 && header->preferredChunk >= header->minimumChunk) {
@@ -111,6 +115,8 @@ HALV_API uint32_t HalvHeaderFillInBytes(HalvHeaderStruct *header) noexcept {
 }
 
 HALV_API uint32_t HalvHeaderGetTotalBytes(const HalvHeaderStruct *header) noexcept {
+    if (header == nullptr)
+        return 0;
     if (header->managerType == HALV_HDR_INFO)
         return header->bytesPerSep[0];
     if (header->compression != 0)
@@ -130,6 +136,8 @@ HALV_API uint32_t HalvHeaderGetTotalBytes(const HalvHeaderStruct *header) noexce
 }
 
 HALV_API uint32_t HalvHeaderGetPreferredBytes(const HalvHeaderStruct *header) noexcept {
+    if (header == nullptr)
+        return 0;
     uint32_t total = HalvHeaderGetTotalBytes(header);
     return header->preferredChunk < total ? total * 32 : header->preferredChunk;
 }

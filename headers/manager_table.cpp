@@ -15,6 +15,7 @@
 #include "halv_util.h"
 #include "headers/formats/formats.h"
 #include "headers/internal.h"
+#include "core/internal.h"
 
 struct HVHdrManagerEntry {
     char format[HVHDR_NAME_BYTES];
@@ -118,13 +119,7 @@ constinit HVHdrManagerEntry gManagers[HVHDR_MANAGER_ENTRIES] = {
 };
 constinit uint32_t gManagerCount = HVHDR_MANAGER_ENTRIES;
 
-class TableLock {
-  public:
-    TableLock() noexcept { HalvernLock(HALV_LOCK_HDRM); }
-    ~TableLock() { HalvernUnlock(HALV_LOCK_HDRM); }
-    TableLock(const TableLock &) = delete;
-    TableLock &operator=(const TableLock &) = delete;
-};
+using TableLock = halv::ScopedKeyLock<HALV_LOCK_HDRM>;
 
 bool IsFree(const HVHdrManagerEntry &entry) { return entry.format[0] == '\0' && entry.version[0] == '\0'; }
 

@@ -295,20 +295,20 @@ HALV_API uint32_t HalvCalcAlignedInterleaveBytesArray(uint32_t interleave, uint3
  * parts, bitsPerSample and dims[0], then sets minimumChunk to one line and
  * preferredChunk to a whole number of lines: the old ratio of the two
  * (integer division) when both were nonzero and preferredChunk not below
- * minimumChunk, else 32.  Result: the bytes of one line, 0 for an
- * interleave other than 0 and 1.  header must not be null, and its parts
- * must sum to at most HALV_MAX_SEPARATIONS: neither is checked. */
+ * minimumChunk, else 32.  Parts summing to more than HALV_MAX_SEPARATIONS
+ * count as that many.  Result: the bytes of one line; 0 for an interleave
+ * other than 0 and 1, and for a null header. */
 HALV_API uint32_t HalvHeaderFillInBytes(HalvHeaderStruct *header) HALV_NOEXCEPT;
 
 /* Bytes of one unit of data: bytesPerSep[0] for an info header (one
  * entry); 1024 when compressed; bytesPerSep[0] with pixel interleave; the
  * sum of bytesPerSep over the separations (at most HALV_MAX_SEPARATIONS)
- * with scanline or frame interleave; 0 for any other interleave.  header
- * must not be null. */
+ * with scanline or frame interleave; 0 for any other interleave and for
+ * a null header. */
 HALV_API uint32_t HalvHeaderGetTotalBytes(const HalvHeaderStruct *header) HALV_NOEXCEPT;
 
 /* preferredChunk, or 32 x HalvHeaderGetTotalBytes when preferredChunk is
- * smaller than that.  header must not be null. */
+ * smaller than that; 0 for a null header. */
 HALV_API uint32_t HalvHeaderGetPreferredBytes(const HalvHeaderStruct *header) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------

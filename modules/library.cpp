@@ -10,17 +10,13 @@
 #include "halv_text.h"
 #include "halv_util.h"
 #include "modules/internal.h"
+#include "core/internal.h"
 
 namespace {
 
 constinit HalvLibrary *libraries = nullptr;
 
-struct LibraryLock {
-    LibraryLock() noexcept { HalvernLock(HALV_LOCK_LIBR); }
-    ~LibraryLock() { HalvernUnlock(HALV_LOCK_LIBR); }
-    LibraryLock(const LibraryLock &) = delete;
-    LibraryLock &operator=(const LibraryLock &) = delete;
-};
+using LibraryLock = halv::ScopedKeyLock<HALV_LOCK_LIBR>;
 
 /* Symbol names are built in 64 bytes: a bundle name has at most 39. */
 constexpr size_t kSymbolNameSize = 64;

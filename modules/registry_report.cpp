@@ -21,6 +21,7 @@
 #include "halv_text.h"
 #include "halv_util.h"
 #include "modules/internal.h"
+#include "core/internal.h"
 
 namespace {
 
@@ -51,12 +52,7 @@ struct Notes {
 
 constinit Notes notes = {};
 
-struct NotesLock {
-    NotesLock() noexcept { HalvernLock(HALV_LOCK_LIBR); }
-    ~NotesLock() { HalvernUnlock(HALV_LOCK_LIBR); }
-    NotesLock(const NotesLock &) = delete;
-    NotesLock &operator=(const NotesLock &) = delete;
-};
+using NotesLock = halv::ScopedKeyLock<HALV_LOCK_LIBR>;
 
 char *Dup(const char *text) noexcept { return text != nullptr ? HalvStrDup(text) : nullptr; }
 

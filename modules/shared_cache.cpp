@@ -29,12 +29,7 @@ struct SharedCache {
 
 constinit SharedCache cache = {};
 
-struct CacheLock {
-    CacheLock() noexcept { HalvernLock(HALV_LOCK_SHRD); }
-    ~CacheLock() { HalvernUnlock(HALV_LOCK_SHRD); }
-    CacheLock(const CacheLock &) = delete;
-    CacheLock &operator=(const CacheLock &) = delete;
-};
+using CacheLock = halv::ScopedKeyLock<HALV_LOCK_SHRD>;
 
 /* Closes every cached library.  A close that fails stops the pass with -1;
  * the entries before it are gone, the rest wait for the next pass. */

@@ -50,6 +50,18 @@ void FdClose(HalvIO *io) noexcept {
     halv_internal_free(s);
 }
 
+/* The slots every stream of this back end starts with. */
+constexpr HalvIO kFdSlots = {
+    .copy = nullptr,
+    .reservedWord = 0,
+    .close = FdClose,
+    .read = FdRead,
+    .write = FdWrite,
+    .flush = FlushNothing,
+    .seek = FdSeek,
+    .setAutoClose = FdSetAutoClose,
+};
+
 } // namespace
 } // namespace halv
 
@@ -59,17 +71,11 @@ extern "C" {
  * switch to binary. */
 HALV_API HalvIO *HalvIO_FD(int fd) noexcept {
     using namespace halv;
-    FdStream *s = AllocStreamRecord<FdStream>();
+    FdStream *s = AllocStreamRecord<FdStream>(kFdSlots);
     if (s == nullptr)
         return nullptr;
     s->fd = fd;
     s->seekable = IsRegularFile(fd);
-    s->io.close = FdClose;
-    s->io.read = FdRead;
-    s->io.write = FdWrite;
-    s->io.flush = FlushNothing;
-    s->io.seek = FdSeek;
-    s->io.setAutoClose = FdSetAutoClose;
     return &s->io;
 }
 

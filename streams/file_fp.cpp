@@ -62,6 +62,18 @@ void FpClose(HalvIO *io) noexcept {
     halv_internal_free(s);
 }
 
+/* The slots every stream of this back end starts with. */
+constexpr HalvIO kFpSlots = {
+    .copy = nullptr,
+    .reservedWord = 0,
+    .close = FpClose,
+    .read = FpRead,
+    .write = FpWrite,
+    .flush = FpFlush,
+    .seek = FpSeek,
+    .setAutoClose = FpSetAutoClose,
+};
+
 } // namespace
 } // namespace halv
 
@@ -71,17 +83,11 @@ HALV_API HalvIO *HalvIO_FP(FILE *fp) noexcept {
     using namespace halv;
     if (fp == nullptr)
         return nullptr;
-    FpStream *s = AllocStreamRecord<FpStream>();
+    FpStream *s = AllocStreamRecord<FpStream>(kFpSlots);
     if (s == nullptr)
         return nullptr;
     s->fp = fp;
     s->seekable = IsRegularFile(fileno(fp));
-    s->io.close = FpClose;
-    s->io.read = FpRead;
-    s->io.write = FpWrite;
-    s->io.flush = FpFlush;
-    s->io.seek = FpSeek;
-    s->io.setAutoClose = FpSetAutoClose;
     return &s->io;
 }
 

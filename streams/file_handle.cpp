@@ -50,6 +50,18 @@ void HandleClose(HalvIO *io) noexcept {
     halv_internal_free(s);
 }
 
+/* The slots every stream of this back end starts with. */
+constexpr HalvIO kHandleSlots = {
+    .copy = nullptr,
+    .reservedWord = 0,
+    .close = HandleClose,
+    .read = HandleRead,
+    .write = HandleWrite,
+    .flush = FlushNothing,
+    .seek = HandleSeek,
+    .setAutoClose = HandleSetAutoClose,
+};
+
 } // namespace
 } // namespace halv
 
@@ -57,18 +69,12 @@ extern "C" {
 
 HALV_API HalvIO *HalvIO_HANDLE(intptr_t handle) noexcept {
     using namespace halv;
-    HandleStream *s = AllocStreamRecord<HandleStream>();
+    HandleStream *s = AllocStreamRecord<HandleStream>(kHandleSlots);
     if (s == nullptr)
         return nullptr;
     struct stat info;
     s->handle = handle;
     s->seekable = fstat(static_cast<int>(handle), &info) == 0 && (S_ISREG(info.st_mode) || S_ISBLK(info.st_mode));
-    s->io.close = HandleClose;
-    s->io.read = HandleRead;
-    s->io.write = HandleWrite;
-    s->io.flush = FlushNothing;
-    s->io.seek = HandleSeek;
-    s->io.setAutoClose = HandleSetAutoClose;
     return &s->io;
 }
 

@@ -28,10 +28,14 @@ inline uint32_t ClampSlotCount(uint32_t count) noexcept {
  * anything else is -1. */
 inline int32_t FailureResult(int32_t result) noexcept { return result == -2 ? -2 : -1; }
 
-/* A zeroed back-end record (the HalvIO at its head), or null. */
+/* A zeroed back-end record whose HalvIO, at its head, holds a copy of the
+ * back end's constant slot table; null when memory runs out. */
 template <typename Record>
-Record *AllocStreamRecord() noexcept {
-    return static_cast<Record *>(halv_internal_calloc(1, sizeof(Record)));
+Record *AllocStreamRecord(const HalvIO &slots) noexcept {
+    auto *record = static_cast<Record *>(halv_internal_calloc(1, sizeof(Record)));
+    if (record != nullptr)
+        *reinterpret_cast<HalvIO *>(record) = slots;
+    return record;
 }
 
 /* The flush slot of a stream with no buffer of its own. */

@@ -157,6 +157,18 @@ bool MemCanWriteFromView(const HalvIO *dst, const ReadView *view) noexcept {
     return m->base == nullptr || at + view->available <= base || at >= base + m->capacity;
 }
 
+/* The slots every stream of this back end starts with. */
+constexpr HalvIO kMemSlots = {
+    .copy = nullptr,
+    .reservedWord = 0,
+    .close = MemClose,
+    .read = MemRead,
+    .write = MemWrite,
+    .flush = FlushNothing,
+    .seek = MemSeek,
+    .setAutoClose = nullptr,
+};
+
 } // namespace halv
 
 using halv::MemStream;
@@ -164,14 +176,9 @@ using halv::MemStream;
 extern "C" {
 
 HALV_API HalvIO *HalvIO_Mem(uint32_t initialCapacity) noexcept {
-    auto *m = halv::AllocStreamRecord<MemStream>();
+    auto *m = halv::AllocStreamRecord<MemStream>(halv::kMemSlots);
     if (m == nullptr)
         return nullptr;
-    m->io.close = halv::MemClose;
-    m->io.read = halv::MemRead;
-    m->io.write = halv::MemWrite;
-    m->io.flush = halv::FlushNothing;
-    m->io.seek = halv::MemSeek;
     if (initialCapacity != 0) {
         m->base = static_cast<char *>(halv_internal_malloc(initialCapacity));
         m->capacity = m->base != nullptr ? initialCapacity : 0;

@@ -81,6 +81,18 @@ void MultiplexClose(HalvIO *io) noexcept {
     halv_internal_free(io);
 }
 
+/* The slots every stream of this back end starts with. */
+constexpr HalvIO kMultiplexSlots = {
+    .copy = nullptr,
+    .reservedWord = 0,
+    .close = MultiplexClose,
+    .read = MultiplexRead,
+    .write = MultiplexWrite,
+    .flush = MultiplexFlush,
+    .seek = MultiplexSeek,
+    .setAutoClose = nullptr,
+};
+
 } // namespace
 } // namespace halv
 
@@ -91,7 +103,7 @@ extern "C" {
 HALV_API HalvIO *HalvIO_Multiplex(HalvIO *const *streams, uint32_t count) noexcept {
     if (streams == nullptr && count != 0)
         return nullptr;
-    auto *m = halv::AllocStreamRecord<MultiplexStream>();
+    auto *m = halv::AllocStreamRecord<MultiplexStream>(halv::kMultiplexSlots);
     if (m == nullptr)
         return nullptr;
     if (count != 0) {
@@ -103,11 +115,6 @@ HALV_API HalvIO *HalvIO_Multiplex(HalvIO *const *streams, uint32_t count) noexce
         std::memcpy(m->streams, streams, count * sizeof(HalvIO *));
     }
     m->count = count;
-    m->io.close = halv::MultiplexClose;
-    m->io.read = halv::MultiplexRead;
-    m->io.write = halv::MultiplexWrite;
-    m->io.flush = halv::MultiplexFlush;
-    m->io.seek = halv::MultiplexSeek;
     return &m->io;
 }
 

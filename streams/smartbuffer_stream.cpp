@@ -31,6 +31,18 @@ int64_t SBStreamSeek(HalvIO *, int64_t, int32_t) noexcept { return -1; }
 
 void SBStreamClose(HalvIO *io) noexcept { halv_internal_free(io); }
 
+/* The slots every stream of this back end starts with. */
+constexpr HalvIO kSmartBufferSlots = {
+    .copy = nullptr,
+    .reservedWord = 0,
+    .close = SBStreamClose,
+    .read = SBStreamRead,
+    .write = SBStreamWrite,
+    .flush = FlushNothing,
+    .seek = SBStreamSeek,
+    .setAutoClose = nullptr,
+};
+
 } // namespace
 } // namespace halv
 
@@ -40,15 +52,10 @@ HALV_API HalvIO *HalvIO_SB(HalvSmartBuffer *sb) noexcept {
     using namespace halv;
     if (sb == nullptr)
         return nullptr;
-    SmartBufferStream *s = AllocStreamRecord<SmartBufferStream>();
+    SmartBufferStream *s = AllocStreamRecord<SmartBufferStream>(kSmartBufferSlots);
     if (s == nullptr)
         return nullptr;
     s->sb = sb;
-    s->io.close = SBStreamClose;
-    s->io.read = SBStreamRead;
-    s->io.write = SBStreamWrite;
-    s->io.flush = FlushNothing;
-    s->io.seek = SBStreamSeek;
     return &s->io;
 }
 

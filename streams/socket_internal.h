@@ -68,8 +68,10 @@ int32_t SocketRead(HalvIO *io, void *buffer, uint32_t count) noexcept;
 int32_t SocketWrite(HalvIO *io, const void *bytes, uint32_t count) noexcept;
 void SocketClose(HalvIO *io) noexcept;
 
-/* Fills the slots of s for a connected socket (listening 0) or a listener. */
-void InstallSocketSlots(SocketStream *s, bool listening) noexcept;
+/* The slot table of a connected socket (client, accepted and URL streams)
+ * or of a listener.  A listener's record also says so in its listening
+ * field. */
+const HalvIO &SocketSlots(bool listening) noexcept;
 
 /* True when io is a stream of this back end (any kind). */
 inline bool IsSocketStream(const HalvIO *io) noexcept { return io != nullptr && io->close == SocketClose; }

@@ -10,6 +10,7 @@
  */
 #include <atomic>
 
+#include "core/internal.h"
 #include "streams/socket_internal.h"
 
 namespace halv {
@@ -26,14 +27,13 @@ int32_t StopSocketLayer(intptr_t) noexcept {
 } // namespace
 
 void StartSocketLayer() noexcept {
-    HalvernLock(HALV_LOCK_WSAK);
+    ScopedKeyLock<HALV_LOCK_WSAK> lock;
     if (socketLayerStarted.load(std::memory_order_relaxed) == 0) {
         /* Refused while the engine is stopped: then there is no last stop
          * to clean up after. */
         HalvernRegisterCleanupFunc(StopSocketLayer, 0);
         socketLayerStarted.store(1, std::memory_order_relaxed);
     }
-    HalvernUnlock(HALV_LOCK_WSAK);
 }
 
 } // namespace halv

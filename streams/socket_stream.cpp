@@ -110,13 +110,12 @@ int32_t ListenerRead(HalvIO *io, void *buffer, uint32_t count) noexcept {
     while (fd < 0 && errno == EINTR);
     if (fd < 0)
         return FailedIoResult();
-    auto *s = AllocStreamRecord<SocketStream>();
+    auto *s = AllocStreamRecord<SocketStream>(SocketSlots(false));
     if (s == nullptr) {
         CloseLingering(fd);
         return -1;
     }
     s->socket = fd;
-    InstallSocketSlots(s, false);
     HalvIO *connection = &s->io;
     std::memcpy(buffer, &connection, sizeof connection);
     return static_cast<int32_t>(count);
@@ -160,14 +159,28 @@ void SocketClose(HalvIO *io) noexcept {
     halv_internal_free(s);
 }
 
-void InstallSocketSlots(SocketStream *s, bool listening) noexcept {
-    s->io.close = SocketClose;
-    s->io.read = listening ? ListenerRead : SocketRead;
-    s->io.write = listening ? ListenerWrite : SocketWrite;
-    s->io.flush = FlushNothing;
-    s->io.seek = SocketSeek;
-    s->io.setAutoClose = nullptr;
-    s->listening = listening ? 1 : 0;
+const HalvIO &SocketSlots(bool listening) noexcept {
+    static constexpr HalvIO kConnected = {
+        .copy = nullptr,
+        .reservedWord = 0,
+        .close = SocketClose,
+        .read = SocketRead,
+        .write = SocketWrite,
+        .flush = FlushNothing,
+        .seek = SocketSeek,
+        .setAutoClose = nullptr,
+    };
+    static constexpr HalvIO kListener = {
+        .copy = nullptr,
+        .reservedWord = 0,
+        .close = SocketClose,
+        .read = ListenerRead,
+        .write = ListenerWrite,
+        .flush = FlushNothing,
+        .seek = SocketSeek,
+        .setAutoClose = nullptr,
+    };
+    return listening ? kListener : kConnected;
 }
 
 } // namespace halv

@@ -21,11 +21,11 @@ bool AddressOf(const char *host, uint32_t *address) noexcept {
 extern "C" {
 
 HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backlog, int32_t blocking) noexcept {
-    auto *s = halv::AllocStreamRecord<halv::SocketStream>();
+    bool listening = backlog != 0;
+    auto *s = halv::AllocStreamRecord<halv::SocketStream>(halv::SocketSlots(listening));
     if (s == nullptr)
         return nullptr;
-    bool listening = backlog != 0;
-    halv::InstallSocketSlots(s, listening);
+    s->listening = listening ? 1 : 0;
     halv::StartSocketLayer();
     int fd = halv::OpenTcpSocket();
     if (fd < 0) {

@@ -93,6 +93,18 @@ bool StrPeekReadable(HalvIO *io, ReadView *view) noexcept {
 
 bool StrCanWriteFromView(const HalvIO *dst, const ReadView *) noexcept { return dst->write == StrWrite; }
 
+/* The slots every stream of this back end starts with. */
+constexpr HalvIO kStrSlots = {
+    .copy = nullptr,
+    .reservedWord = 0,
+    .close = StrClose,
+    .read = StrRead,
+    .write = StrWrite,
+    .flush = FlushNothing,
+    .seek = StrSeek,
+    .setAutoClose = StrSetAutoClose,
+};
+
 } // namespace halv
 
 using halv::StrStream;
@@ -102,15 +114,9 @@ extern "C" {
 HALV_API HalvIO *HalvIO_Str(void *buffer, uint32_t size) noexcept {
     if (buffer == nullptr)
         return nullptr;
-    auto *s = halv::AllocStreamRecord<StrStream>();
+    auto *s = halv::AllocStreamRecord<StrStream>(halv::kStrSlots);
     if (s == nullptr)
         return nullptr;
-    s->io.close = halv::StrClose;
-    s->io.read = halv::StrRead;
-    s->io.write = halv::StrWrite;
-    s->io.flush = halv::FlushNothing;
-    s->io.seek = halv::StrSeek;
-    s->io.setAutoClose = halv::StrSetAutoClose;
     s->base = static_cast<char *>(buffer);
     s->size = size;
     s->readPtr = s->writePtr = s->base;

@@ -176,7 +176,7 @@ namespace halv {
 HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
     if (url == nullptr)
         return nullptr;
-    auto *u = AllocStreamRecord<UrlStream>();
+    auto *u = AllocStreamRecord<UrlStream>(SocketSlots(false));
     if (u == nullptr)
         return nullptr;
     SocketStream *s = &u->base;
@@ -185,19 +185,17 @@ HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
     StartSocketLayer();
     Request request;
     int fd = -1;
-    if (!HalvIsURL(url) || !BuildRequest(url, proxy, mode, &request) ||
-        (fd = ConnectTo(request)) < 0) {
-        halv_internal_free(u);
-        return nullptr;
+    bool opened = HalvIsURL(url) && BuildRequest(url, proxy, mode, &request) && (fd = ConnectTo(request)) >= 0;
+    if (opened) {
+        s->socket = fd;
+        SendRequest(fd, request);
+        /* An upload's head comes back only when its stream closes. */
+        s->chunked = s->uploading = request.put ? 1 : 0;
+        opened = request.put || ReadHead(s);
     }
-    s->socket = fd;
-    InstallSocketSlots(s, false);
-    SendRequest(fd, request);
-    if (request.put) {
-        s->chunked = 1;
-        s->uploading = 1;
-    } else if (!ReadHead(s)) {
-        close(fd);
+    if (!opened) {
+        if (fd >= 0)
+            close(fd);
         halv_internal_free(u);
         return nullptr;
     }

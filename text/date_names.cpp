@@ -21,18 +21,6 @@
 namespace halv {
 namespace {
 
-/* Where the C library looks for the locale of dates, in order. */
-constexpr const char *kLocaleVariables[] = {"LC_ALL", "LC_TIME", "LANG"};
-
-const char *LocaleName() noexcept {
-    for (const char *variable : kLocaleVariables) {
-        const char *value = std::getenv(variable);
-        if (value != nullptr && value[0] != '\0')
-            return value;
-    }
-    return "C";
-}
-
 /* Each kind's first item, the item to fall back on when the first is empty
  * (a locale without nominative months), and how many there are.  The
  * C library counts weekdays from Sunday, as weekDay does. */
@@ -62,7 +50,7 @@ void DateNames::Close() noexcept {
 }
 
 bool DateNames::Open() noexcept {
-    locale_ = newlocale(LC_TIME_MASK, LocaleName(), static_cast<locale_t>(0));
+    locale_ = newlocale(LC_TIME_MASK, LocaleNameOf("LC_TIME"), static_cast<locale_t>(0));
     if (locale_ == static_cast<locale_t>(0))
         locale_ = newlocale(LC_TIME_MASK, "C", static_cast<locale_t>(0));
     if (locale_ == static_cast<locale_t>(0))

@@ -9,6 +9,7 @@
  */
 #include "halv_core.h"
 #include "halv_text.h"
+#include "core/internal.h"
 #include "text/locale_internal.h"
 
 namespace halv {
@@ -24,6 +25,8 @@ constexpr char kFixedGrouping[] = "";
 constinit const HalvLocale kHalvernLocale = {kFixedDecimalPoint, kFixedThousandSeparator, kFixedGrouping};
 
 namespace {
+
+using LocaleLock = ScopedKeyLock<HALV_LOCK_LOCL>;
 
 struct UserLocale {
     HalvLocale record;
@@ -70,10 +73,9 @@ void StoreField(const FieldSlot &slot, char *text) noexcept {
 }
 
 int32_t CleanupUserLocale(intptr_t) noexcept {
-    HalvernLock(HALV_LOCK_LOCL);
+    LocaleLock lock;
     ReleaseFields();
     userLocale.filled = false;
-    HalvernUnlock(HALV_LOCK_LOCL);
     return 1;
 }
 
@@ -96,7 +98,7 @@ HALV_API const HalvLocale *HalvGetHalvernLocale(void) noexcept {
 
 HALV_API HalvLocale *HalvGetUserLocale(void) noexcept {
     using namespace halv;
-    HalvernLock(HALV_LOCK_LOCL);
+    LocaleLock lock;
     if (!userLocale.filled) {
         ReleaseFields();
         const PlatformPunctuation platform = ReadPlatformPunctuation();
@@ -105,7 +107,6 @@ HALV_API HalvLocale *HalvGetUserLocale(void) noexcept {
             StoreField(kFields[i], texts[i]);
         MarkFilled();
     }
-    HalvernUnlock(HALV_LOCK_LOCL);
     return &userLocale.record;
 }
 
@@ -113,7 +114,7 @@ HALV_API void HalvSetUserLocale(const HalvLocale *locale) noexcept {
     using namespace halv;
     if (locale == nullptr)
         return;
-    HalvernLock(HALV_LOCK_LOCL);
+    LocaleLock lock;
     /* Copy before releasing: the caller may hand in the user record itself. */
     char *copies[3];
     for (size_t i = 0; i < 3; ++i) {
@@ -125,7 +126,6 @@ HALV_API void HalvSetUserLocale(const HalvLocale *locale) noexcept {
         StoreField(kFields[i], copies[i]);
     if (!userLocale.filled)
         MarkFilled();
-    HalvernUnlock(HALV_LOCK_LOCL);
 }
 
 } // extern "C"

@@ -27,6 +27,10 @@ struct PlatformPunctuation {
 
 PlatformPunctuation ReadPlatformPunctuation() noexcept;
 
+/* The locale the process's environment names for category ("LC_TIME",
+ * "LC_NUMERIC"): the first set of LC_ALL, the category and LANG, else "C". */
+const char *LocaleNameOf(const char *category) noexcept;
+
 /* A copy from halv_internal_malloc, or null. */
 char *CopyString(const char *text) noexcept;
 

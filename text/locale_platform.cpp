@@ -17,19 +17,19 @@
 #include "text/locale_internal.h"
 
 namespace halv {
-namespace {
 
-/* Where the C library looks for the locale of numbers, in order. */
-constexpr const char *kLocaleVariables[] = {"LC_ALL", "LC_NUMERIC", "LANG"};
-
-const char *LocaleName() noexcept {
-    for (const char *variable : kLocaleVariables) {
+const char *LocaleNameOf(const char *category) noexcept {
+    /* The C library's order: LC_ALL, then the category, then LANG. */
+    const char *variables[] = {"LC_ALL", category, "LANG"};
+    for (const char *variable : variables) {
         const char *value = std::getenv(variable);
         if (value != nullptr && value[0] != '\0')
             return value;
     }
     return "C";
 }
+
+namespace {
 
 /* A locale text as UTF-8; null for an empty text or a failure. */
 char *Utf8Field(const char *text, const char *codeSet) noexcept {
@@ -126,7 +126,7 @@ char *CopyString(const char *text) noexcept {
 
 PlatformPunctuation ReadPlatformPunctuation() noexcept {
     PlatformPunctuation result{nullptr, nullptr, nullptr};
-    locale_t locale = newlocale(LC_NUMERIC_MASK | LC_CTYPE_MASK, LocaleName(), static_cast<locale_t>(0));
+    locale_t locale = newlocale(LC_NUMERIC_MASK | LC_CTYPE_MASK, LocaleNameOf("LC_NUMERIC"), static_cast<locale_t>(0));
     if (locale == static_cast<locale_t>(0))
         return result;
     const char *codeSet = nl_langinfo_l(CODESET, locale);

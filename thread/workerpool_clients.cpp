@@ -12,11 +12,13 @@
 #include <atomic>
 
 #include "halv_core.h"
+#include "core/internal.h"
 #include "thread/workerpool.h"
 
 namespace {
 
 using halv::pool::CoreLock;
+using PoolTableLock = halv::ScopedKeyLock<HALV_LOCK_WKPL>;
 
 /* Changed only under the WKPL key; an atomic because the key is no lock
  * while the engine is stopped. */
@@ -31,9 +33,11 @@ HalvWorkerPool *NewHandle(int blockWhenFull) noexcept {
 
 /* Registered with the engine by the CreateGlobal that built the core. */
 int32_t DestroyGlobalCore(intptr_t) noexcept {
-    HalvernLock(HALV_LOCK_WKPL);
-    HalvWorkerPoolCore *core = globalCore.exchange(nullptr, std::memory_order_acq_rel);
-    HalvernUnlock(HALV_LOCK_WKPL);
+    HalvWorkerPoolCore *core;
+    {
+        PoolTableLock lock;
+        core = globalCore.exchange(nullptr, std::memory_order_acq_rel);
+    }
     if (core != nullptr)
         halv::pool::DestroyCore(core);
     return 1;
@@ -42,21 +46,18 @@ int32_t DestroyGlobalCore(intptr_t) noexcept {
 /* The global core, built (with its cleanup registered) when there is none.
  * Null when it can't be built. */
 HalvWorkerPoolCore *AttachGlobalCore() noexcept {
-    HalvernLock(HALV_LOCK_WKPL);
+    PoolTableLock lock;
     HalvWorkerPoolCore *core = globalCore.load(std::memory_order_acquire);
     if (core == nullptr && halv::pool::CreateCore(&core) == 1) {
         globalCore.store(core, std::memory_order_release);
         HalvernRegisterCleanupFunc(DestroyGlobalCore, 0);
     }
-    HalvernUnlock(HALV_LOCK_WKPL);
     return core;
 }
 
 bool IsGlobalCore(const HalvWorkerPoolCore *core) noexcept {
-    HalvernLock(HALV_LOCK_WKPL);
-    bool global = core == globalCore.load(std::memory_order_acquire);
-    HalvernUnlock(HALV_LOCK_WKPL);
-    return global;
+    PoolTableLock lock;
+    return core == globalCore.load(std::memory_order_acquire);
 }
 
 enum CountKind { kSharedCount, kExclusiveCount };

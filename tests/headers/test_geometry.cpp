@@ -114,6 +114,18 @@ TEST(ByteCounts, HeaderFillInAndTotals) {
     rgb.managerType = HALV_HDR_INFO;
     EXPECT_EQ(HalvHeaderGetTotalBytes(&rgb), rgb.bytesPerSep[0]);
 
+    // Parts that sum past the separations a header holds (or wrap 32 bits)
+    // fill the 36 it has and no more: ASan sees a write past bytesPerSep.
+    HalvHeaderStruct hostile = MakeHeader();
+    hostile.parts[0] = 0xFFFFFFFFu;
+    hostile.parts[1] = 2;
+    for (uint32_t &bits : hostile.bitsPerSample)
+        bits = 8;
+    EXPECT_EQ(HalvHeaderFillInBytes(&hostile), 40u * HALV_MAX_SEPARATIONS);
+    EXPECT_EQ(HalvHeaderFillInBytes(nullptr), 0u);
+    EXPECT_EQ(HalvHeaderGetTotalBytes(nullptr), 0u);
+    EXPECT_EQ(HalvHeaderGetPreferredBytes(nullptr), 0u);
+
     HalvHeaderStruct small = MakeHeader();
     small.bytesPerSep[0] = 100;
     EXPECT_EQ(HalvHeaderGetPreferredBytes(&small), 3200u);

@@ -724,7 +724,7 @@ TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
     ExpectRefused({"run", "invert", Path("a.hvs"), Path("x")}, "x", "only internal and image-ext");
     Layout l;
     WriteFile(Path("image.hv"), StoredImage(l, "internal"));
-    ExpectRefused({"export", Path("image.hv"), Path("x.csv")}, "x.csv", "this takes spectra");
+    ExpectRefused({"export", Path("image.hv"), Path("x.csv")}, "x.csv", "exports take spectra and info tables");
     ExpectRefused({"convert", Path("image.hv"), Path("x"), "--format", "spectral"}, "x", "not a spectrum");
 }
 
