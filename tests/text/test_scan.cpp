@@ -28,7 +28,9 @@ template <class T, size_t N> void ExpectRows(const Row<T> (&rows)[N], T start, c
         SCOPED_TRACE(std::string("\"") + row.text + "\" with " + row.format);
         T value = start;
         int second = -1;
-        EXPECT_EQ(HalvSScanfl(locale, row.text, row.format, &value, &second), row.result);
+        EXPECT_EQ(locale != nullptr ? HalvSScanfl(locale, row.text, row.format, &value, &second)
+                                    : HalvSScanf(row.text, row.format, &value, &second),
+                  row.result);
         EXPECT_EQ(value, row.value);
         EXPECT_EQ(second, row.second);
     }
