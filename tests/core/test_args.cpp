@@ -203,19 +203,16 @@ TEST(CoreArgs, KeysMatchByNameAndFormatInAnyCase) {
     EXPECT_EQ(found, 1);
     EXPECT_EQ(out, 42);
 
-    // Same name, other format letter: a different argument.
+    // Same name, other format letter: a different argument; neither a
+    // prefix nor an extension of the key matches.
     double d = -1;
-    EXPECT_EQ(HalvParseArgs(list, "level:f", &found, &d, kEnd), 1);
-    EXPECT_EQ(found, 0);
+    int32_t other[4] = {-1, -1, -1, -1};
+    EXPECT_EQ(HalvParseArgs(list, "level:f", &other[0], &d, "level:", &other[1], "level:ii", &other[2], &out, &out,
+                            "lev:i", &other[3], &out, kEnd),
+              1);
+    EXPECT_EQ(std::vector<int32_t>(other, other + 4), (std::vector<int32_t>{0, 0, 0, 0}));
     EXPECT_EQ(d, -1);
-    // Neither a prefix nor an extension of the key matches.
-    EXPECT_EQ(HalvParseArgs(list, "level:", &found, kEnd), 1);
-    EXPECT_EQ(found, 0);
-    EXPECT_EQ(HalvParseArgs(list, "level:ii", &found, &out, &out, kEnd), 1);
-    EXPECT_EQ(found, 0);
-    EXPECT_EQ(HalvParseArgs(list, "lev:i", &found, &out, kEnd), 1);
-    EXPECT_EQ(found, 0);
-
+    EXPECT_EQ(out, 42);
     // The first of two equal keys counts.
     int32_t first = 1, second = 2;
     ASSERT_EQ(HalvBuildArgs(list, W("n:i"), W(&first), kNull, W("N:I"), W(&second), kNull, kEnd), 1);

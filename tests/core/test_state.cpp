@@ -281,15 +281,16 @@ TEST(Status, ErrorTextAccumulatesAndCodesParse) {
     EXPECT_EQ(HalvReportError(nullptr), 0);
     EXPECT_EQ(HalvCallEnd(state), 1);
 
-    EXPECT_EQ(HalvParseErrorCode("failed: HV-1234: bad thing"), 1234);
-    EXPECT_EQ(HalvParseErrorCode("failed HV-1234"), 1234);
-    EXPECT_EQ(HalvParseErrorCode("failed HV-"), 0);
-    EXPECT_EQ(HalvParseErrorCode("H1V-2"), 2);
-    EXPECT_EQ(HalvParseErrorCode("HxxVyy-zz9 and HV-5"), 9);
-    EXPECT_EQ(HalvParseErrorCode("V-3 H"), 0);
-    EXPECT_EQ(HalvParseErrorCode("HV-7 then HV-8"), 7);
-    EXPECT_EQ(HalvParseErrorCode("HV H-3"), 0); // the second H restarts the scan
-    EXPECT_EQ(HalvParseErrorCode(""), 0);
+    // The number behind the first "H...V...-" (a second H restarts the scan).
+    const struct {
+        const char *text;
+        int32_t code;
+    } codes[] = {
+        {"failed: HV-1234: bad thing", 1234}, {"failed HV-1234", 1234}, {"failed HV-", 0}, {"H1V-2", 2},
+        {"HxxVyy-zz9 and HV-5", 9}, {"V-3 H", 0}, {"HV-7 then HV-8", 7}, {"HV H-3", 0}, {"", 0},
+    };
+    for (const auto &c : codes)
+        EXPECT_EQ(HalvParseErrorCode(c.text), c.code) << c.text;
 }
 
 } // namespace

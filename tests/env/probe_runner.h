@@ -1,5 +1,6 @@
-// Runs tests/env/env_probe (or a copy of it) in a fresh process with an
-// environment the test chooses, and collects what it prints.
+// Runs tests/env/env_probe (or a copy of it, or another probe program such
+// as tests/core/log_probe) in a fresh process with an environment the test
+// chooses, and collects what it prints.
 #ifndef HALV_TESTS_ENV_PROBE_RUNNER_H
 #define HALV_TESTS_ENV_PROBE_RUNNER_H
 
@@ -23,7 +24,7 @@
 namespace probe {
 
 struct Result {
-    int exitCode = -1;
+    int exitCode = -1; // 128 + the signal for a process a signal ended
     bool timedOut = false;
     std::string out;
     std::string err;
@@ -112,7 +113,7 @@ inline Result Run(const std::string &exe, const std::vector<std::string> &args,
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
     std::istringstream lines(result.out);
     for (std::string line; std::getline(lines, line);)
         result.lines.push_back(line);

@@ -313,32 +313,20 @@ TEST(Files, CopyDestinationFirst) {
 }
 
 TEST(RealPath, LexicalCanonicalForm) {
-    // Separators, "." and ".." go, with both flags 0.
-    EXPECT_EQ(Real("a//b/./c/../d"), "a/b/d");
-    EXPECT_EQ(Real("a/b/"), "a/b");
-    EXPECT_EQ(Real("a/.."), ".");
-    EXPECT_EQ(Real("a/b/.."), "a");
-    EXPECT_EQ(Real("/a/../b"), "/b");
-    EXPECT_EQ(Real("/a/.."), "/");
-    EXPECT_EQ(Real("/.."), "<null>");
-    EXPECT_EQ(Real("/a/../.."), "<null>");
-    EXPECT_EQ(Real("../../a"), "../../a");
-    EXPECT_EQ(Real("./a//b/./c/"), "a/b/c");
-    EXPECT_EQ(Real("././././a"), "a");
-    EXPECT_EQ(Real("x/../../y"), "../y");
-    EXPECT_EQ(Real("//a///b"), "/a/b");
-    EXPECT_EQ(Real("/"), "/");
-    EXPECT_EQ(Real("/."), "/");
-    EXPECT_EQ(Real("/./a/."), "/a");
-    EXPECT_EQ(Real("."), ".");
-    EXPECT_EQ(Real(""), ".");
-    EXPECT_EQ(Real(".."), "..");
-    EXPECT_EQ(Real(".hidden/..x/..."), ".hidden/..x/...");
-    EXPECT_EQ(Real("a/./../b"), "b");
-    EXPECT_EQ(Real("\xC3\xA9/../\xE4\xB8\xAD/./x"), "\xE4\xB8\xAD/x");
-    EXPECT_EQ(Real(nullptr), "<null>");
-    // Windows forms are ordinary names here.
-    EXPECT_EQ(Real("c:\\x\\.."), "c:\\x\\..");
+    // Separators, "." and ".." go, with both flags 0; Windows forms are
+    // ordinary names here.
+    const struct {
+        const char *path;
+        const char *canonical;
+    } cases[] = {
+        {"a//b/./c/../d", "a/b/d"}, {"a/b/", "a/b"}, {"a/..", "."}, {"a/b/..", "a"}, {"/a/../b", "/b"}, {"/a/..", "/"},
+        {"/..", "<null>"}, {"/a/../..", "<null>"}, {"../../a", "../../a"}, {"./a//b/./c/", "a/b/c"},
+        {"././././a", "a"}, {"x/../../y", "../y"}, {"//a///b", "/a/b"}, {"/", "/"}, {"/.", "/"}, {"/./a/.", "/a"},
+        {".", "."}, {"", "."}, {"..", ".."}, {".hidden/..x/...", ".hidden/..x/..."}, {"a/./../b", "b"},
+        {"\xC3\xA9/../\xE4\xB8\xAD/./x", "\xE4\xB8\xAD/x"}, {nullptr, "<null>"}, {"c:\\x\\..", "c:\\x\\.."},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(Real(c.path), c.canonical) << (c.path ? c.path : "(null)");
 }
 
 TEST(RealPath, AbsoluteAndExistingForms) {

@@ -29,58 +29,37 @@ std::string Expand(const char *text) {
 
 } // namespace
 
-TEST_F(EnvExpand, BracedAndPlainReferences) {
-    EXPECT_EQ(Expand("${EXP_A}/x"), "/va/x");
-    EXPECT_EQ(Expand("$EXP_A/x"), "/va/x");
-    EXPECT_EQ(Expand("${EXP_A}x"), "/vax");
-    EXPECT_EQ(Expand("a/${EXP_B}/b/$EXP_B"), "a/vb/b/vb");
-    EXPECT_EQ(Expand("${EXP_A}${EXP_B}"), "/vavb");
-    EXPECT_EQ(Expand("$EXP_B/$EXP_B/"), "vb/vb/");
-    EXPECT_EQ(Expand("${EXP_B}}"), "vb}");
-    EXPECT_EQ(Expand("plain text, no references"), "plain text, no references");
-    EXPECT_EQ(Expand("/a//b/"), "/a//b/");
-}
-
-TEST_F(EnvExpand, PlainReferenceEndsOnlyAtSlash) {
-    // "$NAME" runs to the next '/', so what follows belongs to the name.
-    EXPECT_EQ(Expand("$EXP_B.txt"), "(null)");
-    EXPECT_EQ(Expand("x$EXP_B.txt/y"), "x/y");
-    EXPECT_EQ(Expand("$EXP_A${EXP_B}"), "(null)"); // one name, "EXP_A${EXP_B}"
+TEST_F(EnvExpand, References) {
+    const struct {
+        const char *text;
+        const char *expanded;
+    } cases[] = {
+        // Braced and plain references.
+        {"${EXP_A}/x", "/va/x"}, {"$EXP_A/x", "/va/x"}, {"${EXP_A}x", "/vax"}, {"a/${EXP_B}/b/$EXP_B", "a/vb/b/vb"},
+        {"${EXP_A}${EXP_B}", "/vavb"}, {"$EXP_B/$EXP_B/", "vb/vb/"}, {"${EXP_B}}", "vb}"}, {"/a//b/", "/a//b/"},
+        {"plain text, no references", "plain text, no references"},
+        // "$NAME" runs to the next '/', so what follows belongs to the name:
+        // "$EXP_A${EXP_B}" is one name.
+        {"$EXP_B.txt", "(null)"}, {"x$EXP_B.txt/y", "x/y"}, {"$EXP_A${EXP_B}", "(null)"},
+        // Unknown and empty values put nothing, and nothing is null; a
+        // default of "" is a value, but an empty one.
+        {"${EXP_UNKNOWN}/x", "/x"}, {"$EXP_UNKNOWN/x", "/x"}, {"a${EXP_EMPTY}b", "ab"}, {"${EXP_UNKNOWN}", "(null)"},
+        {"${EXP_EMPTY}", "(null)"}, {"$EXP_UNKNOWN$EXP_EMPTY", "(null)"}, {"", "(null)"}, {nullptr, "(null)"},
+        {"${HV_OS}", "(null)"}, {"name.${HV_OS}.ext", "name..ext"},
+        // References open at the end are closed; "$$" is no escape but a
+        // name "$" nobody knows.
+        {"x/$EXP_B", "x/vb"}, {"x/${EXP_B", "x/vb"}, {"x$", "x"}, {"x${", "x"}, {"$", "(null)"}, {"${}", "(null)"},
+        {"${}/a", "/a"}, {"$/a", "/a"}, {"$$", "(null)"},
+        // Values are not expanded again.
+        {"${EXP_DOLLAR}", "$EXP_A/${EXP_B}"}, {"[$EXP_DOLLAR/]", "[$EXP_A/${EXP_B}/]"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(Expand(c.text), c.expanded) << (c.text ? c.text : "(null)");
+    // Names with dots and braces are names like any other.
     ASSERT_EQ(HalvSetenv("EXP_B.txt", "dotted"), 1);
     EXPECT_EQ(Expand("$EXP_B.txt/y"), "dotted/y");
     ASSERT_EQ(HalvSetenv("EXP_A${EXP_B}", "odd"), 1);
     EXPECT_EQ(Expand("$EXP_A${EXP_B}"), "odd");
-}
-
-TEST_F(EnvExpand, UnknownAndEmptyValuesPutNothing) {
-    EXPECT_EQ(Expand("${EXP_UNKNOWN}/x"), "/x");
-    EXPECT_EQ(Expand("$EXP_UNKNOWN/x"), "/x");
-    EXPECT_EQ(Expand("a${EXP_EMPTY}b"), "ab");
-    EXPECT_EQ(Expand("${EXP_UNKNOWN}"), "(null)");
-    EXPECT_EQ(Expand("${EXP_EMPTY}"), "(null)");
-    EXPECT_EQ(Expand("$EXP_UNKNOWN$EXP_EMPTY"), "(null)");
-    EXPECT_EQ(Expand(""), "(null)");
-    EXPECT_EQ(Expand(nullptr), "(null)");
-    // A default of "" is a value, but an empty one.
-    EXPECT_EQ(Expand("${HV_OS}"), "(null)");
-    EXPECT_EQ(Expand("name.${HV_OS}.ext"), "name..ext");
-}
-
-TEST_F(EnvExpand, ReferencesOpenAtTheEndAreClosed) {
-    EXPECT_EQ(Expand("x/$EXP_B"), "x/vb");
-    EXPECT_EQ(Expand("x/${EXP_B"), "x/vb");
-    EXPECT_EQ(Expand("x$"), "x");
-    EXPECT_EQ(Expand("x${"), "x");
-    EXPECT_EQ(Expand("$"), "(null)");
-    EXPECT_EQ(Expand("${}"), "(null)");
-    EXPECT_EQ(Expand("${}/a"), "/a");
-    EXPECT_EQ(Expand("$/a"), "/a");
-    EXPECT_EQ(Expand("$$"), "(null)"); // no escape: a name "$" nobody knows
-}
-
-TEST_F(EnvExpand, ValuesAreNotExpandedAgain) {
-    EXPECT_EQ(Expand("${EXP_DOLLAR}"), "$EXP_A/${EXP_B}");
-    EXPECT_EQ(Expand("[$EXP_DOLLAR/]"), "[$EXP_A/${EXP_B}/]");
 }
 
 TEST_F(EnvExpand, LongNamesAreCutAndLongValuesKept) {
@@ -92,12 +71,11 @@ TEST_F(EnvExpand, LongNamesAreCutAndLongValuesKept) {
     EXPECT_EQ(Expand(("${" + name255 + std::string(45, 'X') + "}/z").c_str()), "cut/z");
     EXPECT_EQ(Expand(("$" + name255 + "/z").c_str()), "cut/z");
     EXPECT_EQ(Expand("${EXP_LONG}${EXP_LONG}"), longValue + longValue);
-    std::string many;
-    for (int i = 0; i < 200; ++i)
+    std::string many, expected;
+    for (int i = 0; i < 200; ++i) {
         many += "$EXP_B/";
-    std::string expected;
-    for (int i = 0; i < 200; ++i)
         expected += "vb/";
+    }
     EXPECT_EQ(Expand(many.c_str()), expected);
 }
 

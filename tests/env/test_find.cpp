@@ -122,37 +122,31 @@ TEST(FindFile, DebugSwitchTracesEveryCandidate) {
     ASSERT_TRUE(WriteFile(dir / "hit.dot", ""));
     const std::string traceFile = dir / "stderr.txt";
     std::string path = "/nowhere," + dir.path();
-    int code = RunInChild([&] {
-        int out = open(traceFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (out < 0 || dup2(out, 2) < 0)
-            return Fail("redirect");
-        HalvSetenv("HVFINDFILE_DEBUG", "1");
-        HalvSetenv("HV_OS", "os");
-        HalvernDisableRegistryLoad(1);
-        if (HalvernInit() != 1)
-            return Fail("init");
-        char *found = HalvFindFile("hit", "dot", path.c_str());
-        halv_internal_free(found);
-        HalvernEnd();
-        return found != nullptr ? 0 : Fail("not found");
-    });
-    ASSERT_EQ(code, 0);
+    // The search in a child whose standard error goes to the trace file.
+    auto traced = [&](bool debug) {
+        return RunInChild([&] {
+            int out = open(traceFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            if (out < 0 || dup2(out, 2) < 0)
+                return Fail("redirect");
+            if (debug)
+                HalvSetenv("HVFINDFILE_DEBUG", "1");
+            HalvSetenv("HV_OS", "os");
+            HalvernDisableRegistryLoad(1);
+            if (HalvernInit() != 1)
+                return Fail("init");
+            char *found = HalvFindFile("hit", "dot", path.c_str());
+            halv_internal_free(found);
+            HalvernEnd();
+            return found != nullptr ? 0 : Fail("not found");
+        });
+    };
+    ASSERT_EQ(traced(true), 0);
     std::string d = dir.path();
     EXPECT_EQ(ReadFile(traceFile), "HalvFindFile: checking </nowhere/hit.os.dot> -- (not)\n"
                                    "HalvFindFile: checking </nowhere/hit.dot> -- (not)\n"
                                    "HalvFindFile: checking <" + d + "/hit.os.dot> -- (not)\n"
                                    "HalvFindFile: checking <" + d + "/hit.dot> -- (found)\n");
     // Without the switch the search is silent.
-    code = RunInChild([&] {
-        int out = open(traceFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (out < 0 || dup2(out, 2) < 0)
-            return Fail("redirect");
-        HalvernDisableRegistryLoad(1);
-        HalvernInit();
-        halv_internal_free(HalvFindFile("hit", "dot", path.c_str()));
-        HalvernEnd();
-        return 0;
-    });
-    ASSERT_EQ(code, 0);
+    ASSERT_EQ(traced(false), 0);
     EXPECT_EQ(ReadFile(traceFile), "");
 }

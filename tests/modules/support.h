@@ -50,6 +50,15 @@ inline std::vector<std::string> Names(HalvFuncDesc **array) {
     return names;
 }
 
+/* The names of every description the engine knows, in order. */
+inline std::vector<std::string> AllNames() {
+    HalvFuncDesc **all = nullptr;
+    EXPECT_EQ(HalvFindAllFuncDesc(&all), 1);
+    std::vector<std::string> names = Names(all);
+    HalvFreeSmartArray(all);
+    return names;
+}
+
 /* A string array as a vector; null gives an empty one. */
 inline std::vector<std::string> Strings(char **array) {
     std::vector<std::string> out;

@@ -139,10 +139,7 @@ TEST(ModulesRegistry, FailingBundlesAtStartUp) {
         EXPECT_EQ(engine.started(), 0);
         EXPECT_NE(traces.find("Failed to open shared library<nosuchbundle>.\n"), std::string::npos);
         EXPECT_NE(traces.find("Failed to register the library<nosuchbundle>.\n"), std::string::npos);
-        HalvFuncDesc **all = nullptr;
-        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
-        EXPECT_EQ(Names(all), (std::vector<std::string>{"describe-only", "fill"}));
-        HalvFreeSmartArray(all);
+        EXPECT_EQ(modtest::AllNames(), (std::vector<std::string>{"describe-only", "fill"}));
         /* started once all the same: one end pass stops it */
         EXPECT_EQ(HalvernEnd(), 1);
         EXPECT_EQ(HalvernInit(), 0); /* a new first start reads the registry again */
@@ -159,10 +156,7 @@ TEST(ModulesRegistry, FailingBundlesAtStartUp) {
                   std::string::npos);
         EXPECT_NE(traces.find("Registered the library halv with a version of 3.8.0 and timestamp of"),
                   std::string::npos);
-        HalvFuncDesc **all = nullptr;
-        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
-        EXPECT_EQ(Names(all), kHalvFunctions);
-        HalvFreeSmartArray(all);
+        EXPECT_EQ(modtest::AllNames(), kHalvFunctions);
     }
     for (const char *broken : {"oldmajor", "nolist"}) {
         SCOPED_TRACE(std::string("a required bundle that is broken: ") + broken);
@@ -170,10 +164,7 @@ TEST(ModulesRegistry, FailingBundlesAtStartUp) {
         dir.Write("hvregistry.dot", std::string("[libraries]\nrequired: ") + broken + "\n");
         Engine engine(dir.path());
         EXPECT_EQ(engine.started(), 0);
-        HalvFuncDesc **all = nullptr;
-        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
-        EXPECT_EQ(all[0], nullptr);
-        HalvFreeSmartArray(all);
+        EXPECT_TRUE(modtest::AllNames().empty());
     }
 }
 
@@ -183,10 +174,7 @@ TEST(ModulesRegistry, WithoutRegistryFileTheHalvBundleIsOptional) {
     Engine engine(dir.path());
     ASSERT_EQ(engine.started(), 1);
     EXPECT_NE(traces.find("No registry file found, using default of halv.\n"), std::string::npos);
-    HalvFuncDesc **all = nullptr;
-    ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
-    EXPECT_EQ(Names(all), kHalvFunctions);
-    HalvFreeSmartArray(all);
+    EXPECT_EQ(modtest::AllNames(), kHalvFunctions);
 }
 
 TEST(ModulesRegistry, MalformedRegistryFilesLoadWhatTheyCan) {
@@ -196,10 +184,7 @@ TEST(ModulesRegistry, MalformedRegistryFilesLoadWhatTheyCan) {
         dir.Write("hvregistry.dot", "[libraries]\noptional: extra\n<item>\n\"a string\"\nrequired:");
         Engine engine(dir.path());
         EXPECT_EQ(engine.started(), 1);
-        HalvFuncDesc **all = nullptr;
-        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
-        EXPECT_EQ(Names(all), (std::vector<std::string>{"describe-only", "fill"}));
-        HalvFreeSmartArray(all);
+        EXPECT_EQ(modtest::AllNames(), (std::vector<std::string>{"describe-only", "fill"}));
     }
     {
         TempDir dir;
@@ -214,10 +199,7 @@ TEST(ModulesRegistry, MalformedRegistryFilesLoadWhatTheyCan) {
         dir.Write("hvregistry.dot", ""); /* empty, but there: no default bundle */
         Engine engine(dir.path());
         EXPECT_EQ(engine.started(), 1);
-        HalvFuncDesc **all = nullptr;
-        ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
-        EXPECT_EQ(all[0], nullptr);
-        HalvFreeSmartArray(all);
+        EXPECT_TRUE(modtest::AllNames().empty());
     }
 }
 
@@ -281,10 +263,7 @@ TEST(ModulesRegistry, HostRegistrationsAndRefusals) {
 
     EXPECT_EQ(HalvUnregisterLibrary(library), 1);
     EXPECT_EQ(HalvUnregisterLibrary(library), 0); /* gone from the list */
-    HalvFuncDesc **all = nullptr;
-    ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
-    EXPECT_EQ(all[0], nullptr);
-    HalvFreeSmartArray(all);
+    EXPECT_TRUE(modtest::AllNames().empty());
     EXPECT_EQ(HalvFindAllFuncDesc(nullptr), 0);
     HalvState *state = nullptr;
     intptr_t args[1] = {HALV_ARG_END};

@@ -14,11 +14,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "temp_dir.h"
 #include "text/print_support.h"
 
 /* The C library's newlocale keeps the search path it builds from LOCPATH
@@ -150,13 +150,10 @@ TEST_F(UserLocale, ManyThreadsGetOneRecord) {
  * whose no-break space needs converting.  `directory` is empty when
  * localedef can't build them here. */
 struct CompiledLocales {
+    halvtest::TempDir root{"halv_locales"};
     std::string directory;
 
     CompiledLocales() {
-        char pattern[] = "/tmp/halv_locales_XXXXXX";
-        if (mkdtemp(pattern) == nullptr)
-            return;
-        root_ = pattern;
         struct Source {
             const char *name, *charmap, *numeric;
         } sources[] = {
@@ -165,24 +162,17 @@ struct CompiledLocales {
              "decimal_point \"<U002C>\"\nthousands_sep \"<U00A0>\"\ngrouping 3;-1\n"},
         };
         for (const Source &source : sources) {
-            const std::string file = root_ + "/" + source.name + ".src";
-            std::ofstream(file) << "LC_CTYPE\ncopy \"i18n\"\nEND LC_CTYPE\nLC_NUMERIC\n" << source.numeric
-                                << "END LC_NUMERIC\n";
-            const std::string command = "localedef -c -i " + file + " -f " + source.charmap + " " + root_ + "/" +
-                                        source.name + " >/dev/null 2>&1";
+            const std::string file = root.Write(std::string(source.name) + ".src",
+                                                std::string("LC_CTYPE\ncopy \"i18n\"\nEND LC_CTYPE\nLC_NUMERIC\n") +
+                                                    source.numeric + "END LC_NUMERIC\n");
+            const std::string command = "localedef -c -i " + file + " -f " + source.charmap + " " +
+                                        root.File(source.name) + " >/dev/null 2>&1";
             (void)std::system(command.c_str());
-            if (!std::filesystem::exists(root_ + "/" + source.name + "/LC_NUMERIC"))
+            if (root.path().empty() || !std::filesystem::exists(root.File(source.name) + "/LC_NUMERIC"))
                 return;
         }
-        directory = root_;
+        directory = root.path();
     }
-    ~CompiledLocales() {
-        if (!root_.empty())
-            std::filesystem::remove_all(root_);
-    }
-
-private:
-    std::string root_;
 };
 
 TEST_F(UserLocale, ReadsTheNamedLocaleOfTheProcess) {

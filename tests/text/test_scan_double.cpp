@@ -28,27 +28,27 @@ double Reference(const std::string &text) {
 }
 
 TEST(TextScanDouble, ExactValues) {
-    EXPECT_EQ(Scan("0"), 0.0);
     EXPECT_TRUE(std::signbit(Scan("-0.0")));
-    EXPECT_EQ(Scan("9007199254740991"), 9007199254740991.0);
-    EXPECT_EQ(Scan("-4503599627370495.5"), -4503599627370495.5);
-    EXPECT_EQ(Scan("0.5"), 0.5);
-    EXPECT_EQ(Scan("0.25"), 0.25);
-    EXPECT_EQ(Scan("0.125"), 0.125);
-    EXPECT_EQ(Scan("1.75"), 1.75);
-    EXPECT_EQ(Scan("1.5e3"), 1500.0);
-    EXPECT_EQ(Scan("2.5e+22"), 2.5e22);
-    EXPECT_EQ(Scan("12.e-1"), 1.2); /* one division, correctly rounded */
-    EXPECT_EQ(Scan("1.e-22"), 1e-22);
-    EXPECT_EQ(Scan("0x1.8p1"), 3.0);
-    EXPECT_EQ(Scan("0x.8"), 0.5);
-    EXPECT_EQ(Scan("0X1F.Cp-2"), 7.9375);
-    EXPECT_EQ(Scan("0x1.fffffffffffffp1023"), 1.7976931348623157e308);
-    EXPECT_EQ(Scan("0x1.p-1022"), std::ldexp(1.0, -1022));
-    /* 2^1074 is beyond the double range: the division goes in steps and
-     * gives the smallest subnormal. */
-    EXPECT_EQ(Scan("0x1.p-1074"), std::ldexp(1.0, -1074));
-    EXPECT_EQ(Scan("0x1.p-1075"), 0.0);
+    /* "12.e-1" is one division, correctly rounded.  2^1074 is beyond the
+     * double range: the division goes in steps and gives the smallest
+     * subnormal. */
+    const struct {
+        const char *text;
+        double value;
+    } exact[] = {
+        {"0", 0.0}, {"9007199254740991", 9007199254740991.0}, {"-4503599627370495.5", -4503599627370495.5},
+        {"0.5", 0.5}, {"0.25", 0.25}, {"0.125", 0.125}, {"1.75", 1.75}, {"1.5e3", 1500.0}, {"2.5e+22", 2.5e22},
+        {"12.e-1", 1.2}, {"1.e-22", 1e-22}, {"0x1.8p1", 3.0}, {"0x.8", 0.5}, {"0X1F.Cp-2", 7.9375},
+        {"0x1.fffffffffffffp1023", 1.7976931348623157e308}, {"0x1.p-1022", std::ldexp(1.0, -1022)},
+        {"0x1.p-1074", std::ldexp(1.0, -1074)}, {"0x1.p-1075", 0.0},
+        /* Subnormal results, and values beyond the range either way; the
+         * exponent wraps as an unsigned 32-bit number. */
+        {"49406564584124654.e-340", 4.9406564584124654e-324}, {"1.e-400", 0.0}, {"1.e+400", HUGE_VAL},
+        {"-1000.e+306", -HUGE_VAL}, {"0.e+400", 0.0}, {"1.e+4294967295", HUGE_VAL}, {"1.0e400", HUGE_VAL},
+        {"-1.0e400", -HUGE_VAL}, {"1.0e-400", 0.0}, {"0.0e999999", 0.0}, {"2.5e4294967297", 25.0},
+    };
+    for (const auto &e : exact)
+        EXPECT_EQ(Scan(e.text), e.value) << e.text;
     /* A hexadecimal exponent is only read behind the point. */
     int n = 0;
     double d = 0;
@@ -71,13 +71,6 @@ TEST(TextScanDouble, FollowsItsOwnArithmetic) {
     scale = scale / 10;
     sum = sum + scale * 5;
     EXPECT_EQ(Scan("0.75"), (double)sum);
-    /* Out of range: infinity, zero; zero stays zero. */
-    EXPECT_EQ(Scan("1.0e400"), HUGE_VAL);
-    EXPECT_EQ(Scan("-1.0e400"), -HUGE_VAL);
-    EXPECT_EQ(Scan("1.0e-400"), 0.0);
-    EXPECT_EQ(Scan("0.0e999999"), 0.0);
-    /* The exponent wraps as an unsigned 32-bit number: 4294967297 is 1. */
-    EXPECT_EQ(Scan("2.5e4294967297"), 25.0);
 }
 
 /* Random text of several classes, each one where the conversion is exact
@@ -139,13 +132,6 @@ TEST(TextScanDouble, PowersBeyondTheRangeStillGiveValuesInsideIt) {
     EXPECT_TRUE(Near("-0.000000000000000000000000000000000000000000000000000000000000000000000000000001e+380"));
     EXPECT_TRUE(Near("0x1000.p-1086"));
     EXPECT_TRUE(Near("0x.0001p+1030"));
-    /* Subnormal results, and values beyond the range either way. */
-    EXPECT_EQ(Scan("49406564584124654.e-340"), 4.9406564584124654e-324);
-    EXPECT_EQ(Scan("1.e-400"), 0.0);
-    EXPECT_EQ(Scan("1.e+400"), HUGE_VAL);
-    EXPECT_EQ(Scan("-1000.e+306"), -HUGE_VAL);
-    EXPECT_EQ(Scan("0.e+400"), 0.0);
-    EXPECT_EQ(Scan("1.e+4294967295"), HUGE_VAL); /* the exponent wraps at 32 bits */
     /* Random mantissas of up to 17 digits at exponents near both ends. */
     std::mt19937_64 random(310);
     char text[96];

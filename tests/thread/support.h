@@ -85,6 +85,12 @@ class Attempt {
     std::thread thread_;
 };
 
+/* Runs call on another thread; whether it ended in good time. */
+inline bool OnOtherThread(std::function<void()> call) {
+    Attempt other(std::move(call));
+    return other.DoneWithin(kPatienceMs);
+}
+
 inline long long MillisSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <iterator>
 #include <thread>
 #include <vector>
 
@@ -18,26 +19,16 @@ using halvtest::MillisSince;
 namespace {
 
 TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
-    EXPECT_EQ(HalvEnterCriticalSection(nullptr), 1);
-    EXPECT_EQ(HalvLeaveCriticalSection(nullptr), 1);
-    EXPECT_EQ(HalvFreeCriticalSection(nullptr), 1);
-    EXPECT_EQ(HalvLockMutex(nullptr), 1);
-    EXPECT_EQ(HalvTryLockMutex(nullptr), 1);
-    EXPECT_EQ(HalvUnlockMutex(nullptr), 1);
-    EXPECT_EQ(HalvFreeMutex(nullptr), 1);
-    EXPECT_EQ(HalvWaitSemaphore(nullptr), 1);
-    EXPECT_EQ(HalvTryWaitSemaphore(nullptr), 1);
-    EXPECT_EQ(HalvTimedWaitSemaphore(nullptr, 10), 1);
-    EXPECT_EQ(HalvPostSemaphore(nullptr), 1);
-    EXPECT_EQ(HalvFreeSemaphore(nullptr), 1);
-    EXPECT_EQ(HalvSetEvent(nullptr), 1);
-    EXPECT_EQ(HalvResetEvent(nullptr), 1);
-    EXPECT_EQ(HalvPulseEvent(nullptr), 1);
-    EXPECT_EQ(HalvWaitSingleEvent(nullptr, HALV_WAIT_FOREVER), 1);
-    EXPECT_EQ(HalvFreeEvent(nullptr), 1);
-    EXPECT_EQ(HalvSignalConditional(nullptr), 1);
-    EXPECT_EQ(HalvBroadcastConditional(nullptr), 1);
-    EXPECT_EQ(HalvFreeConditional(nullptr), 1);
+    const int32_t onNull[] = {
+        HalvEnterCriticalSection(nullptr), HalvLeaveCriticalSection(nullptr), HalvFreeCriticalSection(nullptr),
+        HalvLockMutex(nullptr), HalvTryLockMutex(nullptr), HalvUnlockMutex(nullptr), HalvFreeMutex(nullptr),
+        HalvWaitSemaphore(nullptr), HalvTryWaitSemaphore(nullptr), HalvTimedWaitSemaphore(nullptr, 10),
+        HalvPostSemaphore(nullptr), HalvFreeSemaphore(nullptr), HalvSetEvent(nullptr), HalvResetEvent(nullptr),
+        HalvPulseEvent(nullptr), HalvWaitSingleEvent(nullptr, HALV_WAIT_FOREVER), HalvFreeEvent(nullptr),
+        HalvSignalConditional(nullptr), HalvBroadcastConditional(nullptr), HalvFreeConditional(nullptr),
+    };
+    for (size_t i = 0; i < std::size(onNull); ++i)
+        EXPECT_EQ(onNull[i], 1) << "call " << i << " of the list";
 
     HalvMutex mutex = nullptr;
     HalvConditional conditional = nullptr;
@@ -48,22 +39,18 @@ TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
     EXPECT_EQ(HalvTimedWaitConditional(nullptr, mutex, HALV_WAIT_FOREVER), 1);
     EXPECT_EQ(HalvTimedWaitConditional(conditional, nullptr, HALV_WAIT_FOREVER), 1);
     /* Nothing was done with the mutex: another thread can take it. */
-    {
-        Attempt other([&] {
-            EXPECT_EQ(HalvTryLockMutex(mutex), 1);
-            EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-        });
-        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
-    }
+    EXPECT_TRUE(halvtest::OnOtherThread([&] {
+        EXPECT_EQ(HalvTryLockMutex(mutex), 1);
+        EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    }));
     EXPECT_EQ(HalvFreeConditional(conditional), 1);
     EXPECT_EQ(HalvFreeMutex(mutex), 1);
 
-    EXPECT_EQ(HalvInitCriticalSection(nullptr), 0);
-    EXPECT_EQ(HalvInitMutex(nullptr), 0);
-    EXPECT_EQ(HalvInitSemaphore(nullptr, 0), 0);
-    EXPECT_EQ(HalvInitEvent(nullptr, 1, 0), 0);
-    EXPECT_EQ(HalvInitConditional(nullptr), 0);
-    EXPECT_EQ(HalvTLSAlloc(nullptr), 0);
+    const int32_t withoutOut[] = {HalvInitCriticalSection(nullptr), HalvInitMutex(nullptr),
+                                  HalvInitSemaphore(nullptr, 0),    HalvInitEvent(nullptr, 1, 0),
+                                  HalvInitConditional(nullptr),     HalvTLSAlloc(nullptr)};
+    for (size_t i = 0; i < std::size(withoutOut); ++i)
+        EXPECT_EQ(withoutOut[i], 0) << "init " << i << " of the list";
 }
 
 TEST(ThreadCriticalSection, RecursiveForItsOwnerExclusiveForOthers) {
@@ -126,23 +113,14 @@ TEST(ThreadMutex, RecursiveTryLockAndExclusion) {
     ASSERT_EQ(HalvInitMutex(&mutex), 1);
     EXPECT_EQ(HalvLockMutex(mutex), 1);
     EXPECT_EQ(HalvTryLockMutex(mutex), 1) << "the owner gets a recursive mutex again";
-    {
-        Attempt other([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); });
-        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
-    }
+    EXPECT_TRUE(halvtest::OnOtherThread([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); }));
     EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-    {
-        Attempt other([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); });
-        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
-    }
+    EXPECT_TRUE(halvtest::OnOtherThread([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); }));
     EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-    {
-        Attempt other([&] {
-            EXPECT_EQ(HalvTryLockMutex(mutex), 1);
-            EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-        });
-        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
-    }
+    EXPECT_TRUE(halvtest::OnOtherThread([&] {
+        EXPECT_EQ(HalvTryLockMutex(mutex), 1);
+        EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    }));
 
     long total = CountUnderLock([&] { EXPECT_EQ(HalvLockMutex(mutex), 1); },
                                 [&] { EXPECT_EQ(HalvUnlockMutex(mutex), 1); }, 4, 2000);
@@ -168,10 +146,7 @@ TEST(ThreadMutex, UnlockByNonOwnerIsRefused) {
     ASSERT_EQ(HalvInitMutex(&mutex), 1);
     EXPECT_EQ(HalvUnlockMutex(mutex), 0) << "nobody owns it";
     ASSERT_EQ(HalvLockMutex(mutex), 1);
-    {
-        Attempt other([&] { EXPECT_EQ(HalvUnlockMutex(mutex), 0); });
-        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
-    }
+    EXPECT_TRUE(halvtest::OnOtherThread([&] { EXPECT_EQ(HalvUnlockMutex(mutex), 0); }));
     EXPECT_EQ(HalvUnlockMutex(mutex), 1);
     EXPECT_EQ(HalvFreeMutex(mutex), 1);
 }
@@ -189,10 +164,7 @@ TEST(ThreadMutex, AbandonedMutexReportsZeroButIsOwned) {
     ASSERT_EQ(code, 1u);
 
     EXPECT_EQ(HalvLockMutex(mutex), 0) << "the owner ended holding it";
-    {
-        Attempt other([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); });
-        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
-    }
+    EXPECT_TRUE(halvtest::OnOtherThread([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); }));
     EXPECT_EQ(HalvUnlockMutex(mutex), 1);
     EXPECT_EQ(HalvLockMutex(mutex), 1) << "consistent again";
     EXPECT_EQ(HalvUnlockMutex(mutex), 1);

@@ -90,6 +90,17 @@ int32_t BlockTask(void *argument, void *) {
     return 0;
 }
 
+/* Queues the blocker's task and waits until it holds a worker. */
+bool Hold(HalvWorkerPool *pool, Blocker &blocker) {
+    return HalvWorkerPoolAddTask(pool, BlockTask, &blocker) == 1 && blocker.started.WaitFor();
+}
+
+/* Waits until the pool's queue is empty, then frees it: both succeeded. */
+bool DrainAndFree(HalvWorkerPool *pool) {
+    const bool drained = HalvWorkerPoolWaitForEmpty(pool) == 1;
+    return HalvWorkerPoolFree(pool) == 1 && drained;
+}
+
 /* A task that opens a gate when it runs: the last task of a single-worker
  * pool tells that all before it have run. */
 int32_t OpenTask(void *argument, void *) {
@@ -232,8 +243,7 @@ TEST_F(WorkerPool, RingDoublesAtEveryHeadPositionAndKeepsTheOrder) {
         if (h == 0) {
             ASSERT_EQ(HalvWorkerPoolSetSharedThreadCount(pool, 1), 1);
         }
-        EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
-        EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+        EXPECT_TRUE(DrainAndFree(pool));
         std::vector<int> expected(h > 0 ? h - 1 : 0, -1);
         for (int i = 0; i < 17; ++i)
             expected.push_back(i);
@@ -265,8 +275,7 @@ TEST_F(WorkerPool, LimitWithoutBlockingRefusesAndTakesAgainOnceATaskIsTaken) {
     Blocker first, second;
     HalvWorkerPool *pool = nullptr;
     ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 2, 0, 1, &recorder), 1);
-    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &first), 1);
-    ASSERT_TRUE(first.started.WaitFor());
+    ASSERT_TRUE(Hold(pool, first));
     /* The running task doesn't count: two more fit. */
     EXPECT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &second), 1);
     EXPECT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(1)), 1);
@@ -277,8 +286,7 @@ TEST_F(WorkerPool, LimitWithoutBlockingRefusesAndTakesAgainOnceATaskIsTaken) {
     EXPECT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(2)), 1);
     EXPECT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(99)), 2);
     second.release.Open();
-    EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
-    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_TRUE(DrainAndFree(pool));
     EXPECT_EQ(recorder.Ids(), (std::vector<int>{1, 2}));
 }
 
@@ -300,8 +308,7 @@ TEST_F(WorkerPool, BlockingProducerWaitsUntilAWorkerTakesATask) {
     Blocker blocker;
     HalvWorkerPool *pool = nullptr;
     ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 1, 1, 1, &recorder), 1);
-    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &blocker), 1);
-    ASSERT_TRUE(blocker.started.WaitFor());
+    ASSERT_TRUE(Hold(pool, blocker));
     ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(1)), 1);
     {
         int result = -1;
@@ -311,8 +318,7 @@ TEST_F(WorkerPool, BlockingProducerWaitsUntilAWorkerTakesATask) {
         ASSERT_TRUE(producer.DoneWithin(kPatienceMs));
         EXPECT_EQ(result, 1);
     }
-    EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
-    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_TRUE(DrainAndFree(pool));
     EXPECT_EQ(recorder.Ids(), (std::vector<int>{1, 2}));
 }
 
@@ -323,8 +329,7 @@ TEST_F(WorkerPool, ClearWakesBlockedWaitersAndProducersWithoutATake) {
     Blocker blocker;
     HalvWorkerPool *pool = nullptr;
     ASSERT_EQ(HalvWorkerPoolCreateLocal(&pool, 1, 1, 1, &recorder), 1);
-    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &blocker), 1);
-    ASSERT_TRUE(blocker.started.WaitFor());
+    ASSERT_TRUE(Hold(pool, blocker));
 
     ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(1)), 1);
     {
@@ -344,8 +349,7 @@ TEST_F(WorkerPool, ClearWakesBlockedWaitersAndProducersWithoutATake) {
     }
     EXPECT_EQ(Pending(pool), 1u);
     blocker.release.Open();
-    EXPECT_EQ(HalvWorkerPoolWaitForEmpty(pool), 1);
-    EXPECT_EQ(HalvWorkerPoolFree(pool), 1);
+    EXPECT_TRUE(DrainAndFree(pool));
     EXPECT_EQ(recorder.Ids(), (std::vector<int>{3}));
 }
 
@@ -357,8 +361,7 @@ TEST_F(WorkerPool, LimitCountsOnlyTheClientsOwnQueuedTasks) {
     ASSERT_EQ(HalvWorkerPoolCreateGlobal(&other, 0, 0, 0, 0, &recorder), 1);
     EXPECT_EQ(limited->core, other->core);
     EXPECT_NE(limited->clientIndex, other->clientIndex);
-    ASSERT_EQ(HalvWorkerPoolAddTask(limited, BlockTask, &blocker), 1);
-    ASSERT_TRUE(blocker.started.WaitFor());
+    ASSERT_TRUE(Hold(limited, blocker));
     for (int i = 0; i < 5; ++i)
         ASSERT_EQ(HalvWorkerPoolAddTask(other, RecordTask, Id(100 + i)), 1);
     EXPECT_EQ(HalvWorkerPoolAddTask(limited, RecordTask, Id(1)), 1);
@@ -389,8 +392,7 @@ TEST_F(WorkerPool, ClearDropsOnlyTheClientsTasksAcrossTheWrap) {
      * of 8, and six more tasks wrap round to slot 2. */
     for (int i = 0; i < 4; ++i)
         ASSERT_EQ(HalvWorkerPoolAddTask(kept, RecordTask, Id(-1)), 1);
-    ASSERT_EQ(HalvWorkerPoolAddTask(kept, BlockTask, &blocker), 1);
-    ASSERT_TRUE(blocker.started.WaitFor());
+    ASSERT_TRUE(Hold(kept, blocker));
     for (int i = 0; i < 3; ++i) {
         ASSERT_EQ(HalvWorkerPoolAddTask(cleared, RecordTask, Id(200 + i)), 1);
         ASSERT_EQ(HalvWorkerPoolAddTask(kept, RecordTask, Id(i)), 1);
@@ -552,8 +554,7 @@ TEST_F(WorkerPool, EngineShutdownDropsQueuedGlobalTasksUncalled) {
     HalvWorkerPool *pool = nullptr;
     ASSERT_EQ(HalvWorkerPoolCreateGlobal(&pool, 0, 0, 1, 0, &recorder), 1);
     HalvWorkerPoolCore *core = pool->core;
-    ASSERT_EQ(HalvWorkerPoolAddTask(pool, BlockTask, &blocker), 1);
-    ASSERT_TRUE(blocker.started.WaitFor());
+    ASSERT_TRUE(Hold(pool, blocker));
     for (int i = 0; i < 10; ++i)
         ASSERT_EQ(HalvWorkerPoolAddTask(pool, RecordTask, Id(i)), 1);
     {

@@ -145,10 +145,50 @@ inline ReadResult ReadTree(const std::string &bytes, int32_t strict = 0, HalvUse
     return {result, tree};
 }
 
+/* A read of a whole text as its result and its tree as Dump prints it; the
+ * tree is freed. */
+struct Dumped {
+    int32_t result;
+    std::string tree;
+    bool operator==(const Dumped &other) const { return result == other.result && tree == other.tree; }
+};
+
+inline std::ostream &operator<<(std::ostream &os, const Dumped &read) {
+    return os << read.result << " " << read.tree;
+}
+
+inline Dumped ReadDump(const std::string &bytes, int32_t strict = 0) {
+    ReadResult read = ReadTree(bytes, strict);
+    Dumped dumped{read.result, Dump(read.tree)};
+    HalvFreeUserCMData(read.tree);
+    return dumped;
+}
+
+/* Reads more text into a tree: the result, and the tree as Dump prints it. */
+inline Dumped ReadInto(HalvUserCMData *&tree, const std::string &bytes) {
+    ReadStream in(bytes);
+    const int32_t result = HalvReadUserCMData(in.io(), &tree, 0);
+    return {result, Dump(tree)};
+}
+
 inline std::string WriteTree(const HalvUserCMData *tree) {
     WriteStream out;
     int32_t result = HalvWriteUserCMData(tree, out.io());
     return result == 1 ? out.text() : "<failed " + std::to_string(result) + ">";
+}
+
+/* The dump of a tree made for one check, which is freed. */
+inline std::string DumpAndFree(HalvUserCMData *tree) {
+    std::string text = Dump(tree);
+    HalvFreeUserCMData(tree);
+    return text;
+}
+
+/* The text of a tree made for one check, which is freed. */
+inline std::string WriteAndFree(HalvUserCMData *tree) {
+    std::string text = WriteTree(tree);
+    HalvFreeUserCMData(tree);
+    return text;
 }
 
 } // namespace ucm_test

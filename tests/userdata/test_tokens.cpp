@@ -26,14 +26,8 @@ TEST(UserDataTokens, EmptyStreamsAndCommentsGiveTheEnd) {
 
 TEST(UserDataTokens, BracketedNamesLabelsAssignmentsAndWords) {
     EXPECT_EQ(Tokens("<Item one>\n[Section]\nlabel: value\nname=x\nlast"),
-              (TokenList{{120, "Item one"},
-                         {110, "Section"},
-                         {108, "label"},
-                         {112, "value"},
-                         {97, "name"},
-                         {112, "x"},
-                         {112, "last"},
-                         {101, ""}}));
+              (TokenList{{120, "Item one"}, {110, "Section"}, {108, "label"}, {112, "value"}, {97, "name"},
+                         {112, "x"}, {112, "last"}, {101, ""}}));
     // Inside brackets ':' '#' and LF are text; '=' ends the name and leaves
     // the rest of the line for the next token.
     EXPECT_EQ(Tokens("<a:b#c>[x\ny]"), (TokenList{{120, "a:b#c"}, {110, "x\ny"}, {101, ""}}));
@@ -222,14 +216,8 @@ TEST(UserDataTokens, AFullOutputCutsTheTokenWith69) {
 
 TEST(UserDataTokens, OldDialect) {
     EXPECT_EQ(Tokens("<I>\n[S]\nk: 'single' \"double\"\na=b: x=y\n", true),
-              (TokenList{{120, "I"},
-                         {110, "S"},
-                         {108, "k"},
-                         {115, "single"},
-                         {115, "double"},
-                         {108, "a=b"},
-                         {112, "x=y"},
-                         {101, ""}}));
+              (TokenList{{120, "I"}, {110, "S"}, {108, "k"}, {115, "single"}, {115, "double"}, {108, "a=b"},
+                         {112, "x=y"}, {101, ""}}));
     // No groups and no Base64 blocks.
     EXPECT_EQ(Tokens("{x}\n", true), (TokenList{{112, "{x}"}, {101, ""}}));
     EXPECT_EQ(Tokens("\"<<<<Base64Data:QUJD>>>>\"", true), (TokenList{{115, "<<<<Base64Data:QUJD>>>>"}, {101, ""}}));

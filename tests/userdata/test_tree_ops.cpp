@@ -149,8 +149,7 @@ TEST(UserDataTreeOps, MergeMakesPathsThatFit) {
 
 TEST(UserDataTreeOps, SetStringAndSetData) {
     HalvUserCMData *tree = HalvSetString(nullptr, "I", "S", nullptr, "v");
-    EXPECT_EQ(Dump(tree), "I'I'{S'S'{T'v'}}");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(tree), "I'I'{S'S'{T'v'}}");
 
     tree = HalvSetString(nullptr, "I", "S", "k", "first");
     tree = HalvSetString(tree, "I", "S", "k", "second");
@@ -164,8 +163,7 @@ TEST(UserDataTreeOps, SetStringAndSetData) {
     tree = HalvSetString(tree, nullptr, "T", nullptr, "lost");
     tree = HalvSetString(tree, nullptr, nullptr, nullptr, "lost");
     tree = HalvSetString(tree, "I", "S", "k", nullptr);
-    EXPECT_EQ(Dump(tree), "I'I'{S'S'{T'over'}}");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(tree), "I'I'{S'S'{T'over'}}");
 
     const char bytes[] = {'\0', 'x', '\xFF', '\n'};
     tree = HalvSetData(nullptr, nullptr, "S", "blob", bytes, sizeof bytes);
@@ -181,8 +179,7 @@ TEST(UserDataTreeOps, SetStringAndSetData) {
     EXPECT_EQ(size, 0u);
     tree = HalvSetData(tree, nullptr, "S", "bad", nullptr, 4);
     EXPECT_EQ(HalvGetUserCMData(tree, nullptr, "S", "bad"), nullptr);
-    EXPECT_EQ(ucm_test::WriteTree(tree), "[S]\nblob: \"<<<<Base64Data:AHj/Cg==>>>>\"\nempty: \"<<<<Base64Data:>>>>\"\n");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::WriteAndFree(tree), "[S]\nblob: \"<<<<Base64Data:AHj/Cg==>>>>\"\nempty: \"<<<<Base64Data:>>>>\"\n");
 }
 
 TEST(UserDataTreeOps, SetParamParsesItsValue) {
@@ -210,11 +207,9 @@ TEST(UserDataTreeOps, SetParamParsesItsValue) {
 
     // Trees of sections; a value alone makes a tree of values.
     tree = HalvSetParam(nullptr, nullptr, "S", "k", "v", 1);
-    EXPECT_EQ(ucm_test::WriteTree(tree), "[S]\nk: v\n");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::WriteAndFree(tree), "[S]\nk: v\n");
     tree = HalvSetParam(nullptr, nullptr, nullptr, nullptr, "word", 4);
-    EXPECT_EQ(Dump(tree), "W'word'");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(tree), "W'word'");
     // A value that breaks the reader takes the tree with it.
     tree = HalvSetParam(nullptr, nullptr, "S", "k", "v", 1);
     tree = HalvSetParam(tree, nullptr, "S", "j", "{open", 5);
@@ -255,13 +250,11 @@ TEST(UserDataTreeOps, DeleteNodesAndParams) {
     // The values of a label are its children too.
     tree = HalvSetParam(tree, nullptr, "S", "k", "x\ny\nx", 5);
     HalvDeleteParam(tree, nullptr, "S", "k");
-    EXPECT_EQ(Dump(tree), "S'S'");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(tree), "S'S'");
     // A tree of words is never entered.
     tree = Tree("a\nb\n");
     EXPECT_EQ(HalvDeleteUserCMData(tree, nullptr, nullptr, "a"), tree);
-    EXPECT_EQ(Dump(tree), "W'a' W'b'");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(tree), "W'a' W'b'");
 }
 
 TEST(UserDataTreeOps, CopiesAndFreeing) {
@@ -269,8 +262,7 @@ TEST(UserDataTreeOps, CopiesAndFreeing) {
     HalvFreeUserCMData(nullptr);
     HalvUserCMData *tree = Tree("<I>\n[S]\nk: v\nd: \"<<<<Base64Data:AEEA>>>>\"\ne: \"\"\n<J>\n");
     HalvUserCMData *copy = HalvUserCMDupData(tree->children); // with no siblings
-    EXPECT_EQ(Dump(copy), Dump(tree->children));
-    HalvFreeUserCMData(copy);
+    EXPECT_EQ(ucm_test::DumpAndFree(copy), Dump(tree->children));
     copy = HalvUserCMDupData(tree);
     EXPECT_EQ(Dump(copy), Dump(tree));
     EXPECT_NE(copy->text, tree->text);
@@ -280,8 +272,7 @@ TEST(UserDataTreeOps, CopiesAndFreeing) {
     EXPECT_EQ(empty->text, nullptr);
     EXPECT_EQ(HalvGetParam(copy, "I", "S", "e"), nullptr);
     // The copy writes like the source, and freeing it leaves the source.
-    EXPECT_EQ(ucm_test::WriteTree(copy), ucm_test::WriteTree(tree));
-    HalvFreeUserCMData(copy);
+    EXPECT_EQ(ucm_test::WriteAndFree(copy), ucm_test::WriteTree(tree));
     EXPECT_EQ(Dump(tree), "I'I'{S'S'{L'k'{W'v'} L'd'{D'" + std::string("\0A\0", 3) + "'} L'e'{T''}}} I'J'");
 
     // Borrowed texts stay with their owner, in the copy too.
@@ -309,8 +300,7 @@ TEST(UserDataTreeOps, LongSiblingListsFreeAndCopyWithoutDeepStacks) {
     HalvUserCMData *tree = Tree(text);
     HalvUserCMData *copy = HalvUserCMDupData(tree);
     ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(ucm_test::WriteTree(copy), text);
-    HalvFreeUserCMData(copy);
+    EXPECT_EQ(ucm_test::WriteAndFree(copy), text);
     HalvFreeUserCMData(tree);
 }
 

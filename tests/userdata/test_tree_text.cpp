@@ -12,8 +12,12 @@
 #include "userdata/streams.h"
 
 using ucm_test::Dump;
+using ucm_test::Dumped;
+using ucm_test::ReadDump;
+using ucm_test::ReadInto;
 using ucm_test::ReadStream;
 using ucm_test::ReadTree;
+using ucm_test::WriteAndFree;
 using ucm_test::WriteStream;
 using ucm_test::WriteTree;
 
@@ -51,67 +55,50 @@ TEST(UserDataTreeText, TheSampleHeaderReadsAndWritesBackByteForByte) {
     EXPECT_EQ(Dump(tree), "S'ID'{L'format'{W'sample'} L'version'{W'1'}} "
                           "S'Data'{L'Name'{W'word value'} L'Title'{T'a string: with a colon'} "
                           "L'Sample'{D'ABC'} L'Empty' L'Count'{W'12'}} S'End'");
-    EXPECT_EQ(WriteTree(tree), kHeader);
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::WriteAndFree(tree), kHeader);
 }
 
 TEST(UserDataTreeText, WriterTextForEveryKind) {
     // <I> [S] k: v, a second section, a second item: empty lines only in
     // front of names that aren't first in their list.
-    HalvUserCMData *tree = Node(0, "I",
+    EXPECT_EQ(WriteAndFree(Node(0, "I",
                                 Node(1, "S", Node(2, "k", Node(3, "v", nullptr, Node(4, "s: x", nullptr, Node(5, "AB")))),
                                      Node(1, "T")),
-                                Node(0, "J"));
-    EXPECT_EQ(WriteTree(tree), "<I>\n[S]\nk: v\n\"s: x\"\n\"<<<<Base64Data:QUI=>>>>\"\n\n[T]\n\n<J>\n");
-    HalvFreeUserCMData(tree);
-
+                                Node(0, "J"))),
+              "<I>\n[S]\nk: v\n\"s: x\"\n\"<<<<Base64Data:QUI=>>>>\"\n\n[T]\n\n<J>\n");
     // A label without value runs on into the next node's text.
-    tree = Node(2, "a", nullptr, Node(2, "b", nullptr, Node(2, "c", Node(3, "d"))));
-    EXPECT_EQ(WriteTree(tree), "a: b: c: d\n");
-    HalvFreeUserCMData(tree);
-
+    EXPECT_EQ(WriteAndFree(Node(2, "a", nullptr, Node(2, "b", nullptr, Node(2, "c", Node(3, "d"))))), "a: b: c: d\n");
     // Texts go out with their length and unescaped, NULs and syntax alike.
-    tree = Node(1, std::string("a\0]", 3), Node(2, "k:", Node(3, "x # y\\")));
-    EXPECT_EQ(WriteTree(tree), std::string("[a\0]]\nk:: x # y\\\n", 17));
-    HalvFreeUserCMData(tree);
-
+    EXPECT_EQ(WriteAndFree(Node(1, std::string("a\0]", 3), Node(2, "k:", Node(3, "x # y\\")))),
+              std::string("[a\0]]\nk:: x # y\\\n", 17));
     // Empty data and padding of one and two final bytes.
-    tree = Node(5, "", nullptr, Node(5, "A", nullptr, Node(5, "AB", nullptr, Node(5, "ABC"))));
-    EXPECT_EQ(WriteTree(tree), "\"<<<<Base64Data:>>>>\"\n\"<<<<Base64Data:QQ==>>>>\"\n"
-                               "\"<<<<Base64Data:QUI=>>>>\"\n\"<<<<Base64Data:QUJD>>>>\"\n");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(WriteAndFree(Node(5, "", nullptr, Node(5, "A", nullptr, Node(5, "AB", nullptr, Node(5, "ABC"))))),
+              "\"<<<<Base64Data:>>>>\"\n\"<<<<Base64Data:QQ==>>>>\"\n"
+              "\"<<<<Base64Data:QUI=>>>>\"\n\"<<<<Base64Data:QUJD>>>>\"\n");
 
     // A node of a kind the language doesn't know prints nothing but its
     // children; a null text prints as empty.
-    tree = Node(9, "ignored", Node(3, "child"));
+    HalvUserCMData *tree = Node(9, "ignored", Node(3, "child"));
     HalvUserCMData *bare = Node(3, "");
     halv_internal_free(bare->text);
     bare->text = nullptr;
     tree->next = bare;
-    EXPECT_EQ(WriteTree(tree), "child\n\n");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(WriteAndFree(tree), "child\n\n");
 }
 
 TEST(UserDataTreeText, WriterStopsAtTopLevelEndOnly) {
     // Sections at the top: [End] has no line end, and nothing behind it is
     // written, siblings and children alike.
-    HalvUserCMData *tree = Node(1, "A", Node(2, "k", Node(3, "v")),
-                                Node(1, "eNd", Node(2, "hidden", Node(3, "x")), Node(1, "After")));
-    EXPECT_EQ(WriteTree(tree), "[A]\nk: v\n\n[eNd]");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(WriteAndFree(Node(1, "A", Node(2, "k", Node(3, "v")),
+                                Node(1, "eNd", Node(2, "hidden", Node(3, "x")), Node(1, "After")))),
+              "[A]\nk: v\n\n[eNd]");
     // Items at the top: a section End is ordinary, an item End stops.
-    tree = Node(0, "I", Node(1, "End", Node(2, "k", Node(3, "v")), Node(1, "S")),
-                Node(0, "End", Node(1, "never"), Node(0, "never")));
-    EXPECT_EQ(WriteTree(tree), "<I>\n[End]\nk: v\n\n[S]\n\n<End>");
-    HalvFreeUserCMData(tree);
-    // A first node that is End writes just that.
-    tree = Node(1, "End", nullptr, Node(1, "X"));
-    EXPECT_EQ(WriteTree(tree), "[End]");
-    HalvFreeUserCMData(tree);
-    // "Ends" or "En" are no End.
-    tree = Node(1, "Ends", nullptr, Node(1, "En"));
-    EXPECT_EQ(WriteTree(tree), "[Ends]\n\n[En]\n");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(WriteAndFree(Node(0, "I", Node(1, "End", Node(2, "k", Node(3, "v")), Node(1, "S")),
+                                Node(0, "End", Node(1, "never"), Node(0, "never")))),
+              "<I>\n[End]\nk: v\n\n[S]\n\n<End>");
+    // A first node that is End writes just that; "Ends" or "En" are no End.
+    EXPECT_EQ(WriteAndFree(Node(1, "End", nullptr, Node(1, "X"))), "[End]");
+    EXPECT_EQ(WriteAndFree(Node(1, "Ends", nullptr, Node(1, "En"))), "[Ends]\n\n[En]\n");
 }
 
 TEST(UserDataTreeText, Base64GoesOutInPiecesOfAtMost68Characters) {
@@ -153,25 +140,26 @@ TEST(UserDataTreeText, WriterResults) {
 }
 
 TEST(UserDataTreeText, EmptyStreamsAndStrictness) {
-    auto empty = ReadTree("");
-    EXPECT_EQ(empty.result, 1);
-    EXPECT_EQ(empty.tree, nullptr);
-    EXPECT_EQ(ReadTree("# nothing\n\n").result, 1);
-    auto strictEmpty = ReadTree("", 1);
-    EXPECT_EQ(strictEmpty.result, 0);
-    EXPECT_EQ(strictEmpty.tree, nullptr);
-
-    for (const char *good : {"[ID]\nk: v\n", "<ID>\n[S]\nk: v\n", "[id]\n"}) {
-        auto read = ReadTree(good, 1);
-        EXPECT_EQ(read.result, 1) << good;
-        EXPECT_NE(read.tree, nullptr) << good;
-        HalvFreeUserCMData(read.tree);
-    }
-    for (const char *bad : {"[Head]\nk: v\n", "name: x\n[ID]\n", "word\n", "\"string\"", "[IDs]", "<I D>"}) {
-        auto read = ReadTree(bad, 1);
-        EXPECT_EQ(read.result, 0) << bad;
-        EXPECT_EQ(read.tree, nullptr) << bad;
-    }
+    const struct {
+        const char *text;
+        int32_t strict;
+        Dumped read;
+    } cases[] = {
+        {"", 0, {1, ""}},
+        {"# nothing\n\n", 0, {1, ""}},
+        {"", 1, {0, ""}},
+        {"[ID]\nk: v\n", 1, {1, "S'ID'{L'k'{W'v'}}"}},
+        {"<ID>\n[S]\nk: v\n", 1, {1, "I'ID'{S'S'{L'k'{W'v'}}}"}},
+        {"[id]\n", 1, {1, "S'id'"}},
+        {"[Head]\nk: v\n", 1, {0, ""}},
+        {"name: x\n[ID]\n", 1, {0, ""}},
+        {"word\n", 1, {0, ""}},
+        {"\"string\"", 1, {0, ""}},
+        {"[IDs]", 1, {0, ""}},
+        {"<I D>", 1, {0, ""}},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(ReadDump(c.text, c.strict), c.read) << c.text << " strict " << c.strict;
     // Strict goes off only where the root is made: a strict read into a
     // tree fails at its first label, and frees the caller's nodes as well.
     auto base = ReadTree("[ID]\nk: v\n");
@@ -187,8 +175,7 @@ TEST(UserDataTreeText, EndStopsReadingRightBehindItsBracket) {
     HalvUserCMData *tree = nullptr;
     EXPECT_EQ(HalvReadUserCMData(in.io(), &tree, 1), 1);
     EXPECT_EQ(in.rest(), text.substr(text.find("[End]") + 5));
-    EXPECT_EQ(Dump(tree), "S'ID'{L'k'{W'v'}} S'End'");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(tree), "S'ID'{L'k'{W'v'}} S'End'");
     for (uint32_t count : in.counts())
         EXPECT_EQ(count, 1u);
 
@@ -197,14 +184,12 @@ TEST(UserDataTreeText, EndStopsReadingRightBehindItsBracket) {
     tree = nullptr;
     EXPECT_EQ(HalvReadUserCMData(items.io(), &tree, 0), 1);
     EXPECT_EQ(items.rest(), "tail");
-    EXPECT_EQ(Dump(tree), "I'I'{S'End'{L'k'{W'v'}}} I'end'");
-    HalvFreeUserCMData(tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(tree), "I'I'{S'End'{L'k'{W'v'}}} I'end'");
 
     // A first node End stops at once.
     auto endOnly = ReadTree("[End]\n[Other]");
     EXPECT_EQ(endOnly.result, 1);
-    EXPECT_EQ(Dump(endOnly.tree), "S'End'");
-    HalvFreeUserCMData(endOnly.tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(endOnly.tree), "S'End'");
 }
 
 /* The bytes a stream still holds, read to its end. */
@@ -263,8 +248,7 @@ TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
         decoded += "ABC";
     auto block = ReadTree(inputs[0]);
     EXPECT_EQ(block.result, 1);
-    EXPECT_EQ(Dump(block.tree), "L'k'{D'" + decoded + "'} L'l'{W'x'}");
-    HalvFreeUserCMData(block.tree);
+    EXPECT_EQ(ucm_test::DumpAndFree(block.tree), "L'k'{D'" + decoded + "'} L'l'{W'x'}");
 
     // A token reader writing into the memory stream it reads from sees the
     // bytes its writes change, as with any stream, and nothing else.
@@ -284,108 +268,72 @@ TEST(UserDataTreeText, NamesReopenAndLabelsRepeat) {
     ASSERT_EQ(result, 1);
     EXPECT_EQ(Dump(tree), "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}");
     // Reading more text into the tree merges it.
-    ReadStream in("[b]\nw: 5\n[C]\n");
-    EXPECT_EQ(HalvReadUserCMData(in.io(), &tree, 0), 1);
-    EXPECT_EQ(Dump(tree), "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'");
+    EXPECT_EQ(ReadInto(tree, "[b]\nw: 5\n[C]\n"),
+              (Dumped{1, "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'"}));
     HalvFreeUserCMData(tree);
-
-    // Sections are found below the current item; a name needs the same
-    // length, so "ab" doesn't reopen "abc".
-    auto items = ReadTree("<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n");
-    ASSERT_EQ(items.result, 1);
-    EXPECT_EQ(Dump(items.tree), "I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}");
-    HalvFreeUserCMData(items.tree);
 }
 
-TEST(UserDataTreeText, AFoundNameIsReopenedWhateverItsKind) {
-    // <a> finds the section A and makes it the current item, so B becomes
-    // its child; the writer then prints B as a first section.
-    auto read = ReadTree("[A]\n<a>\n[B]\nk: v\n");
-    ASSERT_EQ(read.result, 1);
-    EXPECT_EQ(Dump(read.tree), "S'A'{S'B'{L'k'{W'v'}}}");
-    EXPECT_EQ(WriteTree(read.tree), "[A]\n[B]\nk: v\n");
-    HalvFreeUserCMData(read.tree);
-    // An End that is found again only reopens: reading goes on.
-    auto base = ReadTree("[S]\n[End]");
-    ASSERT_EQ(base.result, 1);
-    ReadStream in("[end]\nk: v\n[T]\n");
-    EXPECT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), 1);
-    EXPECT_EQ(Dump(base.tree), "S'S' S'End'{L'k'{W'v'}} S'T'");
-    EXPECT_EQ(in.rest(), "");
-    HalvFreeUserCMData(base.tree);
-}
-
-TEST(UserDataTreeText, CurrentSectionAndLabelSurviveNewNames) {
-    // A label after an item with no section lands in the previous section.
-    auto a = ReadTree("<I1>\n[S]\n<I2>\nk: v\n");
-    EXPECT_EQ(a.result, 1);
-    EXPECT_EQ(Dump(a.tree), "I'I1'{S'S'{L'k'{W'v'}}} I'I2'");
-    HalvFreeUserCMData(a.tree);
-    // A value after a new section with no label goes to the last label.
-    auto b = ReadTree("[S]\nk: v\n[T]\n\"more\"\n");
-    EXPECT_EQ(b.result, 1);
-    EXPECT_EQ(Dump(b.tree), "S'S'{L'k'{W'v' T'more'}} S'T'");
-    HalvFreeUserCMData(b.tree);
-}
-
-TEST(UserDataTreeText, AssignmentTextJoinsTheNextNode) {
-    auto a = ReadTree("name=value");
-    EXPECT_EQ(a.result, 1);
-    EXPECT_EQ(Dump(a.tree), "W'namevalue'");
-    HalvFreeUserCMData(a.tree);
-    auto b = ReadTree("[S]\nk: a=b\nx=[T]\n");
-    EXPECT_EQ(b.result, 1);
-    EXPECT_EQ(Dump(b.tree), "S'S'{L'k'{W'ab'}} S'xT'");
-    HalvFreeUserCMData(b.tree);
-}
-
-TEST(UserDataTreeText, TreesStartAtAnyLevel) {
-    auto labels = ReadTree("a: 1\nb: \"2\"\n");
-    EXPECT_EQ(labels.result, 1);
-    EXPECT_EQ(Dump(labels.tree), "L'a'{W'1'} L'b'{T'2'}");
-    EXPECT_EQ(WriteTree(labels.tree), "a: 1\nb: \"2\"\n");
-    HalvFreeUserCMData(labels.tree);
-    auto values = ReadTree("one\n\"two\"\n\"<<<<Base64Data:QUJD>>>>\"\nthree");
-    EXPECT_EQ(values.result, 1);
-    EXPECT_EQ(Dump(values.tree), "W'one' T'two' D'ABC' W'three'");
-    HalvFreeUserCMData(values.tree);
-}
-
-TEST(UserDataTreeText, NodesThatFitNowhereGiveMinusOneAndKeepTheTree) {
-    struct Case {
+TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
+    const struct {
         const char *text;
-        const char *kept;
+        Dumped read;
+    } cases[] = {
+        // Sections are found below the current item; a name needs the same
+        // length, so "ab" doesn't reopen "abc".
+        {"<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n", {1, "I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}"}},
+        // <a> finds the section A and makes it the current item, so B
+        // becomes its child.
+        {"[A]\n<a>\n[B]\nk: v\n", {1, "S'A'{S'B'{L'k'{W'v'}}}"}},
+        // A label after an item with no section lands in the previous
+        // section; a value after a new section with no label goes to the
+        // last label.
+        {"<I1>\n[S]\n<I2>\nk: v\n", {1, "I'I1'{S'S'{L'k'{W'v'}}} I'I2'"}},
+        {"[S]\nk: v\n[T]\n\"more\"\n", {1, "S'S'{L'k'{W'v' T'more'}} S'T'"}},
+        // Assignment text joins the next node.
+        {"name=value", {1, "W'namevalue'"}},
+        {"[S]\nk: a=b\nx=[T]\n", {1, "S'S'{L'k'{W'ab'}} S'xT'"}},
+        // Trees start at any level.
+        {"a: 1\nb: \"2\"\n", {1, "L'a'{W'1'} L'b'{T'2'}"}},
+        {"one\n\"two\"\n\"<<<<Base64Data:QUJD>>>>\"\nthree", {1, "W'one' T'two' D'ABC' W'three'"}},
+        // Nodes that fit nowhere give -1 and keep the tree read so far.
+        {"[S]\nk: v\n<I>\n", {-1, "S'S'{L'k'{W'v'}}"}},
+        {"k: v\n[S]\n", {-1, "L'k'{W'v'}"}},
+        {"k: v\n<I>\n", {-1, "L'k'{W'v'}"}},
+        {"w\nk: v\n", {-1, "W'w'"}},
+        {"w\n[S]\n", {-1, "W'w'"}},
+        {"<I>\nword\n", {-1, "I'I'"}},
+        {"<I>\nk: v\n", {-1, "I'I'"}},
+        // Malformed streams give 0 and free everything.
+        {"[S]\nk: {never closed", {0, ""}},
+        {"[S]\nk: {a}", {0, ""}},
+        {"[S]\nk: \"<<<<Base64Data:QUJ", {0, ""}},
+        {"k: \"<<<<Base64Data:QUJD\n>>>>\"", {0, ""}},
     };
-    for (const Case &c : {Case{"[S]\nk: v\n<I>\n", "S'S'{L'k'{W'v'}}"}, Case{"k: v\n[S]\n", "L'k'{W'v'}"},
-                          Case{"k: v\n<I>\n", "L'k'{W'v'}"}, Case{"w\nk: v\n", "W'w'"},
-                          Case{"w\n[S]\n", "W'w'"}, Case{"<I>\nword\n", "I'I'"}, Case{"<I>\nk: v\n", "I'I'"}}) {
-        auto read = ReadTree(c.text);
-        EXPECT_EQ(read.result, -1) << c.text;
-        EXPECT_EQ(Dump(read.tree), c.kept) << c.text;
-        HalvFreeUserCMData(read.tree);
-    }
-    // A caller's tree of sections with no current section for a label.
-    auto base = ReadTree("[S]\n");
-    ReadStream in("k: v\n");
-    EXPECT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), -1);
-    EXPECT_EQ(Dump(base.tree), "S'S'");
-    HalvFreeUserCMData(base.tree);
-}
+    for (const auto &c : cases)
+        EXPECT_EQ(ReadDump(c.text), c.read) << c.text;
 
-TEST(UserDataTreeText, MalformedStreamsGiveZeroAndFreeEverything) {
-    for (const char *bad : {"[S]\nk: {never closed", "[S]\nk: {a}", "[S]\nk: \"<<<<Base64Data:QUJ",
-                            "k: \"<<<<Base64Data:QUJD\n>>>>\""}) {
-        auto read = ReadTree(bad);
-        EXPECT_EQ(read.result, 0) << bad;
-        EXPECT_EQ(read.tree, nullptr) << bad;
-    }
-    // The caller's old nodes go too (the sanitizer build checks the frees).
-    auto base = ReadTree("[S]\nk: v\n");
-    ReadStream in("[T]\nj: {x");
-    EXPECT_EQ(HalvReadUserCMData(in.io(), &base.tree, 0), 0);
-    EXPECT_EQ(base.tree, nullptr);
+    // The writer prints a section below a section as a first section.
+    auto nested = ReadTree("[A]\n<a>\n[B]\nk: v\n");
+    EXPECT_EQ(WriteAndFree(nested.tree), "[A]\n[B]\nk: v\n");
+    auto labels = ReadTree("a: 1\nb: \"2\"\n");
+    EXPECT_EQ(WriteAndFree(labels.tree), "a: 1\nb: \"2\"\n");
+    // An End that is found again only reopens: reading goes on.
+    HalvUserCMData *tree = ReadTree("[S]\n[End]").tree;
+    ReadStream in("[end]\nk: v\n[T]\n");
+    EXPECT_EQ(HalvReadUserCMData(in.io(), &tree, 0), 1);
+    EXPECT_EQ(Dump(tree), "S'S' S'End'{L'k'{W'v'}} S'T'");
+    EXPECT_EQ(in.rest(), "");
+    HalvFreeUserCMData(tree);
+    // A caller's tree of sections with no current section for a label.
+    tree = ReadTree("[S]\n").tree;
+    EXPECT_EQ(ReadInto(tree, "k: v\n"), (Dumped{-1, "S'S'"}));
+    HalvFreeUserCMData(tree);
+    // The caller's old nodes go with a malformed text (the sanitizer build
+    // checks the frees).
+    tree = ReadTree("[S]\nk: v\n").tree;
+    EXPECT_EQ(ReadInto(tree, "[T]\nj: {x"), (Dumped{0, ""}));
+    EXPECT_EQ(tree, nullptr);
     // Null arguments are refused and leave the tree alone.
-    HalvUserCMData *tree = nullptr;
     EXPECT_EQ(HalvReadUserCMData(nullptr, &tree, 0), 0);
     ReadStream some("[S]");
     EXPECT_EQ(HalvReadUserCMData(some.io(), nullptr, 0), 0);
@@ -529,8 +477,7 @@ TEST(UserDataTreeText, RandomFaithfulTreesRoundTrip) {
         auto back = ReadTree(text);
         ASSERT_EQ(back.result, 1) << text;
         EXPECT_TRUE(ucm_test::SameTree(tree, back.tree)) << text << "\n" << Dump(back.tree);
-        EXPECT_EQ(WriteTree(back.tree), text);
-        HalvFreeUserCMData(back.tree);
+        EXPECT_EQ(ucm_test::WriteAndFree(back.tree), text);
         HalvFreeUserCMData(tree);
     }
 }

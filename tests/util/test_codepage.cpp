@@ -6,19 +6,11 @@
 
 #include <string>
 
-#include "dpk_hvsup.h"
+#include "util/support.h"
 
 namespace {
 
-/* Takes a result string, frees it, and gives its bytes (size bytes, or up
- * to the NUL); "<null>" for a null result. */
-std::string Take(char *text, int32_t size = -1) {
-    if (text == nullptr)
-        return "<null>";
-    std::string bytes = size < 0 ? std::string(text) : std::string(text, (size_t)size);
-    halv_internal_free(text);
-    return bytes;
-}
+using halvtest::Take;
 
 std::string To(const char *text, const char *codePage, int32_t *sizeOut = nullptr) {
     int32_t size = -1;
@@ -69,15 +61,18 @@ TEST(UtilCodePage, NamesAndNumbers) {
         EXPECT_EQ(To("caf\xC3\xA9 \xE2\x82\xAC", name, &size), "caf\xE9 \x80") << name;
         EXPECT_EQ(size, 6) << name;
     }
-    /* OEMCP is code page 437. */
-    EXPECT_EQ(To("\xC3\xA9", "OEMCP"), "\x82");
-    EXPECT_EQ(To("\xC3\xA9", "cp1"), "\x82");
-    EXPECT_EQ(To("\xC3\xA9", "CP2"), "\x8E"); /* Mac Roman */
-    EXPECT_EQ(To("\xD0\x96", "CP28595"), "\xB6"); /* ISO-8859-5 */
-    EXPECT_EQ(To("\xC4\x9E", "CP28599"), "\xD0"); /* ISO-8859-9 */
-    EXPECT_EQ(To("\xE2\x82\xAC", "CP28605"), "\xA4"); /* ISO-8859-15 */
-    EXPECT_EQ(To("\xD0\x96", "CP20866"), "\xF6"); /* KOI8-R */
-    EXPECT_EQ(To("A", "CP20127"), "A");
+    /* OEMCP is code page 437, CP1 and CP2 the OEM and Mac Roman pages. */
+    const struct {
+        const char *page;
+        const char *text;
+        const char *bytes;
+    } single[] = {
+        {"OEMCP", "\xC3\xA9", "\x82"},      {"cp1", "\xC3\xA9", "\x82"},          {"CP2", "\xC3\xA9", "\x8E"},
+        {"CP28595", "\xD0\x96", "\xB6"},    {"CP28599", "\xC4\x9E", "\xD0"},      {"CP28605", "\xE2\x82\xAC", "\xA4"},
+        {"CP20866", "\xD0\x96", "\xF6"},    {"CP20127", "A", "A"},
+    };
+    for (const auto &c : single)
+        EXPECT_EQ(To(c.text, c.page), c.bytes) << c.page;
     /* UTF-16 and UTF-32 pages, with the size in bytes. */
     int32_t size = 0;
     EXPECT_EQ(To("A\xE2\x82\xAC", "CP1200", &size), std::string("A\0\xAC\x20", 4));

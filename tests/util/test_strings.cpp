@@ -6,41 +6,23 @@
 #include <cstring>
 #include <string>
 
-#include "dpk_hvsup.h"
+#include "util/support.h"
 
-namespace {
-
-struct Owned {
-    char *text;
-    explicit Owned(char *t) : text(t) {}
-    ~Owned() { halv_internal_free(text); }
-};
-
-} // namespace
+using halvtest::Take;
 
 TEST(UtilStrings, DuplicatesAreNewTerminatedCopies) {
     EXPECT_EQ(HalvStrDup(nullptr), nullptr);
     EXPECT_EQ(HalvStrNDup(nullptr, 4), nullptr);
-
     const char source[] = "halvern";
-    Owned whole(HalvStrDup(source));
-    ASSERT_NE(whole.text, nullptr);
-    EXPECT_NE(whole.text, source);
-    EXPECT_STREQ(whole.text, "halvern");
-
-    Owned cut(HalvStrNDup(source, 4));
-    ASSERT_NE(cut.text, nullptr);
-    EXPECT_STREQ(cut.text, "halv");
-    Owned longer(HalvStrNDup(source, 100));
-    EXPECT_STREQ(longer.text, "halvern");
-    Owned none(HalvStrNDup(source, 0));
-    ASSERT_NE(none.text, nullptr);
-    EXPECT_STREQ(none.text, "");
-
+    char *whole = HalvStrDup(source);
+    EXPECT_NE(whole, source);
+    EXPECT_EQ(Take(whole), "halvern");
+    EXPECT_EQ(Take(HalvStrNDup(source, 4)), "halv");
+    EXPECT_EQ(Take(HalvStrNDup(source, 100)), "halvern");
+    EXPECT_EQ(Take(HalvStrNDup(source, 0)), "");
     // max bounds what is read: a text without a NUL inside max is fine.
     char unterminated[3] = {'a', 'b', 'c'};
-    Owned bounded(HalvStrNDup(unterminated, 3));
-    EXPECT_STREQ(bounded.text, "abc");
+    EXPECT_EQ(Take(HalvStrNDup(unterminated, 3)), "abc");
 }
 
 TEST(UtilStrings, LengthsCountBytesAndUnits) {
@@ -57,75 +39,60 @@ TEST(UtilStrings, LengthsCountBytesAndUnits) {
     EXPECT_EQ(HalvWideStrLen(empty), 0u);
 }
 
-TEST(UtilStrings, BoundedCopyNeverPads) {
-    char buffer[8];
-    std::memset(buffer, '#', sizeof buffer);
-    HalvStrNCpy(buffer, "abc", 3);
-    EXPECT_EQ(std::string(buffer, 8), "abc#####"); // no terminator with n == length
-
-    std::memset(buffer, '#', sizeof buffer);
-    HalvStrNCpy(buffer, "abc", 4);
-    EXPECT_EQ(std::string(buffer, 8), std::string("abc\0####", 8));
-
-    std::memset(buffer, '#', sizeof buffer);
-    HalvStrNCpy(buffer, "abc", 7);
-    EXPECT_EQ(std::string(buffer, 8), std::string("abc\0####", 8)); // no padding behind the NUL
-
-    std::memset(buffer, '#', sizeof buffer);
-    HalvStrNCpy(buffer, "abcdef", 2);
-    EXPECT_EQ(std::string(buffer, 8), "ab######");
-
+TEST(UtilStrings, BoundedCopyAndConcatenationNeverPad) {
+    // The 8 bytes of a '#'-filled buffer after a copy of n bytes of text.
+    auto copied = [](const char *text, size_t n) {
+        char buffer[8];
+        std::memset(buffer, '#', sizeof buffer);
+        HalvStrNCpy(buffer, text, n);
+        return std::string(buffer, 8);
+    };
+    EXPECT_EQ(copied("abc", 3), "abc#####"); // no terminator with n == length
+    EXPECT_EQ(copied("abc", 4), std::string("abc\0####", 8));
+    EXPECT_EQ(copied("abc", 7), std::string("abc\0####", 8)); // no padding behind the NUL
+    EXPECT_EQ(copied("abcdef", 2), "ab######");
+    char buffer[16];
     HalvStrCpy(buffer, "xyz");
     EXPECT_STREQ(buffer, "xyz");
-}
 
-TEST(UtilStrings, ConcatenationFollowsTheCopyRule) {
-    char buffer[16];
     std::memset(buffer, '#', sizeof buffer);
     std::strcpy(buffer, "ab");
     HalvStrCat(buffer, "cd");
     EXPECT_STREQ(buffer, "abcd");
-
     EXPECT_EQ(HalvStrNCat(buffer, "efgh", 9), buffer);
     EXPECT_STREQ(buffer, "abcdefgh");
-
     std::memset(buffer, '#', sizeof buffer);
     std::strcpy(buffer, "ab");
     EXPECT_EQ(HalvStrNCat(buffer, "cdef", 2), buffer);
     EXPECT_EQ(std::string(buffer, 6), "abcd##"); // cut off: no terminator
 }
 
-TEST(UtilStrings, ComparisonSignedness) {
-    // Exact differences, not just signs.
-    EXPECT_EQ(HalvStrCmp("abc", "abc"), 0);
-    EXPECT_EQ(HalvStrCmp("abd", "abc"), 1);
-    EXPECT_EQ(HalvStrCmp("ab", "abc"), -'c');
-    EXPECT_EQ(HalvStrCmp("", ""), 0);
-
-    // 0x80 is -128 as a signed byte, so it sorts below 0x01 ...
-    EXPECT_LT(HalvStrCmp("\x80", "\x01"), 0);
-    EXPECT_EQ(HalvStrCmp("\x80", "\x01"), -129);
-    // ... while the case-insensitive compare takes bytes unsigned.
-    EXPECT_GT(HalvStrCaseCmp("\x80", "\x01"), 0);
-    EXPECT_EQ(HalvStrCaseCmp("\x80", "\x01"), 127);
-
+TEST(UtilStrings, ComparisonSignednessAndCase) {
+    // Exact differences, not just signs.  0x80 is -128 as a signed byte, so
+    // it sorts below 0x01, while the case-insensitive compare takes bytes
+    // unsigned and folds only the ASCII letters: '[' (0x5B) and '{' (0x7B)
+    // are not a case pair, nor are the Latin-1 letters.
+    const struct {
+        const char *a;
+        const char *b;
+        int exact;
+        int folded;
+    } pairs[] = {
+        {"abc", "abc", 0, 0},     {"abd", "abc", 1, 1},         {"ab", "abc", -'c', -'c'}, {"", "", 0, 0},
+        {"\x80", "\x01", -129, 127}, {"Input:H", "input:h", 'I' - 'i', 0}, {"ABC", "abd", 'A' - 'a', 'c' - 'd'},
+        {"a", "A", 'a' - 'A', 0}, {"[", "{", '[' - '{', '[' - '{'}, {"\xC9", "\xE9", -32, 0xC9 - 0xE9},
+    };
+    for (const auto &p : pairs) {
+        EXPECT_EQ(HalvStrCmp(p.a, p.b), p.exact) << p.a << " " << p.b;
+        EXPECT_EQ(HalvStrCaseCmp(p.a, p.b), p.folded) << p.a << " " << p.b;
+    }
     EXPECT_EQ(HalvStrNCmp("abcX", "abcY", 3), 0);
     EXPECT_LT(HalvStrNCmp("abcX", "abcY", 4), 0);
     EXPECT_EQ(HalvStrNCmp("a", "b", 0), 0);
     EXPECT_EQ(HalvStrNCmp("ab", "ab", 10), 0); // stops at the NUL
-}
-
-TEST(UtilStrings, CaseInsensitiveComparisonFoldsOnlyAsciiLetters) {
-    EXPECT_EQ(HalvStrCaseCmp("Input:H", "input:h"), 0);
-    EXPECT_EQ(HalvStrCaseCmp("ABC", "abd"), 'c' - 'd');
-    EXPECT_EQ(HalvStrCaseCmp("a", "A"), 0);
-    // '[' (0x5B) and '{' (0x7B) are not a case pair, nor are the Latin-1 letters.
-    EXPECT_NE(HalvStrCaseCmp("[", "{"), 0);
-    EXPECT_NE(HalvStrCaseCmp("\xC9", "\xE9"), 0);
     EXPECT_EQ(HalvStrNCaseCmp("NAME:f", "name:i", 5), 0);
     EXPECT_NE(HalvStrNCaseCmp("NAME:f", "name:i", 6), 0);
     EXPECT_EQ(HalvStrNCaseCmp("x", "y", 0), 0);
-
 }
 
 TEST(UtilStrings, ByteSearch) {
@@ -243,15 +210,16 @@ TEST(UtilStrings, CaseTablesChangeTheLettersAndNothingElse) {
 }
 
 TEST(UtilStrings, ImmediateDataTellsNumbersFromNames) {
-    EXPECT_EQ(HalvIsImmediateData("1 2 3"), 1);
-    EXPECT_EQ(HalvIsImmediateData("10,20"), 1);
-    EXPECT_EQ(HalvIsImmediateData("0.5, 0.25, 0.125"), 1);
-    EXPECT_EQ(HalvIsImmediateData("12345"), 0);       // no separator
-    EXPECT_EQ(HalvIsImmediateData("image 1.tif"), 0); // 1 digit of 11 bytes
-    EXPECT_EQ(HalvIsImmediateData("img 12.tif"), 1);  // 2 of 10: a quarter, rounded down
-    EXPECT_EQ(HalvIsImmediateData("image 12.tif"), 0); // 2 of 12 is less
-    EXPECT_EQ(HalvIsImmediateData("abc"), 0);
-    EXPECT_EQ(HalvIsImmediateData(""), 0);
-    EXPECT_EQ(HalvIsImmediateData(nullptr), 0);
-    EXPECT_EQ(HalvIsImmediateData("1\t2"), 1); // any ASCII whitespace separates
+    // At least a quarter of the bytes digits (rounded down), and a separator
+    // (any ASCII whitespace or a comma).
+    const struct {
+        const char *text;
+        int immediate;
+    } cases[] = {
+        {"1 2 3", 1},      {"10,20", 1},         {"0.5, 0.25, 0.125", 1}, {"12345", 0}, {"image 1.tif", 0},
+        {"img 12.tif", 1}, {"image 12.tif", 0}, {"abc", 0},               {"", 0},      {nullptr, 0},
+        {"1\t2", 1},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(HalvIsImmediateData(c.text), c.immediate) << (c.text ? c.text : "(null)");
 }

@@ -60,22 +60,63 @@ void ExpectTokens(const std::string &input, const char *delimiters, int flags, c
 
 } // namespace
 
-TEST(UtilTokens, EmptyTokensAndSkipping) {
-    ExpectTokens("a,,b", ",", 0, Strings{"a", "", "b"});
-    ExpectTokens("a,,b", ",", kSkip, Strings{"a", "b"});
-    ExpectTokens("a,", ",", 0, Strings{"a", ""});
-    ExpectTokens("a,", ",", kSkip, Strings{"a"});
-    ExpectTokens("", ",", 0, Strings{""});
-    ExpectTokens("", ",", kSkip, Strings{});
-    ExpectTokens(",,,", ",", kSkip, Strings{});
-    ExpectTokens(",a", ",", 0, Strings{"", "a"});
-    ExpectTokens("  a  b ", " ", kSkip, Strings{"a", "b"});
-    ExpectTokens("abc", ",", 0, Strings{"abc"});
-    // Several delimiters, each a single byte.
-    ExpectTokens("k=v;x=y", "=;", 0, Strings{"k", "v", "x", "y"});
-    // No delimiters at all: the whole text is one token.
-    ExpectTokens("a b,c", "", 0, Strings{"a b,c"});
-    ExpectTokens("a b,c", nullptr, 0, Strings{"a b,c"});
+/* Every case through both parsers, which must agree. */
+TEST(UtilTokens, QuotesEscapesAndEmptyTokens) {
+    const struct {
+        const char *input;
+        const char *delimiters;
+        int flags;
+        Strings expected;
+    } cases[] = {
+        // Empty tokens, and skipping them; several delimiters, each a byte;
+        // no delimiters at all: the whole text is one token.
+        {"a,,b", ",", 0, {"a", "", "b"}}, {"a,,b", ",", kSkip, {"a", "b"}}, {"a,", ",", 0, {"a", ""}},
+        {"a,", ",", kSkip, {"a"}},        {"", ",", 0, {""}},               {"", ",", kSkip, {}},
+        {",,,", ",", kSkip, {}},          {",a", ",", 0, {"", "a"}},        {"  a  b ", " ", kSkip, {"a", "b"}},
+        {"abc", ",", 0, {"abc"}},         {"k=v;x=y", "=;", 0, {"k", "v", "x", "y"}},
+        {"a b,c", "", 0, {"a b,c"}},      {"a b,c", nullptr, 0, {"a b,c"}},
+        // Double quotes group, also in the middle of a token, and disappear
+        // unless kept; without the flag, or as single quotes under the
+        // double-quote flag, they are ordinary bytes; an empty group gives an
+        // empty token.
+        {"x \"a b\" y", " ", kDouble, {"x", "a b", "y"}},
+        {"x \"a b\" y", " ", kDouble | kKeep, {"x", "\"a b\"", "y"}},
+        {"k=\"a b\"c d", " ", kDouble, {"k=a bc", "d"}},
+        {"x \"a b\" y", " ", 0, {"x", "\"a", "b\"", "y"}},
+        {"'a b'", " ", kDouble, {"'a", "b'"}},
+        {"\"\" z", " ", kDouble, {"", "z"}},
+        // Single quotes; each kind of quote is plain inside the other.
+        {"a'b c'd", " ", kSingle, {"ab cd"}},
+        {"a'b c'd", " ", kSingle | kKeep, {"a'b c'd"}},
+        {"'say \"hi there\"' \"it's me\"", " ", kSingle | kDouble, {"say \"hi there\"", "it's me"}},
+        // Escapes inside quotes.  Outside quotes a backslash is an ordinary
+        // byte; with kept quotes the backslash still goes, the escaped byte
+        // stays; an escaped delimiter inside quotes doesn't split.
+        {"\"a\\\"b c\"", " ", kDouble | kEscapes, {"a\"b c"}},
+        {"\"a\\tb\"", " ", kDouble | kEscapes, {"a\tb"}},
+        {"\"\\n\\r\\t\\\\\\q\"", " ", kDouble | kEscapes, {"\n\r\t\\q"}},
+        {"'it\\'s here'", " ", kSingle | kEscapes, {"it's here"}},
+        {"a\\ b", " ", kDouble | kEscapes, {"a\\", "b"}},
+        {"\"a\\\"b\"", " ", kDouble | kEscapes | kKeep, {"\"a\"b\""}},
+        {"\"a\\ b\" c", " ", kDouble | kEscapes, {"a b", "c"}},
+        // Without escapes a backslash is plain: the quote ends at the second
+        // quote character; the last quote opens a group that stays empty.
+        {"\"a\\\"b c\"", " ", kDouble, {"a\\b", "c"}},
+        // Unclosed quotes run to the end; so does a trailing backslash inside
+        // an escaping quote.
+        {"x \"a b, c", " ,", kDouble, {"x", "a b, c"}},
+        {"x 'a b", " ", kSingle | kKeep, {"x", "'a b"}},
+        {"\"ab\\", " ", kDouble | kEscapes, {"ab"}},
+        // With its flag a quote listed as delimiter acts as a quote; without
+        // it, it delimits.
+        {"a\"b c\"d", " \"", kDouble, {"ab cd"}},
+        {"a\"b c\"d", " \"", 0, {"a", "b", "c", "d"}},
+        // High bytes are ordinary.
+        {"caf\xC3\xA9 \xFF\x80", " ", kSkip | kDouble, {"caf\xC3\xA9", "\xFF\x80"}},
+        {"a\xA0" "b", "\xA0", 0, {"a", "b"}},
+    };
+    for (const auto &c : cases)
+        ExpectTokens(c.input, c.delimiters, c.flags, c.expected);
 }
 
 TEST(UtilTokens, CursorAndCutting) {
@@ -140,64 +181,12 @@ TEST(UtilTokens, ParsersRunSideBySideOnThreads) {
         EXPECT_EQ(counts[t], 200 * 50) << t;
 }
 
-TEST(UtilTokens, DoubleQuotesGroupAndDisappear) {
-    ExpectTokens("x \"a b\" y", " ", kDouble, Strings{"x", "a b", "y"});
-    ExpectTokens("x \"a b\" y", " ", kDouble | kKeep, Strings{"x", "\"a b\"", "y"});
-    // A quote in the middle of a token groups the same way.
-    ExpectTokens("k=\"a b\"c d", " ", kDouble, Strings{"k=a bc", "d"});
-    // Without the flag the quote is an ordinary byte.
-    ExpectTokens("x \"a b\" y", " ", 0, Strings{"x", "\"a", "b\"", "y"});
-    // Single quotes do nothing under the double-quote flag.
-    ExpectTokens("'a b'", " ", kDouble, Strings{"'a", "b'"});
-    // An empty group gives an empty token.
-    ExpectTokens("\"\" z", " ", kDouble, Strings{"", "z"});
-}
 
-TEST(UtilTokens, SingleQuotes) {
-    ExpectTokens("a'b c'd", " ", kSingle, Strings{"ab cd"});
-    ExpectTokens("a'b c'd", " ", kSingle | kKeep, Strings{"a'b c'd"});
-    // Each kind of quote is plain inside the other.
-    ExpectTokens("'say \"hi there\"' \"it's me\"", " ", kSingle | kDouble,
-                 Strings{"say \"hi there\"", "it's me"});
-}
 
-TEST(UtilTokens, EscapesInsideQuotes) {
-    ExpectTokens("\"a\\\"b c\"", " ", kDouble | kEscapes, Strings{"a\"b c"});
-    ExpectTokens("\"a\\tb\"", " ", kDouble | kEscapes, Strings{"a\tb"});
-    ExpectTokens("\"\\n\\r\\t\\\\\\q\"", " ", kDouble | kEscapes, Strings{"\n\r\t\\q"});
-    ExpectTokens("'it\\'s here'", " ", kSingle | kEscapes, Strings{"it's here"});
-    // Outside quotes a backslash is an ordinary byte and escapes nothing.
-    ExpectTokens("a\\ b", " ", kDouble | kEscapes, Strings{"a\\", "b"});
-    // With kept quotes the backslash still goes, the escaped byte stays.
-    ExpectTokens("\"a\\\"b\"", " ", kDouble | kEscapes | kKeep, Strings{"\"a\"b\""});
-    // An escaped delimiter inside quotes doesn't split.
-    ExpectTokens("\"a\\ b\" c", " ", kDouble | kEscapes, Strings{"a b", "c"});
-}
 
-TEST(UtilTokens, WithoutEscapesABackslashIsPlain) {
-    // The quote ends at the second quote character; the last quote opens a
-    // group that stays empty.
-    ExpectTokens("\"a\\\"b c\"", " ", kDouble, Strings{"a\\b", "c"});
-}
 
-TEST(UtilTokens, UnclosedQuotesRunToTheEnd) {
-    ExpectTokens("x \"a b, c", " ,", kDouble, Strings{"x", "a b, c"});
-    ExpectTokens("x 'a b", " ", kSingle | kKeep, Strings{"x", "'a b"});
-    // A trailing backslash inside an escaping quote: the text just ends.
-    ExpectTokens("\"ab\\", " ", kDouble | kEscapes, Strings{"ab"});
-}
 
-TEST(UtilTokens, QuoteCharacterAmongDelimiters) {
-    // With its flag the quote acts as a quote even when listed as delimiter.
-    ExpectTokens("a\"b c\"d", " \"", kDouble, Strings{"ab cd"});
-    // Without it, it delimits.
-    ExpectTokens("a\"b c\"d", " \"", 0, Strings{"a", "b", "c", "d"});
-}
 
-TEST(UtilTokens, HighBytesAreOrdinary) {
-    ExpectTokens("caf\xC3\xA9 \xFF\x80", " ", kSkip | kDouble, Strings{"caf\xC3\xA9", "\xFF\x80"});
-    ExpectTokens("a\xA0" "b", "\xA0", 0, Strings{"a", "b"});
-}
 
 TEST(UtilTokens, CopyingParserLeavesTextAlone) {
     const std::string original = "x \"a b\",y";

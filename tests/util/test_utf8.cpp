@@ -4,58 +4,18 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "util/support.h"
 
 namespace {
 
-template <typename T>
-struct Owned {
-    T *p;
-    explicit Owned(T *value) : p(value) {}
-    ~Owned() { halv_internal_free(p); }
-    Owned(const Owned &) = delete;
-    Owned &operator=(const Owned &) = delete;
-};
-
-std::string Utf8Of(uint32_t v) {
-    std::string s;
-    if (v < 0x80) {
-        s += (char)v;
-    } else if (v < 0x800) {
-        s += (char)(0xC0 | (v >> 6));
-        s += (char)(0x80 | (v & 0x3F));
-    } else if (v < 0x10000) {
-        s += (char)(0xE0 | (v >> 12));
-        s += (char)(0x80 | ((v >> 6) & 0x3F));
-        s += (char)(0x80 | (v & 0x3F));
-    } else {
-        s += (char)(0xF0 | (v >> 18));
-        s += (char)(0x80 | ((v >> 12) & 0x3F));
-        s += (char)(0x80 | ((v >> 6) & 0x3F));
-        s += (char)(0x80 | (v & 0x3F));
-    }
-    return s;
-}
-
-void AppendUtf16(std::vector<uint16_t> &units, uint32_t v) {
-    if (v < 0x10000) {
-        units.push_back((uint16_t)v);
-    } else {
-        units.push_back((uint16_t)(0xD800 + ((v - 0x10000) >> 10)));
-        units.push_back((uint16_t)(0xDC00 + ((v - 0x10000) & 0x3FF)));
-    }
-}
-
-std::vector<uint16_t> Units(const uint16_t *wide) {
-    std::vector<uint16_t> out;
-    if (wide != nullptr)
-        for (; *wide != 0; ++wide)
-            out.push_back(*wide);
-    return out;
-}
+using halvtest::AppendUtf16;
+using halvtest::Owned;
+using halvtest::Units;
+using halvtest::Utf8Of;
 
 std::vector<uint32_t> Values(const uint32_t *ucs) {
     std::vector<uint32_t> out;
@@ -75,34 +35,19 @@ TEST(UtilUtf8, DecodingOneCharacter) {
         uint32_t value;
         int length; // 0: invalid
     } cases[] = {
-        {"", 0, 1},
-        {"A", 'A', 1},
-        {"\x7F", 0x7F, 1},
-        {"\xC2\x80", 0x80, 2},
-        {"\xC3\xA9x", 0xE9, 2},
-        {"\xDF\xBF", 0x7FF, 2},
-        {"\xE0\xA0\x80", 0x800, 3},
-        {"\xEF\xBF\xBF", 0xFFFF, 3},
-        {"\xF0\x90\x80\x80", 0x10000, 4},
-        {"\xF4\x8F\xBF\xBF", 0x10FFFF, 4},
-        {"\xF4\x90\x80\x80", 0x110000, 4}, // beyond Unicode, but well formed
-        {"\xF7\xBF\xBF\xBF", 0x1FFFFF, 4},
-        {"\xED\xA0\x80", 0xD800, 3}, // a surrogate, but well formed
-        {"\xC0\x80", 0, 0},          // overlong NUL
-        {"\xC1\xBF", 0, 0},          // overlong 0x7F
-        {"\xE0\x80\x80", 0, 0},      // overlong
-        {"\xE0\x9F\xBF", 0, 0},      // overlong 0x7FF
-        {"\xF0\x80\x80\x80", 0, 0},  // overlong
-        {"\xF0\x8F\xBF\xBF", 0, 0},  // overlong 0xFFFF
-        {"\x80", 0, 0},              // lone continuation byte
-        {"\xBF", 0, 0},
-        {"\xFF", 0, 0},
-        {"\xF8\x88\x80\x80\x80", 0, 0}, // five-byte lead
-        {"\xC3", 0, 0},                 // truncated by the NUL
-        {"\xE2\x82", 0, 0},
-        {"\xF0\x9F\x98", 0, 0},
-        {"\xC3" "A", 0, 0},             // continuation missing
-        {"\xE2\x82\xC3\xA9", 0, 0},     // new lead where a continuation belongs
+        {"", 0, 1}, {"A", 'A', 1}, {"\x7F", 0x7F, 1}, {"\xC2\x80", 0x80, 2}, {"\xC3\xA9x", 0xE9, 2},
+        {"\xDF\xBF", 0x7FF, 2}, {"\xE0\xA0\x80", 0x800, 3}, {"\xEF\xBF\xBF", 0xFFFF, 3},
+        {"\xF0\x90\x80\x80", 0x10000, 4}, {"\xF4\x8F\xBF\xBF", 0x10FFFF, 4},
+        // Beyond Unicode, and a surrogate, but well formed.
+        {"\xF4\x90\x80\x80", 0x110000, 4}, {"\xF7\xBF\xBF\xBF", 0x1FFFFF, 4}, {"\xED\xA0\x80", 0xD800, 3},
+        // Overlong NUL, 0x7F, 0x7FF, 0xFFFF.
+        {"\xC0\x80", 0, 0}, {"\xC1\xBF", 0, 0}, {"\xE0\x80\x80", 0, 0}, {"\xE0\x9F\xBF", 0, 0},
+        {"\xF0\x80\x80\x80", 0, 0}, {"\xF0\x8F\xBF\xBF", 0, 0},
+        // Lone continuation bytes, bad leads, a five-byte lead.
+        {"\x80", 0, 0}, {"\xBF", 0, 0}, {"\xFF", 0, 0}, {"\xF8\x88\x80\x80\x80", 0, 0},
+        // Truncated by the NUL, a continuation missing, a new lead where a
+        // continuation belongs.
+        {"\xC3", 0, 0}, {"\xE2\x82", 0, 0}, {"\xF0\x9F\x98", 0, 0}, {"\xC3" "A", 0, 0}, {"\xE2\x82\xC3\xA9", 0, 0},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(testing::Message() << "case of value " << std::hex << c.value << " length " << c.length);
@@ -139,21 +84,21 @@ TEST(UtilUtf8, TruncatedSequencesAreNotReadPastTheirEnd) {
 }
 
 TEST(UtilUtf8, CountingCharacters) {
-    EXPECT_EQ(HalvUTF8StrLen("a\xC3\xA9" "b"), 3);
-    EXPECT_EQ(HalvUTF8StrLen("a\x80" "bc"), 1); // stops at the invalid byte
-    EXPECT_EQ(HalvUTF8StrLen(""), 0);
-    EXPECT_EQ(HalvUTF8StrLen("\xF0\x9F\x98\x80\xE2\x82\xAC"), 2);
-    EXPECT_EQ(HalvUTF8StrLen(nullptr), -1);
-
-    EXPECT_EQ(HalvUTF8StrNLen("\xC3\xA9", 1), 0); // the sequence doesn't fit
-    EXPECT_EQ(HalvUTF8StrNLen("\xC3\xA9", 2), 1);
-    EXPECT_EQ(HalvUTF8StrNLen("a\xC3\xA9" "b", 3), 2);
-    EXPECT_EQ(HalvUTF8StrNLen("a\xC3\xA9" "b", 2), 1);
-    EXPECT_EQ(HalvUTF8StrNLen("ab", 10), 2);
-    EXPECT_EQ(HalvUTF8StrNLen("ab", 0), 0);
-    EXPECT_EQ(HalvUTF8StrNLen("a\xFF" "b", 10), 1);
-    EXPECT_EQ(HalvUTF8StrNLen(nullptr, 5), -1);
-
+    // max -1: HalvUTF8StrLen; otherwise HalvUTF8StrNLen, where a sequence
+    // must fit entirely and an invalid one ends the count.
+    const struct {
+        const char *text;
+        int32_t max;
+        int32_t count;
+    } cases[] = {
+        {"a\xC3\xA9" "b", -1, 3}, {"a\x80" "bc", -1, 1}, {"", -1, 0}, {"\xF0\x9F\x98\x80\xE2\x82\xAC", -1, 2},
+        {nullptr, -1, -1},        {"\xC3\xA9", 1, 0},    {"\xC3\xA9", 2, 1}, {"a\xC3\xA9" "b", 3, 2},
+        {"a\xC3\xA9" "b", 2, 1},  {"ab", 10, 2},         {"ab", 0, 0},       {"a\xFF" "b", 10, 1},
+        {nullptr, 5, -1},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(c.max < 0 ? HalvUTF8StrLen(c.text) : HalvUTF8StrNLen(c.text, c.max), c.count)
+            << (c.text ? c.text : "(null)") << " " << c.max;
     // maxBytes is a real bound: no byte behind it is looked at.
     char unterminated[3] = {'a', (char)0xC3, (char)0xA9};
     EXPECT_EQ(HalvUTF8StrNLen(unterminated, 3), 2);
@@ -241,24 +186,37 @@ TEST(UtilUtf8, EveryScalarValueRoundTrips) {
     }
 }
 
+using Units16 = std::vector<uint16_t>;
+using Values32 = std::vector<uint32_t>;
+
+/* A conversion's result as units or values, freed; nullopt for null. */
+template <class T> std::optional<std::vector<T>> Read(T *result) {
+    if (result == nullptr)
+        return std::nullopt;
+    std::vector<T> out;
+    for (const T *at = result; *at != 0; ++at)
+        out.push_back(*at);
+    halv_internal_free(result);
+    return out;
+}
+
+/* The UTF-8 made from terminated units or values; "<null>" for null. */
+std::string From16(Units16 units) {
+    units.push_back(0);
+    return halvtest::Take(HalvUTF8ConvertFromUTF16(units.data()));
+}
+std::string From32(Values32 values) {
+    values.push_back(0);
+    return halvtest::Take(HalvUTF8ConvertFromUCS4(values.data()));
+}
+
 TEST(UtilUtf8, ToUtf16) {
-    Owned<uint16_t> empty(HalvUTF8ConvertToUTF16(""));
-    ASSERT_NE(empty.p, nullptr);
-    EXPECT_EQ(empty.p[0], 0);
+    EXPECT_EQ(Read(HalvUTF8ConvertToUTF16("")), Units16{});
     EXPECT_EQ(HalvUTF8ConvertToUTF16(nullptr), nullptr);
-
-    Owned<uint16_t> smile(HalvUTF8ConvertToUTF16("\xF0\x9F\x98\x80"));
-    ASSERT_NE(smile.p, nullptr);
-    EXPECT_EQ(Units(smile.p), (std::vector<uint16_t>{0xD83D, 0xDE00}));
-
-    // No byte order mark is written.
-    Owned<uint16_t> plain(HalvUTF8ConvertToUTF16("Az"));
-    EXPECT_EQ(Units(plain.p), (std::vector<uint16_t>{'A', 'z'}));
-
+    EXPECT_EQ(Read(HalvUTF8ConvertToUTF16("\xF0\x9F\x98\x80")), (Units16{0xD83D, 0xDE00}));
+    EXPECT_EQ(Read(HalvUTF8ConvertToUTF16("Az")), (Units16{'A', 'z'})); // no byte order mark is written
     // Well-formed surrogates and values past 0x10FFFF pass decoding.
-    Owned<uint16_t> surrogate(HalvUTF8ConvertToUTF16("\xED\xA0\x80"));
-    ASSERT_NE(surrogate.p, nullptr);
-    EXPECT_EQ(Units(surrogate.p), (std::vector<uint16_t>{0xD800}));
+    EXPECT_EQ(Read(HalvUTF8ConvertToUTF16("\xED\xA0\x80")), (Units16{0xD800}));
 
     // Any invalid sequence, anywhere, fails the whole conversion, also deep
     // in a long text after the result has grown.
@@ -271,68 +229,39 @@ TEST(UtilUtf8, ToUtf16) {
 
 TEST(UtilUtf8, FromUtf16) {
     EXPECT_EQ(HalvUTF8ConvertFromUTF16(nullptr), nullptr);
-    const uint16_t empty[] = {0};
-    Owned<char> none(HalvUTF8ConvertFromUTF16(empty));
-    ASSERT_NE(none.p, nullptr);
-    EXPECT_STREQ(none.p, "");
-
-    const uint16_t pair[] = {0xD83D, 0xDE00, 0};
-    Owned<char> smile(HalvUTF8ConvertFromUTF16(pair));
-    EXPECT_STREQ(smile.p, "\xF0\x9F\x98\x80");
-
-    // Byte order marks are dropped wherever they stand.
-    const uint16_t marks[] = {0xFEFF, 'a', 0xFEFF, 'b', 0};
-    Owned<char> dropped(HalvUTF8ConvertFromUTF16(marks));
-    EXPECT_STREQ(dropped.p, "ab");
-
-    // A swapped mark makes the rest read swapped, surrogate partners too.
-    const uint16_t swapped[] = {0xFFFE, 0x4100, 0xE900, 0x3DD8, 0x00DE, 0};
-    Owned<char> turned(HalvUTF8ConvertFromUTF16(swapped));
-    EXPECT_STREQ(turned.p, "A\xC3\xA9\xF0\x9F\x98\x80");
-    // Units before the swapped mark still read as they are.
-    const uint16_t late[] = {'x', 0xFFFE, 0x4200, 0};
-    Owned<char> lateSwap(HalvUTF8ConvertFromUTF16(late));
-    EXPECT_STREQ(lateSwap.p, "xB");
-
-    // Lone surrogates fail.
-    const std::vector<std::vector<uint16_t>> lone = {
-        {0xD800, 0},       {0xD800, 'a', 0}, {0xDC00, 0},           {'a', 0xDFFF, 'b', 0},
-        {0xDBFF, 0xD800, 0xDC00, 0}, {0xFFFE, 0x00D8, 0x4100, 0}};
-    for (const auto &units : lone)
-        EXPECT_EQ(HalvUTF8ConvertFromUTF16(units.data()), nullptr);
-
-    // 0xFFFF and the private use area are plain values.
-    const uint16_t edges[] = {0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0xE000, 0};
-    Owned<char> edge(HalvUTF8ConvertFromUTF16(edges));
-    EXPECT_STREQ(edge.p, "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xEE\x80\x80");
+    const struct {
+        Units16 units;
+        const char *text;
+    } cases[] = {
+        {{}, ""},
+        {{0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"},
+        {{0xFEFF, 'a', 0xFEFF, 'b'}, "ab"}, // byte order marks are dropped wherever they stand
+        // A swapped mark makes the rest read swapped, surrogate partners
+        // too; units before it still read as they are.
+        {{0xFFFE, 0x4100, 0xE900, 0x3DD8, 0x00DE}, "A\xC3\xA9\xF0\x9F\x98\x80"},
+        {{'x', 0xFFFE, 0x4200}, "xB"},
+        // 0xFFFF and the private use area are plain values.
+        {{0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0xE000}, "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xEE\x80\x80"},
+        // Lone surrogates fail.
+        {{0xD800}, "<null>"}, {{0xD800, 'a'}, "<null>"}, {{0xDC00}, "<null>"}, {{'a', 0xDFFF, 'b'}, "<null>"},
+        {{0xDBFF, 0xD800, 0xDC00}, "<null>"}, {{0xFFFE, 0x00D8, 0x4100}, "<null>"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(From16(c.units), c.text);
 }
 
 TEST(UtilUtf8, Ucs4IsLenientInAndStrictOut) {
     EXPECT_EQ(HalvUTF8ConvertToUCS4(nullptr), nullptr);
-    Owned<uint32_t> empty(HalvUTF8ConvertToUCS4(""));
-    ASSERT_NE(empty.p, nullptr);
-    EXPECT_EQ(empty.p[0], 0u);
-
+    EXPECT_EQ(Read(HalvUTF8ConvertToUCS4("")), Values32{});
     // An invalid sequence ends the result but doesn't fail it.
-    Owned<uint32_t> cut(HalvUTF8ConvertToUCS4("a\xC3\xA9\xC0\x80zz"));
-    ASSERT_NE(cut.p, nullptr);
-    EXPECT_EQ(Values(cut.p), (std::vector<uint32_t>{'a', 0xE9}));
-    Owned<uint32_t> beyond(HalvUTF8ConvertToUCS4("\xF4\x90\x80\x80"));
-    EXPECT_EQ(Values(beyond.p), (std::vector<uint32_t>{0x110000}));
+    EXPECT_EQ(Read(HalvUTF8ConvertToUCS4("a\xC3\xA9\xC0\x80zz")), (Values32{'a', 0xE9}));
+    EXPECT_EQ(Read(HalvUTF8ConvertToUCS4("\xF4\x90\x80\x80")), (Values32{0x110000}));
 
     EXPECT_EQ(HalvUTF8ConvertFromUCS4(nullptr), nullptr);
-    const uint32_t top[] = {0x10FFFF, 0};
-    Owned<char> four(HalvUTF8ConvertFromUCS4(top));
-    ASSERT_NE(four.p, nullptr);
-    EXPECT_STREQ(four.p, "\xF4\x8F\xBF\xBF");
-    const uint32_t tooBig[] = {'a', 0x110000, 0};
-    EXPECT_EQ(HalvUTF8ConvertFromUCS4(tooBig), nullptr);
-    const uint32_t huge[] = {0xFFFFFFFFu, 0};
-    EXPECT_EQ(HalvUTF8ConvertFromUCS4(huge), nullptr);
-    // Surrogate values pass on this road.
-    const uint32_t surrogate[] = {0xDC00, 0};
-    Owned<char> s(HalvUTF8ConvertFromUCS4(surrogate));
-    EXPECT_STREQ(s.p, "\xED\xB0\x80");
+    EXPECT_EQ(From32({0x10FFFF}), "\xF4\x8F\xBF\xBF");
+    EXPECT_EQ(From32({'a', 0x110000}), "<null>");
+    EXPECT_EQ(From32({0xFFFFFFFFu}), "<null>");
+    EXPECT_EQ(From32({0xDC00}), "\xED\xB0\x80"); // surrogate values pass on this road
 }
 
 TEST(UtilUtf8, LongMixedTextGrowsTheResult) {

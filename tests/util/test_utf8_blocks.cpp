@@ -1,74 +1,34 @@
-// The UTF-16 bridge against a plain one-character-at-a-time model of its
-// rules, on generated text with one fault placed at every offset, so that
-// faults fall on every position of the converters' blocks and spans: block
+// The UTF-16 bridge against a one-character-at-a-time model of its rules,
+// on generated text with one fault placed at every offset, so that faults
+// fall on every position of the converters' blocks and spans: block
 // starts and ends, the look-ahead bytes, and span borders.
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "util/support.h"
 
 namespace {
 
 // ---- The model ------------------------------------------------------------
 
-// Decodes one character: {value, length}, length 0 when invalid.
-std::pair<uint32_t, size_t> ModelDecode(const unsigned char *p) {
-    unsigned char b = p[0];
-    if (b < 0x80)
-        return {b, 1};
-    size_t length = b >= 0xF8 ? 0 : b >= 0xF0 ? 4 : b >= 0xE0 ? 3 : b >= 0xC0 ? 2 : 0;
-    if (length == 0)
-        return {0, 0};
-    uint32_t value = b & (0x7F >> length);
-    for (size_t i = 1; i < length; ++i) {
-        if ((p[i] & 0xC0) != 0x80)
-            return {0, 0};
-        value = (value << 6) | (p[i] & 0x3F);
-    }
-    const uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (value < least[length])
-        return {0, 0};
-    return {value, length};
-}
-
+// The bulk converters against the library's own one-character reader,
+// which test_utf8 checks case by case.
 std::optional<std::vector<uint16_t>> ModelToUtf16(const std::string &text) {
     std::vector<uint16_t> units;
-    auto *p = reinterpret_cast<const unsigned char *>(text.c_str());
-    for (;;) {
-        auto [value, length] = ModelDecode(p);
+    for (const char *p = text.c_str();;) {
+        const uint32_t value = HalvUTF8NextChar(p);
+        const int length = HalvUTF8NextCharLen(p);
         if (length == 0)
             return std::nullopt;
         if (value == 0)
             return units;
         p += length;
-        if (value < 0x10000) {
-            units.push_back((uint16_t)value);
-        } else {
-            units.push_back((uint16_t)(0xD800 | (((value - 0x10000) >> 10) & 0x3FF)));
-            units.push_back((uint16_t)(0xDC00 | ((value - 0x10000) & 0x3FF)));
-        }
-    }
-}
-
-void ModelEncode(uint32_t v, std::string &out) {
-    if (v < 0x80) {
-        out += (char)v;
-    } else if (v < 0x800) {
-        out += (char)(0xC0 | (v >> 6));
-        out += (char)(0x80 | (v & 0x3F));
-    } else if (v < 0x10000) {
-        out += (char)(0xE0 | (v >> 12));
-        out += (char)(0x80 | ((v >> 6) & 0x3F));
-        out += (char)(0x80 | (v & 0x3F));
-    } else {
-        out += (char)(0xF0 | (v >> 18));
-        out += (char)(0x80 | ((v >> 12) & 0x3F));
-        out += (char)(0x80 | ((v >> 6) & 0x3F));
-        out += (char)(0x80 | (v & 0x3F));
+        halvtest::AppendUtf16(units, value);
     }
 }
 
@@ -98,7 +58,7 @@ std::optional<std::string> ModelFromUtf16(const std::vector<uint16_t> &units) {
             ++i;
             u = 0x10000 + ((u & 0x3FF) << 10) + (low & 0x3FF);
         }
-        ModelEncode(u, out);
+        halvtest::AppendUtf8(u, out);
     }
 }
 
@@ -125,46 +85,35 @@ std::string RandomText(std::mt19937 &rng, size_t characters) {
     for (size_t i = 0; i < characters; ++i) {
         if (rng() % 12 == 0)
             script = (int)(rng() % 6);
-        ModelEncode(RandomCharacter(rng, script), text);
+        halvtest::AppendUtf8(RandomCharacter(rng, script), text);
     }
     return text;
 }
 
-std::vector<uint16_t> Units(const uint16_t *wide) {
-    std::vector<uint16_t> out;
-    for (; *wide != 0; ++wide)
-        out.push_back(*wide);
-    return out;
+using halvtest::Units;
+
+/* The converter's result against the model's: both null, or equal. */
+template <class Got, class Want> void ExpectSame(Got *got, const std::optional<Want> &expected, const char *what) {
+    if (!expected) {
+        EXPECT_EQ(got, nullptr) << what;
+    } else if (got == nullptr) {
+        ADD_FAILURE() << what << ": null result";
+    } else if constexpr (std::is_same_v<Got, char>) {
+        EXPECT_TRUE(*expected == got) << what;
+    } else {
+        EXPECT_TRUE(Units(got) == *expected) << what;
+    }
+    halv_internal_free(got);
 }
 
 void ExpectToUtf16MatchesModel(const std::string &text, const char *what) {
-    std::optional<std::vector<uint16_t>> expected = ModelToUtf16(text);
-    uint16_t *wide = HalvUTF8ConvertToUTF16(text.c_str());
-    if (!expected) {
-        EXPECT_EQ(wide, nullptr) << what;
-    } else {
-        EXPECT_NE(wide, nullptr) << what;
-        if (wide != nullptr) {
-            EXPECT_TRUE(Units(wide) == *expected) << what;
-        }
-    }
-    halv_internal_free(wide);
+    ExpectSame(HalvUTF8ConvertToUTF16(text.c_str()), ModelToUtf16(text), what);
 }
 
-void ExpectFromUtf16MatchesModel(const std::vector<uint16_t> &units, const char *what) {
-    std::vector<uint16_t> terminated = units;
-    terminated.push_back(0);
+void ExpectFromUtf16MatchesModel(std::vector<uint16_t> units, const char *what) {
     std::optional<std::string> expected = ModelFromUtf16(units);
-    char *utf8 = HalvUTF8ConvertFromUTF16(terminated.data());
-    if (!expected) {
-        EXPECT_EQ(utf8, nullptr) << what;
-    } else {
-        EXPECT_NE(utf8, nullptr) << what;
-        if (utf8 != nullptr) {
-            EXPECT_TRUE(*expected == utf8) << what;
-        }
-    }
-    halv_internal_free(utf8);
+    units.push_back(0);
+    ExpectSame(HalvUTF8ConvertFromUTF16(units.data()), expected, what);
 }
 
 } // namespace
