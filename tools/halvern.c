@@ -46,8 +46,14 @@ static const char kUsage[] =
     "                                 store an image in another format or byte order\n"
     "  convert SPECTRA OUTPUT --format spectral [--version 1.0-ascii|1.0-binary]\n"
     "                                 store spectra as text or as raw floats (default)\n"
-    "  export INPUT OUTPUT.pgm|.ppm   write an 8- or 16-bit image of one or three\n"
-    "                                 separations as binary netpbm\n"
+    "  import PICTURE OUTPUT [--format internal|image-ext] [--byte-order big|little]\n"
+    "         [--drop-alpha]          a PNG, TIFF (one page), JPEG, PGM or PPM as a stored\n"
+    "                                 image: 8 or 16 bits, grey or RGB, alpha as a mask\n"
+    "                                 separation unless dropped\n"
+    "  export IMAGE OUTPUT.png|.tif|.jpg|.pgm|.ppm [--quality 1-100]\n"
+    "                                 write an 8- or 16-bit image of one or three\n"
+    "                                 separations (and an alpha) as the picture its name\n"
+    "                                 says; JPEG takes 8 bits, no alpha, --quality (90)\n"
     "  export SPECTRA OUTPUT.csv|.svg write spectra as a table (a row a wavelength, a\n"
     "                                 column a measurement) or as a plot\n"
     "  export TABLE OUTPUT.csv        an info table as CSV, one row for each entry\n"
@@ -81,7 +87,8 @@ static const struct Command {
     {"demo", CommandDemo, kStartedEngine},   {"list", CommandList, kStartedEngine},
     {"describe", CommandDescribe, kStartedEngine}, {"info", CommandInfo, kStartedEngine},
     {"run", CommandRun, kStartedEngine},     {"convert", CommandConvert, kStartedEngine},
-    {"export", CommandExport, kStartedEngine}, {"status", CommandStatus, kAnyStart},
+    {"export", CommandExport, kStartedEngine}, {"import", CommandImport, kStartedEngine},
+    {"status", CommandStatus, kAnyStart},
     {"pack", CommandPack, kStartedEngine},
     {"import-table", CommandImportTable, kStartedEngine},
     {"help", CommandHelp, kNoEngine},        {"--help", CommandHelp, kNoEngine},

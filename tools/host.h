@@ -242,6 +242,10 @@ int CommandInfo(int argc, char **argv);
 int CommandRun(int argc, char **argv);
 int CommandConvert(int argc, char **argv);
 int CommandExport(int argc, char **argv);
+int CommandImport(int argc, char **argv);
+/* halvern export of a stored image as the picture that output's name
+ * says (picture.h); quality for JPEG. */
+int ExportPicture(const char *input, const char *output, int quality);
 int CommandDemo(int argc, char **argv);
 /* The demo's spectra, made in dir; the files made are added to created. */
 int DemoSpectra(const char *dir, char **created, int *createdCount);
