@@ -62,6 +62,7 @@ HalvHeaderStruct *PictureHeader(const PictureInfo *info, const char *format, int
     header->parts[2] = 0;
     for (uint32_t s = 0; s < PictureSamples(info); ++s)
         header->bitsPerSample[s] = info->bits;
+    header->dimCount = 2;
     header->dims[0] = info->width;
     header->dims[1] = info->height;
     header->interleave = 1;

@@ -39,6 +39,13 @@ static void OnWarning(png_structp png, png_const_charp message) {
     (void)message;
 }
 
+/* libpng's own reader says only "Read Error" at the end of the file. */
+static void ReadData(png_structp png, png_bytep data, size_t length) {
+    PngCodec *codec = png_get_io_ptr(png);
+    if (fread(data, 1, length, codec->file) != length)
+        png_error(png, ferror(codec->file) ? "the file can't be read" : "it is cut short");
+}
+
 static int Damaged(PictureReader *reader) {
     PngCodec *codec = reader->codec;
     return Complain("%s is a damaged PNG: %s", reader->path, codec->message);
@@ -97,29 +104,31 @@ static int ReadRows(PictureReader *reader, unsigned char *rows, uint32_t count) 
 }
 
 /* The transformations that make every PNG one of the common layout, and
- * what they give. */
-static void Normalise(PictureReader *reader) {
+ * what they give; checked before libpng sizes its row buffers by it. */
+static int Normalise(PictureReader *reader) {
     PngCodec *codec = reader->codec;
     png_structp png = codec->png;
     int type = png_get_color_type(png, codec->info);
     int depth = png_get_bit_depth(png, codec->info);
+    int transparency = png_get_valid(png, codec->info, PNG_INFO_tRNS) != 0;
+    reader->info.width = png_get_image_width(png, codec->info);
+    reader->info.height = png_get_image_height(png, codec->info);
+    reader->info.bits = depth == 16 ? 16 : 8;
+    reader->info.colours = type & PNG_COLOR_MASK_COLOR ? 3 : 1;
+    reader->info.alpha = (type & PNG_COLOR_MASK_ALPHA) != 0 || transparency;
+    if (PictureCheck(reader->path, &reader->info) != kExitOk)
+        return kExitFailed;
     if (type == PNG_COLOR_TYPE_PALETTE)
         png_set_palette_to_rgb(png);
     if (type == PNG_COLOR_TYPE_GRAY && depth < 8)
         png_set_expand_gray_1_2_4_to_8(png);
-    int transparency = png_get_valid(png, codec->info, PNG_INFO_tRNS) != 0;
     if (transparency)
         png_set_tRNS_to_alpha(png);
     if (depth == 16 && HalvIdentifyEndian() == 0)
         png_set_swap(png); /* the file is most significant byte first */
     codec->passes = png_set_interlace_handling(png);
     png_read_update_info(png, codec->info);
-    reader->info.width = png_get_image_width(png, codec->info);
-    reader->info.height = png_get_image_height(png, codec->info);
-    reader->info.bits = png_get_bit_depth(png, codec->info);
-    int channels = png_get_channels(png, codec->info);
-    reader->info.colours = channels >= 3 ? 3 : 1;
-    reader->info.alpha = channels == 2 || channels == 4;
+    return kExitOk;
 }
 
 int PngOpenReader(PictureReader *reader, FILE *file) {
@@ -142,10 +151,9 @@ int PngOpenReader(PictureReader *reader, FILE *file) {
     /* The format allows 2^31 - 1 each way; the row limit of PictureCheck
      * and the data themselves bound what is read. */
     png_set_user_limits(codec->png, 0x7fffffff, 0x7fffffff);
-    png_init_io(codec->png, file);
+    png_set_read_fn(codec->png, codec, ReadData);
     png_read_info(codec->png, codec->info);
-    Normalise(reader);
-    return kExitOk;
+    return Normalise(reader);
 }
 
 /* ------------------------------------------------------------------------
