@@ -6,6 +6,7 @@
  * functions, read stored images through their header managers, drive a
  * function's state through the chunks, write the result, stop the engine.
  */
+#define _POSIX_C_SOURCE 200809L
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -15,9 +16,11 @@
 int Complain(const char *format, ...) {
     va_list args;
     va_start(args, format);
+    flockfile(stderr);
     fputs("halvern: ", stderr);
     vfprintf(stderr, format, args);
     fputc('\n', stderr);
+    funlockfile(stderr);
     va_end(args);
     return kExitFailed;
 }
