@@ -43,6 +43,10 @@ static const char kUsage[] =
     "                                 run a function over an image (halvern describe NAME\n"
     "                                 shows the keys it takes; bits comes from the image;\n"
     "                                 --binary starts it from flat arguments and header)\n"
+    "  run NAME INPUT... --out DIR [--jobs N] [key=value ...]\n"
+    "                                 run a function over many images at once, N at a time\n"
+    "                                 (default: one per processor), each into DIR under its\n"
+    "                                 own name; a failed image is named and the rest go on\n"
     "  pack IMAGE OUTPUT.bh [--byte-order big|little]\n"
     "                                 the image's header as one flat block\n"
     "  convert INPUT OUTPUT --format internal|image-ext [--byte-order big|little]\n"
@@ -67,9 +71,9 @@ static const char kUsage[] =
     "  help                           this text\n"
     "\n"
     "OUTPUT appears only when the command succeeds; Ctrl-C stops a command\n"
-    "between two chunks and removes the unfinished OUTPUT.  Exit status: 0 done,\n"
-    "1 failed (the reason is on standard error), 2 wrong command line,\n"
-    "130 interrupted.\n";
+    "(every image of a batch) between two chunks and removes the unfinished\n"
+    "OUTPUT.  Exit status: 0 done, 1 failed (the reason is on standard error;\n"
+    "in a batch, any image), 2 wrong command line, 130 interrupted.\n";
 
 static int CommandHelp(int argc, char **argv) {
     (void)argc;
