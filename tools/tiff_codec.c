@@ -10,6 +10,7 @@
  * of tiles, covers are made into rows of the common layout at once and
  * then handed out.
  */
+#define _POSIX_C_SOURCE 200809L
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
