@@ -94,16 +94,6 @@ Fixture &Shared() {
     return fixture;
 }
 
-uint64_t FileBytes(const std::string &path) {
-    FILE *file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr)
-        return 0;
-    std::fseek(file, 0, SEEK_END);
-    long size = std::ftell(file);
-    std::fclose(file);
-    return size > 0 ? (uint64_t)size : 0;
-}
-
 // Times the process; the bytes of samples it handles make the rate, so
 // that the ratios compare the tools on the same picture.
 void TimeProcess(benchmark::State &state, const std::vector<std::string> &args, const std::string &cleanup,
