@@ -4,7 +4,8 @@
 #   deps.sh host   what building and running halvern needs
 #   deps.sh test   that and what the tests need (the default)
 set -euo pipefail
-host=(cmake g++ make pkg-config)
+# The host reads and writes pictures through libpng, libtiff and libjpeg.
+host=(cmake g++ make pkg-config libjpeg62-turbo-dev libpng-dev libtiff-dev)
 # One package a line, in order, so that additions merge cleanly.
 test=(
   clang
@@ -18,6 +19,7 @@ test=(
   locales
   nginx-light
   python3
+  python3-pil
   tzdata
   zlib1g-dev
 )

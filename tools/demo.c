@@ -71,6 +71,16 @@ static int PrintFirstLine(const char *label, const char *path) {
     return status;
 }
 
+/* Each result also as a picture beside it, for any viewer. */
+static int ExportResult(const char *output, char **created, int *createdCount) {
+    char picture[kPathMax + 64];
+    snprintf(picture, sizeof picture, "%.*s.png", (int)(strlen(output) - 3), output);
+    if (ExportPicture(output, picture, 90) != kExitOk)
+        return kExitFailed;
+    created[(*createdCount)++] = strdup(picture);
+    return kExitOk;
+}
+
 static int RunAll(const char dir[kPathMax / 2], const char *sample, char **created, int *createdCount) {
     HalvFuncDesc **descs = NULL;
     if (HalvFindAllFuncDesc(&descs) != 1 || descs == NULL || descs[0] == NULL) {
@@ -78,7 +88,7 @@ static int RunAll(const char dir[kPathMax / 2], const char *sample, char **creat
         return Complain("no processing functions are registered (is hvregistry.dot beside halvern?)");
     }
     int status = kExitOk;
-    for (uint32_t i = 0; descs[i] != NULL && *createdCount < 64; ++i) {
+    for (uint32_t i = 0; descs[i] != NULL && *createdCount < 128; ++i) {
         char output[kPathMax + 64];
         snprintf(output, sizeof output, "%s/%s.hv", dir, descs[i]->name);
         if (RunFunction(descs[i]->name, sample, output, kDemoArgs, 2, 1, 0) != kExitOk) {
@@ -87,6 +97,7 @@ static int RunAll(const char dir[kPathMax / 2], const char *sample, char **creat
         }
         created[(*createdCount)++] = strdup(output);
         status |= PrintFirstLine(descs[i]->name, output);
+        status |= ExportResult(output, created, createdCount);
     }
     HalvFreeSmartArray(descs);
     return status;
@@ -103,7 +114,7 @@ int CommandDemo(int argc, char **argv) {
         return Complain("can't make a directory for the demo in %s", tmp != NULL ? tmp : "/tmp");
     char sample[kPathMax];
     snprintf(sample, sizeof sample, "%s/sample.hv", dir);
-    char *created[68]; /* 64 results, the sample, the spectra and their plot */
+    char *created[136]; /* 64 results and their pictures, the sample, the spectra and their plot */
     int createdCount = 0;
     int status = WriteSample(sample);
     if (status == kExitOk) {
@@ -119,6 +130,12 @@ int CommandDemo(int argc, char **argv) {
         status |= DemoSpectra(dir, created, &createdCount);
     }
     if (keep) {
+        printf("\nEach result is also a PNG beside it, as \"halvern export NAME.hv NAME.png\" writes it:\n");
+        for (int i = 0; i < createdCount; ++i) {
+            size_t length = created[i] != NULL ? strlen(created[i]) : 0;
+            if (length > 4 && strcmp(created[i] + length - 4, ".png") == 0)
+                printf("  %s\n", created[i]);
+        }
         printf("\nThe files are in %s.\n", dir);
     } else {
         for (int i = 0; i < createdCount; ++i)

@@ -1,78 +1,30 @@
 /*
- * export.c - an image as binary netpbm: P5 (pgm) for one separation, P6
- * (ppm) for three; 8-bit samples with maxval 255, 16-bit with maxval 65535
- * stored most significant byte first.  Spectra go out as CSV or SVG
- * (spectra.c), info tables as CSV (table_export.c).
+ * export.c - a stored image as a picture of the kind its name says: .png,
+ * .tif or .tiff, .jpg or .jpeg (with --quality), .pgm or .ppm
+ * (picture.c picks the codec).  Spectra go out as CSV or SVG (spectra.c),
+ * info tables as CSV (table_export.c): the input's format picks those.
  */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 
-#include "host.h"
+#include "picture.h"
 
-typedef struct Netpbm {
-    const char *extension;
-    const char *magic;
-    uint32_t samples;
-    const char *hint;
-} Netpbm;
+enum { kDefaultQuality = 90 };
 
-static const Netpbm kKinds[] = {{".pgm", "P5", 1, "one separation"}, {".ppm", "P6", 3, "three separations"}};
-
-static const Netpbm *KindOf(const char *path) {
-    size_t length = strlen(path);
-    for (size_t i = 0; i < sizeof kKinds / sizeof kKinds[0]; ++i)
-        if (length > 4 && strcasecmp(path + length - 4, kKinds[i].extension) == 0)
-            return &kKinds[i];
-    return NULL;
+static void NoteColour(const Image *image, const PictureInfo *info) {
+    uint32_t wanted = info->colours == 3 ? HALV_COLOR_RGB : HALV_COLOR_GRAY;
+    if (image->header->color != 0 && !HalvColorQuery(image->header->color, wanted))
+        fprintf(stderr, "halvern: note: %s is in colour space %s; its samples are written as they are\n",
+                image->path, ImageColorName(image->header));
 }
 
-static int CheckExportable(const Image *image, const Netpbm *kind) {
-    if (ImageCheckRaster(image) != kExitOk)
-        return kExitFailed;
-    uint32_t samples = ImageSamples(image), bits = ImageCommonBits(image);
-    if (samples != kind->samples)
-        return Complain("%s has %u separations; %s takes %s (pgm one, ppm three)", image->path, samples,
-                        kind->extension, kind->hint);
-    if (bits == 0)
-        return Complain("%s has separations of different depths; pgm and ppm take one depth", image->path);
-    if (bits != 8 && bits != 16)
-        return Complain("%s has %u-bit samples; pgm and ppm export takes 8 or 16 bits", image->path, bits);
-    if (image->height == 0)
-        return Complain("%s doesn't say how many scanlines it has, and a %s header must", image->path,
-                        kind->extension);
-    return kExitOk;
-}
-
-/* One scanline as netpbm wants it: pixel after pixel, samples adjacent,
- * most significant byte first. */
-static void ConvertLine(const Image *image, const unsigned char *line, unsigned char *out, uint32_t samples,
-                        uint32_t width) {
-    const HalvHeaderStruct *h = image->header;
-    uint32_t bytes = h->bitsPerSample[0] / 8;
-    uint32_t offsets[3] = {0, 0, 0};
-    for (uint32_t s = 1; s < samples && h->interleave != 1; ++s)
-        offsets[s] = offsets[s - 1] + h->bytesPerSep[s - 1];
-    for (uint32_t p = 0; p < width; ++p)
-        for (uint32_t s = 0; s < samples; ++s) {
-            const unsigned char *sample =
-                h->interleave == 1 ? line + ((size_t)p * samples + s) * bytes : line + offsets[s] + (size_t)p * bytes;
-            if (bytes == 1) {
-                *out++ = sample[0];
-            } else {
-                uint16_t value;
-                memcpy(&value, sample, 2); /* loaded data are in this machine's order */
-                *out++ = (unsigned char)(value >> 8);
-                *out++ = (unsigned char)value;
-            }
-        }
-}
-
-static int WritePixels(Image *image, Output *out, uint32_t samples) {
-    uint32_t width = image->header->dims[0];
-    size_t lineOut = (size_t)width * samples * (image->header->bitsPerSample[0] / 8);
-    unsigned char *buffer = NULL;
+/* Every chunk of the image, line by line into rows of the common layout,
+ * into the writer. */
+static int WriteRows(Image *image, const PictureInfo *info, PictureWriter *writer) {
+    size_t rowBytes = PictureRowBytes(info);
+    unsigned char *rows = NULL;
     size_t capacity = 0;
     Progress progress;
     ProgressStart(&progress, "export", image->fileBytes);
@@ -82,32 +34,47 @@ static int WritePixels(Image *image, Output *out, uint32_t samples) {
         status = ImageNextChunk(image, &chunk);
         if (status != kExitOk)
             break;
-        size_t need = lineOut * chunk.lines;
-        if (need > capacity) {
-            unsigned char *grown = realloc(buffer, need);
+        if (rowBytes * chunk.lines > capacity) {
+            unsigned char *grown = realloc(rows, rowBytes * chunk.lines);
             if (grown == NULL) {
                 status = Complain("no memory");
                 break;
             }
-            buffer = grown;
-            capacity = need;
+            rows = grown;
+            capacity = rowBytes * chunk.lines;
         }
         for (uint32_t l = 0; l < chunk.lines; ++l)
-            ConvertLine(image, (const unsigned char *)chunk.data + (size_t)l * image->lineBytes, buffer + l * lineOut,
-                        samples, width);
-        status = OutputWriteBytes(out, buffer, (uint32_t)need);
+            PictureRowFromLine(image, info, (const unsigned char *)chunk.data + (size_t)l * image->lineBytes,
+                               rows + rowBytes * l);
+        status = writer->writeRows(writer, rows, chunk.lines);
         ProgressAdvance(&progress, chunk.bytes);
     }
     ProgressFinish(&progress);
-    free(buffer);
-    return status;
+    free(rows);
+    return status == kExitOk ? writer->finish(writer) : status;
 }
 
-static void NoteColour(const Image *image, uint32_t samples) {
-    uint32_t wanted = samples == 3 ? HALV_COLOR_RGB : HALV_COLOR_GRAY;
-    if (image->header->color != 0 && !HalvColorQuery(image->header->color, wanted))
-        fprintf(stderr, "halvern: note: %s is in colour space %s; its samples are written as they are\n",
-                image->path, ImageColorName(image->header));
+int ExportPicture(const char *input, const char *output, int quality) {
+    Image image;
+    if (ImageOpen(&image, input) != kExitOk)
+        return kExitFailed;
+    PictureInfo info;
+    int status = PictureFromImage(&image, &info);
+    Output out;
+    if (status == kExitOk)
+        status = OutputOpen(&out, output);
+    if (status == kExitOk) {
+        NoteColour(&image, &info);
+        PictureWriter writer;
+        status = PictureStartWriter(&writer, &out, &info, quality);
+        if (status == kExitOk)
+            status = WriteRows(&image, &info, &writer);
+        if (writer.release != NULL)
+            writer.release(&writer);
+        status = OutputFinish(&out, status);
+    }
+    ImageClose(&image);
+    return status;
 }
 
 /* What isn't a raster image goes out as text; the input's format picks
@@ -120,8 +87,8 @@ static const struct {
 static int ExportOther(const char *input, const char *output) {
     size_t length = strlen(output);
     if (!IsSpectrumExport(output) && !(length > 4 && strcasecmp(output + length - 4, ".csv") == 0))
-        return Complain("export writes .pgm or .ppm files of images, .csv or .svg files of spectra and .csv files "
-                        "of info tables, not %s",
+        return Complain("export writes .png, .tif, .jpg, .pgm or .ppm files of images, .csv or .svg files of "
+                        "spectra and .csv files of info tables, not %s",
                         output),
                kExitUsage;
     Image image;
@@ -134,36 +101,38 @@ static int ExportOther(const char *input, const char *output) {
     for (size_t i = 0; i < sizeof kTextExports / sizeof kTextExports[0]; ++i)
         if (kTextExports[i].managerType == type)
             return kTextExports[i].write(input, output);
-    return Complain("%s has format %s; .csv and .svg exports take spectra and info tables (images go to .pgm or "
-                    ".ppm)",
+    return Complain("%s has format %s; .csv and .svg exports take spectra and info tables (images go to .png, "
+                    ".tif, .jpg, .pgm or .ppm)",
                     input, format);
 }
 
+static const char kExportUsage[] = "usage: halvern export IMAGE OUTPUT.png|.tif|.jpg|.pgm|.ppm [--quality 1-100], "
+                                   "SPECTRA OUTPUT.csv|OUTPUT.svg, or TABLE OUTPUT.csv";
+
 int CommandExport(int argc, char **argv) {
-    if (argc != 2)
-        return Complain("usage: halvern export IMAGE OUTPUT.pgm|OUTPUT.ppm, SPECTRA OUTPUT.csv|OUTPUT.svg, or "
-                        "TABLE OUTPUT.csv"),
-               kExitUsage;
-    const Netpbm *kind = KindOf(argv[1]);
-    if (kind == NULL)
-        return ExportOther(argv[0], argv[1]);
-    Image image;
-    if (ImageOpen(&image, argv[0]) != kExitOk)
-        return kExitFailed;
-    int status = CheckExportable(&image, kind);
-    Output out;
-    if (status == kExitOk)
-        status = OutputOpen(&out, argv[1]);
-    if (status == kExitOk) {
-        NoteColour(&image, kind->samples);
-        char header[64];
-        int length = snprintf(header, sizeof header, "%s\n%u %u\n%u\n", kind->magic, image.header->dims[0],
-                              image.height, ImageCommonBits(&image) == 8 ? 255u : 65535u);
-        status = OutputWriteBytes(&out, header, (uint32_t)length);
-        if (status == kExitOk)
-            status = WritePixels(&image, &out, kind->samples);
-        status = OutputFinish(&out, status);
+    const char *paths[2] = {NULL, NULL};
+    int positional = 0, quality = -1;
+    for (int i = 0; i < argc; ++i) {
+        if (strcmp(argv[i], "--quality") == 0 && i + 1 < argc) {
+            char *end = NULL;
+            long value = strtol(argv[++i], &end, 10);
+            if (end == argv[i] || *end != '\0' || value < 1 || value > 100)
+                return Complain("--quality %s: a whole number from 1 to 100", argv[i]), kExitUsage;
+            quality = (int)value;
+        } else if (strncmp(argv[i], "--", 2) == 0 || positional == 2) {
+            return Complain("%s", kExportUsage), kExitUsage;
+        } else {
+            paths[positional++] = argv[i];
+        }
     }
-    ImageClose(&image);
-    return status;
+    if (positional != 2)
+        return Complain("%s", kExportUsage), kExitUsage;
+    size_t length = strlen(paths[1]);
+    int jpeg = (length > 4 && strcasecmp(paths[1] + length - 4, ".jpg") == 0) ||
+               (length > 5 && strcasecmp(paths[1] + length - 5, ".jpeg") == 0);
+    if (quality >= 0 && !jpeg)
+        return Complain("--quality is for .jpg and .jpeg files, not %s", paths[1]), kExitUsage;
+    if (!IsPictureName(paths[1]))
+        return ExportOther(paths[0], paths[1]);
+    return ExportPicture(paths[0], paths[1], quality >= 0 ? quality : kDefaultQuality);
 }

@@ -6,6 +6,7 @@
  * functions, read stored images through their header managers, drive a
  * function's state through the chunks, write the result, stop the engine.
  */
+#define _POSIX_C_SOURCE 200809L
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -15,9 +16,11 @@
 int Complain(const char *format, ...) {
     va_list args;
     va_start(args, format);
+    flockfile(stderr);
     fputs("halvern: ", stderr);
     vfprintf(stderr, format, args);
     fputc('\n', stderr);
+    funlockfile(stderr);
     va_end(args);
     return kExitFailed;
 }
@@ -40,14 +43,24 @@ static const char kUsage[] =
     "                                 run a function over an image (halvern describe NAME\n"
     "                                 shows the keys it takes; bits comes from the image;\n"
     "                                 --binary starts it from flat arguments and header)\n"
+    "  run NAME INPUT... --out DIR [--jobs N] [key=value ...]\n"
+    "                                 run a function over many images at once, N at a time\n"
+    "                                 (default: one per processor), each into DIR under its\n"
+    "                                 own name; a failed image is named and the rest go on\n"
     "  pack IMAGE OUTPUT.bh [--byte-order big|little]\n"
     "                                 the image's header as one flat block\n"
     "  convert INPUT OUTPUT --format internal|image-ext [--byte-order big|little]\n"
     "                                 store an image in another format or byte order\n"
     "  convert SPECTRA OUTPUT --format spectral [--version 1.0-ascii|1.0-binary]\n"
     "                                 store spectra as text or as raw floats (default)\n"
-    "  export INPUT OUTPUT.pgm|.ppm   write an 8- or 16-bit image of one or three\n"
-    "                                 separations as binary netpbm\n"
+    "  import PICTURE OUTPUT [--format internal|image-ext] [--byte-order big|little]\n"
+    "         [--drop-alpha]          a PNG, TIFF (one page), JPEG, PGM or PPM as a stored\n"
+    "                                 image: 8 or 16 bits, grey or RGB, alpha as a mask\n"
+    "                                 separation unless dropped\n"
+    "  export IMAGE OUTPUT.png|.tif|.jpg|.pgm|.ppm [--quality 1-100]\n"
+    "                                 write an 8- or 16-bit image of one or three\n"
+    "                                 separations (and an alpha) as the picture its name\n"
+    "                                 says; JPEG takes 8 bits, no alpha, --quality (90)\n"
     "  export SPECTRA OUTPUT.csv|.svg write spectra as a table (a row a wavelength, a\n"
     "                                 column a measurement) or as a plot\n"
     "  export TABLE OUTPUT.csv        an info table as CSV, one row for each entry\n"
@@ -58,9 +71,9 @@ static const char kUsage[] =
     "  help                           this text\n"
     "\n"
     "OUTPUT appears only when the command succeeds; Ctrl-C stops a command\n"
-    "between two chunks and removes the unfinished OUTPUT.  Exit status: 0 done,\n"
-    "1 failed (the reason is on standard error), 2 wrong command line,\n"
-    "130 interrupted.\n";
+    "(every image of a batch) between two chunks and removes the unfinished\n"
+    "OUTPUT.  Exit status: 0 done, 1 failed (the reason is on standard error;\n"
+    "in a batch, any image), 2 wrong command line, 130 interrupted.\n";
 
 static int CommandHelp(int argc, char **argv) {
     (void)argc;
@@ -81,7 +94,8 @@ static const struct Command {
     {"demo", CommandDemo, kStartedEngine},   {"list", CommandList, kStartedEngine},
     {"describe", CommandDescribe, kStartedEngine}, {"info", CommandInfo, kStartedEngine},
     {"run", CommandRun, kStartedEngine},     {"convert", CommandConvert, kStartedEngine},
-    {"export", CommandExport, kStartedEngine}, {"status", CommandStatus, kAnyStart},
+    {"export", CommandExport, kStartedEngine}, {"import", CommandImport, kStartedEngine},
+    {"status", CommandStatus, kAnyStart},
     {"pack", CommandPack, kStartedEngine},
     {"import-table", CommandImportTable, kStartedEngine},
     {"help", CommandHelp, kNoEngine},        {"--help", CommandHelp, kNoEngine},

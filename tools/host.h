@@ -38,12 +38,17 @@ void InterruptGuardInstall(void);
 /* 0 while no stop was asked; else the exit status to give, 128 + the
  * signal (130 for Ctrl-C), after saying on standard error that it stopped. */
 int InterruptStatus(void);
-/* The temporary file a second signal removes before the process dies;
- * null when none. */
-void InterruptSetPendingFile(const char *path);
+/* Outputs that a second signal can remove at once, at most. */
+enum { kInterruptSlots = 256 };
+/* Names a temporary file that a second signal removes before the process
+ * dies; the slot to drop it by, or -1 when path is too long or every slot
+ * is taken.  Any thread may add and drop its own files. */
+int InterruptAddPendingFile(const char *path);
+void InterruptDropPendingFile(int slot);
 
-/* Prints "halvern: " and the message with a line end on standard error;
- * gives kExitFailed so that callers can return it. */
+/* Prints "halvern: " and the message with a line end on standard error,
+ * as one line even when threads complain at once; gives kExitFailed so
+ * that callers can return it. */
 int Complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 /* ------------------------------------------------------------------------
@@ -116,6 +121,7 @@ typedef struct Output {
     int swapBytes;            /* reverse samples wider than 8 bits */
     void *scratch;
     uint32_t scratchCapacity;
+    int pendingSlot; /* of InterruptAddPendingFile, -1 when none */
 } Output;
 
 int OutputOpen(Output *out, const char *path);
@@ -208,6 +214,27 @@ typedef struct FnBinArgs {
 int BinaryFnArgs(const FnArgs *args, FnBinArgs *out);
 void FreeBinaryFnArgs(FnBinArgs *binary);
 
+/* One image through one described function: input into output, with the
+ * user's key=value pairs (lenient: keys the function doesn't declare are
+ * left out), binary as below; its progress adds to shared when that isn't
+ * null.  Everything but desc, pairs and shared is the run's own, so runs of
+ * different images may go on at once on different threads. */
+typedef struct RunRequest {
+    const HalvFuncDesc *desc;
+    const char *input;
+    const char *output;
+    char *const *pairs;
+    int pairCount;
+    int lenient;
+    int binary;
+    struct Progress *shared;
+} RunRequest;
+
+int RunDescribed(const RunRequest *request);
+
+/* halvern run NAME IN... --out DIR [--jobs N] [key=value ...] (batch.c). */
+int CommandRunBatch(int argc, char **argv);
+
 /* Runs function name over input into output.  pairs are the user's
  * key=value texts; with lenient set, keys the function doesn't declare are
  * left out.  With binary set the function starts from flat data alone: its
@@ -226,8 +253,12 @@ typedef struct Progress {
     uint64_t done;
     int shown; /* per mille last drawn, -1 before the first */
     const char *label;
+    /* Null, or the one bar of a batch that this progress adds to (from any
+     * thread) instead of drawing its own. */
+    struct Progress *shared;
 } Progress;
 
+/* Starts a bar of its own (shared null). */
 void ProgressStart(Progress *progress, const char *label, uint64_t total);
 void ProgressAdvance(Progress *progress, uint64_t amount);
 void ProgressFinish(Progress *progress);
@@ -242,6 +273,10 @@ int CommandInfo(int argc, char **argv);
 int CommandRun(int argc, char **argv);
 int CommandConvert(int argc, char **argv);
 int CommandExport(int argc, char **argv);
+int CommandImport(int argc, char **argv);
+/* halvern export of a stored image as the picture that output's name
+ * says (picture.h); quality for JPEG. */
+int ExportPicture(const char *input, const char *output, int quality);
 int CommandDemo(int argc, char **argv);
 /* The demo's spectra, made in dir; the files made are added to created. */
 int DemoSpectra(const char *dir, char **created, int *createdCount);

@@ -72,6 +72,7 @@ static HalvIO *Guard(HalvIO *file) {
 int OutputOpen(Output *out, const char *path) {
     memset(out, 0, sizeof *out);
     out->path = path;
+    out->pendingSlot = -1;
     size_t length = strlen(path);
     out->tempPath = malloc(length + 16);
     if (out->tempPath == NULL)
@@ -85,7 +86,7 @@ int OutputOpen(Output *out, const char *path) {
         out->tempPath = NULL;
         return Complain("can't write %s: %s", path, strerror(error));
     }
-    InterruptSetPendingFile(out->tempPath);
+    out->pendingSlot = InterruptAddPendingFile(out->tempPath);
     mode_t mask = umask(0);
     umask(mask);
     fchmod(fd, 0666 & ~mask); /* mkstemp's 0600 would stick to OUTPUT */
@@ -179,7 +180,8 @@ int OutputCommit(Output *out) {
         status = Complain("can't write %s: %s", out->path, strerror(errno));
         unlink(out->tempPath);
     }
-    InterruptSetPendingFile(NULL);
+    InterruptDropPendingFile(out->pendingSlot);
+    out->pendingSlot = -1;
     free(out->tempPath);
     out->tempPath = NULL;
     return status;
@@ -189,7 +191,8 @@ void OutputAbort(Output *out) {
     Release(out);
     if (out->tempPath != NULL)
         unlink(out->tempPath);
-    InterruptSetPendingFile(NULL);
+    InterruptDropPendingFile(out->pendingSlot);
+    out->pendingSlot = -1;
     free(out->tempPath);
     out->tempPath = NULL;
 }

@@ -4,6 +4,7 @@
  * and pipes never see it.
  */
 #define _POSIX_C_SOURCE 200809L
+#include <pthread.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -30,9 +31,19 @@ void ProgressStart(Progress *progress, const char *label, uint64_t total) {
     progress->done = 0;
     progress->shown = -1;
     progress->label = label;
+    progress->shared = NULL;
 }
 
+/* The images of a batch advance one bar from their threads. */
+static pthread_mutex_t gSharedBar = PTHREAD_MUTEX_INITIALIZER;
+
 void ProgressAdvance(Progress *progress, uint64_t amount) {
+    if (progress->shared != NULL) {
+        pthread_mutex_lock(&gSharedBar);
+        ProgressAdvance(progress->shared, amount);
+        pthread_mutex_unlock(&gSharedBar);
+        return;
+    }
     if (!progress->enabled)
         return;
     progress->done += amount;
@@ -43,6 +54,6 @@ void ProgressAdvance(Progress *progress, uint64_t amount) {
 }
 
 void ProgressFinish(Progress *progress) {
-    if (progress->enabled && progress->shown >= 0)
+    if (progress->shared == NULL && progress->enabled && progress->shown >= 0)
         fputs("\r\033[K", stderr); /* clear the line: what follows starts clean */
 }

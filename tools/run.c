@@ -177,9 +177,10 @@ static int Pass(HalvState *state, Image *image, Output *out, const HalvChunk *ch
     return status;
 }
 
-static int Drive(HalvState *state, Image *image, Output *out) {
+static int Drive(HalvState *state, Image *image, Output *out, Progress *shared) {
     Progress progress;
     ProgressStart(&progress, state->name, image->fileBytes);
+    progress.shared = shared;
     HalvChunk chunk;
     PhaseTimes times = {0, 0, 0};
     int status = kExitOk;
@@ -202,35 +203,48 @@ static int Drive(HalvState *state, Image *image, Output *out) {
     return status;
 }
 
+int RunDescribed(const RunRequest *request) {
+    const HalvFuncDesc *desc = request->desc;
+    Image image;
+    int status = ImageOpen(&image, request->input);
+    if (status == kExitOk && (ImageCheckRaster(&image) != kExitOk || CheckFunctionFits(desc, &image) != kExitOk))
+        status = kExitFailed;
+    HalvState *state = status == kExitOk ? StartFunction(desc, &image, request->pairs, request->pairCount,
+                                                         request->lenient, request->binary)
+                                         : NULL;
+    if (status == kExitOk && state == NULL)
+        status = kExitFailed;
+    Output out;
+    if (status == kExitOk)
+        status = OutputOpen(&out, request->output);
+    if (status == kExitOk)
+        status = OutputFinish(&out, Drive(state, &image, &out, request->shared));
+    if (state != NULL && HalvAbsoluteCallEnd(state) != 1 && status == kExitOk)
+        Complain("%s did not end cleanly", desc->name); /* the output is complete all the same */
+    ImageClose(&image);
+    return status;
+}
+
 int RunFunction(const char *name, const char *input, const char *output, char *const *pairs, int pairCount,
                 int lenient, int binary) {
     HalvFuncDesc *desc = FindFunction(name);
     if (desc == NULL)
         return kExitFailed;
-    Image image;
-    int status = ImageOpen(&image, input);
-    if (status == kExitOk && (ImageCheckRaster(&image) != kExitOk || CheckFunctionFits(desc, &image) != kExitOk))
-        status = kExitFailed;
-    HalvState *state = status == kExitOk ? StartFunction(desc, &image, pairs, pairCount, lenient, binary) : NULL;
-    if (status == kExitOk && state == NULL)
-        status = kExitFailed;
-    Output out;
-    if (status == kExitOk)
-        status = OutputOpen(&out, output);
-    if (status == kExitOk) {
-        status = OutputFinish(&out, Drive(state, &image, &out));
-    }
-    if (state != NULL && HalvAbsoluteCallEnd(state) != 1 && status == kExitOk)
-        Complain("%s did not end cleanly", name); /* the output is complete all the same */
-    ImageClose(&image);
+    RunRequest request = {desc, input, output, pairs, pairCount, lenient, binary, NULL};
+    int status = RunDescribed(&request);
     HalvFreeFuncDesc(desc);
     return status;
 }
 
 int CommandRun(int argc, char **argv) {
+    for (int i = 0; i < argc; ++i)
+        if (strcmp(argv[i], "--out") == 0)
+            return CommandRunBatch(argc, argv);
     int binary = argc > 0 && strcmp(argv[0], "--binary") == 0;
     if (argc - binary < 3)
-        return Complain("usage: halvern run [--binary] NAME INPUT OUTPUT [key=value ...]"), kExitUsage;
+        return Complain("usage: halvern run [--binary] NAME INPUT OUTPUT [key=value ...], or NAME INPUT... --out DIR "
+                        "[--jobs N] [key=value ...]"),
+               kExitUsage;
     argv += binary;
     argc -= binary;
     return RunFunction(argv[0], argv[1], argv[2], argv + 3, argc - 3, 0, binary);

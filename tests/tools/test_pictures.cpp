@@ -1,0 +1,518 @@
+// halvern import and export against an independent reader and writer of
+// pictures: Pillow (tests/tools/pil_pictures.py) writes a picture of
+// samples made here, halvern imports it, the stored samples are checked
+// byte by byte, halvern exports it again and Pillow reads the export back.
+// TIFF layouts Pillow doesn't write (tiles, separate planes, 16-bit RGB)
+// are written here byte by byte.
+#include <zlib.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tools/halvern_fixture.h"
+
+namespace {
+
+using namespace halvern_test;
+
+const std::string kScript = std::string(HALV_TEST_SOURCE_DIR) + "/tools/pil_pictures.py";
+
+// Samples that differ from pixel to pixel and from sample to sample.
+Bytes Pattern(size_t count, uint32_t seed) {
+    Bytes bytes(count, '\0');
+    for (size_t i = 0; i < count; ++i)
+        bytes[i] = (char)((i * 131 + seed * 17 + i / 7 * 29) & 0xFF);
+    return bytes;
+}
+
+// The samples of a stored internal image: everything behind its header.
+Bytes StoredSamples(const Bytes &file) {
+    size_t end = file.find("[End]\f\n");
+    return end == std::string::npos ? Bytes("no header") : file.substr(end + 7);
+}
+
+std::string HeaderLine(const Bytes &file, const std::string &key) {
+    size_t at = file.find("\n" + key + ": ");
+    if (at == std::string::npos)
+        return "";
+    at += key.size() + 3;
+    return file.substr(at, file.find('\n', at) - at);
+}
+
+struct Pil {
+    std::string mode;
+    uint32_t width = 0, height = 0, pages = 0;
+    Bytes samples;
+};
+
+class Pictures : public Halvern {
+  protected:
+    // Pillow saves samples (its layout of mode) as out.
+    void PilWrite(const Bytes &samples, const std::string &mode, uint32_t width, uint32_t height,
+                  const std::string &out, const std::vector<std::string> &options = {}) {
+        WriteFile(Path("pil.raw"), samples);
+        std::vector<std::string> args = {kScript, "write", Path("pil.raw"), mode, std::to_string(width),
+                                         std::to_string(height), Path(out)};
+        args.insert(args.end(), options.begin(), options.end());
+        Result r = Run(args, HALV_TEST_PYTHON);
+        ASSERT_EQ(r.status, 0) << r.err;
+        unlink(Path("pil.raw").c_str());
+    }
+
+    // What Pillow reads in path.
+    Pil PilRead(const std::string &name) {
+        Pil pil;
+        Result r = Run({kScript, "read", Path(name), Path("pil.raw")}, HALV_TEST_PYTHON);
+        EXPECT_EQ(r.status, 0) << r.err;
+        std::istringstream words(r.out);
+        words >> pil.mode >> pil.width >> pil.height >> pil.pages;
+        pil.samples = ReadFile(Path("pil.raw"));
+        unlink(Path("pil.raw").c_str());
+        return pil;
+    }
+
+    void ExpectImported(const std::string &picture, const std::string &stored, const Bytes &samples,
+                        const std::vector<std::string> &options = {}) {
+        std::vector<std::string> args = {"import", Path(picture), Path(stored)};
+        args.insert(args.end(), options.begin(), options.end());
+        Result r = Run(args);
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(StoredSamples(ReadFile(Path(stored))), samples);
+    }
+};
+
+// Pillow's modes and what halvern stores of them: separations and depth.
+struct Mode {
+    std::string pil;
+    uint32_t samples, bytes;
+    std::string parts, bits;
+};
+
+const Mode kModes[] = {
+    {"L", 1, 1, "1 0 0", "8"},       {"LA", 2, 1, "1 1 0", "8 8"},        {"RGB", 3, 1, "3 0 0", "8 8 8"},
+    {"RGBA", 4, 1, "3 1 0", "8 8 8 8"}, {"I;16", 1, 2, "1 0 0", "16"},
+};
+
+TEST_F(Pictures, PngAndTiffRoundTripEverySampleThroughPillow) {
+    const uint32_t width = 37, height = 23; // odd sizes: no row is a power of two
+    struct Case {
+        std::string extension;
+        std::vector<std::string> options;
+    };
+    const Case cases[] = {{"png", {}},
+                          {"tif", {}},
+                          {"tif", {"compression=tiff_lzw"}},
+                          {"tif", {"compression=tiff_adobe_deflate"}},
+                          {"tif", {"compression=packbits"}}};
+    for (const Case &c : cases)
+        for (const Mode &m : kModes) {
+            if (c.extension == "tif" && m.pil == "LA")
+                continue; // Pillow writes no grey and alpha TIFF
+            SCOPED_TRACE(c.extension + " " + m.pil + (c.options.empty() ? "" : " " + c.options[0]));
+            Bytes samples = Pattern((size_t)width * height * m.samples * m.bytes, m.samples);
+            PilWrite(samples, m.pil, width, height, "in." + c.extension, c.options);
+            // 16-bit samples are stored in this machine's order, as Pillow's I;16.
+            ExpectImported("in." + c.extension, "in.hv", samples);
+            Bytes stored = ReadFile(Path("in.hv"));
+            EXPECT_EQ(HeaderLine(stored, "imageParts"), m.parts);
+            EXPECT_EQ(HeaderLine(stored, "interleave"), "pixel");
+            EXPECT_EQ(HeaderLine(stored, "name"), m.samples >= 3 ? "sRGB" : "sLum");
+            Result r = Run({"export", Path("in.hv"), Path("out." + c.extension)});
+            ASSERT_EQ(r.status, 0) << r.err;
+            Pil back = PilRead("out." + c.extension);
+            EXPECT_EQ(back.width, width);
+            EXPECT_EQ(back.height, height);
+            EXPECT_EQ(back.mode, m.pil);
+            EXPECT_TRUE(back.samples == samples) << "the export's samples differ";
+        }
+}
+
+TEST_F(Pictures, AlphaIsAMaskSeparationOrDropped) {
+    const uint32_t width = 9, height = 4;
+    Bytes rgba = Pattern(width * height * 4, 3), rgb;
+    for (size_t i = 0; i < rgba.size(); ++i)
+        if (i % 4 != 3)
+            rgb += rgba[i];
+    PilWrite(rgba, "RGBA", width, height, "in.png");
+    ExpectImported("in.png", "rgb.hv", rgb, {"--drop-alpha"});
+    EXPECT_EQ(HeaderLine(ReadFile(Path("rgb.hv")), "imageParts"), "3 0 0");
+    // The image with its alpha goes to PNG and TIFF with it, not to JPEG or PPM.
+    ExpectImported("in.png", "rgba.hv", rgba);
+    ExpectRefused({"export", Path("rgba.hv"), Path("out.jpg")}, "out.jpg", "JPEG holds no alpha");
+    ExpectRefused({"export", Path("rgba.hv"), Path("out.ppm")}, "out.ppm", "4 separations");
+    ASSERT_EQ(Run({"export", Path("rgb.hv"), Path("out.ppm")}).status, 0);
+    EXPECT_EQ(ReadFile(Path("out.ppm")), "P6\n9 4\n255\n" + rgb);
+}
+
+TEST_F(Pictures, JpegKeepsItsSamplesWithinItsQuality) {
+    const uint32_t width = 64, height = 48;
+    for (const std::string mode : {"L", "RGB"}) {
+        SCOPED_TRACE(mode);
+        uint32_t samples = mode == "L" ? 1 : 3;
+        // Smooth ramps, which JPEG keeps well.
+        Bytes picture;
+        for (uint32_t y = 0; y < height; ++y)
+            for (uint32_t x = 0; x < width; ++x)
+                for (uint32_t s = 0; s < samples; ++s)
+                    picture += (char)(x * 2 + y + s * 30);
+        PilWrite(picture, mode, width, height, "in.jpg", {"quality=95"});
+        // The import decodes as Pillow's libjpeg decodes.
+        Pil decoded = PilRead("in.jpg");
+        ASSERT_EQ(Run({"import", Path("in.jpg"), Path("in.hv")}).status, 0);
+        Bytes stored = StoredSamples(ReadFile(Path("in.hv")));
+        ASSERT_EQ(stored.size(), decoded.samples.size());
+        int worstDecode = 0;
+        for (size_t i = 0; i < stored.size(); ++i)
+            worstDecode = std::max(worstDecode, std::abs((uint8_t)stored[i] - (uint8_t)decoded.samples[i]));
+        EXPECT_LE(worstDecode, 1);
+        // The export at quality 95 stays near the samples; quality 10 is smaller.
+        for (const char *quality : {"95", "10"}) {
+            std::string name = std::string("q") + quality + ".jpg";
+            Result r = Run({"export", Path("in.hv"), Path(name), "--quality", quality});
+            ASSERT_EQ(r.status, 0) << r.err;
+        }
+        Pil back = PilRead("q95.jpg");
+        ASSERT_EQ(back.mode, mode);
+        ASSERT_EQ(back.samples.size(), picture.size());
+        double total = 0;
+        for (size_t i = 0; i < picture.size(); ++i)
+            total += std::abs((uint8_t)back.samples[i] - (uint8_t)picture[i]);
+        EXPECT_LT(total / (double)picture.size(), 3.0);
+        EXPECT_LT(ReadFile(Path("q10.jpg")).size(), ReadFile(Path("q95.jpg")).size());
+    }
+    // JPEG holds 8 bits; --quality belongs to JPEG and runs from 1 to 100.
+    WriteFile(Path("g16.pgm"), "P5\n2 1\n65535\n" + Pattern(4, 1));
+    ASSERT_EQ(Run({"import", Path("g16.pgm"), Path("g16.hv")}).status, 0);
+    ExpectRefused({"export", Path("g16.hv"), Path("out.jpg")}, "out.jpg", "JPEG holds 8-bit samples");
+    ExpectRefused({"export", Path("g16.hv"), Path("out.png"), "--quality", "50"}, "out.png", "--quality is for .jpg");
+    ExpectRefused({"export", Path("g16.hv"), Path("out.jpg"), "--quality", "101"}, "out.jpg", "1 to 100");
+}
+
+// 16-bit values, big endian, as netpbm stores them.
+Bytes BigWords(const std::vector<uint16_t> &values) {
+    Bytes out;
+    for (uint16_t v : values)
+        out += (char)(v >> 8), out += (char)(v & 0xFF);
+    return out;
+}
+
+Bytes NativeWords(const std::vector<uint16_t> &values) {
+    return Bytes(reinterpret_cast<const char *>(values.data()), values.size() * 2);
+}
+
+std::vector<uint16_t> Words(size_t count, uint32_t seed) {
+    std::vector<uint16_t> values;
+    for (size_t i = 0; i < count; ++i)
+        values.push_back((uint16_t)(i * 4099 + seed * 257 + 13));
+    return values;
+}
+
+TEST_F(Pictures, NetpbmPlainAndBinaryOfBothDepths) {
+    const uint32_t width = 6, height = 5;
+    for (uint32_t samples : {1u, 3u})
+        for (bool wide : {false, true}) {
+            SCOPED_TRACE(std::to_string(samples) + (wide ? " 16-bit" : " 8-bit"));
+            std::vector<uint16_t> values = Words(width * height * samples, samples);
+            if (!wide)
+                for (uint16_t &v : values)
+                    v &= 0xFF;
+            std::string head = "\n# made by the test\n" + std::to_string(width) + " " + std::to_string(height) +
+                               "\n" + (wide ? "65535" : "255") + "\n";
+            std::string plainText;
+            for (uint16_t v : values)
+                plainText += std::to_string(v) + (plainText.size() % 60 > 50 ? "\n" : " ");
+            Bytes binary = wide ? BigWords(values) : Bytes(values.begin(), values.end());
+            Bytes stored = wide ? NativeWords(values) : Bytes(values.begin(), values.end());
+            WriteFile(Path("plain.pnm"), (samples == 1 ? "P2" : "P3") + head + plainText);
+            std::string magic = samples == 1 ? "5" : "6";
+            WriteFile(Path("binary.pnm"), "P" + magic + head + binary);
+            ExpectImported("plain.pnm", "plain.hv", stored);
+            ExpectImported("binary.pnm", "binary.hv", stored);
+            // Out again as binary netpbm, exactly; as PNG and TIFF, which
+            // Pillow reads (16-bit colour only as its top 8 bits).
+            std::string extension = samples == 1 ? ".pgm" : ".ppm";
+            ASSERT_EQ(Run({"export", Path("plain.hv"), Path("out" + extension)}).status, 0);
+            EXPECT_EQ(ReadFile(Path("out" + extension)), "P" + magic + "\n6 5\n" + (wide ? "65535" : "255") + "\n" + binary);
+            for (const std::string picture : {"out.png", "out.tif"}) {
+                Result r = Run({"export", Path("binary.hv"), Path(picture)});
+                ASSERT_EQ(r.status, 0) << r.err;
+                ExpectImported(picture, "back.hv", stored); // halvern reads its own export
+                Pil pil = PilRead(picture);
+                if (wide && samples == 3) {
+                    Bytes top;
+                    for (uint16_t v : values)
+                        top += (char)(v >> 8);
+                    EXPECT_TRUE(pil.samples == top) << picture;
+                } else {
+                    EXPECT_TRUE(pil.samples == stored) << picture;
+                }
+            }
+        }
+    // A maxval below 255 keeps the samples as they are, and says so.
+    WriteFile(Path("low.pgm"), "P5 2 1 15 \x03\x0f");
+    Result r = Run({"import", Path("low.pgm"), Path("low.hv")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("maxval 15"), std::string::npos) << r.err;
+    EXPECT_EQ(StoredSamples(ReadFile(Path("low.hv"))), "\x03\x0f");
+    ExpectRefused({"import", Path("low.pgm"), Path("x.hv"), "--format", "spectral"}, "x.hv", "internal or image-ext");
+}
+
+// ---------------------------------------------------------------------------
+// TIFFs written byte by byte: strips or tiles, contiguous or separate
+// planes, either byte order
+// ---------------------------------------------------------------------------
+
+struct TiffLayout {
+    uint32_t width = 21, height = 11, samples = 3, bits = 8;
+    bool big = false, tiled = false, separate = false, alpha = false;
+    uint32_t tile = 16, rowsPerStrip = 4;
+    uint16_t photometric = 2;
+};
+
+struct TiffBytes {
+    bool big;
+    Bytes bytes;
+    void Put16(uint32_t v) {
+        for (int i = 0; i < 2; ++i)
+            bytes += (char)((v >> (8 * (big ? 1 - i : i))) & 0xFF);
+    }
+    void Put32(uint32_t v) {
+        for (int i = 0; i < 4; ++i)
+            bytes += (char)((v >> (8 * (big ? 3 - i : i))) & 0xFF);
+    }
+};
+
+// values: the pixel-interleaved samples, row after row.
+Bytes HandTiff(const TiffLayout &l, const std::vector<uint16_t> &values) {
+    TiffBytes t{l.big, l.big ? Bytes("MM\0*", 4) : Bytes("II*\0", 4)};
+    t.Put32(0); // the directory's offset, set at the end
+    uint32_t planes = l.separate ? l.samples : 1, perPlane = l.separate ? 1 : l.samples;
+    uint32_t pieceWidth = l.tiled ? l.tile : l.width, pieceRows = l.tiled ? l.tile : l.rowsPerStrip;
+    uint32_t across = (l.width + pieceWidth - 1) / pieceWidth, down = (l.height + pieceRows - 1) / pieceRows;
+    std::vector<uint32_t> offsets, counts;
+    for (uint32_t p = 0; p < planes; ++p)
+        for (uint32_t ty = 0; ty < down; ++ty)
+            for (uint32_t tx = 0; tx < across; ++tx) {
+                offsets.push_back((uint32_t)t.bytes.size());
+                uint32_t rows = l.tiled ? pieceRows : std::min(pieceRows, l.height - ty * pieceRows);
+                for (uint32_t y = ty * pieceRows; y < ty * pieceRows + rows; ++y)
+                    for (uint32_t x = tx * pieceWidth; x < tx * pieceWidth + pieceWidth; ++x)
+                        for (uint32_t s = 0; s < perPlane; ++s) {
+                            bool inside = x < l.width && y < l.height; // tiles run past the edge
+                            uint16_t v = inside ? values[((size_t)y * l.width + x) * l.samples + p + s] : 0xABCD;
+                            if (l.bits == 8)
+                                t.bytes += (char)v;
+                            else
+                                t.Put16(v);
+                        }
+                counts.push_back((uint32_t)t.bytes.size() - offsets.back());
+            }
+    auto array32 = [&](const std::vector<uint32_t> &a) {
+        uint32_t at = (uint32_t)t.bytes.size();
+        for (uint32_t v : a)
+            t.Put32(v);
+        return at;
+    };
+    uint32_t offsetsAt = array32(offsets), countsAt = array32(counts);
+    uint32_t bitsAt = (uint32_t)t.bytes.size();
+    for (uint32_t s = 0; s < l.samples; ++s)
+        t.Put16(l.bits);
+    struct Entry {
+        uint16_t tag, type;
+        uint32_t count, value;
+    };
+    std::vector<Entry> entries = {{256, 4, 1, l.width}, {257, 4, 1, l.height}};
+    entries.push_back(l.samples <= 2 ? Entry{258, 3, l.samples, l.bits | (l.samples == 2 ? l.bits << 16 : 0)}
+                                     : Entry{258, 3, l.samples, bitsAt});
+    entries.push_back({259, 3, 1, 1});
+    entries.push_back({262, 3, 1, l.photometric});
+    if (!l.tiled)
+        entries.push_back({273, 4, (uint32_t)offsets.size(), offsets.size() == 1 ? offsets[0] : offsetsAt});
+    entries.push_back({277, 3, 1, l.samples});
+    if (!l.tiled) {
+        entries.push_back({278, 4, 1, l.rowsPerStrip});
+        entries.push_back({279, 4, (uint32_t)counts.size(), counts.size() == 1 ? counts[0] : countsAt});
+    }
+    entries.push_back({284, 3, 1, l.separate ? 2u : 1u});
+    if (l.tiled) {
+        entries.push_back({322, 4, 1, l.tile});
+        entries.push_back({323, 4, 1, l.tile});
+        entries.push_back({324, 4, (uint32_t)offsets.size(), offsets.size() == 1 ? offsets[0] : offsetsAt});
+        entries.push_back({325, 4, (uint32_t)counts.size(), counts.size() == 1 ? counts[0] : countsAt});
+    }
+    if (l.alpha)
+        entries.push_back({338, 3, 1, 2});
+    if (t.bytes.size() % 2)
+        t.bytes += '\0';
+    uint32_t directory = (uint32_t)t.bytes.size();
+    t.Put16((uint32_t)entries.size());
+    for (const Entry &e : entries) {
+        t.Put16(e.tag);
+        t.Put16(e.type);
+        t.Put32(e.count);
+        if (e.type == 3 && e.count <= 2) { // shorts stand left-justified in the value
+            t.Put16(e.value & 0xFFFF);
+            t.Put16(e.value >> 16);
+        } else {
+            t.Put32(e.value);
+        }
+    }
+    t.Put32(0);
+    TiffBytes head{l.big, ""};
+    head.Put32(directory);
+    t.bytes.replace(4, 4, head.bytes);
+    return t.bytes;
+}
+
+TEST_F(Pictures, TiffOfStripsTilesPlanesAndByteOrders) {
+    for (bool tiled : {false, true})
+        for (bool separate : {false, true})
+            for (bool big : {false, true})
+                for (uint32_t bits : {8u, 16u})
+                    for (uint32_t samples : {1u, 3u, 4u}) {
+                        if (samples == 1 && separate)
+                            continue;
+                        TiffLayout l;
+                        l.tiled = tiled, l.separate = separate, l.big = big, l.bits = bits, l.samples = samples;
+                        l.photometric = samples == 1 ? 1 : 2;
+                        l.alpha = samples == 4;
+                        SCOPED_TRACE(std::string(tiled ? "tiled" : "stripped") + (separate ? " separate" : "") +
+                                     (big ? " big" : " little") + " " + std::to_string(bits) + "-bit, " +
+                                     std::to_string(samples) + " samples");
+                        std::vector<uint16_t> values = Words((size_t)l.width * l.height * samples, bits + samples);
+                        if (bits == 8)
+                            for (uint16_t &v : values)
+                                v &= 0xFF;
+                        WriteFile(Path("in.tif"), HandTiff(l, values));
+                        ExpectImported("in.tif", "in.hv",
+                                       bits == 8 ? Bytes(values.begin(), values.end()) : NativeWords(values));
+                        EXPECT_EQ(HeaderLine(ReadFile(Path("in.hv")), "imageParts"),
+                                  samples == 4 ? "3 1 0" : samples == 3 ? "3 0 0" : "1 0 0");
+                    }
+    // White as zero is turned into black as zero.
+    TiffLayout l;
+    l.samples = 1, l.photometric = 0;
+    std::vector<uint16_t> values = Words(l.width * l.height, 5);
+    Bytes inverted;
+    for (uint16_t &v : values) {
+        v &= 0xFF;
+        inverted += (char)(255 - v);
+    }
+    WriteFile(Path("white.tif"), HandTiff(l, values));
+    ExpectImported("white.tif", "white.hv", inverted);
+    // Lab, and more pages than one, are refused by name.
+    l.samples = 3, l.photometric = 8;
+    values = Words(l.width * l.height * 3, 5);
+    for (uint16_t &v : values)
+        v &= 0xFF;
+    WriteFile(Path("lab.tif"), HandTiff(l, values));
+    ExpectRefused({"import", Path("lab.tif"), Path("out.hv")}, "out.hv", "photometric interpretation 8");
+    PilWrite(Pattern(8 * 8 * 3, 1), "RGB", 8, 8, "pages.tif", {"pages=3"});
+    ASSERT_EQ(PilRead("pages.tif").pages, 3u);
+    ExpectRefused({"import", Path("pages.tif"), Path("out.hv")}, "out.hv", "a TIFF of 3 pages");
+}
+
+// ---------------------------------------------------------------------------
+// Damaged and hostile input
+// ---------------------------------------------------------------------------
+
+Bytes PngChunk(const std::string &type, const Bytes &data) {
+    Bytes out;
+    TiffBytes length{true, ""};
+    length.Put32((uint32_t)data.size());
+    out += length.bytes + type + data;
+    uint32_t crc = (uint32_t)crc32(0, reinterpret_cast<const Bytef *>(type.data()), 4);
+    crc = (uint32_t)crc32(crc, reinterpret_cast<const Bytef *>(data.data()), (uInt)data.size());
+    TiffBytes sum{true, ""};
+    sum.Put32(crc);
+    return out + sum.bytes;
+}
+
+TEST_F(Pictures, DamagedAndHostilePicturesAreRefusedWithNothingLeft) {
+    const uint32_t width = 120, height = 90;
+    Bytes rgb = Pattern(width * height * 3, 9);
+    PilWrite(rgb, "RGB", width, height, "whole.png");
+    PilWrite(rgb, "RGB", width, height, "whole.jpg");
+    PilWrite(rgb, "RGB", width, height, "whole.tif");
+    PilWrite(rgb, "RGB", width, height, "progressive.jpg", {"progressive=1"});
+    struct Cut {
+        std::string source, phrase;
+    };
+    for (const Cut &c : {Cut{"whole.png", "damaged PNG: it is cut short"},
+                         Cut{"whole.jpg", "damaged JPEG: Premature end of JPEG file"},
+                         Cut{"progressive.jpg", "damaged JPEG"}, Cut{"whole.tif", "damaged TIFF"}}) {
+        SCOPED_TRACE(c.source);
+        Bytes whole = ReadFile(Path(c.source));
+        WriteFile(Path("cut"), whole.substr(0, whole.size() * 2 / 3));
+        ExpectRefused({"import", Path("cut"), Path("out.hv")}, "out.hv", c.phrase);
+    }
+    // A PNG whose header promises 2^31 - 1 by 2^31 - 1 pixels.
+    TiffBytes ihdr{true, ""};
+    ihdr.Put32(0x7FFFFFFF);
+    ihdr.Put32(0x7FFFFFFF);
+    ihdr.bytes += Bytes("\x08\x02\x00\x00\x00", 5);
+    const Bytes someData = PngChunk("IDAT", Bytes("\x78\x9c\x63\x60", 4));
+    WriteFile(Path("huge.png"), "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", ihdr.bytes) + someData + PngChunk("IEND", ""));
+    ExpectRefused({"import", Path("huge.png"), Path("out.hv")}, "out.hv", "is 2147483647 pixels wide");
+    // A PNG of sane size whose data stop after the header.
+    TiffBytes small{true, ""};
+    small.Put32(4000);
+    small.Put32(4000);
+    small.bytes += Bytes("\x08\x00\x00\x00\x00", 5);
+    WriteFile(Path("empty.png"), "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", small.bytes) + someData + PngChunk("IEND", ""));
+    ExpectRefused({"import", Path("empty.png"), Path("out.hv")}, "out.hv", "damaged PNG");
+    // netpbm headers that lie, or overflow.
+    WriteFile(Path("tall.pgm"), "P5\n100000 100000\n255\nabc");
+    ExpectRefused({"import", Path("tall.pgm"), Path("out.hv")}, "out.hv", "cut short: it ends after 0 of its 100000 rows");
+    WriteFile(Path("wide.ppm"), "P6\n4000000000 2\n255\n");
+    ExpectRefused({"import", Path("wide.ppm"), Path("out.hv")}, "out.hv", "4000000000 pixels wide");
+    WriteFile(Path("long.pgm"), "P2\n2 1\n255\n7 99999999999999999999\n");
+    ExpectRefused({"import", Path("long.pgm"), Path("out.hv")}, "out.hv", "above its maxval 255");
+    WriteFile(Path("zero.pgm"), "P5\n0 3\n255\n");
+    ExpectRefused({"import", Path("zero.pgm"), Path("out.hv")}, "out.hv", "no pixels");
+    WriteFile(Path("text.png"), "hello\n");
+    ExpectRefused({"import", Path("text.png"), Path("out.hv")}, "out.hv", "not a picture this host reads");
+    ExpectRefused({"import", Path("nothing.png"), Path("out.hv")}, "out.hv", "can't read");
+    // An export that its kind refuses leaves nothing either.
+    WriteFile(Path("one.pgm"), "P5\n1 1\n255\n\x07");
+    ASSERT_EQ(Run({"import", Path("one.pgm"), Path("one.hv")}).status, 0);
+    ExpectRefused({"export", Path("one.hv"), Path("out.ppm")}, "out.ppm", "1 separations; .ppm takes three");
+    ExpectRefused({"export", Path("one.hv"), Path("out.gif")}, "out.gif", ".png, .tif, .jpg, .pgm or .ppm");
+}
+
+TEST_F(Pictures, ImageExtAndEitherByteOrderStoreTheSameSamples) {
+    std::vector<uint16_t> values = Words(4 * 3 * 3, 2);
+    WriteFile(Path("in.ppm"), "P6 4 3 65535\n" + BigWords(values));
+    for (const char *order : {"big", "little"}) {
+        SCOPED_TRACE(order);
+        Result r = Run({"import", Path("in.ppm"), Path("ext.hv"), "--format", "image-ext", "--byte-order", order});
+        ASSERT_EQ(r.status, 0) << r.err;
+        Bytes file = ReadFile(Path("ext.hv"));
+        EXPECT_EQ(HeaderLine(file, "format"), "image-ext");
+        EXPECT_EQ(HeaderLine(file, "architecture"), std::string(order) == "big" ? "type 1" : "type 2");
+        // Out again as netpbm: the same words whatever the stored order.
+        ASSERT_EQ(Run({"export", Path("ext.hv"), Path("out.ppm")}).status, 0);
+        EXPECT_EQ(ReadFile(Path("out.ppm")), "P6\n4 3\n65535\n" + BigWords(values));
+    }
+}
+
+TEST_F(Pictures, DemoWritesEachResultAsAPng) {
+    env_ = {"TMPDIR=" + dir_};
+    Result r = Run({"demo", "--keep"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    size_t at = r.out.find("The files are in ");
+    ASSERT_NE(at, std::string::npos) << r.out;
+    std::string demoDir = r.out.substr(at + 17, r.out.find('.', at + 17 + dir_.size()) - at - 17);
+    EXPECT_NE(r.out.find("invert.png"), std::string::npos) << r.out;
+    std::string relative = demoDir.substr(dir_.size() + 1) + "/invert.png";
+    Pil invert = PilRead(relative);
+    ASSERT_EQ(invert.width, 16u);
+    ASSERT_EQ(invert.height, 4u);
+    // The sample's first row rises by 17; inverted it falls from 255.
+    for (uint32_t x = 0; x < 16; ++x)
+        EXPECT_EQ((uint8_t)invert.samples[x], 255 - x * 17);
+}
+
+} // namespace
