@@ -12,8 +12,8 @@
 // n-th allocation from now.  Under the ASan build its leak check at exit
 // looks at the same blocks once more.
 //
-// The loops run 100,000 times per back end, 10,000 under a sanitizer (see
-// kRounds).  TCP and HTTP streams run 2,000 rounds: every round leaves a
+// The loops run 100,000 times per back end, 10,000 under a sanitizer
+// (sanitized_build.h).  TCP and HTTP streams run 2,000 rounds: every round leaves a
 // connection in TIME_WAIT, and loopback has fewer than 30,000 ephemeral
 // ports to give.
 #include <gtest/gtest.h>
@@ -33,6 +33,7 @@
 #include <vector>
 
 #include "dpk_hvsup.h"
+#include "sanitized_build.h"
 #include "temp_dir.h"
 
 namespace {
@@ -100,17 +101,7 @@ void halv_internal_free(void *ptr) noexcept {
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kRounds = 10000;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr int kRounds = 10000;
-#else
-constexpr int kRounds = 100000;
-#endif
-#else
-constexpr int kRounds = 100000;
-#endif
+constexpr int kRounds = halvtest::ScaledRounds(100000);
 constexpr int kSocketRounds = 2000;
 
 int OpenDescriptors() {

@@ -978,6 +978,8 @@ TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
         std::string length = "Content-Length: " + std::to_string(image.size()) + "\r\n";
         char size[16];
         snprintf(size, sizeof size, "%zx", image.size());
+        // image-ext data come in chunk records, one of which the cut leaves short.
+        std::string cutShort = format == "internal" ? "is cut short" : "its data end inside a chunk";
         struct Case {
             std::string name;
             std::string answer;
@@ -986,10 +988,10 @@ TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
             {"whole, with its length", "HTTP/1.1 200 OK\r\n" + length + "\r\n" + image, ""},
             {"whole, chunked", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) + "\r\n" +
                                    image + "\r\n0\r\n\r\n", ""},
-            {"closed before its length", "HTTP/1.1 200 OK\r\n" + length + "\r\n" + cut, "cut short"},
-            {"closed, no length", "HTTP/1.1 200 OK\r\n\r\n" + cut, "cut short"},
+            {"closed before its length", "HTTP/1.1 200 OK\r\n" + length + "\r\n" + cut, cutShort},
+            {"closed, no length", "HTTP/1.1 200 OK\r\n\r\n" + cut, cutShort},
             {"closed inside a chunk", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) +
-                                          "\r\n" + cut, "cut short"},
+                                          "\r\n" + cut, cutShort},
             {"not found", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "can't open"},
             {"never answers", "", "can't open"},
         };
