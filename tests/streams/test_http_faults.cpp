@@ -6,6 +6,9 @@
 // result within a bounded time and a bounded number of calls: never a
 // crash, a signal, an unbounded allocation or a hang.
 //
+// Each server (peer::Server) talks on a std::thread of its own, so this
+// program is one of the threaded ones that the TSan pass runs.
+//
 // HV_URL_TIMEOUT bounds connect, request and head; it is set small here so
 // that the cases that wait for it finish quickly.  Elapsed times are only
 // checked against generous ceilings that tell "bounded" from "hung".
