@@ -13,9 +13,9 @@
 // looks at the same blocks once more.
 //
 // The loops run 100,000 times per back end, 10,000 under a sanitizer
-// (sanitized_build.h).  TCP and HTTP streams run 2,000 rounds: every round leaves a
-// connection in TIME_WAIT, and loopback has fewer than 30,000 ephemeral
-// ports to give.
+// (sanitized_build.h).  TCP and HTTP streams run 2,000 rounds (200): every
+// round leaves a connection in TIME_WAIT, and loopback has fewer than
+// 30,000 ephemeral ports to give.
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -102,7 +102,7 @@ void halv_internal_free(void *ptr) noexcept {
 namespace {
 
 constexpr int kRounds = halvtest::ScaledRounds(100000);
-constexpr int kSocketRounds = 2000;
+constexpr int kSocketRounds = halvtest::ScaledRounds(2000);
 
 int OpenDescriptors() {
     int count = 0;
