@@ -203,11 +203,17 @@ HALV_API HalvIO *HalvIO_TcpSocket(const char *host, uint16_t port, int32_t backl
  * redirect is followed), and read gives its body, bounded by Content-Length
  * or by the chunks, else up to the server's close, and 0 from then on.
  * 'n' in mode makes the socket non-blocking once the request (and a GET's
- * head) is done; other letters have no effect.  HV_PROXY, as host[:port],
+ * head) is done; other letters have no effect.  Connecting, sending the
+ * request and reading a GET's head must be done within HV_URL_TIMEOUT
+ * milliseconds (default 60000; a value that is no positive number gives
+ * the default), else the result is null: a server that accepts and never
+ * answers can't hold the call for ever.  Reads of the body have no such
+ * bound; on a non-blocking stream the caller bounds them with
+ * HalvIOSelect.  HV_PROXY, as host[:port],
  * sends the request there with the whole URL as its target.  Result: the
  * stream, or null for another scheme, an unknown host, a failed connection,
  * a request line or Host line over 511 bytes, control bytes in the URL,
- * another status, a head line over 511 bytes, or a Content-Length that is
+ * the time bound passed, another status, a head line over 511 bytes, or a Content-Length that is
  * no number from 0 to 2^31 - 1.  A read of a chunk size that is no such
  * number gives -1, and so does every read after it. */
 HALV_API HalvIO *HalvIO_URL(const char *url, const char *mode) HALV_NOEXCEPT;

@@ -97,13 +97,29 @@ int OpenTcpSocket() noexcept;
 /* The first IPv4 address of host, in network order; false if none. */
 bool ResolveIPv4(const char *host, uint32_t *address) noexcept;
 
-/* Connects fd to address (network order) and port (host order). */
-bool ConnectIPv4(int fd, uint32_t address, uint16_t port) noexcept;
+/* A point in time on the monotonic clock that a chain of waits must not
+ * pass: the time bound of a URL stream's request and head. */
+struct Deadline {
+    int64_t endMs;
+};
+Deadline DeadlineIn(int32_t ms) noexcept;
+/* Milliseconds left, 0 once it has passed. */
+int32_t LeftMs(const Deadline &deadline) noexcept;
+
+/* Waits until fd is ready for events (POLLIN, POLLOUT), a hang-up or an
+ * error counting as ready; false when the deadline passes first. */
+bool WaitSocket(int fd, short events, const Deadline &deadline) noexcept;
+
+/* Connects fd to address (network order) and port (host order).  On a
+ * non-blocking fd the connection is waited for until the deadline, when
+ * one is given; on a blocking fd the system's own connect time applies. */
+bool ConnectIPv4(int fd, uint32_t address, uint16_t port, const Deadline *deadline = nullptr) noexcept;
 
 /* Reuse of a port in TIME_WAIT, bind, listen. */
 bool ListenIPv4(int fd, uint32_t address, uint16_t port, int backlog) noexcept;
 
 bool SetNonBlocking(int fd) noexcept;
+bool SetBlocking(int fd) noexcept;
 bool IsNonBlocking(int fd) noexcept;
 
 ssize_t RecvSome(int fd, void *buffer, size_t count) noexcept;

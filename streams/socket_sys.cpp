@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "streams/socket_internal.h"
 
@@ -51,21 +52,50 @@ bool ResolveIPv4(const char *host, uint32_t *address) noexcept {
     return true;
 }
 
-bool ConnectIPv4(int fd, uint32_t address, uint16_t port) noexcept {
+Deadline DeadlineIn(int32_t ms) noexcept {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return Deadline{now.tv_sec * 1000 + now.tv_nsec / 1000000 + ms};
+}
+
+int32_t LeftMs(const Deadline &deadline) noexcept {
+    int64_t left = DeadlineIn(0).endMs;
+    left = deadline.endMs - left;
+    return left <= 0 ? 0 : left > INT32_MAX ? INT32_MAX : static_cast<int32_t>(left);
+}
+
+bool WaitSocket(int fd, short events, const Deadline &deadline) noexcept {
+    for (;;) {
+        pollfd entry = {fd, events, 0};
+        int ready = poll(&entry, 1, LeftMs(deadline));
+        if (ready > 0)
+            return true;
+        if (ready == 0 || errno != EINTR)
+            return false;
+    }
+}
+
+bool ConnectIPv4(int fd, uint32_t address, uint16_t port, const Deadline *deadline) noexcept {
     sockaddr_in endpoint = IPv4Endpoint(address, port);
     if (connect(fd, reinterpret_cast<const sockaddr *>(&endpoint), sizeof endpoint) == 0)
         return true;
-    if (errno != EINTR)
+    if (errno != EINTR && errno != EINPROGRESS)
         return false;
-    /* An interrupted connect goes on by itself: wait for its outcome. */
-    pollfd entry = {fd, POLLOUT, 0};
-    int ready;
-    do
-        ready = poll(&entry, 1, -1);
-    while (ready < 0 && errno == EINTR);
+    /* The connection goes on by itself: wait for its outcome. */
+    bool ready;
+    if (deadline != nullptr) {
+        ready = WaitSocket(fd, POLLOUT, *deadline);
+    } else {
+        pollfd entry = {fd, POLLOUT, 0};
+        int polled;
+        do
+            polled = poll(&entry, 1, -1);
+        while (polled < 0 && errno == EINTR);
+        ready = polled == 1;
+    }
     int fault = 0;
     socklen_t length = sizeof fault;
-    return ready == 1 && getsockopt(fd, SOL_SOCKET, SO_ERROR, &fault, &length) == 0 && fault == 0;
+    return ready && getsockopt(fd, SOL_SOCKET, SO_ERROR, &fault, &length) == 0 && fault == 0;
 }
 
 bool ListenIPv4(int fd, uint32_t address, uint16_t port, int backlog) noexcept {
@@ -79,6 +109,11 @@ bool ListenIPv4(int fd, uint32_t address, uint16_t port, int backlog) noexcept {
 bool SetNonBlocking(int fd) noexcept {
     int flags = fcntl(fd, F_GETFL);
     return flags != -1 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+}
+
+bool SetBlocking(int fd) noexcept {
+    int flags = fcntl(fd, F_GETFL);
+    return flags != -1 && fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
 
 bool IsNonBlocking(int fd) noexcept {

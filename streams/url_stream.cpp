@@ -7,7 +7,14 @@
  * Host, and either Accept-Encoding (GET) or Transfer-Encoding (PUT), and
  * no other header.  A GET reads the response head here, in blocking mode,
  * and leaves the body to the read slot; a PUT never reads the answer.
+ *
+ * Connecting, sending the request and reading the head share one time
+ * bound, HV_URL_TIMEOUT milliseconds, so that a server that accepts and
+ * never answers, or dribbles its head out, can't hold the constructor for
+ * ever.  The socket is non-blocking for that step, each wait a poll up to
+ * the deadline; blocking mode, if the caller wants it, comes back after.
  */
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -27,6 +34,9 @@ constexpr uint16_t kDefaultPort = 80;
 constexpr uint16_t kNoPort = 65535;
 constexpr size_t kPieceSize = 512;
 constexpr int kStatusOk = 200;
+/* The time bound of connect, request and head when HV_URL_TIMEOUT is
+ * unset or no positive number: long enough for any server that answers. */
+constexpr int32_t kDefaultTimeoutMs = 60000;
 
 constexpr char kGetTail[] = "Accept-Encoding: chunked, identity\r\n\r\n";
 constexpr char kPutTail[] = "Transfer-Encoding: chunked\r\n\r\n";
@@ -95,21 +105,47 @@ bool BuildRequest(const char *url, const char *proxy, const char *mode, Request 
            FormatPiece(request->hostLine, "Host: %s\r\n", request->host);
 }
 
-/* The three pieces, each its own send.  The first two may wait for the
- * third, so the head leaves in one segment. */
-void SendRequest(int fd, const Request &request) noexcept {
-    const char *tail = request.put ? kPutTail : kGetTail;
-    halv::SendSome(fd, request.requestLine, std::strlen(request.requestLine), true);
-    halv::SendSome(fd, request.hostLine, std::strlen(request.hostLine), true);
-    halv::SendSome(fd, tail, std::strlen(tail));
+int32_t HeadTimeoutMs() noexcept {
+    const char *text = HalvGetenv("HV_URL_TIMEOUT");
+    int64_t ms;
+    if (text == nullptr || !halv::ScanDecimal(text, &ms) || ms <= 0)
+        return kDefaultTimeoutMs;
+    return ms > INT32_MAX ? INT32_MAX : static_cast<int32_t>(ms);
 }
 
-int ConnectTo(const Request &request) noexcept {
+/* All of bytes, on a non-blocking socket, by the deadline. */
+bool SendWithin(int fd, const char *bytes, size_t length, bool moreFollows, const halv::Deadline &deadline) noexcept {
+    while (length > 0) {
+        ssize_t sent = halv::SendSome(fd, bytes, length, moreFollows);
+        if (sent > 0) {
+            bytes += sent;
+            length -= static_cast<size_t>(sent);
+        } else if (sent == 0 || halv::FailedIoResult() != -2 || !halv::WaitSocket(fd, POLLOUT, deadline)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/* The three pieces, each its own send.  The first two may wait for the
+ * third, so the head leaves in one segment.  False only when the time runs
+ * out: a failed send shows in what the server answers, or in the writes of
+ * a PUT. */
+bool SendRequest(int fd, const Request &request, const halv::Deadline &deadline) noexcept {
+    const char *tail = request.put ? kPutTail : kGetTail;
+    const char *pieces[] = {request.requestLine, request.hostLine, tail};
+    for (size_t i = 0; i < 3; i++)
+        if (!SendWithin(fd, pieces[i], std::strlen(pieces[i]), i < 2, deadline) && LeftMs(deadline) == 0)
+            return false;
+    return true;
+}
+
+int ConnectTo(const Request &request, const halv::Deadline &deadline) noexcept {
     uint32_t address;
     if (!halv::ResolveIPv4(request.host, &address))
         return -1;
     int fd = halv::OpenTcpSocket();
-    if (fd >= 0 && !halv::ConnectIPv4(fd, address, request.port)) {
+    if (fd >= 0 && (!halv::SetNonBlocking(fd) || !halv::ConnectIPv4(fd, address, request.port, &deadline))) {
         close(fd);
         fd = -1;
     }
@@ -147,16 +183,34 @@ bool TakeHeader(SocketStream *s, const char *line) noexcept {
     return true;
 }
 
+/* One line of the head, waiting for its bytes up to the deadline; a time
+ * that runs out is a failed read (-1).  The deadline is looked at before
+ * every line too, so a server that sends header lines without end, as fast
+ * as they are taken, is cut off as well. */
+int32_t ReadHeadLine(SocketStream *s, bool *closed, const halv::Deadline &deadline) noexcept {
+    *closed = false;
+    if (LeftMs(deadline) == 0)
+        return -1;
+    for (;;) {
+        int32_t length = halv::ReadSocketLine(s, closed);
+        if (length != -2)
+            return length;
+        if (!halv::WaitSocket(halv::SocketOf(s), POLLIN, deadline))
+            return -1;
+    }
+}
+
 /* Status line and headers, up to the empty line; a failed read or a closed
  * connection also ends the head.  False for a status other than 200, a
- * status line that can't be read, or a line longer than the line buffer. */
-bool ReadHead(SocketStream *s) noexcept {
+ * status line that can't be read, a line longer than the line buffer, or a
+ * head that isn't complete by the deadline. */
+bool ReadHead(SocketStream *s, const halv::Deadline &deadline) noexcept {
     bool closed;
-    if (halv::ReadSocketLine(s, &closed) < 0 || !StatusIsOk(s->lineStart))
+    if (ReadHeadLine(s, &closed, deadline) < 0 || !StatusIsOk(s->lineStart))
         return false;
     while (!closed) {
-        int32_t length = halv::ReadSocketLine(s, &closed);
-        if (length == halv::kLineTooLong)
+        int32_t length = ReadHeadLine(s, &closed, deadline);
+        if (length == halv::kLineTooLong || (length < 0 && LeftMs(deadline) == 0))
             return false;
         if (length <= 0)
             break;
@@ -185,13 +239,15 @@ HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
     StartSocketLayer();
     Request request;
     int fd = -1;
-    bool opened = HalvIsURL(url) && BuildRequest(url, proxy, mode, &request) && (fd = ConnectTo(request)) >= 0;
+    const halv::Deadline deadline = DeadlineIn(HeadTimeoutMs());
+    bool opened = HalvIsURL(url) && BuildRequest(url, proxy, mode, &request) &&
+                  (fd = ConnectTo(request, deadline)) >= 0;
     if (opened) {
         s->socket = fd;
-        SendRequest(fd, request);
         /* An upload's head comes back only when its stream closes. */
         s->chunked = s->uploading = request.put ? 1 : 0;
-        opened = request.put || ReadHead(s);
+        opened = SendRequest(fd, request, deadline) && (request.put || ReadHead(s, deadline)) &&
+                 (HasLetter(mode, 'n') || SetBlocking(fd));
     }
     if (!opened) {
         if (fd >= 0)
@@ -199,8 +255,6 @@ HalvIO *OpenUrl(const char *url, const char *mode) noexcept {
         halv_internal_free(u);
         return nullptr;
     }
-    if (HasLetter(mode, 'n'))
-        SetNonBlocking(fd);
     return &s->io;
 }
 

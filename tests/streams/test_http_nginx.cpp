@@ -1,277 +1,76 @@
-// Uploads through the HTTP stream to nginx, whose WebDAV module stores each
-// PUT body as a file: a standard server that holds a chunked body to the
-// letter of HTTP/1.1 and refuses one that does not end as it should.
-//
-// The test starts nginx itself, not as a daemon and as the current user, with
-// its own configuration, prefix, logs and temporary directories in a fresh
-// directory and a free port on 127.0.0.1, and stops it at the end.  nginx is
-// installed by scripts/deps.sh; if it cannot be started the test fails.
-//
-// nginx writes its pid file only once its listening socket is open, and its
-// access log line only once a request is finished (the body stored and
-// renamed into place, the answer sent), so the test waits on those two files
-// through inotify rather than by polling or sleeping.
+// The HTTP stream against nginx, a standard server on 127.0.0.1.  Uploads
+// go to its WebDAV module, which stores each PUT body as a file and holds a
+// chunked body to the letter of HTTP/1.1, refusing one that does not end as
+// it should.  Downloads read files it serves with a Content-Length, and
+// files it passes through a substitution filter, which sends them chunked.
+// curl, an independent client, reads back what the stream uploaded and
+// uploads what the stream reads.  The server comes from
+// streams/nginx_server.h; if it cannot be started the test fails.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <pwd.h>
-#include <signal.h>
 #include <spawn.h>
-#include <sys/inotify.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "dpk_hvsup.h"
+#include "streams/nginx_server.h"
 #include "streams/peer.h"
-
-extern char **environ;
 
 namespace {
 
+using nginx_test::FindNginx;
+using nginx_test::Nginx;
+using nginx_test::ReadWholeFile;
 namespace fs = std::filesystem;
 
-constexpr int kStartPatienceMs = 20000;
-constexpr int kRequestPatienceMs = 60000;
-
-std::string ReadWholeFile(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
+// Runs curl with args; its exit status, or -1 when it can't be started.
+int RunCurl(const std::vector<std::string> &args) {
+    std::vector<std::string> all = {"curl", "--silent", "--show-error", "--fail", "--max-time", "60"};
+    all.insert(all.end(), args.begin(), args.end());
+    std::vector<char *> argv;
+    for (std::string &a : all)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    pid_t pid;
+    if (posix_spawnp(&pid, "curl", nullptr, nullptr, argv.data(), environ) != 0)
+        return -1;
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// nginx is in /usr/sbin, which an ordinary user's PATH may leave out.
-std::string FindNginx() {
-    const char *path = std::getenv("PATH");
-    std::string dirs = std::string(path != nullptr ? path : "") + ":/usr/sbin:/sbin:/usr/local/sbin";
-    std::stringstream list(dirs);
-    std::string dir;
-    while (std::getline(list, dir, ':')) {
-        std::string candidate = (dir.empty() ? "." : dir) + "/nginx";
-        if (access(candidate.c_str(), X_OK) == 0)
-            return candidate;
-    }
-    return {};
-}
-
-// A port on 127.0.0.1 that nothing listens on right now.
-uint16_t FreePort() {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    uint16_t port = 0;
-    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
-        port = peer::PortOf(fd);
-    if (fd >= 0)
-        close(fd);
-    return port;
-}
-
-// Waits for changes in one directory: files written and closed, or renamed
-// into it.
-class DirectoryWatch {
-public:
-    explicit DirectoryWatch(const std::string &dir) {
-        fd_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-        if (fd_ >= 0)
-            inotify_add_watch(fd_, dir.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_MODIFY);
-    }
-    ~DirectoryWatch() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    bool ok() const { return fd_ >= 0; }
-
-    // Waits until done() holds, looking again after every change in the
-    // directory (and whenever `also` becomes readable), up to timeoutMs.
-    template <typename Done>
-    bool WaitUntil(Done done, int timeoutMs, int also = -1) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-        while (!done()) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0)
-                return false;
-            pollfd entries[2] = {{fd_, POLLIN, 0}, {also, POLLIN, 0}};
-            if (poll(entries, also >= 0 ? 2 : 1, static_cast<int>(left.count())) < 0 && errno != EINTR)
-                return false;
-            char events[4096];
-            while (read(fd_, events, sizeof events) > 0) {
-            }
-            if (also >= 0 && (entries[1].revents & (POLLIN | POLLHUP)) != 0 && !onAlso_())
-                return done();
-        }
-        return true;
-    }
-
-    // Called when `also` is readable; false stops the wait.
-    template <typename F>
-    void OnAlso(F f) {
-        onAlso_ = f;
-    }
-
-private:
-    int fd_ = -1;
-    std::function<bool()> onAlso_ = [] { return true; };
+// Every read of a GET on url into one string, through the copy (which
+// waits on a non-blocking stream when it would block).  ok false when the
+// stream is refused.
+struct Fetched {
+    bool ok = false;
+    std::string body;
 };
+Fetched Fetch(const std::string &url, const char *mode) {
+    Fetched out;
+    HalvIO *io = HalvIO_URL(url.c_str(), mode);
+    if (io == nullptr)
+        return out;
+    HalvIO *mem = HalvIO_Mem(0);
+    out.ok = HalvIOCopyBytes(mem, io, 0) >= 0;
+    out.body.assign(static_cast<char *>(HalvIOMemBuffer(mem)), HalvIOMemLength(mem));
+    mem->close(mem);
+    io->close(io);
+    return out;
+}
 
-// One nginx in a directory of its own, serving PUT into <dir>/store.
-class Nginx {
-public:
-    ~Nginx() { Stop(); }
+// The substitution filter takes away the Content-Length, so nginx sends
+// these files chunked.
+constexpr char kChunkedLocation[] =
+    "    location /chunked/ {\n"
+    "      sub_filter 'cat' 'dog';\n"
+    "      sub_filter_once off;\n"
+    "      sub_filter_types *;\n"
+    "    }\n";
 
-    // Starts nginx; false with the reason in error() when it doesn't come up.
-    bool Start(const std::string &nginx, const std::string &dir) {
-        dir_ = dir;
-        for (const char *sub : {"conf", "logs", "store", "temp"})
-            fs::create_directories(dir_ + "/" + sub);
-        // A port freed a moment ago may be taken again before nginx binds it.
-        for (int attempt = 0; attempt < 3; attempt++) {
-            port_ = FreePort();
-            if (port_ != 0 && StartOnce(nginx))
-                return true;
-            Stop();
-        }
-        return false;
-    }
-
-    void Stop() {
-        if (stderr_ >= 0)
-            close(stderr_);
-        stderr_ = -1;
-        if (pid_ <= 0)
-            return;
-        kill(pid_, SIGTERM);
-        // Bounded: a pidfd says when it has gone; an nginx that hangs is killed.
-        int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
-        if (pidfd >= 0) {
-            pollfd entry = {pidfd, POLLIN, 0};
-            if (poll(&entry, 1, 10000) != 1)
-                kill(pid_, SIGKILL);
-            close(pidfd);
-        }
-        waitpid(pid_, nullptr, 0);
-        pid_ = -1;
-    }
-
-    std::string Url(const std::string &path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
-    std::string StoredPath(const std::string &name) const { return dir_ + "/store/" + name; }
-    std::string error() const { return error_ + "\nerror log:\n" + ReadWholeFile(dir_ + "/logs/error.log"); }
-
-    // The access log's lines so far: "<status> <request line>".
-    std::vector<std::string> Requests() const {
-        std::vector<std::string> lines;
-        std::stringstream log(ReadWholeFile(dir_ + "/logs/access.log"));
-        std::string line;
-        while (std::getline(log, line))
-            lines.push_back(line);
-        return lines;
-    }
-
-    // Waits until count requests have been logged, and gives the last one.
-    std::string AwaitRequest(size_t count) {
-        DirectoryWatch watch(dir_ + "/logs");
-        watch.WaitUntil([&] { return Requests().size() >= count; }, kRequestPatienceMs);
-        std::vector<std::string> lines = Requests();
-        return lines.size() >= count ? lines[count - 1] : "<no request logged>";
-    }
-
-private:
-    bool StartOnce(const std::string &nginx) {
-        fs::remove(dir_ + "/logs/nginx.pid");
-        WriteConfig();
-        DirectoryWatch watch(dir_ + "/logs");
-        if (!watch.ok()) {
-            error_ = "inotify failed";
-            return false;
-        }
-        int err[2];
-        if (pipe2(err, O_CLOEXEC) != 0)
-            return false;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, err[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-        std::vector<std::string> arguments = {nginx, "-p", dir_ + "/", "-c", dir_ + "/conf/nginx.conf",
-                                              "-e", dir_ + "/logs/error.log"};
-        std::vector<char *> argv;
-        for (std::string &a : arguments)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        int failed = posix_spawn(&pid_, nginx.c_str(), &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        close(err[1]);
-        if (failed != 0) {
-            pid_ = -1;
-            close(err[0]);
-            error_ = "posix_spawn of " + nginx + " failed: " + std::strerror(failed);
-            return false;
-        }
-        stderr_ = err[0];
-        // Ready once the pid file is there; gone if its output ends first.
-        std::string output;
-        bool exited = false;
-        watch.OnAlso([&] {
-            char buffer[512];
-            ssize_t got = read(stderr_, buffer, sizeof buffer);
-            if (got > 0)
-                output.append(buffer, static_cast<size_t>(got));
-            exited = got == 0;
-            return !exited;
-        });
-        std::string pidFile = dir_ + "/logs/nginx.pid";
-        bool ready = watch.WaitUntil([&] { return fs::exists(pidFile); }, kStartPatienceMs, stderr_);
-        if (!ready)
-            error_ = exited ? "nginx exited: " + output : "nginx did not write its pid file: " + output;
-        return ready;
-    }
-
-    void WriteConfig() {
-        std::ofstream conf(dir_ + "/conf/nginx.conf");
-        conf << "daemon off;\n"
-                "master_process off;\n"  // one process, the current user's
-                "pid " << dir_ << "/logs/nginx.pid;\n"
-                "error_log " << dir_ << "/logs/error.log;\n"
-                "events { worker_connections 64; }\n"
-                "http {\n"
-                "  log_format status '$status $request';\n"
-                "  access_log " << dir_ << "/logs/access.log status;\n";
-        for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-            conf << "  " << kind << "_temp_path " << dir_ << "/temp/" << kind << ";\n";
-        conf << "  client_max_body_size 0;\n"
-                "  server {\n"
-                "    listen 127.0.0.1:" << port_ << ";\n"
-                "    root " << dir_ << "/store;\n"
-                "    location / {\n"
-                "      dav_methods PUT;\n"
-                "      create_full_put_path on;\n"
-                "    }\n"
-                "  }\n"
-                "}\n";
-    }
-
-    std::string dir_;
-    std::string error_;
-    pid_t pid_ = -1;
-    int stderr_ = -1;
-    uint16_t port_ = 0;
-};
-
-class NginxUpload : public ::testing::Test {
+class NginxServer : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string nginx = FindNginx();
@@ -279,6 +78,7 @@ protected:
         char pattern[] = "/tmp/halv_nginx_XXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
         dir_ = pattern;
+        server_.AddLocations(kChunkedLocation);
         ASSERT_TRUE(server_.Start(nginx, dir_)) << server_.error();
     }
     void TearDown() override {
@@ -298,9 +98,17 @@ protected:
             << name << ": first differing byte at " << (mismatch.first - stored.begin());
     }
 
+    void Store(const std::string &name, const std::string &bytes) {
+        fs::create_directories(fs::path(server_.StoredPath(name)).parent_path());
+        std::ofstream(server_.StoredPath(name), std::ios::binary) << bytes;
+    }
+
     Nginx server_;
     std::string dir_;
 };
+
+using NginxUpload = NginxServer;
+using NginxDownload = NginxServer;
 
 TEST_F(NginxUpload, BodiesOfEverySizeAreStoredIntact) {
     struct Case {
@@ -357,6 +165,100 @@ TEST_F(NginxUpload, ARewrittenFileHoldsTheNewBody) {
         EXPECT_EQ(logged, std::string(requests == 1 ? "201" : "204") + " PUT /image.pxs HTTP/1.1") << server_.error();
         ExpectStored("image.pxs", *body);
     }
+}
+
+TEST_F(NginxDownload, FilesComeWholeWithTheirLength) {
+    struct Case {
+        const char *name;
+        size_t size;
+    };
+    const Case cases[] = {{"empty.pxs", 0}, {"one.pxs", 1}, {"page.pxs", 4096}, {"large.pxs", 16u << 20}};
+    for (const Case &c : cases) {
+        std::string body = peer::Pattern(c.size, static_cast<unsigned>(c.size % 97));
+        Store(c.name, body);
+        for (const char *mode : {"r", "rn"}) {
+            SCOPED_TRACE(std::string(c.name) + " " + mode);
+            Fetched got = Fetch(server_.Url(std::string("/") + c.name), mode);
+            ASSERT_TRUE(got.ok) << server_.error();
+            EXPECT_EQ(got.body.size(), body.size());
+            EXPECT_TRUE(got.body == body);
+        }
+    }
+    // Not there, and a directory named without its slash (a redirect).
+    fs::create_directories(server_.StoredPath("dir"));
+    EXPECT_FALSE(Fetch(server_.Url("/missing.pxs"), "r").ok);
+    EXPECT_FALSE(Fetch(server_.Url("/dir"), "r").ok);
+    std::vector<std::string> log = server_.Requests();
+    ASSERT_GE(log.size(), 2u);
+    EXPECT_EQ(log[log.size() - 2], "404 GET /missing.pxs HTTP/1.1");
+    EXPECT_EQ(log.back(), "301 GET /dir HTTP/1.1");
+}
+
+TEST_F(NginxDownload, ChunkedResponsesComeWithoutTheirFraming) {
+    // Text with the filter's pattern all through it, so that the filter
+    // demonstrably ran: what comes is nginx's own rewrite.
+    std::string text;
+    for (int i = 0; text.size() < (3u << 20); i++)
+        text += "line " + std::to_string(i) + ": the cat sat on the mat, concatenated\n";
+    std::string expected = text;
+    for (size_t at = 0; (at = expected.find("cat", at)) != std::string::npos; at += 3)
+        expected.replace(at, 3, "dog");
+    Store("chunked/text.txt", text);
+
+    // nginx does send it chunked.
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::string url = server_.Url("/chunked/text.txt");
+    address.sin_port = htons(static_cast<uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
+    ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    ASSERT_TRUE(peer::SendAll(fd, "GET /chunked/text.txt HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n"));
+    std::string head = peer::ReadHead(fd);
+    close(fd);
+    EXPECT_NE(head.find("Transfer-Encoding: chunked"), std::string::npos) << head.substr(0, 400);
+    EXPECT_EQ(head.find("Content-Length"), std::string::npos);
+
+    for (const char *mode : {"r", "rn"}) {
+        SCOPED_TRACE(mode);
+        Fetched got = Fetch(url, mode);
+        ASSERT_TRUE(got.ok) << server_.error();
+        EXPECT_EQ(got.body.size(), expected.size());
+        EXPECT_TRUE(got.body == expected);
+    }
+    // Small reads cross chunk boundaries without losing a byte.
+    HalvIO *io = HalvIO_URL(url.c_str(), "r");
+    ASSERT_NE(io, nullptr);
+    std::string body;
+    char buffer[37];
+    for (int32_t got; (got = io->read(io, buffer, sizeof buffer)) > 0;)
+        body.append(buffer, static_cast<size_t>(got));
+    EXPECT_TRUE(body == expected);
+    io->close(io);
+}
+
+TEST_F(NginxServer, CurlReadsWhatThePutSentAndTheGetReadsWhatCurlSent) {
+    // The stream uploads, curl downloads.
+    std::string body = peer::Pattern(700001, 11);
+    HalvIO *io = HalvIO_URL(server_.Url("/up/by_stream.pxs").c_str(), "w");
+    ASSERT_NE(io, nullptr);
+    HalvIO *source = HalvIO_Str(body.data(), static_cast<uint32_t>(body.size()));
+    EXPECT_EQ(HalvIOCopyBytes(io, source, 0), static_cast<int64_t>(body.size()));
+    source->close(source);
+    io->close(io);
+    EXPECT_EQ(server_.AwaitRequest(1), "201 PUT /up/by_stream.pxs HTTP/1.1") << server_.error();
+    std::string fetched = dir_ + "/by_curl.pxs";
+    ASSERT_EQ(RunCurl({"--output", fetched, server_.Url("/up/by_stream.pxs")}), 0);
+    EXPECT_TRUE(ReadWholeFile(fetched) == body);
+
+    // curl uploads (with a Content-Length), the stream downloads.
+    std::string other = peer::Pattern(300007, 12);
+    std::string local = dir_ + "/local.pxs";
+    std::ofstream(local, std::ios::binary) << other;
+    ASSERT_EQ(RunCurl({"--upload-file", local, server_.Url("/up/by_curl.pxs")}), 0);
+    Fetched got = Fetch(server_.Url("/up/by_curl.pxs"), "r");
+    ASSERT_TRUE(got.ok);
+    EXPECT_TRUE(got.body == other);
 }
 
 }  // namespace

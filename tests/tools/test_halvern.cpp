@@ -7,7 +7,12 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -753,6 +758,131 @@ TEST_F(Halvern, AWriteThatFailsLeavesNoOutput) {
         EXPECT_EQ(Listing(), before) << "neither the output nor its temporary stays";
     }
     signal(SIGXFSZ, SIG_DFL);
+}
+
+// ---------------------------------------------------------------------------
+// Images over HTTP
+// ---------------------------------------------------------------------------
+
+// A server on 127.0.0.1 that gives every connection the same answer, run
+// from the test's own thread while one halvern process lives: it serves
+// until the process has ended, so halvern may connect as often as it likes.
+class OneAnswerServer {
+  public:
+    OneAnswerServer() {
+        fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address);
+        listen(fd_, 8);
+        socklen_t length = sizeof address;
+        getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &length);
+        port_ = ntohs(address.sin_port);
+    }
+    ~OneAnswerServer() { close(fd_); }
+    std::string Url(const std::string &path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+
+    // Answers connections until pid ends (60 s at most); answer empty: read
+    // the request and say nothing until the client gives up.
+    void ServeUntilExit(pid_t pid, const std::string &answer) {
+        int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+        ASSERT_GE(pidfd, 0);
+        auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (std::chrono::steady_clock::now() < end) {
+            pollfd entries[2] = {{pidfd, POLLIN, 0}, {fd_, POLLIN, 0}};
+            if (poll(entries, 2, 1000) < 0 && errno != EINTR)
+                break;
+            if (entries[0].revents != 0)
+                break;
+            if (entries[1].revents == 0)
+                continue;
+            int connection = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (connection < 0)
+                continue;
+            Converse(connection, answer, pidfd);
+            close(connection);
+        }
+        close(pidfd);
+    }
+
+  private:
+    // Reads the request head, sends the answer, or waits for the client's
+    // close (or its end) when there is none.
+    static void Converse(int fd, const std::string &answer, int pidfd) {
+        std::string head;
+        char buffer[4096];
+        for (;;) {
+            pollfd entries[2] = {{fd, POLLIN, 0}, {pidfd, POLLIN, 0}};
+            if (poll(entries, 2, 10000) <= 0 || entries[1].revents != 0)
+                return;
+            ssize_t got = recv(fd, buffer, sizeof buffer, 0);
+            if (got <= 0)
+                return;
+            head.append(buffer, static_cast<size_t>(got));
+            if (!answer.empty() && head.find("\r\n\r\n") != std::string::npos)
+                break;
+        }
+        for (size_t at = 0; at < answer.size();) {
+            ssize_t sent = send(fd, answer.data() + at, answer.size() - at, MSG_NOSIGNAL);
+            if (sent <= 0)
+                return;
+            at += static_cast<size_t>(sent);
+        }
+    }
+
+    int fd_ = -1;
+    uint16_t port_ = 0;
+};
+
+TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
+    // The URL stream ends a body cut short as an ordinary end; halvern
+    // notices the missing scanlines and writes nothing.
+    env_ = {"HV_URL_TIMEOUT=1000"};
+    Layout l;
+    l.height = 40;
+    for (std::string format : {"internal", "image-ext"}) {
+        Bytes image = StoredImage(l, format);
+        Bytes cut = image.substr(0, DataStart(image) + 2 * l.LineBytes() + 3);
+        std::string length = "Content-Length: " + std::to_string(image.size()) + "\r\n";
+        char size[16];
+        snprintf(size, sizeof size, "%zx", image.size());
+        // image-ext data come in chunk records, one of which the cut leaves short.
+        std::string cutShort = format == "internal" ? "is cut short" : "its data end inside a chunk";
+        struct Case {
+            std::string name;
+            std::string answer;
+            std::string phrase; // empty: the run succeeds
+        } cases[] = {
+            {"whole, with its length", "HTTP/1.1 200 OK\r\n" + length + "\r\n" + image, ""},
+            {"whole, chunked", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) + "\r\n" +
+                                   image + "\r\n0\r\n\r\n", ""},
+            {"closed before its length", "HTTP/1.1 200 OK\r\n" + length + "\r\n" + cut, cutShort},
+            {"closed, no length", "HTTP/1.1 200 OK\r\n\r\n" + cut, cutShort},
+            {"closed inside a chunk", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) +
+                                          "\r\n" + cut, cutShort},
+            {"not found", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "can't open"},
+            {"never answers", "", "can't open"},
+        };
+        for (const Case &c : cases) {
+            SCOPED_TRACE(format + ": " + c.name);
+            OneAnswerServer server;
+            std::vector<std::string> before = Listing();
+            pid_t pid = Spawn({"run", "copy", server.Url("/images/in.hv"), Path("out")});
+            ASSERT_GT(pid, 0);
+            server.ServeUntilExit(pid, c.answer);
+            Result r = Wait(pid);
+            if (c.phrase.empty()) {
+                ASSERT_EQ(r.status, 0) << r.err;
+                EXPECT_EQ(StoredData(ReadFile(Path("out")), l), StoreSamples(SampleValues(l), l.bits, false));
+                unlink(Path("out").c_str());
+            } else {
+                EXPECT_NE(r.status, 0);
+                EXPECT_NE(r.err.find(c.phrase), std::string::npos) << r.err;
+                EXPECT_EQ(Listing(), before) << "no output, no temporary";
+            }
+        }
+    }
 }
 
 // ---------------------------------------------------------------------------
