@@ -217,6 +217,8 @@ int RunFunction(const char *name, const char *input, const char *output, char *c
     Output out;
     if (status == kExitOk)
         status = OutputOpen(&out, output);
+    if (status == kExitOk && image.header->managerType == HALV_HDR_PIXELSTREAM)
+        out.pixelsPerLine = image.width; /* written back as the pixel stream it came as */
     if (status == kExitOk) {
         status = OutputFinish(&out, Drive(state, &image, &out));
     }
