@@ -50,7 +50,8 @@ bool RasterReadNumber(HalvUserCMData *tree, const char *section, const char *key
 bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *key, uint32_t *values,
                        uint32_t capacity) noexcept;
 
-/* Stores count numbers as one line of decimal text joined by blanks. */
+/* Stores count numbers as one line of decimal text joined by blanks; with
+ * count 0 the key is taken out instead. */
 HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
                                  uint32_t count) noexcept;
 

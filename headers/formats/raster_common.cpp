@@ -50,6 +50,10 @@ bool RasterReadNumber(HalvUserCMData *tree, const char *section, const char *key
 
 HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
                                  uint32_t count) noexcept {
+    // A list of no numbers is no key at all, which reads as zeroes: a key
+    // written with an empty value would run on into the next key's text.
+    if (count == 0)
+        return DeleteEveryHeaderField(tree, section, key);
     char text[HALV_MAX_SEPARATIONS * kNumberBytes + 1];
     size_t used = 0;
     text[0] = '\0';

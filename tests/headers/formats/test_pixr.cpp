@@ -134,6 +134,19 @@ TEST(RasterPixr, AbsentFrameZeroBlobsAndPixelInterleaveLists) {
     EXPECT_EQ(Param(tree, "Raster", "scanlines"), "0");
     EXPECT_EQ(Param(tree, "Photometry", "name"), "unknown");
     HVHdrFree(tree);
+
+    // No parts: the lists of no numbers are left out, not written empty,
+    // where they would run on into the next key; the text reads back.
+    HalvIO *mem = HalvIO_Mem(0);
+    ASSERT_EQ(HVHdrWrite_Header(b.header, &b.manager, mem), 1);
+    std::string text = Contents(mem) + ExtChunk("ab", 1, 0, 0, HalvIdentifyEndian() == 1);
+    mem->close(mem);
+    EXPECT_EQ(text.find("bytes/sl"), std::string::npos) << text;
+    EXPECT_NE(text.find("offset: 0\ninterleave: scanline\n"), std::string::npos) << text;
+    Opened again(text);
+    ASSERT_EQ(again.result, 1);
+    EXPECT_EQ(again.header->interleave, 0u);
+    EXPECT_EQ(LoadOne(again.manager, again.header, again.input.io()).data, "ab");
 }
 
 TEST(RasterPixr, CompressorsGiveTheirWordAndStay) {
