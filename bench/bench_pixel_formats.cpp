@@ -2,9 +2,9 @@
 //   convert  halvern convert of a 256 MiB internal image into pixr, as a
 //            whole process, against cp of the same file (target: at least
 //            0.7x)
-//   text     a pixel stream of 10 million 8-bit samples (three a pixel)
-//            loaded through its manager from a memory stream, in loads of
-//            65536 pixels, against a strtol() loop over the same text into
+//   text     a pixel stream of 10 million 8-bit samples (grey, one a
+//            pixel, a pixel a line as the format writes it) loaded through
+//            its manager from a memory stream, in loads of 65536 pixels, against a strtol() loop over the same text into
 //            a byte array (target: at least 1x)
 // The image lives in the system's temporary directory; the page cache
 // holds it, so both processes read the same copy.
@@ -115,8 +115,8 @@ void BM_ConvertToPixr(benchmark::State &state) {
 
 struct Text {
     std::string header =
-        "[ID]\nformat: pixelstream\nversion: 1.0-ascii\n\n[Encoding]\nimageParts: 3 0 0\nbits/sample: 8\n\n[End]\f\n";
-    std::string data; // what follows the header: " %u" three a line
+        "[ID]\nformat: pixelstream\nversion: 1.0-ascii\n\n[Encoding]\nimageParts: 1 0 0\nbits/sample: 8\n\n[End]\f\n";
+    std::string data; // what follows the header: " %u" and a line feed each
     Text() {
         uint32_t seed = 12345;
         char number[8];
@@ -124,8 +124,7 @@ struct Text {
             seed = seed * 1103515245u + 12345u;
             std::snprintf(number, sizeof number, " %u", (seed >> 16) & 0xFF);
             data += number;
-            if (i % 3 == 2)
-                data += '\n';
+            data += '\n';
         }
     }
 };
