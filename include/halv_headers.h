@@ -605,8 +605,10 @@ HALV_API int __HVHdrPixelStreamCreateHeader_10_ascii(HalvHeaderStruct **header) 
  * chunk's data point at; from the header's stdinStream when it has one,
  * the stream argument then being ignored.  Every value of pixels x
  * valuesPerPixel is tried: a token that is no number is skipped and costs
- * its value.  The chunk gets the whole pixels read as lines, their bytes,
- * auxWord 0, and flags 1 when fewer came than were asked for.  A buffer
+ * its value.  The load stops at the end of the text: the stream's end, or
+ * a byte 0x04 or 0xFF before or right behind a value (a later load reads
+ * on behind it).  The chunk gets the whole pixels read as lines, their
+ * bytes, auxWord 0, and flags 1 when fewer came than were asked for.  A buffer
  * that can't be had (no memory, above 256 MiB) reads nothing and gives
  * that empty chunk with flags 1; so does a width other than 8, 16, 32, 64.
  * On a stream that can seek, text is read in blocks and what wasn't used

@@ -70,7 +70,7 @@ static void ConvertLine(const Image *image, const unsigned char *line, unsigned 
 }
 
 static int WritePixels(Image *image, Output *out, uint32_t samples) {
-    uint32_t width = image->header->dims[0];
+    uint32_t width = image->width;
     size_t lineOut = (size_t)width * samples * (image->header->bitsPerSample[0] / 8);
     unsigned char *buffer = NULL;
     size_t capacity = 0;
@@ -157,7 +157,7 @@ int CommandExport(int argc, char **argv) {
     if (status == kExitOk) {
         NoteColour(&image, kind->samples);
         char header[64];
-        int length = snprintf(header, sizeof header, "%s\n%u %u\n%u\n", kind->magic, image.header->dims[0],
+        int length = snprintf(header, sizeof header, "%s\n%u %u\n%u\n", kind->magic, image.width,
                               image.height, ImageCommonBits(&image) == 8 ? 255u : 65535u);
         status = OutputWriteBytes(&out, header, (uint32_t)length);
         if (status == kExitOk)

@@ -1504,6 +1504,13 @@ TEST_F(Halvern, ConvertCarriesAnImageThroughPixrAndPixelStreamsAndBack) {
             ASSERT_EQ(r.status, 0) << r.err;
             EXPECT_EQ(ReadFile(Path("h")), original);
 
+            // Exported, the pixel stream and the image it came from are one picture.
+            r = Run({"export", Path("c.px"), Path("from-stream.ppm")});
+            ASSERT_EQ(r.status, 0) << r.err;
+            r = Run({"export", Path("a"), Path("from-image.ppm")});
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_EQ(ReadFile(Path("from-stream.ppm")), ReadFile(Path("from-image.ppm")));
+
             r = Run({"info", Path("c.px")});
             ASSERT_EQ(r.status, 0) << r.err;
             EXPECT_NE(r.out.find("size:          5 pixels x 7 scanlines"), std::string::npos) << r.out;
