@@ -720,11 +720,11 @@ TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
                   "1.0-ascii or 1.0-binary");
     ExpectRefused({"convert", Path("a.hvs"), Path("x"), "--format", "spectral", "--byte-order", "big"}, "x",
                   "this machine's byte order");
-    ExpectRefused({"export", Path("a.hvs"), Path("x.pgm")}, "x.pgm", "only internal and image-ext");
-    ExpectRefused({"run", "invert", Path("a.hvs"), Path("x")}, "x", "only internal and image-ext");
+    ExpectRefused({"export", Path("a.hvs"), Path("x.pgm")}, "x.pgm", "only internal, image-ext, pixr and pixelstream");
+    ExpectRefused({"run", "invert", Path("a.hvs"), Path("x")}, "x", "only internal, image-ext, pixr and pixelstream");
     Layout l;
     WriteFile(Path("image.hv"), StoredImage(l, "internal"));
-    ExpectRefused({"export", Path("image.hv"), Path("x.csv")}, "x.csv", "this takes spectra");
+    ExpectRefused({"export", Path("image.hv"), Path("x.csv")}, "x.csv", "take spectra and info tables");
     ExpectRefused({"convert", Path("image.hv"), Path("x"), "--format", "spectral"}, "x", "not a spectrum");
 }
 
@@ -1365,7 +1365,7 @@ TEST_F(Halvern, ExportAndInfoRefuseTablesThatDontAddUp) {
     WriteFile(Path("image"), StoredImage(l, "internal"));
     ExpectRefused({"export", Path("image"), Path("out.csv")}, "out.csv", "exports take spectra and info tables");
     WriteFile(Path("t.tbl"), TableFile(kTableInfo, "61", {two}, {2}, false));
-    ExpectRefused({"export", Path("t.tbl"), Path("out.pgm")}, "out.pgm", "only internal and image-ext");
+    ExpectRefused({"export", Path("t.tbl"), Path("out.pgm")}, "out.pgm", "only internal, image-ext, pixr and pixelstream");
 }
 
 // A text field that holds bytes behind its NUL keeps its text up to it;
