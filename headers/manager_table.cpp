@@ -72,6 +72,27 @@ constexpr HVHdrManager kImageExt = {nullptr,
                                     halv::ImageExtEmitChunk,
                                     halv::ImageExtCreateHeader};
 
+constexpr HVHdrManager kPixelStream = {nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       __HVHdrPixelStreamToHeader_10_ascii,
+                                       __HVHdrPixelStreamLoadChunk_10_ascii,
+                                       __HVHdrPixelStreamFromHeader_10_ascii,
+                                       __HVHdrPixelStreamEmitChunk_10_ascii,
+                                       __HVHdrPixelStreamCreateHeader_10_ascii};
+
+/* pixr writes its chunks with image-ext's emitChunk. */
+constexpr HVHdrManager kPixr = {nullptr,
+                                nullptr,
+                                nullptr,
+                                nullptr,
+                                halv::PixrToHeader,
+                                halv::PixrLoadChunk,
+                                halv::PixrFromHeader,
+                                halv::ImageExtEmitChunk,
+                                halv::PixrCreateHeader};
+
 constexpr HVHdrManager kInfo = {nullptr,
                                 nullptr,
                                 nullptr,
@@ -106,10 +127,10 @@ constexpr HVHdrManager kSpectralBinary = {nullptr,
 constinit HVHdrManagerEntry gManagers[HVHDR_MANAGER_ENTRIES] = {
     {"internal", "2.1", HALV_HDR_INTERNAL, kInternal},
     {"internal", "2.0", -1, WithToHeader(kInternal, halv::InternalToHeaderOld)},
-    FreeEntry(),
+    {"pixelstream", "1.0-ascii", HALV_HDR_PIXELSTREAM, kPixelStream},
     {"info", "1.0", HALV_HDR_INFO, kInfo},
     {"image-ext", "1.0", HALV_HDR_IMAGE_EXT, kImageExt},
-    FreeEntry(),
+    {"pixr", "1.0", HALV_HDR_PIXR, kPixr},
     {"spectral", "1.0-ascii", HALV_HDR_SPECTRAL, kSpectralAscii},
     {"spectral", "1.0-binary", HALV_HDR_SPECTRAL, kSpectralBinary},
     FreeEntry(),

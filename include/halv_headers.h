@@ -153,6 +153,30 @@ typedef struct HalvImageExtHeader {
     void *chunkBuffer;        /* the last chunk's payload, or null */
 } HalvImageExtHeader;
 
+/* The pixr format ("pixr" "1.0", managerType 12) keeps this same record:
+ * dims[0] pixels, dims[1] scanlines, dims[2] frame, dims[3] offset and,
+ * with dimCount 5, dims[4] blobs.  Its loader reverses the four words of a
+ * chunk record stored in the other byte order but hands the payload on as
+ * it stands on the stream, in the file's own order, while endian says this
+ * machine's; a reader of other-order data reverses the samples itself. */
+
+/* The pixel stream format's record ("pixelstream" "1.0-ascii",
+ * managerType 1): samples as decimal text, one pixel after the other, with
+ * no scanlines.  Generic fields: dimCount 1, dims[0] 1, interleave 1
+ * (pixel), bytesPerSep[0] equal to bytesPerPixel; every sample has
+ * bitsPerSample[0] bits, 8, 16 (unsigned, in this machine's order), 32 (a
+ * float) or 64 (two floats, a complex value).  A chunk's lines count
+ * pixels. */
+typedef struct HalvPixelStreamHeader {
+    HalvHeaderStruct generic; /* first, so a pointer to one is a pointer to the other */
+    uint32_t initialised;    /* valuesPerPixel and bytesPerPixel are worked out */
+    uint32_t valuesPerPixel; /* parts[0] + parts[1] + parts[2] */
+    uint32_t bytesPerPixel;  /* (valuesPerPixel x bitsPerSample[0] + 7) >> 3 */
+    uint32_t bufferCapacity; /* pixels that chunkBuffer holds */
+    void *chunkBuffer;       /* the last pixels loaded; belongs to the header */
+    HalvIO *stdinStream;     /* the process's standard input when the header asks for it; belongs to the header */
+} HalvPixelStreamHeader;
+
 #define HALV_SPECTRAL_MAX_WAVELENGTHS 500 /* entries of a wavelength table */
 #define HALV_SPECTRAL_NONE (-1.0f)         /* a wavelength, interval or table that is absent */
 
@@ -861,6 +885,66 @@ HALV_API const char *__HVHdrSpectralTypeName(uint32_t type) HALV_NOEXCEPT;
  * null or other header, an index of dims[0] or above (500 or above with a
  * table), or a header without wavelengths. */
 HALV_API float __HVHdrSpectralWavelength(const HalvHeaderStruct *header, uint32_t index) HALV_NOEXCEPT;
+
+/* ------------------------------------------------------------------------
+ * The pixel stream format, "pixelstream" "1.0-ascii", manager type 1: its
+ * five manager methods under their own names (HalvPixelStreamHeader
+ * above).  Keys: ID format and version; Encoding useStdin (read only: a
+ * text whose first character is t, T or 1 switches the data source to the
+ * process's standard input), imageParts (3 numbers), bits/sample (one
+ * number written), bytes/sl (written, never read); Photometry name.  The
+ * data: each pixel one line of numbers, each behind a blank; read back
+ * token by token, lines meaning nothing, a byte 0x04 ending the data as
+ * the stream's end does.
+ * ------------------------------------------------------------------------ */
+
+/* toHeader: a new HalvPixelStreamHeader in *header from tree, which is
+ * left as it is; the header holds a duplicate of tree without the keys
+ * useStdin, imageParts and bits/sample of Encoding (ID, End and bytes/sl
+ * stay).  With useStdin the header owns a stream over stdin (HalvIO_FP)
+ * that its free closes without closing stdin.  A known colour name is
+ * taken out of the tree as the raster formats do.  1, or 0 (nothing left
+ * behind) for a null pointer or no memory. */
+HALV_API int __HVHdrPixelStreamToHeader_10_ascii(HalvUserCMData *tree, HalvHeaderStruct **header) HALV_NOEXCEPT;
+/* createHeader: a zeroed HalvPixelStreamHeader with copy, free,
+ * managerType 1, dimCount 1, interleave 1, dims[0] 1, endian 0 and
+ * initialised 0, so that the first use works valuesPerPixel and
+ * bytesPerPixel out of parts and bitsPerSample[0].  1, or 0 for null or no
+ * memory. */
+HALV_API int __HVHdrPixelStreamCreateHeader_10_ascii(HalvHeaderStruct **header) HALV_NOEXCEPT;
+/* loadChunk: the next pixels (0 means 1) read as text into the header's
+ * buffer, which grows to pixels x bytesPerPixel bytes and which the
+ * chunk's data point at; from the header's stdinStream when it has one,
+ * the stream argument then being ignored.  Every value of pixels x
+ * valuesPerPixel is tried: a token that is no number is skipped and costs
+ * its value.  The load stops at the end of the text: the stream's end, or
+ * a byte 0x04 or 0xFF before or right behind a value (a later load reads
+ * on behind it).  The chunk gets the whole pixels read as lines, their
+ * bytes, auxWord 0, and flags 1 when fewer came than were asked for.  A buffer
+ * that can't be had (no memory, above 256 MiB) reads nothing and gives
+ * that empty chunk with flags 1; so does a width other than 8, 16, 32, 64.
+ * On a stream that can seek, text is read in blocks and what wasn't used
+ * is given back, so the stream stands behind the last byte a value took
+ * either way.  1; -1 when the values read stop inside a pixel, for
+ * valuesPerPixel 0 or a bytesPerPixel that doesn't hold a pixel's values;
+ * 0 for a null header or chunk, or a null stream where the header reads
+ * its own. */
+HALV_API int __HVHdrPixelStreamLoadChunk_10_ascii(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk,
+                                                  uint32_t pixels) HALV_NOEXCEPT;
+/* fromHeader: adds to *tree (null: a new tree) ID format "pixelstream",
+ * version "1.0-ascii"; Encoding imageParts (3 numbers), bits/sample
+ * (bitsPerSample[0]), bytes/sl (bytesPerPixel); Photometry name as the
+ * raster formats write it; End.  Works valuesPerPixel out first when
+ * initialised is 0.  1, or 0 for a null argument. */
+HALV_API int __HVHdrPixelStreamFromHeader_10_ascii(HalvHeaderStruct *header, HalvUserCMData **tree) HALV_NOEXCEPT;
+/* emitChunk: the chunk's lines pixels, each as valuesPerPixel numbers
+ * (" %u" or " %g") and a line feed.  A chunk with a nonzero auxWord writes
+ * nothing and gives 1, and so does one with no lines.  1 ok; -1 a failed
+ * write (the rest is still tried); 0 a width other than 8, 16, 32, 64
+ * (line feeds are still written), valuesPerPixel above 36, a chunk whose
+ * bytes don't hold its lines' values, or a null argument. */
+HALV_API int __HVHdrPixelStreamEmitChunk_10_ascii(HalvHeaderStruct *header, HalvChunk *chunk,
+                                                  HalvIO *out) HALV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------
  * Image vocabulary: codes and words of colour spaces, compressions,

@@ -66,6 +66,7 @@ typedef struct Image {
     uint32_t storedSeps;   /* separations side by side in a line: 1 with pixel interleave */
     uint32_t lineBytes;    /* bytes of one scanline (of a spectrum: one measurement); 0 for compressed data */
     uint32_t height;       /* scanlines, 0 when the header doesn't know */
+    uint32_t width;        /* pixels of a scanline; of a pixel stream, its Raster pixels or 1 */
     const char *unit;      /* what a line is: "scanline", or "measurement" in a spectrum */
     uint64_t fileBytes;    /* size on disk, 0 when unknown */
     uint64_t linesRead;
@@ -94,14 +95,21 @@ uint32_t ImageSamples(const Image *image);
 /* Loads the next chunk.  kExitOk with *chunk filled (its flags carry
  * HALV_CHUNK_END on the last one, which may be empty); kExitFailed after
  * saying what is wrong with the data; InterruptStatus() when a signal asked
- * the command to stop.  The data stay valid up to the next
- * load. */
+ * the command to stop.  The data stay valid up to the next load.  Samples
+ * come in this machine's byte order whatever the format, and a chunk's
+ * lines are scanlines of width pixels, a pixel stream's pixels grouped. */
 int ImageNextChunk(Image *image, HalvChunk *chunk);
 /* "little" gives 0 and "big" 1 in *order; 0 for any other word. */
 int ParseByteOrder(const char *word, int *order);
 /* The whole of path (a file or a URL), at most limit bytes, in a new
  * buffer the caller frees.  kExitOk, or kExitFailed after saying why. */
 int ReadWholeFile(const char *path, unsigned char **bytes, uint32_t *size, uint32_t limit);
+
+/* A pixel stream's scanline geometry, which the format itself doesn't
+ * carry: this host keeps it in the header's Raster section, pixels and
+ * scanlines, which the pixel stream leaves in its tree.  *width is 1 and
+ * *height 0 (not known) when the keys are absent or 0. */
+void PixelStreamGeometry(const HalvHeaderStruct *header, uint32_t *width, uint32_t *height);
 
 /* Name of the colour space, "unknown" for code 0. */
 const char *ImageColorName(const HalvHeaderStruct *header);
@@ -119,6 +127,7 @@ typedef struct Output {
     HVHdrManager manager;
     HalvHeaderStruct *header; /* owned once OutputWriteHeader took it */
     int swapBytes;            /* reverse samples wider than 8 bits */
+    uint32_t pixelsPerLine;   /* a pixel stream's chunks count pixels: a scanline's; 0 for other formats */
     void *scratch;
     uint32_t scratchCapacity;
     int pendingSlot; /* of InterruptAddPendingFile, -1 when none */
@@ -142,9 +151,10 @@ int OutputFinish(Output *out, int status);
 /* The version of format that this host writes: version itself when it is
  * one (null: the format's default), else null. */
 const char *WritableVersion(const char *format, const char *version);
-/* A new header of the stored format name ("internal", "image-ext" or
- * "spectral") and version (null: its default) with the description of
- * source; its manager in *manager.  Null after saying why. */
+/* A new header of the stored format name ("internal", "image-ext",
+ * "pixr", "pixelstream" or "spectral") and version (null: its default)
+ * with the description of source; its manager in *manager.  Null after
+ * saying why. */
 HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *format, const char *version,
                                HVHdrManager *manager);
 

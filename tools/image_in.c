@@ -24,8 +24,24 @@ static void CopyParam(char *dst, size_t size, HalvUserCMData *tree, const char *
 }
 
 static int IsRasterFormat(const HalvHeaderStruct *header) {
-    return header->managerType == HALV_HDR_INTERNAL || header->managerType == HALV_HDR_IMAGE_EXT;
+    static const int32_t kRaster[] = {HALV_HDR_INTERNAL, HALV_HDR_IMAGE_EXT, HALV_HDR_PIXR, HALV_HDR_PIXELSTREAM};
+    for (size_t i = 0; i < sizeof kRaster / sizeof kRaster[0]; ++i)
+        if (header->managerType == kRaster[i])
+            return 1;
+    return 0;
 }
+
+void PixelStreamGeometry(const HalvHeaderStruct *header, uint32_t *width, uint32_t *height) {
+    int32_t pixels = 0, scanlines = 0;
+    uint32_t count = 1;
+    HVHdrGetHeaderInts(header->userData, "Raster", "pixels", &pixels, &count);
+    count = 1;
+    HVHdrGetHeaderInts(header->userData, "Raster", "scanlines", &scanlines, &count);
+    *width = pixels > 0 ? (uint32_t)pixels : 1;
+    *height = scanlines > 0 && pixels > 0 ? (uint32_t)scanlines : 0;
+}
+
+static int IsPixelStream(const Image *image) { return image->header->managerType == HALV_HDR_PIXELSTREAM; }
 
 uint32_t ImageSamples(const Image *image) {
     const HalvHeaderStruct *h = image->header;
@@ -119,8 +135,14 @@ int ImageOpen(Image *image, const char *path) {
         lineBytes = ((const HalvSpectralHeader *)image->header)->bytesPerMeasurement;
         image->unit = "measurement";
     }
-    image->lineBytes = image->header->compression != 0 || lineBytes > kMaxLineBytes ? 0 : (uint32_t)lineBytes;
     image->height = image->header->dimCount >= 2 ? image->header->dims[1] : 0;
+    image->width = image->header->dims[0];
+    if (IsPixelStream(image)) {
+        /* A scanline is width pixels side by side. */
+        PixelStreamGeometry(image->header, &image->width, &image->height);
+        lineBytes = (uint64_t)((const HalvPixelStreamHeader *)image->header)->bytesPerPixel * image->width;
+    }
+    image->lineBytes = image->header->compression != 0 || lineBytes > kMaxLineBytes ? 0 : (uint32_t)lineBytes;
     return kExitOk;
 }
 
@@ -196,8 +218,8 @@ static int CheckStoredSize(const Image *image) {
 int ImageCheckRaster(const Image *image) {
     const HalvHeaderStruct *h = image->header;
     if (!IsRasterFormat(h))
-        return Complain("%s has format %s; only internal and image-ext images can be processed", image->path,
-                        image->format);
+        return Complain("%s has format %s; only internal, image-ext, pixr and pixelstream images can be processed",
+                        image->path, image->format);
     if (h->compression != 0)
         return Complain("%s holds compressed data (%s); its samples can't be processed", image->path,
                         HalvComp2Str(h->compression));
@@ -209,6 +231,11 @@ int ImageCheckRaster(const Image *image) {
                         h->parts[0] + h->parts[1] + h->parts[2] == 0 ? "no" : "more than 36");
     if (h->dims[0] == 0)
         return Complain("%s has no pixels: its width is 0", image->path);
+    if (IsPixelStream(image) && h->bitsPerSample[0] != 8 && h->bitsPerSample[0] != 16 && h->bitsPerSample[0] != 32)
+        return Complain("%s: its pixel stream has %u bits per sample; 8, 16 and 32 can be handled", image->path,
+                        h->bitsPerSample[0]);
+    /* A pixel stream's bytes/sl is one pixel's: its scanline is checked by
+     * pixels of one. */
     if (CheckSeparations(image, h->dims[0]) != kExitOk)
         return kExitFailed;
     if (image->lineBytes == 0)
@@ -237,6 +264,25 @@ static uint32_t LinesPerLoad(const Image *image) {
     return lines == 0 ? 1 : lines;
 }
 
+/* A pixel stream's chunk counts pixels: whole scanlines of them, or the
+ * data end inside one. */
+static int PixelsToScanlines(Image *image, HalvChunk *chunk) {
+    if (chunk->lines % image->width != 0)
+        return Complain("%s ends in the middle of a scanline of %u pixels, after %llu whole scanlines", image->path,
+                        image->width, (unsigned long long)(image->linesRead + chunk->lines / image->width));
+    chunk->lines /= image->width;
+    return kExitOk;
+}
+
+/* pixr hands samples on in the file's byte order; every other format in
+ * the machine's.  Turned around here, the host sees one order only. */
+static void PixrToMachineOrder(const Image *image, HalvChunk *chunk) {
+    int stored = HalvStr2Endian(image->architecture);
+    if (image->header->managerType == HALV_HDR_PIXR && stored != -1 && stored != HalvIdentifyEndian() &&
+        image->header->compression == 0)
+        HalvHeaderReverseLines(image->header, chunk->data, chunk->bytes, chunk->lines);
+}
+
 static int CheckChunk(Image *image, const HalvChunk *chunk) {
     if (image->lineBytes == 0)
         return kExitOk;
@@ -261,7 +307,14 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
         chunk->flags = HALV_CHUNK_END;
         return kExitOk;
     }
-    int loaded = HVHdrToChunkLines(image->manager, image->header, image->io, chunk, LinesPerLoad(image));
+    uint32_t lines = LinesPerLoad(image);
+    if (IsPixelStream(image))
+        lines *= image->width; /* at most 1 GiB / pixel bytes: no wrap */
+    int loaded = HVHdrToChunkLines(image->manager, image->header, image->io, chunk, lines);
+    if (loaded == -1 && IsPixelStream(image))
+        return Complain("%s ends in the middle of a pixel of %u samples, or holds text that is no number (after "
+                        "%llu scanlines)",
+                        image->path, ImageSamples(image), (unsigned long long)image->linesRead);
     if (loaded != 1 && loaded != 2) {
         if (image->header->managerType == HALV_HDR_INTERNAL && image->height != 0)
             return Complain("%s is cut short: it ends before the %u scanlines its header gives (after %llu)",
@@ -274,8 +327,11 @@ int ImageNextChunk(Image *image, HalvChunk *chunk) {
                         "(after %llu scanlines)",
                         image->path, (unsigned long long)image->linesRead);
     }
+    if (IsPixelStream(image) && PixelsToScanlines(image, chunk) != kExitOk)
+        return kExitFailed;
     if (CheckChunk(image, chunk) != kExitOk)
         return kExitFailed;
+    PixrToMachineOrder(image, chunk);
     image->linesRead += chunk->lines;
     image->bytesRead += chunk->bytes;
     if (chunk->flags & HALV_CHUNK_END) {

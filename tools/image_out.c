@@ -134,6 +134,8 @@ int OutputWriteChunk(Output *out, const HalvChunk *chunk) {
     if (chunk->bytes == 0 && chunk->lines == 0)
         return kExitOk;
     HalvChunk copy = *chunk;
+    if (out->pixelsPerLine != 0)
+        copy.lines *= out->pixelsPerLine; /* the same bytes: at most 1 GiB of pixels */
     if (out->swapBytes && chunk->bytes > 0) {
         copy.data = Scratch(out, chunk->bytes);
         if (copy.data == NULL)
@@ -214,7 +216,11 @@ static const struct {
     const char *format;
     const char *version; /* written by default */
     const char *other;   /* a second version it writes, or null */
-} kWritableFormats[] = {{"internal", "2.1", NULL}, {"image-ext", "1.0", NULL}, {"spectral", "1.0-binary", "1.0-ascii"}};
+} kWritableFormats[] = {{"internal", "2.1", NULL},
+                        {"image-ext", "1.0", NULL},
+                        {"pixr", "1.0", NULL},
+                        {"pixelstream", "1.0-ascii", NULL},
+                        {"spectral", "1.0-binary", "1.0-ascii"}};
 
 const char *WritableVersion(const char *format, const char *version) {
     for (size_t i = 0; i < sizeof kWritableFormats / sizeof kWritableFormats[0]; ++i) {

@@ -23,14 +23,36 @@ static const char *ByteOrderName(const char *architecture) {
 }
 
 static void PrintSize(const HalvHeaderStruct *h) {
-    printf("%-14s %u pixels", "size:", h->dims[0]);
-    if (h->dimCount >= 2 && h->dims[1] != 0)
-        printf(" x %u scanlines", h->dims[1]);
+    uint32_t width = h->dims[0], height = h->dimCount >= 2 ? h->dims[1] : 0;
+    if (h->managerType == HALV_HDR_PIXELSTREAM)
+        PixelStreamGeometry(h, &width, &height);
+    printf("%-14s %u pixels", "size:", width);
+    if (height != 0)
+        printf(" x %u scanlines", height);
     else
         printf(" x unknown number of scanlines");
-    if (h->dimCount >= 3 && h->dims[2] != 0)
+    /* pixr's third dimension is its frame; in image-ext it counts blobs. */
+    if (h->managerType == HALV_HDR_PIXR) {
+        if (h->dimCount >= 5 && h->dims[4] != 0)
+            printf(" x %u blobs", h->dims[4]);
+        printf("\n%-14s %u\n%-14s %u", "frame:", h->dims[2], "offset:", h->dims[3]);
+    } else if (h->managerType != HALV_HDR_PIXELSTREAM && h->dimCount >= 3 && h->dims[2] != 0) {
         printf(" x %u blobs", h->dims[2]);
+    }
     printf("\n");
+}
+
+/* What a pixel stream holds and where its text comes from. */
+static void PrintPixelStream(const HalvHeaderStruct *h) {
+    const HalvPixelStreamHeader *p = (const HalvPixelStreamHeader *)h;
+    uint32_t width, height;
+    PixelStreamGeometry(h, &width, &height);
+    printf("%-14s %u samples of %u bits a pixel, one pixel a line, as text\n", "data:", p->valuesPerPixel,
+           h->bitsPerSample[0]);
+    printf("%-14s %s\n", "read from:",
+           p->stdinStream != NULL ? "standard input (useStdin)" : "the file, behind its header");
+    if (HVHdrGetHeaderParam(h->userData, "Raster", "pixels") == NULL)
+        printf("%-14s none given: converted, the pixels make a column one pixel wide\n", "geometry:");
 }
 
 /* A copy of tree without the top-level sections that hold nothing (the
@@ -86,6 +108,11 @@ static void PrintRaster(const HalvHeaderStruct *h, const char *order) {
     PrintSize(h);
     printf("%-14s %u (image %u, mask %u, other %u)\n", "separations:", partSum, h->parts[0], h->parts[1], h->parts[2]);
     PrintNumbers("bit depth:", h->bitsPerSample, h->interleave == 1 && samples > 0 ? 1 : samples);
+    if (h->managerType == HALV_HDR_PIXELSTREAM) {
+        PrintPixelStream(h);
+        printf("%-14s %s\n", "colour space:", ImageColorName(h));
+        return;
+    }
     PrintNumbers("bytes/line:", h->bytesPerSep, HalvHeaderSepCount(h));
     printf("%-14s %s\n", "colour space:", ImageColorName(h));
     printf("%-14s %s\n", "byte order:", order);

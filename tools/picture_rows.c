@@ -12,7 +12,7 @@ int PictureFromImage(const Image *image, PictureInfo *info) {
         return kExitFailed;
     const HalvHeaderStruct *h = image->header;
     memset(info, 0, sizeof *info);
-    info->width = h->dims[0];
+    info->width = image->width;
     info->height = image->height;
     info->colours = h->parts[0];
     info->alpha = h->parts[1];

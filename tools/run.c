@@ -217,6 +217,8 @@ int RunDescribed(const RunRequest *request) {
     Output out;
     if (status == kExitOk)
         status = OutputOpen(&out, request->output);
+    if (status == kExitOk && image.header->managerType == HALV_HDR_PIXELSTREAM)
+        out.pixelsPerLine = image.width; /* written back as the pixel stream it came as */
     if (status == kExitOk)
         status = OutputFinish(&out, Drive(state, &image, &out, request->shared));
     if (state != NULL && HalvAbsoluteCallEnd(state) != 1 && status == kExitOk)

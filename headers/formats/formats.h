@@ -28,6 +28,16 @@ int ImageExtFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept
 int ImageExtEmitChunk(HalvHeaderStruct *header, HalvChunk *chunk, HalvIO *out) noexcept;
 int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept;
 
+/* A zeroed HalvImageExtHeader with image-ext's copy and free and the
+ * machine's endian, the record pixr shares; null when memory runs out. */
+HalvHeaderStruct *ImageExtNewRecord() noexcept;
+
+/* ---- pixr 1.0: image-ext's record, copy, free and emitChunk ---- */
+int PixrToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
+int PixrLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t lines) noexcept;
+int PixrFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept;
+int PixrCreateHeader(HalvHeaderStruct **header) noexcept;
+
 /* ---- shared by the raster formats (raster_common.cpp) ---- */
 
 /* endian from ID/architecture; when that names the other order, *swap is
@@ -40,7 +50,8 @@ bool RasterReadNumber(HalvUserCMData *tree, const char *section, const char *key
 bool RasterReadNumbers(HalvUserCMData *tree, const char *section, const char *key, uint32_t *values,
                        uint32_t capacity) noexcept;
 
-/* Stores count numbers as one line of decimal text joined by blanks. */
+/* Stores count numbers as one line of decimal text joined by blanks; with
+ * count 0 the key is taken out instead. */
 HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
                                  uint32_t count) noexcept;
 
@@ -48,18 +59,32 @@ HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, cons
  * null. */
 HalvUserCMData *RasterDeleteKeys(HalvUserCMData *tree, const char *section, const char *const *keys) noexcept;
 
-/* The keys that both formats write, in their order: ID (format, the four
- * zero bytes of binary, version, architecture), then Raster pixels, then
- * what the format adds through addRaster, then Encoding imageParts,
- * bytes/sl, bits/sample, interleave, alignment, then addEncoding, then
- * Photometry name, then End. */
+/* The keys that the chunked raster formats write, in their order: ID
+ * (format, the four zero bytes of binary, version, architecture), then
+ * Raster pixels, then what the format adds through addRaster, then
+ * Encoding partsKey (3 numbers), addAfterParts, bytes/sl, bits/sample
+ * (HalvHeaderSepCount numbers, or the sum of parts for every interleave
+ * with listEveryPart), interleave, alignment, then addEncoding, then
+ * Photometry name (RasterSetColorName), then End.  Null hooks add
+ * nothing. */
 struct RasterKeys {
     const char *format;
     const char *version;
+    const char *partsKey;
+    bool listEveryPart;
     HalvUserCMData *(*addRaster)(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept;
+    HalvUserCMData *(*addAfterParts)(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept;
     HalvUserCMData *(*addEncoding)(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept;
 };
 int RasterFromHeader(const RasterKeys &keys, HalvHeaderStruct *header, HalvUserCMData **tree) noexcept;
+
+/* Photometry name: the word of color; where color is 0, a name the
+ * header's userData kept (one this library doesn't know) stays as it came,
+ * and "unknown" goes in only where there was no name at all. */
+HalvUserCMData *RasterSetColorName(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept;
+
+/* Encoding minimumChunk and preferredChunk, each only when not 0. */
+HalvUserCMData *RasterAddChunkSizes(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept;
 
 /* A zeroed record of size bytes with copy, free and the machine's endian;
  * null when memory runs out. */
@@ -88,6 +113,13 @@ void *SpectralAllocate(uint32_t bytesPerMeasurement, uint32_t measurements, bool
 /* The chunk that tells the end of the data: the header's buffer, no bytes,
  * no lines, flags 1. */
 void SpectralEndChunk(HalvSpectralHeader *header, HalvChunk *chunk) noexcept;
+
+/* ---- pixelstream 1.0-ascii: the slots are the exported
+ * __HVHdrPixelStream* functions ---- */
+
+/* valuesPerPixel, bytesPerPixel and bytesPerSep[0] from parts and
+ * bitsPerSample[0]; initialised becomes 1. */
+void PixelStreamWorkOut(HalvPixelStreamHeader *header) noexcept;
 
 /* ---- info 1.0 (info_format.cpp, info_swap.cpp) ---- */
 int InfoToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;

@@ -53,8 +53,16 @@ HalvHeaderStruct *CopyImageExt(HalvHeaderStruct *header) {
     return &copy->generic;
 }
 
+} // namespace
+
+HalvHeaderStruct *ImageExtNewRecord() noexcept {
+    return RasterNewRecord(sizeof(HalvImageExtHeader), CopyImageExt, FreeImageExt);
+}
+
+namespace {
+
 HalvHeaderStruct *NewRecord() {
-    HalvHeaderStruct *h = RasterNewRecord(sizeof(HalvImageExtHeader), CopyImageExt, FreeImageExt);
+    HalvHeaderStruct *h = ImageExtNewRecord();
     if (h == nullptr)
         return nullptr;
     h->managerType = HALV_HDR_IMAGE_EXT;
@@ -127,15 +135,8 @@ HalvUserCMData *AddScanlinesAndBlobs(const HalvHeaderStruct *header, HalvUserCMD
     return tree;
 }
 
-HalvUserCMData *AddChunkSizes(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept {
-    if (header->minimumChunk != 0)
-        tree = RasterSetNumbers(tree, "Encoding", "minimumChunk", &header->minimumChunk, 1);
-    if (header->preferredChunk != 0)
-        tree = RasterSetNumbers(tree, "Encoding", "preferredChunk", &header->preferredChunk, 1);
-    return tree;
-}
-
-constexpr RasterKeys kImageExtKeys = {"image-ext", "1.0", AddScanlinesAndBlobs, AddChunkSizes};
+constexpr RasterKeys kImageExtKeys = {"image-ext", "1.0", "imageParts", false, AddScanlinesAndBlobs, nullptr,
+                                     RasterAddChunkSizes};
 
 } // namespace
 

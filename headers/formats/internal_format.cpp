@@ -227,7 +227,7 @@ HalvUserCMData *AddScanlines(const HalvHeaderStruct *header, HalvUserCMData *tre
     return RasterSetNumbers(tree, "Raster", "scanlines", &header->dims[1], 1);
 }
 
-constexpr RasterKeys kInternalKeys = {"internal", "2.1", AddScanlines, nullptr};
+constexpr RasterKeys kInternalKeys = {"internal", "2.1", "imageParts", false, AddScanlines, nullptr, nullptr};
 
 } // namespace
 

@@ -50,6 +50,10 @@ bool RasterReadNumber(HalvUserCMData *tree, const char *section, const char *key
 
 HalvUserCMData *RasterSetNumbers(HalvUserCMData *tree, const char *section, const char *key, const uint32_t *values,
                                  uint32_t count) noexcept {
+    // A list of no numbers is no key at all, which reads as zeroes: a key
+    // written with an empty value would run on into the next key's text.
+    if (count == 0)
+        return DeleteEveryHeaderField(tree, section, key);
     char text[HALV_MAX_SEPARATIONS * kNumberBytes + 1];
     size_t used = 0;
     text[0] = '\0';
@@ -76,10 +80,17 @@ int RasterFromHeader(const RasterKeys &keys, HalvHeaderStruct *header, HalvUserC
     t = HVHdrSetHeaderParam(t, "ID", "architecture", HalvEndian2Str(endian));
 
     t = RasterSetNumbers(t, "Raster", "pixels", &header->dims[0], 1);
-    t = keys.addRaster(header, t);
+    if (keys.addRaster != nullptr)
+        t = keys.addRaster(header, t);
 
     uint32_t n = HalvHeaderSepCount(header);
-    t = RasterSetNumbers(t, "Encoding", "imageParts", header->parts, 3);
+    if (keys.listEveryPart) {
+        uint64_t sum = (uint64_t)header->parts[0] + header->parts[1] + header->parts[2];
+        n = sum < HALV_MAX_SEPARATIONS ? (uint32_t)sum : HALV_MAX_SEPARATIONS;
+    }
+    t = RasterSetNumbers(t, "Encoding", keys.partsKey, header->parts, 3);
+    if (keys.addAfterParts != nullptr)
+        t = keys.addAfterParts(header, t);
     t = RasterSetNumbers(t, "Encoding", "bytes/sl", header->bytesPerSep, n);
     t = RasterSetNumbers(t, "Encoding", "bits/sample", header->bitsPerSample, n);
     t = HVHdrSetHeaderParam(t, "Encoding", "interleave", HalvInterleave2Str((int32_t)header->interleave));
@@ -87,17 +98,28 @@ int RasterFromHeader(const RasterKeys &keys, HalvHeaderStruct *header, HalvUserC
         t = RasterSetNumbers(t, "Encoding", "alignment", &header->alignment, 1);
     if (keys.addEncoding != nullptr)
         t = keys.addEncoding(header, t);
-
-    // A name this library doesn't know came in with the header and stays
-    // as it was; "unknown" only where there was no name at all.
-    if (header->color != 0)
-        t = HVHdrSetHeaderParam(t, "Photometry", "name", HalvClr2Str(header->color));
-    else if (HVHdrGetHeaderParam(header->userData, "Photometry", "name") == nullptr)
-        t = HVHdrSetHeaderParam(t, "Photometry", "name", "unknown");
-
+    t = RasterSetColorName(header, t);
     t = HVHdrSetHeaderParam(t, "End", nullptr, nullptr);
     *tree = t;
     return 1;
+}
+
+HalvUserCMData *RasterSetColorName(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept {
+    // A name this library doesn't know came in with the header and stays
+    // as it was; "unknown" only where there was no name at all.
+    if (header->color != 0)
+        return HVHdrSetHeaderParam(tree, "Photometry", "name", HalvClr2Str(header->color));
+    if (HVHdrGetHeaderParam(header->userData, "Photometry", "name") == nullptr)
+        return HVHdrSetHeaderParam(tree, "Photometry", "name", "unknown");
+    return tree;
+}
+
+HalvUserCMData *RasterAddChunkSizes(const HalvHeaderStruct *header, HalvUserCMData *tree) noexcept {
+    if (header->minimumChunk != 0)
+        tree = RasterSetNumbers(tree, "Encoding", "minimumChunk", &header->minimumChunk, 1);
+    if (header->preferredChunk != 0)
+        tree = RasterSetNumbers(tree, "Encoding", "preferredChunk", &header->preferredChunk, 1);
+    return tree;
 }
 
 HalvHeaderStruct *RasterNewRecord(size_t size, HalvHeaderStruct *(*copy)(HalvHeaderStruct *),

@@ -436,7 +436,7 @@ TEST_F(Halvern, ConvertRoundTripsThroughBothFormatsAndOrders) {
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(ReadFile(Path("e")), c);
     }
-    ExpectRefused({"convert", Path("a"), Path("x"), "--format", "tiff"}, "x", "internal or image-ext");
+    ExpectRefused({"convert", Path("a"), Path("x"), "--format", "tiff"}, "x", "internal, image-ext, pixr or pixelstream");
     ExpectRefused({"convert", Path("a"), Path("x"), "--format", "internal", "--byte-order", "middle"}, "x",
                   "big or little");
     ExpectRefused({"convert", Path("a"), Path("x")}, "x", "usage");
@@ -594,8 +594,8 @@ TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
                   "1.0-ascii or 1.0-binary");
     ExpectRefused({"convert", Path("a.hvs"), Path("x"), "--format", "spectral", "--byte-order", "big"}, "x",
                   "this machine's byte order");
-    ExpectRefused({"export", Path("a.hvs"), Path("x.pgm")}, "x.pgm", "only internal and image-ext");
-    ExpectRefused({"run", "invert", Path("a.hvs"), Path("x")}, "x", "only internal and image-ext");
+    ExpectRefused({"export", Path("a.hvs"), Path("x.pgm")}, "x.pgm", "only internal, image-ext, pixr and pixelstream");
+    ExpectRefused({"run", "invert", Path("a.hvs"), Path("x")}, "x", "only internal, image-ext, pixr and pixelstream");
     Layout l;
     WriteFile(Path("image.hv"), StoredImage(l, "internal"));
     ExpectRefused({"export", Path("image.hv"), Path("x.csv")}, "x.csv", "exports take spectra and info tables");
@@ -1364,7 +1364,7 @@ TEST_F(Halvern, ExportAndInfoRefuseTablesThatDontAddUp) {
     WriteFile(Path("image"), StoredImage(l, "internal"));
     ExpectRefused({"export", Path("image"), Path("out.csv")}, "out.csv", "exports take spectra and info tables");
     WriteFile(Path("t.tbl"), TableFile(kTableInfo, "61", {two}, {2}, false));
-    ExpectRefused({"export", Path("t.tbl"), Path("out.pgm")}, "out.pgm", "only internal and image-ext");
+    ExpectRefused({"export", Path("t.tbl"), Path("out.pgm")}, "out.pgm", "only internal, image-ext, pixr and pixelstream");
 }
 
 // A text field that holds bytes behind its NUL keeps its text up to it;
@@ -1379,6 +1379,218 @@ TEST_F(Halvern, ExportNotesTextsWithBytesBehindTheirEnd) {
     EXPECT_NE(r.err.find("note: 1 text values"), std::string::npos) << r.err;
     Bytes csv = ReadFile(Path("out.csv"));
     EXPECT_NE(csv.find("\n1,ab,0.1,"), std::string::npos) << csv;
+}
+
+// ---------------------------------------------------------------------------
+// pixr and pixel streams
+// ---------------------------------------------------------------------------
+
+// The pixel stream text of the layout's samples: one pixel a line, each
+// number behind a blank.
+std::string PixelText(const Layout &l, const std::vector<uint32_t> &stored) {
+    std::string text;
+    for (uint32_t y = 0; y < l.height; ++y)
+        for (uint32_t x = 0; x < l.width; ++x) {
+            for (uint32_t s = 0; s < l.parts; ++s) {
+                size_t at = l.pixelInterleave ? ((size_t)y * l.width + x) * l.parts + s
+                                              : ((size_t)y * l.parts + s) * l.width + x;
+                text += " " + std::to_string(stored[at]);
+            }
+            text += "\n";
+        }
+    return text;
+}
+
+Bytes PixelStreamHeader(const std::string &encoding, const std::string &more = "") {
+    return "[ID]\nformat: pixelstream\nversion: 1.0-ascii\n\n" + more + "[Encoding]\n" + encoding + "\n\n[End]\f\n";
+}
+
+// Starts halvern with input written down its standard input, a pipe.
+Result RunWithInput(const std::string &dir, const std::vector<std::string> &args, const std::string &input) {
+    int down[2];
+    Result result;
+    if (pipe(down) != 0)
+        return result;
+    std::vector<std::string> copies = args;
+    std::string program = HALVERN_PATH;
+    std::vector<char *> argv = {program.data()};
+    for (std::string &a : copies)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    std::string outPath = dir + "/.stdout", errPath = dir + "/.stderr";
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, down[0], 0);
+    posix_spawn_file_actions_addclose(&actions, down[1]);
+    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t pid = 0;
+    int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(down[0]);
+    if (spawned == 0) {
+        // Piece by piece, so that reads see pixels cut across writes.
+        for (size_t at = 0; at < input.size(); at += 7) {
+            std::string piece = input.substr(at, 7);
+            EXPECT_EQ(write(down[1], piece.data(), piece.size()), (ssize_t)piece.size());
+        }
+    }
+    close(down[1]);
+    int status = 0;
+    if (spawned == 0)
+        waitpid(pid, &status, 0);
+    result.status = spawned == 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = ReadFile(outPath);
+    result.err = ReadFile(errPath);
+    return result;
+}
+
+TEST_F(Halvern, ConvertCarriesAnImageThroughPixrAndPixelStreamsAndBack) {
+    for (uint32_t bits : {8u, 16u})
+        for (bool big : {false, true}) {
+            SCOPED_TRACE(std::to_string(bits) + (big ? " big" : " little"));
+            Layout l;
+            l.bits = bits;
+            l.big = big;
+            std::vector<uint32_t> values = SampleValues(l);
+            Bytes original = StoredImage(l, "internal");
+            WriteFile(Path("a"), original);
+            Result r = Run({"convert", Path("a"), Path("b.pixr"), "--format", "pixr"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            Bytes pixr = ReadFile(Path("b.pixr"));
+            EXPECT_EQ(HeaderKey(pixr, "format"), "pixr");
+            EXPECT_EQ(HeaderKey(pixr, "architecture"), big ? "type 1" : "type 2") << "the stored order is kept";
+            EXPECT_EQ(HeaderKey(pixr, "parts"), "3 0 0");
+            EXPECT_EQ(HeaderKey(pixr, "frame"), "0");
+            EXPECT_EQ(StoredData(pixr, l), StoreSamples(values, bits, big)) << "pixr keeps the file's order";
+
+            r = Run({"convert", Path("b.pixr"), Path("c.px"), "--format", "pixelstream"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            Bytes stream = ReadFile(Path("c.px"));
+            EXPECT_EQ(HeaderKey(stream, "format"), "pixelstream");
+            EXPECT_EQ(HeaderKey(stream, "bits/sample"), std::to_string(bits));
+            EXPECT_EQ(HeaderKey(stream, "pixels"), "5") << "the geometry travels in Raster";
+            EXPECT_EQ(HeaderKey(stream, "scanlines"), "7");
+            EXPECT_EQ(HeaderKey(stream, "site"), "testbench");
+            EXPECT_EQ(stream.substr(DataStart(stream)), PixelText(l, values));
+
+            // Back into the raster formats, in the other byte order, and
+            // once more into a pixel stream: the same text.
+            r = Run({"convert", Path("c.px"), Path("d"), "--format", "image-ext", "--byte-order", big ? "little" : "big"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            Layout pixel = l;
+            pixel.pixelInterleave = true;
+            pixel.big = !big;
+            Bytes ext = ReadFile(Path("d"));
+            EXPECT_EQ(HeaderKey(ext, "interleave"), "pixel");
+            EXPECT_EQ(HeaderKey(ext, "pixels"), "5");
+            EXPECT_EQ(HeaderKey(ext, "scanlines"), "7");
+            std::vector<uint32_t> interleaved;
+            for (uint32_t y = 0; y < l.height; ++y)
+                for (uint32_t x = 0; x < l.width; ++x)
+                    for (uint32_t s = 0; s < l.parts; ++s)
+                        interleaved.push_back(values[((size_t)y * l.parts + s) * l.width + x]);
+            EXPECT_EQ(StoredData(ext, pixel), StoreSamples(interleaved, bits, !big));
+            r = Run({"convert", Path("d"), Path("e.pixr"), "--format", "pixr"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            r = Run({"convert", Path("e.pixr"), Path("f"), "--format", "internal", "--byte-order", big ? "big" : "little"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            r = Run({"convert", Path("f"), Path("g.px"), "--format", "pixelstream"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_EQ(ReadFile(Path("g.px")), stream);
+            // And the pixr of the first step back to internal: the original bytes.
+            r = Run({"convert", Path("b.pixr"), Path("h"), "--format", "internal"});
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_EQ(ReadFile(Path("h")), original);
+
+            // Exported, the pixel stream and the image it came from are one picture.
+            r = Run({"export", Path("c.px"), Path("from-stream.ppm")});
+            ASSERT_EQ(r.status, 0) << r.err;
+            r = Run({"export", Path("a"), Path("from-image.ppm")});
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_EQ(ReadFile(Path("from-stream.ppm")), ReadFile(Path("from-image.ppm")));
+
+            r = Run({"info", Path("c.px")});
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_NE(r.out.find("size:          5 pixels x 7 scanlines"), std::string::npos) << r.out;
+            EXPECT_NE(r.out.find("read from:     the file"), std::string::npos) << r.out;
+            r = Run({"info", Path("b.pixr")});
+            ASSERT_EQ(r.status, 0) << r.err;
+            EXPECT_NE(r.out.find("frame:         0"), std::string::npos) << r.out;
+            EXPECT_NE(r.out.find("format:        pixr"), std::string::npos) << r.out;
+        }
+    ExpectRefused({"convert", Path("a"), Path("x"), "--format", "pixelstream", "--byte-order", "big"}, "x",
+                  "no byte order");
+}
+
+TEST_F(Halvern, RunFeedsStandardInputThroughAFunction) {
+    Bytes header = PixelStreamHeader("useStdin: true\nimageParts: 3 0 0\nbits/sample: 8",
+                                     "[Raster]\npixels: 2\n\n");
+    WriteFile(Path("hdr"), header);
+    Result r = RunWithInput(dir_, {"run", "invert", Path("hdr"), Path("out")}, "1 2 3\n4 5 6\n250 0 7 8 9 10");
+    ASSERT_EQ(r.status, 0) << r.err;
+    Bytes out = ReadFile(Path("out"));
+    EXPECT_EQ(HeaderKey(out, "format"), "pixelstream");
+    EXPECT_EQ(HeaderKey(out, "useStdin"), "") << "the output holds its own pixels";
+    EXPECT_EQ(HeaderKey(out, "pixels"), "2");
+    EXPECT_EQ(out.substr(DataStart(out)), " 254 253 252\n 251 250 249\n 5 255 248\n 247 246 245\n");
+
+    // A shell pipeline, as a user types it.
+    std::string command = "printf '10 20 30\\n40 50 60\\n' | '" + std::string(HALVERN_PATH) + "' run invert '" +
+                          Path("hdr") + "' '" + Path("piped") + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    Bytes piped = ReadFile(Path("piped"));
+    EXPECT_EQ(piped.substr(DataStart(piped)), " 245 235 225\n 215 205 195\n");
+
+    // Without the switch the text behind the header is read, and standard
+    // input is left alone.
+    WriteFile(Path("file"), PixelStreamHeader("imageParts: 1 0 0\nbits/sample: 16") + "1\n65535\n0\n");
+    r = RunWithInput(dir_, {"run", "invert", Path("file"), Path("out2")}, "7 7 7");
+    ASSERT_EQ(r.status, 0) << r.err;
+    Bytes out2 = ReadFile(Path("out2"));
+    EXPECT_EQ(out2.substr(DataStart(out2)), " 65534\n 0\n 65535\n");
+
+    // Input that stops inside a pixel, or inside a scanline of the Raster
+    // width, is refused and leaves no output.
+    r = RunWithInput(dir_, {"run", "invert", Path("hdr"), Path("cut")}, "1 2 3 4 5");
+    EXPECT_NE(r.status, 0);
+    EXPECT_NE(r.err.find("middle of a pixel"), std::string::npos) << r.err;
+    EXPECT_FALSE(Exists(Path("cut")));
+    r = RunWithInput(dir_, {"run", "invert", Path("hdr"), Path("cut")}, "1 2 3 4 5 6 7 8 9");
+    EXPECT_NE(r.status, 0);
+    EXPECT_NE(r.err.find("middle of a scanline"), std::string::npos) << r.err;
+    EXPECT_FALSE(Exists(Path("cut")));
+}
+
+TEST_F(Halvern, RefusesHostilePixelStreamsAndPixrImages) {
+    struct Case {
+        std::string name;
+        Bytes file;
+        std::string phrase;
+    } cases[] = {
+        {"no parts", PixelStreamHeader("imageParts: 0 0 0\nbits/sample: 8") + "1 2 3\n", "separations"},
+        {"12 bits", PixelStreamHeader("imageParts: 1 0 0\nbits/sample: 12") + "1 2 3\n", "12 bits per sample"},
+        {"64 bits", PixelStreamHeader("imageParts: 1 0 0\nbits/sample: 64") + "1 2\n", "64 bits per sample"},
+        {"huge parts", PixelStreamHeader("imageParts: 100000000 0 0\nbits/sample: 8") + "1\n", "separations"},
+        {"huge width", PixelStreamHeader("imageParts: 3 0 0\nbits/sample: 8", "[Raster]\npixels: 2000000000\n\n"),
+         "scanlines have no bytes"},
+        {"not a number", PixelStreamHeader("imageParts: 2 0 0\nbits/sample: 8") + "1 2 x 4\n", "no number"},
+        {"pixr chunk longer than the file",
+         "[ID]\nformat: pixr\nversion: 1.0\narchitecture: type 2\n\n[Raster]\npixels: 2\nscanlines: 1\n\n"
+         "[Encoding]\nparts: 1 0 0\nbytes/sl: 2\nbits/sample: 8\ninterleave: scanline\n\n[End]\f\n" +
+             ExtRecord(0x7FFFFFF0, 1, 0, 0, false) + "ab",
+         "damaged"},
+        {"pixr with no pixels",
+         "[ID]\nformat: pixr\nversion: 1.0\narchitecture: type 2\n\n[Raster]\npixels: 0\n\n"
+         "[Encoding]\nparts: 1 0 0\nbits/sample: 8\n\n[End]\f\n",
+         "width is 0"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        WriteFile(Path("bad"), c.file);
+        ExpectRefused({"run", "copy", Path("bad"), Path("out")}, "out", c.phrase);
+        ExpectRefused({"convert", Path("bad"), Path("out"), "--format", "internal"}, "out", "");
+    }
 }
 
 } // namespace

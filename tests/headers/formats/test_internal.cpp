@@ -457,9 +457,9 @@ TEST(RasterInternal, HostileAndEmptySizes) {
         EXPECT_EQ(WriteImage(o.header, o.manager, {}),
                   "[ID]\nformat: internal\n" + kBinary +
                       "version: 2.1\narchitecture: type 2\n\n[Raster]\npixels: 0\nscanlines: 0\n\n"
-                      // No separations: the two lists are labels without a
-                      // value, which the tree's text puts on one line.
-                      "[Encoding]\nimageParts: 0 0 0\nbytes/sl: bits/sample: interleave: scanline\n\n"
+                      // No separations: lists of no numbers are left out; a
+                      // label without a value would run on into the next.
+                      "[Encoding]\nimageParts: 0 0 0\ninterleave: scanline\n\n"
                       "[Photometry]\nname: grayLinear\n\n" +
                       kEndMarker);
     }
