@@ -51,7 +51,7 @@ double Power(int base, uint32_t exponent) {
 
 } // namespace
 
-double ScanTextToDouble(const char *text) noexcept {
+double ScanTextToDouble(const char *text, const char **end) noexcept {
     const unsigned char *p = (const unsigned char *)text;
     bool negative = false;
     if (*p == '+' || *p == '-')
@@ -96,6 +96,8 @@ double ScanTextToDouble(const char *text) noexcept {
                 exponent = exponent * 10u + (uint32_t)(*p - '0');
         }
     }
+    if (end != nullptr)
+        *end = reinterpret_cast<const char *>(p);
     double value = integer + fraction;
     /* Zero stays zero even against an infinite power.  A power beyond the
      * double range is applied in steps, so that a long mantissa with a large
