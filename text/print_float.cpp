@@ -64,8 +64,11 @@ int64_t IntegerDigits(double integerNumber, int32_t base, double epsilon) noexce
 int DigitIndex(double w, int32_t base) noexcept {
     /* w is a whole number: below 2^63 the integer remainder is exactly what
      * fmod gives, and much cheaper. */
-    if (w >= 0 && w < 9223372036854775808.0)
-        return static_cast<int>(static_cast<uint64_t>(w) % static_cast<uint32_t>(base));
+    if (w >= 0 && w < 9223372036854775808.0) {
+        const auto whole = static_cast<uint64_t>(w);
+        /* A constant divisor is a multiplication; base 10 is nearly all. */
+        return static_cast<int>(base == 10 ? whole % 10 : whole % static_cast<uint32_t>(base));
+    }
     const double rest = std::fmod(w, static_cast<double>(base));
     if (std::isnan(rest))
         return 0;
