@@ -1,7 +1,8 @@
 /*
  * The scan engine against the C library in one run: HalvSScanf beside
- * sscanf for integers and doubles, and beside strtod for doubles.  The
- * closing lines give the ratios (HalvSScanf speed over the C library's).
+ * sscanf for integers and doubles, and beside strtod and fast_float's
+ * from_chars for doubles.  The closing lines give the ratios (HalvSScanf
+ * speed over the other side's).
  */
 #include <benchmark/benchmark.h>
 
@@ -11,6 +12,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include <fast_float/fast_float.h>
 
 #include "bench/ratio_report.h"
 #include "dpk_hvsup.h"
@@ -103,6 +106,17 @@ void DoubleStrtod(benchmark::State &state) {
     }
 }
 
+void DoubleFastFloat(benchmark::State &state) {
+    const auto &texts = DoubleTexts();
+    size_t i = 0;
+    for (auto _ : state) {
+        const std::string &text = texts[i++ % kTexts];
+        double value;
+        fast_float::from_chars(text.data(), text.data() + text.size(), value);
+        benchmark::DoNotOptimize(value);
+    }
+}
+
 void MixedHalvSScanf(benchmark::State &state) {
     size_t i = 0;
     const auto &ints = IntegerTexts();
@@ -136,6 +150,7 @@ BENCHMARK(IntSscanf);
 BENCHMARK(DoubleHalvSScanf);
 BENCHMARK(DoubleSscanf);
 BENCHMARK(DoubleStrtod);
+BENCHMARK(DoubleFastFloat);
 BENCHMARK(MixedHalvSScanf);
 BENCHMARK(MixedSscanf);
 
@@ -147,6 +162,7 @@ int main(int argc, char **argv) {
                                     {"integer: HalvSScanf / sscanf", "IntHalvSScanf", "IntSscanf"},
                                     {"double: HalvSScanf / sscanf", "DoubleHalvSScanf", "DoubleSscanf"},
                                     {"double: HalvSScanf / strtod", "DoubleHalvSScanf", "DoubleStrtod"},
+                                    {"double: HalvSScanf / fast_float", "DoubleHalvSScanf", "DoubleFastFloat"},
                                     {"mixed: HalvSScanf / sscanf", "MixedHalvSScanf", "MixedSscanf"},
                                 });
 }

@@ -12,6 +12,10 @@
 // per iteration: wall time for runs measured in real time, CPU time for the
 // rest, which a busy machine's preemptions inflate less.
 //
+// With --benchmark_repetitions the ratio is taken from the medians of the
+// repetitions (a busy machine's outliers then move it less); otherwise from
+// the one run.
+//
 // A pair names its runs by the benchmark's full name ("contended/x/real_time/
 // threads:2") or by its function name alone ("BM_Md5_Halv").  A pair with a
 // run missing (filtered out, or skipped with an error) prints nothing.
@@ -41,17 +45,23 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const Run &run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred || run.iterations == 0)
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if ((run.run_type != Run::RT_Iteration && !median) || run.error_occurred || run.iterations == 0)
                 continue;
             Figure figure;
-            std::string name = run.benchmark_name();
+            std::string name = run.run_name.str();
             bool wall = name.find("/real_time") != std::string::npos;
             figure.nanos = wall ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
             auto rate = run.counters.find("bytes_per_second");
             if (rate != run.counters.end())
                 figure.rate = rate->second.value;
-            figures_[name] = figure;
-            figures_[run.run_name.function_name] = figure;
+            figure.median = median;
+            /* A median stands for its repetitions, whichever came last. */
+            for (const std::string &key : {name, run.run_name.function_name}) {
+                Figure &slot = figures_[key];
+                if (median || !slot.median)
+                    slot = figure;
+            }
         }
         ConsoleReporter::ReportRuns(runs);
     }
@@ -78,6 +88,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     struct Figure {
         double nanos = 0;
         double rate = 0;
+        bool median = false;
     };
     std::map<std::string, Figure> figures_;
 };

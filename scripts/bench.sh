@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benchmarks (installing their outside baselines first) and runs
 # them: every bench/bench_*.cpp, or the ones named (bash scripts/bench.sh print).
+# Each runs three times over and reports medians, from which the ratios are
+# taken; BENCH_FLAGS replaces those flags (BENCH_FLAGS= for single runs).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/deps.sh
@@ -25,5 +27,6 @@ for name in "$@"; do targets+=("bench_${name}"); done
 cmake --build build-bench -j"$(nproc)" --target "${targets[@]}"
 for name in "$@"; do
   echo "== bench_${name} =="
-  "build-bench/bench/bench_${name}"
+  # shellcheck disable=SC2086
+  "build-bench/bench/bench_${name}" ${BENCH_FLAGS---benchmark_repetitions=3 --benchmark_report_aggregates_only=true}
 done

@@ -133,6 +133,10 @@ int32_t FailedIoResult() noexcept;
 /* Linger of 5 seconds, then close. */
 void CloseLingering(int fd) noexcept;
 
+/* Makes a receive (and a wait for reading) hold out for `bytes` bytes, or
+ * the end of the connection; 1 is the system's usual. */
+void SetReceiveLowWater(int fd, int bytes) noexcept;
+
 /* ---- Number scanners with the C library's scanf rules, locale-free ----
  * Leading blanks (9 to 13 and 32) are skipped, a sign is taken; at least one
  * digit must follow.  Values beyond 64 bits saturate.  *end, when given,

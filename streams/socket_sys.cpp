@@ -150,6 +150,10 @@ ssize_t SendVector(int fd, struct iovec *pieces, int count) noexcept {
     return sent;
 }
 
+void SetReceiveLowWater(int fd, int bytes) noexcept {
+    setsockopt(fd, SOL_SOCKET, SO_RCVLOWAT, &bytes, sizeof bytes);
+}
+
 int32_t FailedIoResult() noexcept { return errno == EAGAIN || errno == EWOULDBLOCK ? -2 : -1; }
 
 void CloseLingering(int fd) noexcept {

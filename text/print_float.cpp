@@ -16,6 +16,7 @@
  */
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 #include "text/print_internal.h"
 #include "text/scale_power.h"
@@ -28,17 +29,33 @@ double Log(double x, int32_t base) noexcept {
     return base == 10 ? std::log10(x) : std::log10(x) / std::log10(static_cast<double>(base));
 }
 
-/* base to the n, exact for the powers of ten that a table can hold. */
+/* The powers of ten a double holds exactly.  pow is within about half a
+ * unit of the last place, so for these it gives exactly the same values:
+ * the table only saves the call. */
+constexpr double kTens[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                            1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+/* base to the n. */
 double Power(int32_t base, int64_t n) noexcept {
-    static constexpr double kTens[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
-    if (base == 10 && n >= 0 && n <= 9)
+    if (base == 10 && n >= 0 && n < static_cast<int64_t>(std::size(kTens)))
         return kTens[n];
     return std::pow(static_cast<double>(base), static_cast<double>(n));
 }
 
-/* Digits of the integer part, at least 1. */
+/* Digits of the integer part, at least 1: 1 + (int)log(integerNumber).
+ * A whole number in base 10 below 1e9 is at least 1 from the next power of
+ * ten, far more than log10's rounding can bridge there, so counting against
+ * the table gives the same digits without the logarithm. */
 int64_t IntegerDigits(double integerNumber, int32_t base, double epsilon) noexcept {
-    return integerNumber > epsilon ? 1 + static_cast<int64_t>(Log(integerNumber, base)) : 1;
+    if (!(integerNumber > epsilon))
+        return 1;
+    if (base == 10 && integerNumber < kTens[9] && integerNumber == std::floor(integerNumber)) {
+        int64_t digits = 1;
+        while (integerNumber >= kTens[digits])
+            ++digits;
+        return digits;
+    }
+    return 1 + static_cast<int64_t>(Log(integerNumber, base));
 }
 
 /* A digit value from w mod base.  The arithmetic keeps it in range; the
@@ -47,8 +64,11 @@ int64_t IntegerDigits(double integerNumber, int32_t base, double epsilon) noexce
 int DigitIndex(double w, int32_t base) noexcept {
     /* w is a whole number: below 2^63 the integer remainder is exactly what
      * fmod gives, and much cheaper. */
-    if (w >= 0 && w < 9223372036854775808.0)
-        return static_cast<int>(static_cast<uint64_t>(w) % static_cast<uint32_t>(base));
+    if (w >= 0 && w < 9223372036854775808.0) {
+        const auto whole = static_cast<uint64_t>(w);
+        /* A constant divisor is a multiplication; base 10 is nearly all. */
+        return static_cast<int>(base == 10 ? whole % 10 : whole % static_cast<uint32_t>(base));
+    }
     const double rest = std::fmod(w, static_cast<double>(base));
     if (std::isnan(rest))
         return 0;
@@ -109,9 +129,9 @@ void WriteFloat(PrintSink &sink, double number, const HalvFormatParameter &field
 
     /* 2. Accuracy. */
     const bool single = (flags & (kFlagSizeH | kFlagSizeHH)) != 0;
-    const double bitsPerDigit = std::log2(static_cast<double>(base));
-    const int64_t baseDigits = single ? (base == 10 ? 6 : static_cast<int64_t>(std::floor(24 / bitsPerDigit)))
-                                      : (base == 10 ? 15 : static_cast<int64_t>(std::floor(53 / bitsPerDigit)));
+    const int64_t baseDigits =
+        base == 10 ? (single ? 6 : 15)
+                   : static_cast<int64_t>(std::floor((single ? 24 : 53) / std::log2(static_cast<double>(base))));
     const double epsilon = single ? 1.1920928955078125e-07 : 2.220446049250313e-16;
 
     /* 3, 4. Precision and what becomes of trailing zeros. */

@@ -33,6 +33,8 @@ public:
 
     int Read(double *value) {
         SkipScanSpace(in_);
+        if (ReadInPlace(value))
+            return kFieldDone;
         char sign = 0;
         if (in_.Current() == '+' || in_.Current() == '-') {
             sign = (char)in_.Current();
@@ -70,6 +72,34 @@ public:
     }
 
 private:
+    /* The usual field needs no collecting: from a string, with no width, a
+     * decimal point of ".", and no word, the text to collect is the
+     * string itself up to where the conversion stops, so it is converted
+     * where it stands.  The conversion's result is the same, for it reads
+     * the same bytes.  A field that could reach the collector's limit, and
+     * one with no digit and no point, go the collector's way.  False when
+     * nothing was taken. */
+    bool ReadInPlace(double *value) {
+        constexpr ptrdiff_t kShortField = kFieldLimit / 2;
+        const unsigned char *point = reinterpret_cast<const unsigned char *>(DecimalPointOf(in_.context));
+        if (in_.text == nullptr || remaining_ != kFieldLimit || in_.Current() < 0 || point[0] != '.' ||
+            point[1] != 0)
+            return false;
+        const unsigned char *start = in_.CurrentText();
+        const unsigned char *body = start + (*start == '+' || *start == '-');
+        const int lead = *body | 0x20;
+        if (lead == 'n' || lead == 'i')
+            return false;
+        const char *end;
+        const double converted = ScanTextToDouble(reinterpret_cast<const char *>(start), &end);
+        const auto stop = reinterpret_cast<const unsigned char *>(end);
+        if (stop == body || stop - start > kShortField)
+            return false;
+        *value = converted;
+        in_.AdvanceTo(stop);
+        return true;
+    }
+
     /* The field goes on while width is left and the buffer has room. */
     bool Lasts() const { return remaining_ > 0 && length_ < kFieldLimit; }
 

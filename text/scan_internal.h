@@ -51,6 +51,21 @@ struct ScanSource {
         return text != nullptr ? NextTextByte() : context.inChar(&context, nullptr);
     }
 
+    /* The string source only, with a look-ahead: the look-ahead's own byte
+     * in the string, from which a reader may look at the rest directly. */
+    const unsigned char *CurrentText() const noexcept { return text - 1; }
+
+    /* The string source only: takes the bytes from the look-ahead up to
+     * `end`, which a reader found in the string, as that many Advance calls
+     * would.  `end` is no further than the terminator. */
+    void AdvanceTo(const unsigned char *end) noexcept {
+        const auto behind = static_cast<int32_t>(end - text); /* read past the look-ahead */
+        context.processed += behind;
+        context.committed += behind;
+        text = end;
+        NextTextByte();
+    }
+
     /* Takes bytes while keep(byte) holds and limit lasts, handing each to
      * use(byte) before the next is read; gives the number taken.  The same
      * as a loop over Advance, with the string source kept in registers. */
@@ -151,9 +166,11 @@ int ReadScanInteger(ScanSource &in, int base, bool isUnsigned, bool alternative,
  * converts it. */
 int ReadScanFloat(ScanSource &in, int32_t width, double *value) noexcept;
 
-/* Converts collected float text ("-12.5e3", "0x1.8p4") with double
- * arithmetic only: digit by digit, then one power of the base. */
-double ScanTextToDouble(const char *text) noexcept;
+/* Converts float text ("-12.5e3", "0x1.8p4") with double arithmetic
+ * only: digit by digit, then one power of the base.  It reads what the float
+ * reader collects and stops at the first byte that continues no such text;
+ * *end (unless end is null) is set to that byte. */
+double ScanTextToDouble(const char *text, const char **end = nullptr) noexcept;
 
 /* The readers behind %c, %s and %[, each storing into its destination
  * unless that is null.  `format` is the whole format, for the set of %[. */

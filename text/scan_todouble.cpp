@@ -51,7 +51,7 @@ double Power(int base, uint32_t exponent) {
 
 } // namespace
 
-double ScanTextToDouble(const char *text) noexcept {
+double ScanTextToDouble(const char *text, const char **end) noexcept {
     const unsigned char *p = (const unsigned char *)text;
     bool negative = false;
     if (*p == '+' || *p == '-')
@@ -65,6 +65,10 @@ double ScanTextToDouble(const char *text) noexcept {
      * below 2^53 that is exact, and 64-bit integers give the same. */
     int digit;
     uint64_t exact = 0;
+    if (base == 10) { /* the usual text: a digit is a byte from '0' to '9' */
+        for (unsigned d; exact < kExactIntegerLimit && (d = (unsigned)*p - '0') < 10; ++p)
+            exact = exact * 10 + d;
+    }
     for (; exact < kExactIntegerLimit && (digit = DigitValue(*p)) >= 0 && digit < base; ++p)
         exact = exact * (uint64_t)base + (uint64_t)digit;
     double integer = (double)exact;
@@ -79,8 +83,8 @@ double ScanTextToDouble(const char *text) noexcept {
         /* Each fraction digit is worth a tenth (a sixteenth) of the one
          * before it. */
         if (base == 10) {
-            for (int k = 1; k < 512 && (digit = DigitValue(*p)) >= 0 && digit < 10; ++p, ++k)
-                fraction += kTenthScales.scale[k] * digit;
+            for (unsigned k = 1, d; k < 512 && (d = (unsigned)*p - '0') < 10; ++p, ++k)
+                fraction += kTenthScales.scale[k] * (int)d;
         } else {
             double scale = 1;
             for (; (digit = DigitValue(*p)) >= 0 && digit < 16; ++p) {
@@ -96,6 +100,8 @@ double ScanTextToDouble(const char *text) noexcept {
                 exponent = exponent * 10u + (uint32_t)(*p - '0');
         }
     }
+    if (end != nullptr)
+        *end = reinterpret_cast<const char *>(p);
     double value = integer + fraction;
     /* Zero stays zero even against an infinite power.  A power beyond the
      * double range is applied in steps, so that a long mantissa with a large

@@ -8,9 +8,11 @@
  * structure of the block (each lead followed by exactly its continuation
  * bytes) is checked on bit masks, and overlong forms on the bytes.
  *
- * UTF-16 to UTF-8 takes 8 units at a time, in two halves of 4: each unit
- * is spread into a 32-bit lane holding its 1 to 3 bytes, and a shuffle
- * chosen by the lengths packs the lanes together.
+ * UTF-16 to UTF-8 takes 8 units at a time.  Where all are below 0x800 each
+ * unit's 1 or 2 bytes are made in its own 16-bit lane and one shuffle packs
+ * them; otherwise in two halves of 4: each unit is spread into a 32-bit
+ * lane holding its 1 to 3 bytes, and a shuffle chosen by the lengths packs
+ * the lanes together.
  *
  * Pure ASCII blocks skip all of that in both directions.  The kernels only
  * run where the processor has SSSE3; the scalar code covers everything.
@@ -79,7 +81,27 @@ consteval ShuffleTable MakeByteCompaction() {
     return table;
 }
 
+/* For 8 16-bit lanes holding the UTF-8 bytes of one unit each, first byte
+ * lowest: bit i of the mask says lane i holds 2 bytes, else 1. */
+consteval ShuffleTable MakePairCompaction() {
+    ShuffleTable table{};
+    for (int mask = 0; mask < 256; ++mask) {
+        Shuffle &s = table.entry[mask];
+        int k = 0;
+        for (int lane = 0; lane < 8; ++lane) {
+            s.at[k++] = (unsigned char)(2 * lane);
+            if (mask & (1 << lane))
+                s.at[k++] = (unsigned char)(2 * lane + 1);
+        }
+        s.length = (unsigned char)k;
+        for (int i = k; i < 16; ++i)
+            s.at[i] = 0x80;
+    }
+    return table;
+}
+
 [[maybe_unused]] constexpr ShuffleTable kLaneCompaction = MakeLaneCompaction();
+[[maybe_unused]] constexpr ShuffleTable kPairCompaction = MakePairCompaction();
 [[maybe_unused]] constexpr ShuffleTable kByteCompaction = MakeByteCompaction();
 
 } // namespace
@@ -141,6 +163,12 @@ __m128i CharacterValues(__m128i b0, __m128i b1, __m128i b2) {
     return Select(isThree, three, Select(isTwo, two, b0));
 }
 
+/* CharacterValues where no position starts a three-byte character. */
+__m128i ShortValues(__m128i b0, __m128i b1) {
+    __m128i two = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, Words(0x1F)), 6), _mm_and_si128(b1, Words(0x3F)));
+    return Select(_mm_cmpgt_epi16(b0, Words(0xBF)), two, b0);
+}
+
 /* Writes the values at the positions marked in starts, packed; returns
  * the units written. */
 size_t PackStarts(__m128i values, unsigned starts, uint16_t *out) {
@@ -149,16 +177,36 @@ size_t PackStarts(__m128i values, unsigned starts, uint16_t *out) {
     return s.length;
 }
 
+/* The UTF-8 bytes of 8 units below 0x800, packed at out; returns the bytes
+ * written.  Alphabets and the Latin letters around them are all of this
+ * kind, and take half the work of EncodeFour. */
+size_t EncodeEightShort(__m128i v, unsigned char *out) {
+    /* Two bytes: 110xxxxx 10xxxxxx, the first lowest in the lane. */
+    __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi16(v, 6), _mm_slli_epi16(_mm_and_si128(v, Words(0x3F)), 8)),
+                               Words(0x80C0));
+    __m128i isTwo = _mm_cmpgt_epi16(v, Words(0x7F));
+    __m128i lanes = Select(isTwo, two, v);
+    int mask = _mm_movemask_epi8(_mm_packs_epi16(isTwo, _mm_setzero_si128()));
+    const Shuffle &s = kPairCompaction.entry[mask];
+    Store(out, _mm_shuffle_epi8(lanes, _mm_load_si128(reinterpret_cast<const __m128i *>(s.at))));
+    return s.length;
+}
+
 /* The UTF-8 bytes of 4 units (zero-extended to 32 bits, none a surrogate),
  * packed at out; returns the bytes written. */
+/* The three UTF-8 bytes of a unit from 0x800 (zero-extended to 32 bits),
+ * first byte lowest in the lane, so that memory order is byte order. */
+__m128i ThreeBytes(__m128i u, __m128i low6) {
+    __m128i mid6 = _mm_and_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0x3F));
+    return _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0x8080E0)),
+                        _mm_or_si128(_mm_slli_epi32(mid6, 8), _mm_slli_epi32(low6, 16)));
+}
+
 size_t EncodeFour(__m128i u, unsigned char *out) {
     __m128i low6 = _mm_and_si128(u, _mm_set1_epi32(0x3F));
-    __m128i mid6 = _mm_and_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0x3F));
-    /* Two bytes: 110xxxxx 10xxxxxx; three: 1110xxxx 10xxxxxx 10xxxxxx, the
-     * first byte lowest in the lane so that memory order is byte order. */
+    /* Two bytes: 110xxxxx 10xxxxxx; three: 1110xxxx 10xxxxxx 10xxxxxx. */
     __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0x80C0)), _mm_slli_epi32(low6, 8));
-    __m128i three = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0x8080E0)),
-                                 _mm_or_si128(_mm_slli_epi32(mid6, 8), _mm_slli_epi32(low6, 16)));
+    __m128i three = ThreeBytes(u, low6);
     __m128i atLeast2 = _mm_cmpgt_epi32(u, _mm_set1_epi32(0x7F));
     __m128i atLeast3 = _mm_cmpgt_epi32(u, _mm_set1_epi32(0x7FF));
     __m128i lanes = Select(atLeast3, three, Select(atLeast2, two, u));
@@ -166,6 +214,14 @@ size_t EncodeFour(__m128i u, unsigned char *out) {
     const Shuffle &s = kByteCompaction.entry[key];
     Store(out, _mm_shuffle_epi8(lanes, _mm_load_si128(reinterpret_cast<const __m128i *>(s.at))));
     return s.length;
+}
+
+/* EncodeFour where all 4 units take three bytes, as the units of Chinese,
+ * Japanese and Korean text do: 12 bytes, always in the same places. */
+size_t EncodeFourLong(__m128i u, unsigned char *out) {
+    const __m128i pack = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -128, -128, -128, -128);
+    Store(out, _mm_shuffle_epi8(ThreeBytes(u, _mm_and_si128(u, _mm_set1_epi32(0x3F))), pack));
+    return 12;
 }
 
 } // namespace
@@ -185,7 +241,7 @@ size_t SimdUtf8ToUtf16(const unsigned char **src, const unsigned char *end, uint
             p += 16;
             continue;
         }
-        __m128i x1 = Load(p + 1), x2 = Load(p + 2);
+        __m128i x1 = Load(p + 1);
         /* As signed bytes: continuation 0x80..0xBF is below -64, and leads
          * from 0xE0 and 0xF0 are above -33 and -17. */
         unsigned cont = (unsigned)_mm_movemask_epi8(_mm_cmplt_epi8(x0, Bytes(-64)));
@@ -194,6 +250,22 @@ size_t SimdUtf8ToUtf16(const unsigned char **src, const unsigned char *end, uint
         if (lead4 != 0)
             break; /* four-byte forms and bytes that are never valid */
         unsigned lead2 = high & ~cont & ~lead3;
+        if (lead3 == 0) {
+            /* Alphabets: one- and two-byte characters only, which need
+             * neither the third byte nor the three-byte values. */
+            unsigned claimed = lead2 << 1;
+            unsigned contAhead = ((unsigned)_mm_movemask_epi8(_mm_cmplt_epi8(x1, Bytes(-64))) >> 15) << 16;
+            if ((claimed & 0xFFFF) != cont || ((claimed >> 16) & ~(contAhead >> 16)) != 0)
+                break;
+            if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(x0, Bytes(0xFE)), Bytes(0xC0))) != 0)
+                break; /* overlong: C0 and C1 leads */
+            unsigned starts = ~cont & 0xFFFF;
+            out += PackStarts(ShortValues(_mm_unpacklo_epi8(x0, zero), _mm_unpacklo_epi8(x1, zero)), starts & 0xFF, out);
+            out += PackStarts(ShortValues(_mm_unpackhi_epi8(x0, zero), _mm_unpackhi_epi8(x1, zero)), starts >> 8, out);
+            p += 16 + ((claimed >> 16) & 1);
+            continue;
+        }
+        __m128i x2 = Load(p + 2);
         /* Each lead claims the bytes behind it; exactly the continuation
          * bytes must be claimed, and the claims on bytes 16 and 17 must
          * find continuation bytes there. */
@@ -232,13 +304,25 @@ size_t SimdUtf16ToUtf8(const uint16_t **src, const uint16_t *end, unsigned char 
             w += 8;
             continue;
         }
+        /* Lanes of units below 0x800, which take one or two bytes. */
+        const unsigned shortUnits = (unsigned)_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, Words(0xF800)), zero));
+        if (shortUnits == 0xFFFF) {
+            out += EncodeEightShort(v, out);
+            w += 8;
+            continue;
+        }
         /* Surrogates and byte order marks are for the scalar code. */
         __m128i surrogate = _mm_cmpeq_epi16(_mm_and_si128(v, Words(0xF800)), Words(0xD800));
         __m128i mark = _mm_or_si128(_mm_cmpeq_epi16(v, Words(0xFEFF)), _mm_cmpeq_epi16(v, Words(0xFFFE)));
         if (_mm_movemask_epi8(_mm_or_si128(surrogate, mark)) != 0)
             break;
-        out += EncodeFour(_mm_unpacklo_epi16(v, zero), out);
-        out += EncodeFour(_mm_unpackhi_epi16(v, zero), out);
+        if (shortUnits == 0) {
+            out += EncodeFourLong(_mm_unpacklo_epi16(v, zero), out);
+            out += EncodeFourLong(_mm_unpackhi_epi16(v, zero), out);
+        } else {
+            out += EncodeFour(_mm_unpacklo_epi16(v, zero), out);
+            out += EncodeFour(_mm_unpackhi_epi16(v, zero), out);
+        }
         w += 8;
     }
     *src = w;

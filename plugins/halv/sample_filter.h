@@ -38,6 +38,7 @@ struct FilterState {
     void *output;      /* the output chunk's bytes, reused from pass to pass */
     uint32_t outputCapacity;
     void *table;       /* apply's result for every sample value, made at init */
+    bool descending;   /* the table is table[0] - sample: no lookup needed */
 };
 
 /* The init point shared by all functions: parses the common arguments,

@@ -233,3 +233,39 @@ TEST(ModulesSample, DescriptionFileOfTheBundleLeadsToItsInitPoint) {
     EXPECT_EQ(HalvCallEnd(state), 1);
     HalvFreeFuncDesc(desc);
 }
+
+/* Chunks long enough for the wide loops, of lengths that leave tails: every
+ * sample value, each inverted and each through gain, in both depths. */
+TEST(ModulesSample, LongChunksMapEverySampleValue) {
+    SampleEngine session;
+    ASSERT_EQ(session.engine->started(), 1);
+    int32_t bits8 = 8, bits16 = 16;
+    double factor = 0.5;
+    intptr_t args8[12], args16[12];
+    HalvBuildArgs(args8, HALV_ARG("bits:i"), HALV_ARG(&bits8), HALV_ARG_NULL, HALV_ARG("factor:d"),
+                  HALV_ARG(&factor), HALV_ARG_NULL, HALV_ARG_END);
+    HalvBuildArgs(args16, HALV_ARG("bits:i"), HALV_ARG(&bits16), HALV_ARG_NULL, HALV_ARG("factor:d"),
+                  HALV_ARG(&factor), HALV_ARG_NULL, HALV_ARG_END);
+    std::vector<unsigned char> input8(256 * 3 + 13);
+    for (size_t i = 0; i < input8.size(); ++i)
+        input8[i] = static_cast<unsigned char>(i * 7 + i / 256);
+    std::vector<unsigned char> inverted8(input8.size()), gained8(input8.size());
+    for (size_t i = 0; i < input8.size(); ++i) {
+        inverted8[i] = static_cast<unsigned char>(255 - input8[i]);
+        gained8[i] = static_cast<unsigned char>((input8[i] + 1) / 2); /* floor(x * 0.5 + 0.5) */
+    }
+    EXPECT_EQ(RunOnce("invert", args8, input8, 1).output, inverted8);
+    EXPECT_EQ(RunOnce("gain", args8, input8, 1).output, gained8);
+
+    std::vector<unsigned char> input16(2 * (65536 + 5)), inverted16(input16.size()), gained16(input16.size());
+    for (size_t i = 0; i < input16.size() / 2; ++i) {
+        const auto sample = static_cast<uint16_t>(i * 40503u);
+        const auto inverse = static_cast<uint16_t>(65535 - sample);
+        const auto half = static_cast<uint16_t>((sample + 1) / 2);
+        std::memcpy(&input16[2 * i], &sample, 2);
+        std::memcpy(&inverted16[2 * i], &inverse, 2);
+        std::memcpy(&gained16[2 * i], &half, 2);
+    }
+    EXPECT_EQ(RunOnce("invert", args16, input16, 1).output, inverted16);
+    EXPECT_EQ(RunOnce("gain", args16, input16, 1).output, gained16);
+}

@@ -4,7 +4,11 @@
 // reads and writes, and hostile responses.
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <sys/time.h>
+
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <thread>
 
@@ -460,6 +464,83 @@ TEST(NetHttpNonBlocking, CopyBytesWaitsOnAStalledServer) {
     EXPECT_EQ(std::string(static_cast<char *>(HalvIOMemBuffer(mem)), HalvIOMemLength(mem)), body);
     mem->close(mem);
     io->close(io);
+}
+
+/* A caller's back end that keeps what it is given and the largest write. */
+struct Keeper {
+    HalvIO io = {};
+    std::string bytes;
+    uint32_t largest = 0;
+};
+
+/* The socket's receive low-water mark: a copy may raise it while it runs,
+ * and must leave the usual 1 behind. */
+int LowWater(HalvIO *io) {
+    int bytes = -1;
+    socklen_t length = sizeof bytes;
+    getsockopt(peer::SocketOf(io), SOL_SOCKET, SO_RCVLOWAT, &bytes, &length);
+    return bytes;
+}
+
+int32_t KeeperWrite(HalvIO *io, const void *bytes, uint32_t count) {
+    Keeper *keeper = reinterpret_cast<Keeper *>(io);
+    keeper->bytes.append(static_cast<const char *>(bytes), count);
+    keeper->largest = count > keeper->largest ? count : keeper->largest;
+    return static_cast<int32_t>(count);
+}
+
+TEST(NetHttpResponse, CopyBytesHandsOnPassesOfAtMost4096AndLeavesTheRestReadable) {
+    Server server;
+    const std::string body = peer::Pattern(150001, 5);
+    peer::Gate done;
+    server.Serve([&](int fd) {
+        server.SetRequest(peer::ReadHead(fd));
+        peer::SendAll(fd, Response("Content-Length: " + std::to_string(body.size()) + "\r\n", ""));
+        /* In pieces of odd sizes, the last far below a pass. */
+        for (size_t at = 0; at < body.size(); at += 37000)
+            peer::SendAll(fd, std::string_view(body).substr(at, 37000));
+        done.Wait(); /* the connection stays open: no read may wait for its end */
+    });
+    HalvIO *io = HalvIO_URL(server.Url().c_str(), "r");
+    ASSERT_NE(io, nullptr);
+    /* A read that waited for more than there is would fail here, not hang. */
+    timeval patience = {5, 0};
+    setsockopt(peer::SocketOf(io), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    Keeper keeper;
+    keeper.io.write = KeeperWrite;
+    EXPECT_EQ(HalvIOCopyBytes(&keeper.io, io, 100003), 100003);
+    EXPECT_EQ(LowWater(io), 1);
+    EXPECT_LE(keeper.largest, 4096u);
+    EXPECT_EQ(keeper.bytes, body.substr(0, 100003));
+    /* The rest, of which the last piece is short, by plain reads and by a
+     * copy to the end of the body. */
+    char buffer[1000];
+    ASSERT_EQ(io->read(io, buffer, sizeof buffer), 1000);
+    EXPECT_EQ(std::string(buffer, 1000), body.substr(100003, 1000));
+    keeper.bytes.clear();
+    EXPECT_EQ(HalvIOCopyBytes(&keeper.io, io, 0), static_cast<int64_t>(body.size() - 101003));
+    EXPECT_EQ(keeper.bytes, body.substr(101003));
+    EXPECT_EQ(LowWater(io), 1);
+    EXPECT_EQ(io->read(io, buffer, sizeof buffer), 0);
+    done.Open();
+    io->close(io);
+    server.Join();
+
+    /* Chunked: the same bytes, without the framing. */
+    std::string chunked;
+    for (size_t at = 0; at < body.size(); at += 20000) {
+        const std::string piece = body.substr(at, 20000);
+        char size[16];
+        snprintf(size, sizeof size, "%zx\r\n", piece.size());
+        chunked += size + piece + "\r\n";
+    }
+    io = Get(server, "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked + "0\r\n\r\n");
+    ASSERT_NE(io, nullptr);
+    keeper.bytes.clear();
+    EXPECT_EQ(HalvIOCopyBytes(&keeper.io, io, 0), static_cast<int64_t>(body.size()));
+    EXPECT_EQ(keeper.bytes, body);
+    io->close(io);
+    server.Join();
 }
 
 TEST(NetHttpPut, RequestAndChunksAreExact) {

@@ -8,8 +8,11 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "dpk_hvsup.h"
 
@@ -164,6 +167,68 @@ TEST(TextScanDouble, IntegersAgreeWithTheCLibrary) {
         ASSERT_EQ(HalvSScanf(text, "%llx", &wideOurs), 1);
         ASSERT_EQ(std::sscanf(text, "%" SCNx64, (uint64_t *)&wideTheirs), 1);
         ASSERT_EQ(wideOurs, wideTheirs) << text;
+    }
+}
+
+} // namespace
+
+namespace {
+
+/* What one scan of text gives: the result, the double's bits, and the
+ * bytes taken (%n), for a format of "%<width>lf%n". */
+struct Reading {
+    int result;
+    uint64_t bits;
+    int taken;
+    bool operator==(const Reading &) const = default;
+};
+
+Reading ReadString(const std::string &text, const char *format) {
+    double value = -7.0;
+    int taken = -1;
+    Reading r{HalvSScanf(text.c_str(), format, &value, &taken), 0, taken};
+    std::memcpy(&r.bits, &value, sizeof value);
+    return r;
+}
+
+Reading ReadStream(const std::string &text, const char *format) {
+    std::string copy = text;
+    HalvIO *io = HalvIO_Str(copy.data(), static_cast<uint32_t>(copy.size()));
+    double value = -7.0;
+    int taken = -1;
+    Reading r{HalvIOScanf(io, format, &value, &taken), 0, taken};
+    io->close(io);
+    std::memcpy(&r.bits, &value, sizeof value);
+    return r;
+}
+
+/* A float field from a string with no width is converted where it stands;
+ * with a width, or from a stream, it is collected first.  Both roads must
+ * take the same bytes and give the same double, also on text that is only
+ * partly a number. */
+TEST(TextScanDouble, StringFieldsReadAsCollectedFields) {
+    std::mt19937_64 random(99);
+    const std::string alphabet = "0123456789..eE+-xXpPaAfFinN \t,";
+    const char *const kSamples[] = {"1.5", "-0.25e3x", "+.e", "0x", "0x1.8p", "-", "+", ".", "..5", "1e5",
+                                    "12.5e+-3", "0x.Fp-3", "-nan", "nan", "-inf", "Infinite", "7.e999",
+                                    "3.25,1", "0X1F.cP2tail", "000000.000001e-0005"};
+    std::vector<std::string> texts(std::begin(kSamples), std::end(kSamples));
+    for (int i = 0; i < 20000; ++i) {
+        std::string text;
+        const size_t length = 1 + random() % 24;
+        for (size_t k = 0; k < length; ++k)
+            text += alphabet[random() % alphabet.size()];
+        texts.push_back(text);
+        char number[64];
+        snprintf(number, sizeof number, "%.*e", (int)(random() % 20), (double)(int64_t)random() / 1e9);
+        texts.push_back(number);
+    }
+    texts.push_back(std::string(300, '1') + ".5"); /* longer than the in-place reading takes */
+    texts.push_back("0." + std::string(600, '3'));
+    for (const std::string &text : texts) {
+        const Reading inPlace = ReadString(text, "%lf%n");
+        ASSERT_EQ(inPlace, ReadString(text, "%1000lf%n")) << text;
+        ASSERT_EQ(inPlace, ReadStream(text, "%lf%n")) << text;
     }
 }
 
