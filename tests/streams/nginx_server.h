@@ -22,6 +22,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -186,6 +187,18 @@ public:
         watch.WaitUntil([&] { return Requests().size() >= count; }, kRequestPatienceMs);
         std::vector<std::string> lines = Requests();
         return lines.size() >= count ? lines[count - 1] : "<no request logged>";
+    }
+
+    // Waits until line has been logged; nginx writes a request's line only
+    // after its response has gone, so a client may be ahead of the log.
+    bool AwaitLogged(const std::string &line) {
+        auto logged = [&] {
+            std::vector<std::string> lines = Requests();
+            return std::find(lines.begin(), lines.end(), line) != lines.end();
+        };
+        DirectoryWatch watch(dir_ + "/logs");
+        watch.WaitUntil(logged, kRequestPatienceMs);
+        return logged();
     }
 
 private:

@@ -188,6 +188,7 @@ TEST_F(NginxDownload, FilesComeWholeWithTheirLength) {
     fs::create_directories(server_.StoredPath("dir"));
     EXPECT_FALSE(Fetch(server_.Url("/missing.pxs"), "r").ok);
     EXPECT_FALSE(Fetch(server_.Url("/dir"), "r").ok);
+    ASSERT_TRUE(server_.AwaitLogged("301 GET /dir HTTP/1.1"));
     std::vector<std::string> log = server_.Requests();
     ASSERT_GE(log.size(), 2u);
     EXPECT_EQ(log[log.size() - 2], "404 GET /missing.pxs HTTP/1.1");
