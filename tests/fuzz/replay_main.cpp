@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,9 +48,13 @@ int main(int argc, char **argv) {
                 return 1;
             }
             std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-            /* a copy of exactly the input's size, as libFuzzer hands it over */
-            std::vector<uint8_t> exact(bytes);
-            LLVMFuzzerTestOneInput(exact.empty() ? nullptr : exact.data(), exact.size());
+            /* A block of exactly the input's size, as libFuzzer hands it
+             * over: never null, even for an empty input, and ASan guards
+             * its end. */
+            std::unique_ptr<uint8_t[]> exact(new uint8_t[bytes.size()]);
+            if (!bytes.empty())
+                std::memcpy(exact.get(), bytes.data(), bytes.size());
+            LLVMFuzzerTestOneInput(exact.get(), bytes.size());
             ++count;
         }
     std::printf("replayed %zu inputs\n", count);
