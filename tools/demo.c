@@ -2,7 +2,7 @@
  * demo.c - the first thing to run: with no set-up, makes a small sample
  * image in a temporary directory, runs every registered function over it
  * by the same road as "halvern run", and shows the first scanline of each
- * result; then makes a few spectra and shows them (demo_spectra.c).
+ * result; then makes a few spectra and shows them (demo_wavelengths.c).
  */
 #define _POSIX_C_SOURCE 200809L
 #include <stdio.h>

@@ -1,7 +1,7 @@
 /*
  * export.c - a stored image as a picture of the kind its name says: .png,
  * .tif or .tiff, .jpg or .jpeg (with --quality), .pgm or .ppm
- * (picture.c picks the codec).  Spectra go out as CSV or SVG (spectra.c),
+ * (picture.c picks the codec).  Spectra go out as CSV or SVG (wavelength_data.c),
  * info tables as CSV (table_export.c): the input's format picks those.
  */
 #include <stdio.h>

@@ -159,7 +159,7 @@ HalvHeaderStruct *MakeHeaderAs(const HalvHeaderStruct *source, const char *forma
                                HVHdrManager *manager);
 
 /* ------------------------------------------------------------------------
- * Spectra (spectra.c, spectrum_svg.c)
+ * Spectra (wavelength_data.c, wavelength_svg.c)
  * ------------------------------------------------------------------------ */
 
 /* A whole spectrum in memory. */

@@ -1,8 +1,8 @@
 // Helpers for the spectral format tests: stored spectra written as bytes
 // here (the header text line by line, the data through glibc's own
 // snprintf or as raw floats), and headers made through the managers.
-#ifndef HALV_TESTS_SPECTRAL_SUPPORT_H
-#define HALV_TESTS_SPECTRAL_SUPPORT_H
+#ifndef HALV_TESTS_WAVELENGTH_SUPPORT_H
+#define HALV_TESTS_WAVELENGTH_SUPPORT_H
 
 #include <cstdint>
 #include <cstdio>

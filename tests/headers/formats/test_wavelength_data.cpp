@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "dpk_hvsup.h"
-#include "headers/formats/spectral_support.h"
+#include "headers/formats/wavelength_support.h"
 #include "headers/support.h"
 
 using namespace spectral_test;

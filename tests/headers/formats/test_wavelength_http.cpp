@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "dpk_hvsup.h"
-#include "headers/formats/spectral_support.h"
+#include "headers/formats/wavelength_support.h"
 #include "streams/peer.h"
 
 using namespace spectral_test;

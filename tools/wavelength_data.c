@@ -1,5 +1,5 @@
 /*
- * spectra.c - stored spectra in the host: what a spectral header says,
+ * wavelength_data.c - stored spectra in the host: what a spectral header says,
  * all measurements read into memory, and export as CSV (one row per
  * wavelength, one column per measurement) or as an SVG plot.
  */

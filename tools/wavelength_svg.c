@@ -1,5 +1,5 @@
 /*
- * spectrum_svg.c - a spectrum as an SVG plot: every measurement a line of
+ * wavelength_svg.c - a spectrum as an SVG plot: every measurement a line of
  * its own colour against wavelength in nm, with ticks, labelled axes and,
  * for a few measurements, a legend.
  */

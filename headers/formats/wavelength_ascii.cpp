@@ -1,5 +1,5 @@
 /*
- * headers/formats/spectral_ascii.cpp - the data of "spectral" "1.0-ascii":
+ * headers/formats/wavelength_ascii.cpp - the data of "spectral" "1.0-ascii":
  * every sample a number of its own line, " %g", the samples of the first
  * measurement first.  Reading goes token by token through the shared ASCII
  * codec and keeps whole measurements only.

@@ -1,5 +1,5 @@
 /*
- * demo_spectra.c - the demo's spectra: the reflectance of four colour
+ * demo_wavelengths.c - the demo's spectra: the reflectance of four colour
  * patches from 400 to 700 nm, written as a "spectral" "1.0-ascii" file
  * through its manager, read back by the same road as any input, shown as
  * a table and plotted to an SVG file beside it.

@@ -1,5 +1,5 @@
 /*
- * headers/formats/spectral_wavelengths.cpp - where the samples of a
+ * headers/formats/wavelength_table.cpp - where the samples of a
  * spectrum lie: a start and an interval, or a table of up to 500
  * wavelengths.
  *

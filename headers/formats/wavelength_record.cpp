@@ -1,5 +1,5 @@
 /*
- * headers/formats/spectral_record.cpp - the record of the "spectral"
+ * headers/formats/wavelength_record.cpp - the record of the "spectral"
  * format: making, copying and freeing it, its chunk buffer, and the names
  * of the spectrum types.
  *

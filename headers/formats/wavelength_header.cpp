@@ -1,5 +1,5 @@
 /*
- * headers/formats/spectral_header.cpp - the header of the "spectral"
+ * headers/formats/wavelength_header.cpp - the header of the "spectral"
  * format: section Spectral to the record and back.  Both versions share
  * it; "1.0-binary" only adds the four zero bytes of ID/binary.
  *

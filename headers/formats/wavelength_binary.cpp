@@ -1,5 +1,5 @@
 /*
- * headers/formats/spectral_binary.cpp - the data of "spectral"
+ * headers/formats/wavelength_binary.cpp - the data of "spectral"
  * "1.0-binary": measurements x samples floats of 4 bytes with nothing
  * between them, in the byte order of the machine that wrote them (no key
  * names it, and nothing is reversed).
