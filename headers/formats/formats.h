@@ -13,6 +13,13 @@
 
 namespace halv {
 
+/* Bytes of one sample of bits as the text formats hold it in memory: 1, 2,
+ * 4 or 8 for 8, 16, 32 and 64 bits; 0 for widths they don't know, at which
+ * a codec stops without storing anything. */
+inline uint32_t TextSampleBytes(uint32_t bits) noexcept {
+    return bits == 8 || bits == 16 || bits == 32 || bits == 64 ? bits / 8 : 0;
+}
+
 /* ---- internal 2.1 (and 2.0, which has its own toHeader) ---- */
 int InternalToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
 int InternalToHeaderOld(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;

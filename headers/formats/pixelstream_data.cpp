@@ -28,22 +28,6 @@ HalvPixelStreamHeader *AsPixelStream(HalvHeaderStruct *header) {
     return reinterpret_cast<HalvPixelStreamHeader *>(header);
 }
 
-/* Bytes of one stored sample of bits; 0 for widths the codec doesn't know. */
-uint32_t SampleBytes(uint32_t bits) {
-    switch (bits) {
-    case 8:
-        return 1;
-    case 16:
-        return 2;
-    case 32:
-        return 4;
-    case 64:
-        return 8;
-    default:
-        return 0;
-    }
-}
-
 /* Bytes of a stream, in blocks where it can seek and singly where it
  * can't.  ended is set once the bytes ran out or a 0x04 or 0xFF stood for
  * the end: the load stops there, as a stream's end stops it. */
@@ -154,7 +138,7 @@ HALV_API int __HVHdrPixelStreamLoadChunk_10_ascii(HalvHeaderStruct *header, Halv
         return 0;
     if (!h->initialised)
         halv::PixelStreamWorkOut(h);
-    uint32_t width = halv::SampleBytes(header->bitsPerSample[0]);
+    uint32_t width = halv::TextSampleBytes(header->bitsPerSample[0]);
     uint32_t values = h->valuesPerPixel;
     // A pixel must fit the bytes the record gives it, or the buffer overflows.
     if (values == 0 || (width != 0 && (uint64_t)values * width != h->bytesPerPixel))
@@ -198,7 +182,7 @@ HALV_API int __HVHdrPixelStreamEmitChunk_10_ascii(HalvHeaderStruct *header, Halv
     uint32_t values = h->valuesPerPixel;
     if (values > HALV_MAX_SEPARATIONS)
         return 0;
-    uint64_t need = (uint64_t)chunk->lines * values * halv::SampleBytes(header->bitsPerSample[0]);
+    uint64_t need = (uint64_t)chunk->lines * values * halv::TextSampleBytes(header->bitsPerSample[0]);
     if (need > chunk->bytes || (need != 0 && chunk->data == nullptr))
         return 0;
     uint32_t bits[HALV_MAX_SEPARATIONS];

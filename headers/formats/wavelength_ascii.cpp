@@ -12,29 +12,12 @@ namespace {
 
 HalvSpectralHeader *AsSpectral(HalvHeaderStruct *header) { return reinterpret_cast<HalvSpectralHeader *>(header); }
 
-/* Bytes of one sample of bits as the codec stores it; 0 for widths it
- * doesn't know, at which it stops without storing anything. */
-uint32_t SampleBytes(uint32_t bits) {
-    switch (bits) {
-    case 8:
-        return 1;
-    case 16:
-        return 2;
-    case 32:
-        return 4;
-    case 64:
-        return 8;
-    default:
-        return 0;
-    }
-}
-
 /* Bytes that the codec moves for one sample position across parts parts
  * (at most 36). */
 uint64_t GroupBytes(const HalvHeaderStruct *header, uint32_t parts) {
     uint64_t bytes = 0;
     for (uint32_t j = 0; j < parts; ++j)
-        bytes += SampleBytes(header->bitsPerSample[j]);
+        bytes += TextSampleBytes(header->bitsPerSample[j]);
     return bytes;
 }
 

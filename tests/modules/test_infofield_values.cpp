@@ -13,24 +13,12 @@
 #include <vector>
 
 #include "dpk_hvsup.h"
+#include "modules/infofield_support.h"
 
 namespace {
 
-struct List {
-    HalvInfoField **fields = nullptr;
-    List() = default;
-    List(const List &) = delete;
-    List &operator=(const List &) = delete;
-    ~List() { HalvFreeSmartArray(fields); }
-    uint32_t size() const { return HalvGetArraySize(fields); }
-    HalvInfoField *operator[](uint32_t i) const { return fields[i]; }
-};
-
-int Parse(List &list, const std::vector<const char *> &texts) {
-    std::vector<const char *> strings(texts);
-    strings.push_back(nullptr);
-    return HalvParseInfoFields(strings.data(), &list.fields);
-}
+using infotest::List;
+using infotest::Parse;
 
 /* "name:count type" of each field, blank-separated. */
 std::string Forms(const List &list) {
