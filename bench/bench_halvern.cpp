@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "process_timer.h"
+
 extern char **environ;
 
 namespace {
@@ -58,28 +60,12 @@ Fixture &Shared() {
     return fixture;
 }
 
-// Runs argv as a process and gives its wall time in seconds.
-double Spawn(std::vector<std::string> args) {
-    std::vector<char *> argv;
-    for (std::string &a : args)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    auto start = std::chrono::steady_clock::now();
-    pid_t pid = 0;
-    if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
-        return -1;
-    int status = 0;
-    waitpid(pid, &status, 0);
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? seconds : -1;
-}
-
 void TimeProcess(benchmark::State &state, const std::vector<std::string> &args, const std::string &output,
                  bool baseline) {
     Fixture &f = Shared();
     double best = 1e9;
     for (auto _ : state) {
-        double seconds = Spawn(args);
+        double seconds = SpawnSeconds(args);
         if (seconds < 0) {
             state.SkipWithError("the process failed");
             break;

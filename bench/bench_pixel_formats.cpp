@@ -10,6 +10,8 @@
 // holds it, so both processes read the same copy.
 #include <benchmark/benchmark.h>
 
+#include "process_timer.h"
+
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -67,21 +69,6 @@ Image &SharedImage() {
         return f;
     }();
     return image;
-}
-
-double SpawnSeconds(std::vector<std::string> args) {
-    std::vector<char *> argv;
-    for (std::string &a : args)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    auto start = std::chrono::steady_clock::now();
-    pid_t pid = 0;
-    if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
-        return -1;
-    int status = 0;
-    waitpid(pid, &status, 0);
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? seconds : -1;
 }
 
 void TimeProcess(benchmark::State &state, std::vector<std::string> args, const std::string &output) {

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "process_timer.h"
 #include "ratio_report.h"
 
 extern char **environ;
@@ -26,22 +27,6 @@ namespace {
 constexpr uint32_t kWidth = 8000, kHeight = 8000;     // 192 MB of samples
 constexpr uint32_t kBatch = 64, kBatchSide = 1024;    // 64 x 3 MB
 constexpr int kIterations = 3;
-
-// Runs argv as a process; its wall time in seconds, or -1 when it failed.
-double Spawn(std::vector<std::string> args) {
-    std::vector<char *> argv;
-    for (std::string &a : args)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    auto start = std::chrono::steady_clock::now();
-    pid_t pid = 0;
-    if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
-        return -1;
-    int status = 0;
-    waitpid(pid, &status, 0);
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? seconds : -1;
-}
 
 void WritePpm(const std::string &path, uint32_t width, uint32_t height, uint32_t seed) {
     FILE *out = std::fopen(path.c_str(), "wb");
@@ -75,13 +60,13 @@ Fixture &Shared() {
         WritePpm(ppm, kWidth, kHeight, 0);
         f.vipsInput = f.dir + "/in.v";
         f.halvernInput = f.dir + "/in.hv";
-        f.ready = Spawn({VIPS_PATH, "copy", ppm, f.vipsInput}) >= 0 &&
-                  Spawn({HALVERN_PATH, "import", ppm, f.halvernInput}) >= 0;
+        f.ready = SpawnSeconds({VIPS_PATH, "copy", ppm, f.vipsInput}) >= 0 &&
+                  SpawnSeconds({HALVERN_PATH, "import", ppm, f.halvernInput}) >= 0;
         unlink(ppm.c_str());
         for (uint32_t i = 0; i < kBatch && f.ready; ++i) {
             std::string small = f.dir + "/small.ppm", image = f.dir + "/batch" + std::to_string(i) + ".hv";
             WritePpm(small, kBatchSide, kBatchSide, i);
-            f.ready = Spawn({HALVERN_PATH, "import", small, image}) >= 0;
+            f.ready = SpawnSeconds({HALVERN_PATH, "import", small, image}) >= 0;
             f.batch.push_back(image);
             unlink(small.c_str());
         }
@@ -104,7 +89,7 @@ void TimeProcess(benchmark::State &state, const std::vector<std::string> &args, 
         return;
     }
     for (auto _ : state) {
-        double seconds = Spawn(args);
+        double seconds = SpawnSeconds(args);
         if (seconds < 0) {
             state.SkipWithError("the process failed");
             break;
