@@ -38,16 +38,7 @@ static int WriteSample(const char *path) {
     for (uint32_t row = 0; row < kHeight; ++row)
         Ramp(pixels + row * kWidth, row);
     HalvChunk chunk = {HALV_CHUNK_END, 0, kHeight, sizeof pixels, sizeof pixels, 0, pixels};
-    Output out;
-    if (OutputOpen(&out, path) != kExitOk) {
-        header->free(header);
-        return kExitFailed;
-    }
-    if (OutputWriteHeader(&out, header, manager, 0) != kExitOk || OutputWriteChunk(&out, &chunk) != kExitOk) {
-        OutputAbort(&out);
-        return kExitFailed;
-    }
-    return OutputCommit(&out);
+    return OutputWholeFile(path, header, manager, &chunk);
 }
 
 static void PrintSamples(const char *label, const unsigned char *samples, uint32_t count) {

@@ -60,16 +60,7 @@ static int WriteSpectra(const char *path) {
         for (int i = 0; i < kSamples; ++i)
             values[p * kSamples + i] = Reflectance(p, kStart + i * kStep);
     HalvChunk chunk = {HALV_CHUNK_END, 0, kPatches, sizeof values, sizeof values, 0, values};
-    Output out;
-    if (OutputOpen(&out, path) != kExitOk) {
-        header->free(header);
-        return kExitFailed;
-    }
-    if (OutputWriteHeader(&out, header, manager, 0) != kExitOk || OutputWriteChunk(&out, &chunk) != kExitOk) {
-        OutputAbort(&out);
-        return kExitFailed;
-    }
-    return OutputCommit(&out);
+    return OutputWholeFile(path, header, manager, &chunk);
 }
 
 /* Every fifth sample of each patch, from the file as read back. */

@@ -148,6 +148,11 @@ void OutputAbort(Output *out);
  * when an interrupt was the reason); gives the command's status. */
 int OutputFinish(Output *out, int status);
 
+/* A whole stored file at path in one go: header (taken, as by
+ * OutputWriteHeader, and freed on every path) and the one chunk that holds
+ * all its data; gives the command's status. */
+int OutputWholeFile(const char *path, HalvHeaderStruct *header, HVHdrManager manager, const HalvChunk *chunk);
+
 /* The version of format that this host writes: version itself when it is
  * one (null: the format's default), else null. */
 const char *WritableVersion(const char *format, const char *version);

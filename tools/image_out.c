@@ -208,6 +208,18 @@ int OutputFinish(Output *out, int status) {
     return status;
 }
 
+int OutputWholeFile(const char *path, HalvHeaderStruct *header, HVHdrManager manager, const HalvChunk *chunk) {
+    Output out;
+    if (OutputOpen(&out, path) != kExitOk) {
+        header->free(header);
+        return kExitFailed;
+    }
+    int status = OutputWriteHeader(&out, header, manager, 0);
+    if (status == kExitOk)
+        status = OutputWriteChunk(&out, chunk);
+    return OutputFinish(&out, status);
+}
+
 /* ------------------------------------------------------------------------
  * Headers of another format, and byte order.
  * ------------------------------------------------------------------------ */

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "halv_util.h"
+#include "util/internal.h"
 
 namespace {
 
@@ -20,25 +21,6 @@ constexpr EndianWord kEndianWords[] = {
     {"type 2", HALV_LITTLE_ENDIAN},
     {"little", HALV_LITTLE_ENDIAN},
 };
-
-/* Reverses the bytes of each of count values of sizeof(Word) bytes.  Going through
- * an integer and memcpy keeps unaligned data legal and lets the compiler
- * use bswap (and vectorise the loop). */
-template <typename Word>
-void SwabValues(void *pointer, uint32_t count) noexcept {
-    auto *bytes = static_cast<unsigned char *>(pointer);
-    for (uint32_t i = 0; i < count; ++i, bytes += sizeof(Word)) {
-        Word value;
-        std::memcpy(&value, bytes, sizeof value);
-        if constexpr (sizeof(Word) == 2)
-            value = __builtin_bswap16(value);
-        else if constexpr (sizeof(Word) == 4)
-            value = __builtin_bswap32(value);
-        else
-            value = __builtin_bswap64(value);
-        std::memcpy(bytes, &value, sizeof value);
-    }
-}
 
 } // namespace
 
@@ -69,11 +51,11 @@ HALV_API const char *HalvEndian2Str(int value) noexcept {
     }
 }
 
-HALV_API void HalvSwabShort(void *pointer) noexcept { SwabValues<uint16_t>(pointer, 1); }
-HALV_API void HalvSwabLong(void *pointer) noexcept { SwabValues<uint32_t>(pointer, 1); }
-HALV_API void HalvSwabDouble(void *pointer) noexcept { SwabValues<uint64_t>(pointer, 1); }
-HALV_API void HalvSwabShortArray(void *pointer, uint32_t count) noexcept { SwabValues<uint16_t>(pointer, count); }
-HALV_API void HalvSwabLongArray(void *pointer, uint32_t count) noexcept { SwabValues<uint32_t>(pointer, count); }
-HALV_API void HalvSwabDoubleArray(void *pointer, uint32_t count) noexcept { SwabValues<uint64_t>(pointer, count); }
+HALV_API void HalvSwabShort(void *pointer) noexcept { halv::SwabValues<uint16_t>(pointer, 1); }
+HALV_API void HalvSwabLong(void *pointer) noexcept { halv::SwabValues<uint32_t>(pointer, 1); }
+HALV_API void HalvSwabDouble(void *pointer) noexcept { halv::SwabValues<uint64_t>(pointer, 1); }
+HALV_API void HalvSwabShortArray(void *pointer, uint32_t count) noexcept { halv::SwabValues<uint16_t>(pointer, count); }
+HALV_API void HalvSwabLongArray(void *pointer, uint32_t count) noexcept { halv::SwabValues<uint32_t>(pointer, count); }
+HALV_API void HalvSwabDoubleArray(void *pointer, uint32_t count) noexcept { halv::SwabValues<uint64_t>(pointer, count); }
 
 } // extern "C"

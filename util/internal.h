@@ -1,16 +1,38 @@
 /*
  * util/internal.h - tables and small helpers that the string, token and
- * UTF-8 units share.  Nothing here is exported.
+ * UTF-8 units share, and the byte reversal the stored formats use too.
+ * Nothing here is exported.
  */
 #ifndef HALV_UTIL_INTERNAL_H
 #define HALV_UTIL_INTERNAL_H
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "halv_core.h"
 
 namespace halv {
+
+/* ---- byte order -------------------------------------------------------- */
+
+/* Reverses the bytes of each of count values of sizeof(Word) bytes.  Going
+ * through an integer and memcpy keeps unaligned data legal and lets the
+ * compiler use bswap (and vectorise the loop). */
+template <typename Word> inline void SwabValues(void *pointer, uint32_t count) noexcept {
+    auto *bytes = static_cast<unsigned char *>(pointer);
+    for (uint32_t i = 0; i < count; ++i, bytes += sizeof(Word)) {
+        Word value;
+        std::memcpy(&value, bytes, sizeof value);
+        if constexpr (sizeof(Word) == 2)
+            value = __builtin_bswap16(value);
+        else if constexpr (sizeof(Word) == 4)
+            value = __builtin_bswap32(value);
+        else
+            value = __builtin_bswap64(value);
+        std::memcpy(bytes, &value, sizeof value);
+    }
+}
 
 /* ---- ASCII classes and case ------------------------------------------- */
 

@@ -6,6 +6,7 @@
 #ifndef HALV_HEADERS_FORMATS_H
 #define HALV_HEADERS_FORMATS_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "halv_headers.h"
@@ -38,6 +39,35 @@ int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept;
 /* A zeroed HalvImageExtHeader with image-ext's copy and free and the
  * machine's endian, the record pixr shares; null when memory runs out. */
 HalvHeaderStruct *ImageExtNewRecord() noexcept;
+
+/* One number key that a chunked raster format reads: up to count numbers
+ * of one line into the uint32_t (array) at offset in HalvHeaderStruct.
+ * Where the key is there and dimCount is not 0, the record's dimCount
+ * becomes dimCount (rows are read in order, so a later row wins). */
+struct RasterNumberKey {
+    const char *section;
+    const char *key;
+    size_t offset;
+    uint32_t count;
+    uint32_t dimCount;
+};
+
+/* How image-ext and pixr read a header into image-ext's record: a new
+ * record from newRecord, its byte order, the number keys, interleave,
+ * Photometry name and compression; then the keys read (each list ends
+ * with null) go from the record's userData, the sections staying. */
+struct RasterReading {
+    HalvHeaderStruct *(*newRecord)() noexcept;
+    const RasterNumberKey *numbers;
+    size_t numberCount;
+    const char *const *rasterKeys;
+    const char *const *encodingKeys;
+};
+int RasterToHeader(const RasterReading &reading, HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;
+
+/* createHeader of a raster format: a record from newRecord into *header.
+ * 1, or 0 for a null header or no memory. */
+int RasterCreateHeader(HalvHeaderStruct *(*newRecord)() noexcept, HalvHeaderStruct **header) noexcept;
 
 /* ---- pixr 1.0: image-ext's record, copy, free and emitChunk ---- */
 int PixrToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept;

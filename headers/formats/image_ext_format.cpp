@@ -4,7 +4,9 @@
  * words (payload bytes, lines, auxWord, flags) in the header's byte order.
  * The stream ends with the last chunk: its end is a chunk boundary.
  */
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 
 #include "halv_userdata.h"
 #include "halv_util.h"
@@ -17,7 +19,6 @@ namespace {
 
 HalvImageExtHeader *AsImageExt(HalvHeaderStruct *header) { return reinterpret_cast<HalvImageExtHeader *>(header); }
 
-const char *const kIdKeys[] = {"architecture", "format", "version", "binary", nullptr};
 const char *const kRasterKeys[] = {"pixels", "scanlines", "blobs", nullptr};
 const char *const kEncodingKeys[] = {"name",       "imageParts", "bits/sample",  "bytes/sl",       "maskBits/sample",
                                      "maskBytes/sl", "interleave", "alignment", "minimumChunk", "preferredChunk",
@@ -61,7 +62,7 @@ HalvHeaderStruct *ImageExtNewRecord() noexcept {
 
 namespace {
 
-HalvHeaderStruct *NewRecord() {
+HalvHeaderStruct *NewRecord() noexcept {
     HalvHeaderStruct *h = ImageExtNewRecord();
     if (h == nullptr)
         return nullptr;
@@ -71,40 +72,25 @@ HalvHeaderStruct *NewRecord() {
     return h;
 }
 
+constexpr RasterNumberKey kNumberKeys[] = {
+    {"Raster", "pixels", offsetof(HalvHeaderStruct, dims[0]), 1, 0},
+    {"Raster", "scanlines", offsetof(HalvHeaderStruct, dims[1]), 1, 2},
+    {"Raster", "blobs", offsetof(HalvHeaderStruct, dims[2]), 1, 3},
+    {"Encoding", "imageParts", offsetof(HalvHeaderStruct, parts), 3, 0},
+    {"Encoding", "bits/sample", offsetof(HalvHeaderStruct, bitsPerSample), HALV_MAX_SEPARATIONS, 0},
+    {"Encoding", "bytes/sl", offsetof(HalvHeaderStruct, bytesPerSep), HALV_MAX_SEPARATIONS, 0},
+    {"Encoding", "alignment", offsetof(HalvHeaderStruct, alignment), 1, 0},
+    {"Encoding", "minimumChunk", offsetof(HalvHeaderStruct, minimumChunk), 1, 0},
+    {"Encoding", "preferredChunk", offsetof(HalvHeaderStruct, preferredChunk), 1, 0},
+};
+
+constexpr RasterReading kImageExtReading = {NewRecord, kNumberKeys, std::size(kNumberKeys), kRasterKeys,
+                                            kEncodingKeys};
+
 } // namespace
 
 int ImageExtToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
-    HalvHeaderStruct *g = NewRecord();
-    if (g == nullptr)
-        return 0;
-    HalvImageExtHeader *h = AsImageExt(g);
-    g->userData = HalvUserCMDupData(tree);
-    if (g->userData == nullptr && tree != nullptr) {
-        FreeImageExt(g);
-        return 0;
-    }
-    RasterFindByteOrder(tree, g, &h->swapBytes);
-    RasterReadNumber(tree, "Raster", "pixels", &g->dims[0]);
-    if (RasterReadNumber(tree, "Raster", "scanlines", &g->dims[1]))
-        g->dimCount = 2;
-    if (RasterReadNumber(tree, "Raster", "blobs", &g->dims[2]))
-        g->dimCount = 3;
-    RasterReadNumbers(tree, "Encoding", "imageParts", g->parts, 3);
-    RasterReadNumbers(tree, "Encoding", "bits/sample", g->bitsPerSample, HALV_MAX_SEPARATIONS);
-    RasterReadNumbers(tree, "Encoding", "bytes/sl", g->bytesPerSep, HALV_MAX_SEPARATIONS);
-    g->interleave = (uint32_t)HalvStr2Interleave(HVHdrGetHeaderParam(tree, "Encoding", "interleave"));
-    RasterReadNumber(tree, "Encoding", "alignment", &g->alignment);
-    RasterReadNumber(tree, "Encoding", "minimumChunk", &g->minimumChunk);
-    RasterReadNumber(tree, "Encoding", "preferredChunk", &g->preferredChunk);
-    g->color = ColorFromTree(&g->userData);
-    g->compression = CompressionFromTree(tree);
-
-    // The sections stay, End among them: only the keys read go.
-    g->userData = RasterDeleteKeys(g->userData, "ID", kIdKeys);
-    g->userData = RasterDeleteKeys(g->userData, "Raster", kRasterKeys);
-    g->userData = RasterDeleteKeys(g->userData, "Encoding", kEncodingKeys);
-    *header = g;
-    return 1;
+    return RasterToHeader(kImageExtReading, tree, header);
 }
 
 int ImageExtLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t) noexcept {
@@ -144,14 +130,6 @@ int ImageExtFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept
     return RasterFromHeader(kImageExtKeys, header, tree);
 }
 
-int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept {
-    if (header == nullptr)
-        return 0;
-    HalvHeaderStruct *h = NewRecord();
-    if (h == nullptr)
-        return 0;
-    *header = h;
-    return 1;
-}
+int ImageExtCreateHeader(HalvHeaderStruct **header) noexcept { return RasterCreateHeader(NewRecord, header); }
 
 } // namespace halv

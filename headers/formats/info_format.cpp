@@ -67,7 +67,7 @@ HalvHeaderStruct *CopyInfo(HalvHeaderStruct *header) {
     return &copy->generic;
 }
 
-HalvHeaderStruct *NewRecord() {
+HalvHeaderStruct *NewRecord() noexcept {
     HalvHeaderStruct *h = RasterNewRecord(sizeof(HalvInfoHeader), CopyInfo, FreeInfo);
     if (h == nullptr)
         return nullptr;
@@ -174,14 +174,6 @@ int InfoFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept {
     return 1;
 }
 
-int InfoCreateHeader(HalvHeaderStruct **header) noexcept {
-    if (header == nullptr)
-        return 0;
-    HalvHeaderStruct *h = NewRecord();
-    if (h == nullptr)
-        return 0;
-    *header = h;
-    return 1;
-}
+int InfoCreateHeader(HalvHeaderStruct **header) noexcept { return RasterCreateHeader(NewRecord, header); }
 
 } // namespace halv

@@ -12,37 +12,23 @@
 
 #include "halv_util.h"
 #include "headers/formats/formats.h"
+#include "util/internal.h"
 
 namespace halv {
 
 namespace {
 
-template <typename Word> inline void ReverseOne(unsigned char *p) {
-    Word value;
-    std::memcpy(&value, p, sizeof value);
-    if constexpr (sizeof(Word) == 2)
-        value = __builtin_bswap16(value);
-    else if constexpr (sizeof(Word) == 4)
-        value = __builtin_bswap32(value);
-    else
-        value = __builtin_bswap64(value);
-    std::memcpy(p, &value, sizeof value);
-}
-
 /* Reverses count values of width bytes from p on. */
 inline void ReverseRun(unsigned char *p, uint32_t width, uint32_t count) {
     switch (width) {
     case 8:
-        for (uint32_t k = 0; k < count; ++k, p += 8)
-            ReverseOne<uint64_t>(p);
+        SwabValues<uint64_t>(p, count);
         break;
     case 4:
-        for (uint32_t k = 0; k < count; ++k, p += 4)
-            ReverseOne<uint32_t>(p);
+        SwabValues<uint32_t>(p, count);
         break;
     case 2:
-        for (uint32_t k = 0; k < count; ++k, p += 2)
-            ReverseOne<uint16_t>(p);
+        SwabValues<uint16_t>(p, count);
         break;
     default:
         break;

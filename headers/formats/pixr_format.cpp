@@ -8,6 +8,9 @@
  * Its loader reverses the words of a record stored in the other order and
  * hands the payload on as it stands: the samples stay in the file's order.
  */
+#include <cstddef>
+#include <iterator>
+
 #include "halv_userdata.h"
 #include "headers/formats/formats.h"
 #include "headers/internal.h"
@@ -18,12 +21,11 @@ namespace {
 
 HalvImageExtHeader *AsPixr(HalvHeaderStruct *header) { return reinterpret_cast<HalvImageExtHeader *>(header); }
 
-const char *const kIdKeys[] = {"architecture", "format", "version", "binary", nullptr};
 const char *const kRasterKeys[] = {"pixels", "scanlines", "frame", "blobs", nullptr};
 const char *const kEncodingKeys[] = {"offset",      "minimumChunk", "preferredChunk", "parts",     "bits/sample",
                                      "bytes/sl",    "interleave",   "alignment",      nullptr};
 
-HalvHeaderStruct *NewRecord() {
+HalvHeaderStruct *NewRecord() noexcept {
     HalvHeaderStruct *h = ImageExtNewRecord();
     if (h == nullptr)
         return nullptr;
@@ -45,45 +47,29 @@ HalvUserCMData *AddOffset(const HalvHeaderStruct *header, HalvUserCMData *tree) 
     return RasterSetNumbers(tree, "Encoding", "offset", &header->dims[3], 1);
 }
 
+constexpr RasterNumberKey kNumberKeys[] = {
+    {"Raster", "pixels", offsetof(HalvHeaderStruct, dims[0]), 1, 0},
+    {"Raster", "scanlines", offsetof(HalvHeaderStruct, dims[1]), 1, 0},
+    {"Raster", "frame", offsetof(HalvHeaderStruct, dims[2]), 1, 0},
+    {"Raster", "blobs", offsetof(HalvHeaderStruct, dims[4]), 1, 5},
+    {"Encoding", "offset", offsetof(HalvHeaderStruct, dims[3]), 1, 0},
+    {"Encoding", "minimumChunk", offsetof(HalvHeaderStruct, minimumChunk), 1, 0},
+    {"Encoding", "preferredChunk", offsetof(HalvHeaderStruct, preferredChunk), 1, 0},
+    {"Encoding", "parts", offsetof(HalvHeaderStruct, parts), 3, 0},
+    {"Encoding", "bits/sample", offsetof(HalvHeaderStruct, bitsPerSample), HALV_MAX_SEPARATIONS, 0},
+    {"Encoding", "bytes/sl", offsetof(HalvHeaderStruct, bytesPerSep), HALV_MAX_SEPARATIONS, 0},
+    {"Encoding", "alignment", offsetof(HalvHeaderStruct, alignment), 1, 0},
+};
+
+constexpr RasterReading kPixrReading = {NewRecord, kNumberKeys, std::size(kNumberKeys), kRasterKeys, kEncodingKeys};
+
 constexpr RasterKeys kPixrKeys = {"pixr", "1.0", "parts", true, AddScanlinesFrameBlobs, AddOffset,
                                   RasterAddChunkSizes};
 
 } // namespace
 
 int PixrToHeader(HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
-    if (header == nullptr)
-        return 0;
-    HalvHeaderStruct *g = NewRecord();
-    if (g == nullptr)
-        return 0;
-    g->userData = HalvUserCMDupData(tree);
-    if (g->userData == nullptr && tree != nullptr) {
-        g->free(g);
-        return 0;
-    }
-    RasterFindByteOrder(tree, g, &AsPixr(g)->swapBytes);
-    RasterReadNumber(tree, "Raster", "pixels", &g->dims[0]);
-    RasterReadNumber(tree, "Raster", "scanlines", &g->dims[1]);
-    RasterReadNumber(tree, "Raster", "frame", &g->dims[2]);
-    if (RasterReadNumber(tree, "Raster", "blobs", &g->dims[4]))
-        g->dimCount = 5;
-    RasterReadNumber(tree, "Encoding", "offset", &g->dims[3]);
-    RasterReadNumber(tree, "Encoding", "minimumChunk", &g->minimumChunk);
-    RasterReadNumber(tree, "Encoding", "preferredChunk", &g->preferredChunk);
-    RasterReadNumbers(tree, "Encoding", "parts", g->parts, 3);
-    RasterReadNumbers(tree, "Encoding", "bits/sample", g->bitsPerSample, HALV_MAX_SEPARATIONS);
-    RasterReadNumbers(tree, "Encoding", "bytes/sl", g->bytesPerSep, HALV_MAX_SEPARATIONS);
-    g->interleave = (uint32_t)HalvStr2Interleave(HVHdrGetHeaderParam(tree, "Encoding", "interleave"));
-    RasterReadNumber(tree, "Encoding", "alignment", &g->alignment);
-    g->color = ColorFromTree(&g->userData);
-    g->compression = CompressionFromTree(tree);
-
-    // The sections stay: only the keys read go.
-    g->userData = RasterDeleteKeys(g->userData, "ID", kIdKeys);
-    g->userData = RasterDeleteKeys(g->userData, "Raster", kRasterKeys);
-    g->userData = RasterDeleteKeys(g->userData, "Encoding", kEncodingKeys);
-    *header = g;
-    return 1;
+    return RasterToHeader(kPixrReading, tree, header);
 }
 
 int PixrLoadChunk(HalvHeaderStruct *header, HalvIO *in, HalvChunk *chunk, uint32_t) noexcept {
@@ -97,14 +83,6 @@ int PixrFromHeader(HalvHeaderStruct *header, HalvUserCMData **tree) noexcept {
     return RasterFromHeader(kPixrKeys, header, tree);
 }
 
-int PixrCreateHeader(HalvHeaderStruct **header) noexcept {
-    if (header == nullptr)
-        return 0;
-    HalvHeaderStruct *h = NewRecord();
-    if (h == nullptr)
-        return 0;
-    *header = h;
-    return 1;
-}
+int PixrCreateHeader(HalvHeaderStruct **header) noexcept { return RasterCreateHeader(NewRecord, header); }
 
 } // namespace halv

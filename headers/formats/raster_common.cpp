@@ -133,6 +133,59 @@ HalvHeaderStruct *RasterNewRecord(size_t size, HalvHeaderStruct *(*copy)(HalvHea
     return header;
 }
 
+namespace {
+
+/* The ID keys every raster format reads. */
+const char *const kIdKeys[] = {"architecture", "format", "version", "binary", nullptr};
+
+void ReadNumberKeys(const RasterReading &reading, HalvUserCMData *tree, HalvHeaderStruct *header) noexcept {
+    auto *base = reinterpret_cast<unsigned char *>(header);
+    for (size_t i = 0; i < reading.numberCount; ++i) {
+        const RasterNumberKey &k = reading.numbers[i];
+        auto *values = reinterpret_cast<uint32_t *>(base + k.offset);
+        bool there = k.count == 1 ? RasterReadNumber(tree, k.section, k.key, values)
+                                  : RasterReadNumbers(tree, k.section, k.key, values, k.count);
+        if (there && k.dimCount != 0)
+            header->dimCount = k.dimCount;
+    }
+}
+
+} // namespace
+
+int RasterToHeader(const RasterReading &reading, HalvUserCMData *tree, HalvHeaderStruct **header) noexcept {
+    if (header == nullptr)
+        return 0;
+    HalvHeaderStruct *g = reading.newRecord();
+    if (g == nullptr)
+        return 0;
+    g->userData = HalvUserCMDupData(tree);
+    if (g->userData == nullptr && tree != nullptr) {
+        g->free(g);
+        return 0;
+    }
+    RasterFindByteOrder(tree, g, &reinterpret_cast<HalvImageExtHeader *>(g)->swapBytes);
+    ReadNumberKeys(reading, tree, g);
+    g->interleave = (uint32_t)HalvStr2Interleave(HVHdrGetHeaderParam(tree, "Encoding", "interleave"));
+    g->color = ColorFromTree(&g->userData);
+    g->compression = CompressionFromTree(tree);
+
+    g->userData = RasterDeleteKeys(g->userData, "ID", kIdKeys);
+    g->userData = RasterDeleteKeys(g->userData, "Raster", reading.rasterKeys);
+    g->userData = RasterDeleteKeys(g->userData, "Encoding", reading.encodingKeys);
+    *header = g;
+    return 1;
+}
+
+int RasterCreateHeader(HalvHeaderStruct *(*newRecord)() noexcept, HalvHeaderStruct **header) noexcept {
+    if (header == nullptr)
+        return 0;
+    HalvHeaderStruct *h = newRecord();
+    if (h == nullptr)
+        return 0;
+    *header = h;
+    return 1;
+}
+
 int RasterWritePayload(const HalvChunk *chunk, HalvIO *out) noexcept {
     if (chunk->bytes == 0)
         return 1;
