@@ -18,13 +18,7 @@
 //    byte has none), and gives the bytes back from what it made of them;
 //  - a page that holds all of Unicode gives the text back from what it made
 //    of it.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
@@ -56,12 +50,6 @@ constexpr Page kPages[] = {
     {"", Kind::Unknown},          {"CP42", Kind::Unknown},      {"CP-1", Kind::Unknown},
 };
 constexpr size_t kPageCount = sizeof kPages / sizeof kPages[0];
-
-char *ExactCopy(const std::string &text) {
-    auto *copy = static_cast<char *>(std::malloc(text.size() + 1));
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
 
 /* UTF-16 units of valid UTF-8, or -1 for invalid text. */
 long Utf16Units(const char *text) {
@@ -175,7 +163,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         else
             page.kind = Kind::MultiByte; /* whatever it names: at least not unknown for sure */
     }
-    char *exact = ExactCopy(text);
+    char *exact = fuzz::Exact(text);
     if (name == ownName.c_str() && page.kind == Kind::MultiByte) {
         /* A numbered name may or may not have a converter: only what holds
          * for every page is checked, and that it never crashes. */

@@ -10,23 +10,14 @@
 // keep their first number; synchronous its last answer; a label with no
 // value at the end fails the read.  The record must match field by field,
 // and a copy of it must match it in depth.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
-#include <string>
 #include <vector>
 
-#include "dpk_hvsup.h"
-#include "fuzz/line_tokens.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Fail;
 
 using Words = std::optional<std::vector<std::string>>;
 
@@ -139,8 +130,8 @@ void Apply(Expected &e, const std::string &label, const std::string &value) {
 
 Expected Model(const uint8_t *data, size_t size) {
     Expected e;
-    HalvIO *in = fuzz_lines::OpenBytes(data, size);
-    fuzz_lines::TokenText key(512), value(2048);
+    HalvIO *in = fuzz::OpenBytes(data, size);
+    fuzz::TokenText key(512), value(2048);
     for (bool reading = true; reading;) {
         switch (key.Next(in)) {
         case HALV_UCM_TOKEN_SECTION:
@@ -216,7 +207,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     const Expected expected = Model(data, size);
     HalvFuncDesc *desc = HalvAllocFuncDesc();
-    HalvIO *in = fuzz_lines::OpenBytes(data, size);
+    HalvIO *in = fuzz::OpenBytes(data, size);
     const int result = HalvReadFuncDesc(in, desc);
     in->close(in);
     if (result != expected.result)

@@ -23,23 +23,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <thread>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
-
-/* ---- The model -------------------------------------------------------- */
+using fuzz::Fail;
 
 constexpr size_t kLineBuffer = 512;
 
@@ -121,16 +111,6 @@ bool ScanNumber(const char *p, int base, int64_t &value) {
     return true;
 }
 
-bool StartsNoCase(const std::string &text, const char *prefix) {
-    const size_t n = std::strlen(prefix);
-    if (text.size() < n)
-        return false;
-    for (size_t i = 0; i < n; ++i)
-        if (HalvAsciiToLower((unsigned char)text[i]) != HalvAsciiToLower((unsigned char)prefix[i]))
-            return false;
-    return true;
-}
-
 Expected Model(const std::string &response) {
     ModelReader in(response);
     std::string text;
@@ -154,15 +134,15 @@ Expected Model(const std::string &response) {
             return {false, "", 0};
         if (length == 0)
             break;
-        if (StartsNoCase(text, "Content-Length:")) {
+        if (fuzz::StartsNoCase(text, "Content-Length:")) {
             if (!ScanNumber(text.c_str() + 15, 10, remaining) || remaining < 0 || remaining > INT32_MAX)
                 return {false, "", 0};
             lengthKnown = true;
-        } else if (StartsNoCase(text, "Transfer-Encoding:")) {
+        } else if (fuzz::StartsNoCase(text, "Transfer-Encoding:")) {
             size_t v = 18;
             while (v < text.size() && IsBlank(text[v]))
                 ++v;
-            if (StartsNoCase(text.substr(v), "chunked"))
+            if (fuzz::StartsNoCase(text.substr(v), "chunked"))
                 chunked = true;
         }
     }
@@ -193,8 +173,6 @@ Expected Model(const std::string &response) {
             return e;
     }
 }
-
-/* ---- The peer --------------------------------------------------------- */
 
 int Listener(uint16_t &port) {
     static int fd = -1;
@@ -247,8 +225,6 @@ void Serve(int listener, const std::string &response) {
     }
     close(fd);
 }
-
-/* ---- The client ------------------------------------------------------- */
 
 constexpr uint32_t kPieces[] = {1, 2, 3, 7, 16, 64, 511, 4096};
 

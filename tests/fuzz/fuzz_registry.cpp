@@ -14,23 +14,14 @@
 // afterwards must all match.
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <map>
-#include <string>
 #include <vector>
 
-#include "dpk_hvsup.h"
-#include "fuzz/line_tokens.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Fail;
 
 struct Bundle {
     std::string name;
@@ -46,16 +37,16 @@ struct Expected {
 Expected Model(const uint8_t *data, size_t size) {
     enum class Section { None, Libraries, Variables };
     Expected e;
-    HalvIO *in = fuzz_lines::OpenBytes(data, size);
-    fuzz_lines::TokenText key(512), value(2048);
+    HalvIO *in = fuzz::OpenBytes(data, size);
+    fuzz::TokenText key(512), value(2048);
     Section section = Section::None;
     bool seen = false;
     for (bool reading = true; reading;) {
         switch (key.Next(in)) {
         case HALV_UCM_TOKEN_SECTION:
             seen = true;
-            section = fuzz_lines::SameNoCase(key.Text(), "libraries")   ? Section::Libraries
-                      : fuzz_lines::SameNoCase(key.Text(), "variables") ? Section::Variables
+            section = fuzz::SameNoCase(key.Text(), "libraries")   ? Section::Libraries
+                      : fuzz::SameNoCase(key.Text(), "variables") ? Section::Variables
                                                                         : Section::None;
             break;
         case HALV_UCM_TOKEN_LABEL: {
@@ -70,8 +61,8 @@ Expected Model(const uint8_t *data, size_t size) {
                 e.variables[label] = value.Text();
             if (section != Section::Libraries)
                 break;
-            const bool required = fuzz_lines::SameNoCase(label, "required");
-            if (required || fuzz_lines::SameNoCase(label, "optional"))
+            const bool required = fuzz::SameNoCase(label, "required");
+            if (required || fuzz::SameNoCase(label, "optional"))
                 e.bundles.push_back({value.Text(), !required});
             if (required) {
                 e.init = 0;

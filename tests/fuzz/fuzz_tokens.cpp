@@ -9,14 +9,9 @@
 // the cursor with the text as its end mark, the quote rewrite).  All three
 // must give the same tokens, and the two parsers the same cursor after every
 // call; flags 0 must also agree with HalvTokenParse and HalvDupTokenParse.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
@@ -127,16 +122,10 @@ long CursorOffset(const char *text, const char *cursor, int flags) {
     return cursor - text;
 }
 
-char *ExactCopy(const std::string &text) {
-    auto *copy = static_cast<char *>(std::malloc(text.size() + 1));
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
-
 void Check(const std::string &text, const std::string &delimiters, int flags, bool plainForms) {
     const std::vector<Step> steps = Model(text, delimiters, flags);
-    char *cut = ExactCopy(text);
-    char *kept = ExactCopy(text);
+    char *cut = fuzz::Exact(text);
+    char *kept = fuzz::Exact(text);
     char *next = nullptr;
     const char *dupNext = nullptr;
     for (size_t i = 0; i < steps.size(); ++i) {

@@ -12,21 +12,14 @@
 // order marks, and the limits of UCS-4.  Beyond equality with the model,
 // round trips must hold for valid text: UTF-8 to UTF-16 and back, and UTF-8
 // to UCS-4 and back, give the text again.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Exact;
+using fuzz::Fail;
 
 struct Decoded {
     uint32_t value;
@@ -96,15 +89,6 @@ Walk WalkText(const unsigned char *text) {
         w.offsets.push_back((uint32_t)at);
         at += d.length;
     }
-}
-
-/* A copy of bytes in an allocation of exactly that size. */
-template <typename T>
-T *Exact(const T *items, size_t count) {
-    auto *copy = static_cast<T *>(std::malloc(count * sizeof(T) + (count == 0)));
-    if (count != 0)
-        std::memcpy(copy, items, count * sizeof(T));
-    return copy;
 }
 
 void CheckWalkers(const char *text, uint32_t code, uint32_t maxBytes) {
