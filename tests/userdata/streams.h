@@ -3,9 +3,9 @@
 #ifndef HALV_TESTS_USERDATA_STREAMS_H
 #define HALV_TESTS_USERDATA_STREAMS_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <algorithm>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -17,26 +17,17 @@ namespace ucm_test {
 /* Bytes to read; only the read slot is set.  Every call's count is kept. */
 class ReadStream {
   public:
-    explicit ReadStream(std::string bytes) : bytes_(std::move(bytes)) {
-        std::memset(&record_, 0, sizeof record_);
-        record_.io.read = &ReadStream::Read;
-        record_.self = this;
-    }
+    explicit ReadStream(std::string bytes) : bytes_(std::move(bytes)) { record_.io.read = &Read; }
     ReadStream(const ReadStream &) = delete;
     ReadStream &operator=(const ReadStream &) = delete;
 
     HalvIO *io() { return &record_.io; }
-    size_t position() const { return position_; }
     std::string rest() const { return bytes_.substr(position_); }
     const std::vector<uint32_t> &counts() const { return counts_; }
     /* From now on each read gives at most this many bytes. */
     void LimitPieces(uint32_t most) { most_ = most; }
 
   private:
-    struct Record {
-        HalvIO io;
-        ReadStream *self;
-    };
     static int32_t Read(HalvIO *io, void *buffer, uint32_t count) {
         ReadStream *self = reinterpret_cast<Record *>(io)->self;
         self->counts_.push_back(count);
@@ -46,7 +37,10 @@ class ReadStream {
         return (int32_t)take;
     }
 
-    Record record_;
+    struct Record {
+        HalvIO io;
+        ReadStream *self;
+    } record_{{}, this};
     std::string bytes_;
     size_t position_ = 0;
     uint32_t most_ = UINT32_MAX;
@@ -57,27 +51,15 @@ class ReadStream {
  * it takes what fits in its capacity and answers 0 when full. */
 class WriteStream {
   public:
-    explicit WriteStream(size_t capacity = SIZE_MAX) : capacity_(capacity) {
-        std::memset(&record_, 0, sizeof record_);
-        record_.io.write = &WriteStream::Write;
-        record_.self = this;
-    }
+    explicit WriteStream(size_t capacity = SIZE_MAX) : capacity_(capacity) { record_.io.write = &Write; }
     WriteStream(const WriteStream &) = delete;
     WriteStream &operator=(const WriteStream &) = delete;
 
     HalvIO *io() { return &record_.io; }
     const std::string &text() const { return text_; }
     const std::vector<uint32_t> &counts() const { return counts_; }
-    void Clear() {
-        text_.clear();
-        counts_.clear();
-    }
 
   private:
-    struct Record {
-        HalvIO io;
-        WriteStream *self;
-    };
     static int32_t Write(HalvIO *io, const void *bytes, uint32_t count) {
         WriteStream *self = reinterpret_cast<Record *>(io)->self;
         self->counts_.push_back(count);
@@ -86,7 +68,10 @@ class WriteStream {
         return (int32_t)take;
     }
 
-    Record record_;
+    struct Record {
+        HalvIO io;
+        WriteStream *self;
+    } record_{{}, this};
     size_t capacity_;
     std::string text_;
     std::vector<uint32_t> counts_;
@@ -122,10 +107,7 @@ inline std::string Dump(const HalvUserCMData *node) {
     std::string text;
     for (; node != nullptr; node = node->next) {
         text += (node->kind >= 0 && node->kind < 6) ? kinds[node->kind] : '?';
-        text += '\'';
-        if (node->text != nullptr)
-            text.append(node->text, node->length);
-        text += '\'';
+        text += '\'' + (node->text != nullptr ? std::string(node->text, node->length) : "") + '\'';
         if (node->children != nullptr)
             text += "{" + Dump(node->children) + "}";
         if (node->next != nullptr)
@@ -134,7 +116,7 @@ inline std::string Dump(const HalvUserCMData *node) {
     return text;
 }
 
-/* Reads a whole text into a tree; result and tree come back. */
+/* Reads a whole text into a tree (a new one, or more into tree). */
 struct ReadResult {
     int32_t result;
     HalvUserCMData *tree;
@@ -145,18 +127,16 @@ inline ReadResult ReadTree(const std::string &bytes, int32_t strict = 0, HalvUse
     return {result, tree};
 }
 
-/* A read of a whole text as its result and its tree as Dump prints it; the
- * tree is freed. */
+/* A read's result and its tree as Dump prints it. */
 struct Dumped {
     int32_t result;
     std::string tree;
     bool operator==(const Dumped &other) const { return result == other.result && tree == other.tree; }
 };
 
-inline std::ostream &operator<<(std::ostream &os, const Dumped &read) {
-    return os << read.result << " " << read.tree;
-}
+inline std::ostream &operator<<(std::ostream &os, const Dumped &read) { return os << read.result << " " << read.tree; }
 
+/* A read of a whole text, its tree freed. */
 inline Dumped ReadDump(const std::string &bytes, int32_t strict = 0) {
     ReadResult read = ReadTree(bytes, strict);
     Dumped dumped{read.result, Dump(read.tree)};
@@ -164,11 +144,11 @@ inline Dumped ReadDump(const std::string &bytes, int32_t strict = 0) {
     return dumped;
 }
 
-/* Reads more text into a tree: the result, and the tree as Dump prints it. */
+/* Reads more text into a tree, which is kept. */
 inline Dumped ReadInto(HalvUserCMData *&tree, const std::string &bytes) {
-    ReadStream in(bytes);
-    const int32_t result = HalvReadUserCMData(in.io(), &tree, 0);
-    return {result, Dump(tree)};
+    const ReadResult read = ReadTree(bytes, 0, tree);
+    tree = read.tree;
+    return {read.result, Dump(tree)};
 }
 
 inline std::string WriteTree(const HalvUserCMData *tree) {
@@ -177,14 +157,13 @@ inline std::string WriteTree(const HalvUserCMData *tree) {
     return result == 1 ? out.text() : "<failed " + std::to_string(result) + ">";
 }
 
-/* The dump of a tree made for one check, which is freed. */
+/* The dump or text of a tree made for one check, which is freed. */
 inline std::string DumpAndFree(HalvUserCMData *tree) {
     std::string text = Dump(tree);
     HalvFreeUserCMData(tree);
     return text;
 }
 
-/* The text of a tree made for one check, which is freed. */
 inline std::string WriteAndFree(HalvUserCMData *tree) {
     std::string text = WriteTree(tree);
     HalvFreeUserCMData(tree);

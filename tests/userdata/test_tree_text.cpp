@@ -58,47 +58,47 @@ TEST(UserDataTreeText, TheSampleHeaderReadsAndWritesBackByteForByte) {
     EXPECT_EQ(ucm_test::WriteAndFree(tree), kHeader);
 }
 
-TEST(UserDataTreeText, WriterTextForEveryKind) {
-    // <I> [S] k: v, a second section, a second item: empty lines only in
-    // front of names that aren't first in their list.
-    EXPECT_EQ(WriteAndFree(Node(0, "I",
-                                Node(1, "S", Node(2, "k", Node(3, "v", nullptr, Node(4, "s: x", nullptr, Node(5, "AB")))),
-                                     Node(1, "T")),
-                                Node(0, "J"))),
-              "<I>\n[S]\nk: v\n\"s: x\"\n\"<<<<Base64Data:QUI=>>>>\"\n\n[T]\n\n<J>\n");
-    // A label without value runs on into the next node's text.
-    EXPECT_EQ(WriteAndFree(Node(2, "a", nullptr, Node(2, "b", nullptr, Node(2, "c", Node(3, "d"))))), "a: b: c: d\n");
-    // Texts go out with their length and unescaped, NULs and syntax alike.
-    EXPECT_EQ(WriteAndFree(Node(1, std::string("a\0]", 3), Node(2, "k:", Node(3, "x # y\\")))),
-              std::string("[a\0]]\nk:: x # y\\\n", 17));
-    // Empty data and padding of one and two final bytes.
-    EXPECT_EQ(WriteAndFree(Node(5, "", nullptr, Node(5, "A", nullptr, Node(5, "AB", nullptr, Node(5, "ABC"))))),
-              "\"<<<<Base64Data:>>>>\"\n\"<<<<Base64Data:QQ==>>>>\"\n"
-              "\"<<<<Base64Data:QUI=>>>>\"\n\"<<<<Base64Data:QUJD>>>>\"\n");
-
+TEST(UserDataTreeText, WriterText) {
     // A node of a kind the language doesn't know prints nothing but its
     // children; a null text prints as empty.
-    HalvUserCMData *tree = Node(9, "ignored", Node(3, "child"));
-    HalvUserCMData *bare = Node(3, "");
-    halv_internal_free(bare->text);
-    bare->text = nullptr;
-    tree->next = bare;
-    EXPECT_EQ(WriteAndFree(tree), "child\n\n");
-}
-
-TEST(UserDataTreeText, WriterStopsAtTopLevelEndOnly) {
-    // Sections at the top: [End] has no line end, and nothing behind it is
-    // written, siblings and children alike.
-    EXPECT_EQ(WriteAndFree(Node(1, "A", Node(2, "k", Node(3, "v")),
-                                Node(1, "eNd", Node(2, "hidden", Node(3, "x")), Node(1, "After")))),
-              "[A]\nk: v\n\n[eNd]");
-    // Items at the top: a section End is ordinary, an item End stops.
-    EXPECT_EQ(WriteAndFree(Node(0, "I", Node(1, "End", Node(2, "k", Node(3, "v")), Node(1, "S")),
-                                Node(0, "End", Node(1, "never"), Node(0, "never")))),
-              "<I>\n[End]\nk: v\n\n[S]\n\n<End>");
-    // A first node that is End writes just that; "Ends" or "En" are no End.
-    EXPECT_EQ(WriteAndFree(Node(1, "End", nullptr, Node(1, "X"))), "[End]");
-    EXPECT_EQ(WriteAndFree(Node(1, "Ends", nullptr, Node(1, "En"))), "[Ends]\n\n[En]\n");
+    HalvUserCMData *unknown = Node(9, "ignored", Node(3, "child"), Node(3, ""));
+    halv_internal_free(unknown->next->text);
+    unknown->next->text = nullptr;
+    const struct {
+        HalvUserCMData *tree;
+        std::string text;
+    } cases[] = {
+        // Empty lines only in front of names that aren't first in their list.
+        {Node(0, "I",
+              Node(1, "S", Node(2, "k", Node(3, "v", nullptr, Node(4, "s: x", nullptr, Node(5, "AB")))),
+                   Node(1, "T")),
+              Node(0, "J")),
+         "<I>\n[S]\nk: v\n\"s: x\"\n\"<<<<Base64Data:QUI=>>>>\"\n\n[T]\n\n<J>\n"},
+        // A label without value runs on into the next node's text.
+        {Node(2, "a", nullptr, Node(2, "b", nullptr, Node(2, "c", Node(3, "d")))), "a: b: c: d\n"},
+        // Texts go out with their length and unescaped, NULs and syntax alike.
+        {Node(1, std::string("a\0]", 3), Node(2, "k:", Node(3, "x # y\\"))),
+         std::string("[a\0]]\nk:: x # y\\\n", 17)},
+        // Empty data and padding of one and two final bytes.
+        {Node(5, "", nullptr, Node(5, "A", nullptr, Node(5, "AB", nullptr, Node(5, "ABC")))),
+         "\"<<<<Base64Data:>>>>\"\n\"<<<<Base64Data:QQ==>>>>\"\n"
+         "\"<<<<Base64Data:QUI=>>>>\"\n\"<<<<Base64Data:QUJD>>>>\"\n"},
+        {unknown, "child\n\n"},
+        // Sections at the top: [End] has no line end, and nothing behind it
+        // is written, siblings and children alike.
+        {Node(1, "A", Node(2, "k", Node(3, "v")),
+              Node(1, "eNd", Node(2, "hidden", Node(3, "x")), Node(1, "After"))),
+         "[A]\nk: v\n\n[eNd]"},
+        // Items at the top: a section End is ordinary, an item End stops.
+        {Node(0, "I", Node(1, "End", Node(2, "k", Node(3, "v")), Node(1, "S")),
+              Node(0, "End", Node(1, "never"), Node(0, "never"))),
+         "<I>\n[End]\nk: v\n\n[S]\n\n<End>"},
+        // A first node that is End writes just that; "Ends" or "En" are no End.
+        {Node(1, "End", nullptr, Node(1, "X")), "[End]"},
+        {Node(1, "Ends", nullptr, Node(1, "En")), "[Ends]\n\n[En]\n"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(WriteAndFree(c.tree), c.text);
 }
 
 TEST(UserDataTreeText, Base64GoesOutInPiecesOfAtMost68Characters) {
@@ -263,21 +263,14 @@ TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
     both->close(both);
 }
 
-TEST(UserDataTreeText, NamesReopenAndLabelsRepeat) {
-    auto [result, tree] = ReadTree("[A]\nx: 1\n[B]\ny: 2\n[a]\nz: 3\nx: 4\n");
-    ASSERT_EQ(result, 1);
-    EXPECT_EQ(Dump(tree), "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}");
-    // Reading more text into the tree merges it.
-    EXPECT_EQ(ReadInto(tree, "[b]\nw: 5\n[C]\n"),
-              (Dumped{1, "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'"}));
-    HalvFreeUserCMData(tree);
-}
-
 TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
     const struct {
         const char *text;
         Dumped read;
     } cases[] = {
+        // Names reopen, labels repeat.
+        {"[A]\nx: 1\n[B]\ny: 2\n[a]\nz: 3\nx: 4\n",
+         {1, "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}"}},
         // Sections are found below the current item; a name needs the same
         // length, so "ab" doesn't reopen "abc".
         {"<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n", {1, "I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}"}},
@@ -317,8 +310,13 @@ TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
     EXPECT_EQ(WriteAndFree(nested.tree), "[A]\n[B]\nk: v\n");
     auto labels = ReadTree("a: 1\nb: \"2\"\n");
     EXPECT_EQ(WriteAndFree(labels.tree), "a: 1\nb: \"2\"\n");
+    // Reading more text into a tree merges it.
+    HalvUserCMData *tree = ReadTree("[A]\nx: 1\n[B]\ny: 2\n").tree;
+    EXPECT_EQ(ReadInto(tree, "[b]\nw: 5\n[C]\n"),
+              (Dumped{1, "S'A'{L'x'{W'1'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'"}));
+    HalvFreeUserCMData(tree);
     // An End that is found again only reopens: reading goes on.
-    HalvUserCMData *tree = ReadTree("[S]\n[End]").tree;
+    tree = ReadTree("[S]\n[End]").tree;
     ReadStream in("[end]\nk: v\n[T]\n");
     EXPECT_EQ(HalvReadUserCMData(in.io(), &tree, 0), 1);
     EXPECT_EQ(Dump(tree), "S'S' S'End'{L'k'{W'v'}} S'T'");
