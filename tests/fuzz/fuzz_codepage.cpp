@@ -27,6 +27,11 @@ namespace {
     std::abort();
 }
 
+void FailIf(bool broken, const char *what, const char *page) {
+    if (broken)
+        Fail(what, page);
+}
+
 enum class Kind { Copy, Unknown, SingleByte, MultiByte, AllUnicode };
 
 struct Page {
@@ -81,15 +86,13 @@ void CheckTo(const char *text, const Page &page, const char *name) {
         if (converted == nullptr || std::strcmp(converted, text) != 0 || size != -12345)
             Fail("a copy name didn't copy", name);
     } else if (page.kind == Kind::Unknown) {
-        if (converted != nullptr)
-            Fail("an unknown name converted", name);
+        FailIf(converted != nullptr, "an unknown name converted", name);
     } else {
         const long units = Utf16Units(text);
         if ((units < 0) != (converted == nullptr))
             Fail("null towards a code page iff the UTF-8 is invalid", name);
         if (converted != nullptr) {
-            if (size < 0 || converted[size] != 0)
-                Fail("size isn't the length before a terminator", name);
+            FailIf(size < 0 || converted[size] != 0, "size isn't the length before a terminator", name);
             if (page.kind == Kind::SingleByte && size != units)
                 Fail("a single-byte page made other than one byte a unit", name);
             if (page.kind == Kind::AllUnicode && PlainUnicode(text)) {
@@ -111,8 +114,7 @@ void CheckFrom(const char *text, int32_t size, const Page &page, const char *nam
         if (converted == nullptr || std::string(text, taken) != converted)
             Fail("a copy name didn't copy", name);
     } else if (page.kind == Kind::Unknown) {
-        if (converted != nullptr)
-            Fail("an unknown name converted", name);
+        FailIf(converted != nullptr, "an unknown name converted", name);
     } else {
         /* The converter's UTF-16 goes through HalvUTF8ConvertFromUTF16, so a
          * U+FFFE in the source swaps the units behind it, and one that then
@@ -168,14 +170,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         /* A numbered name may or may not have a converter: only what holds
          * for every page is checked, and that it never crashes. */
         if (char *converted = HalvUTF8ConvertFrom(exact, givenSize, name)) {
-            if (Utf16Units(converted) < 0)
-                Fail("bytes from a code page didn't give valid UTF-8", name);
+            FailIf(Utf16Units(converted) < 0, "bytes from a code page didn't give valid UTF-8", name);
             halv_internal_free(converted);
         }
         int32_t outSize = 0;
         char *to = HalvUTF8ConvertTo(exact, name, &outSize);
-        if (to != nullptr && to[outSize] != 0)
-            Fail("size isn't the length before a terminator", name);
+        FailIf(to != nullptr && to[outSize] != 0, "size isn't the length before a terminator", name);
         halv_internal_free(to);
     } else {
         CheckTo(exact, page, name);

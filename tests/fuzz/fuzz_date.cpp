@@ -16,6 +16,7 @@
 namespace {
 
 using fuzz::Fail;
+using fuzz::FailIf;
 
 bool IsLetter(unsigned char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
@@ -73,16 +74,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     HalvMakeDate(&date, utc ? 1 : 0, milliseconds);
     char *text = HalvFormatDate(&date, pattern.c_str());
     if (milliseconds / 1000 < 0) {
-        if (text != nullptr)
-            Fail("a date before the epoch was formatted");
+        FailIf(text != nullptr, "a date before the epoch was formatted");
         return 0;
     }
     if ((text == nullptr) != Refused(pattern))
         Fail(text == nullptr ? "a valid pattern was refused" : "an invalid pattern was accepted");
     if (text != nullptr) {
         char *again = HalvFormatDate(&date, pattern.c_str());
-        if (again == nullptr || std::strcmp(text, again) != 0)
-            Fail("the same date gave another text");
+        FailIf(again == nullptr || std::strcmp(text, again) != 0, "the same date gave another text");
         halv_internal_free(again);
     }
     halv_internal_free(text);

@@ -21,6 +21,7 @@
 namespace {
 
 using fuzz::Fail;
+using fuzz::FailIf;
 using fuzz::Position;
 
 /* Text with its control and non-ASCII bytes escaped, for a report. */
@@ -123,8 +124,7 @@ void CheckTreeReads(const uint8_t *data, size_t size) {
     void *bytes = reinterpret_cast<void *>(1);
     uint32_t count = 12345;
     const int keptResult = HVHdrNonDestructiveRead(again, &kept, &bytes, &count);
-    if (Position(again) != taken)
-        Fail("HVHdrNonDestructiveRead took other bytes than HVHdrRead");
+    FailIf(Position(again) != taken, "HVHdrNonDestructiveRead took other bytes than HVHdrRead");
     again->close(again);
     if (taken == 0) {
         if (keptResult != -1 || bytes != nullptr || count != 0)
@@ -184,10 +184,8 @@ void CheckHeaderReads(const uint8_t *data, size_t size) {
         std::fprintf(stderr, "written:\n%s\n", Shown(text).c_str());
         Fail("a written header doesn't read back");
     }
-    if (Position(back) != text.size())
-        Fail("a written header reads back short of its end bytes");
-    if (reread->managerType != managerType)
-        Fail("a written header reads back in another format");
+    FailIf(Position(back) != text.size(), "a written header reads back short of its end bytes");
+    FailIf(reread->managerType != managerType, "a written header reads back in another format");
     back->close(back);
     std::string second;
     if (!WriteHeader(reread, backManager, second) || (second != text && !tree.repeatsLabel)) {

@@ -30,6 +30,7 @@
 namespace {
 
 using fuzz::Fail;
+using fuzz::FailIf;
 
 constexpr size_t kLineBuffer = 512;
 
@@ -43,17 +44,15 @@ class ModelReader {
 public:
     explicit ModelReader(const std::string &bytes) : bytes_(bytes) {}
 
-    enum class Line { Text, TooLong };
-
-    /* One line: CRs dropped, ended by LF or the close (closed set); too long
-     * when 512 bytes gather with no end.  The text as C code sees it: up to
-     * its first NUL. */
-    Line Read(std::string &text, size_t &length, bool &closed) {
+    /* One line: CRs dropped, ended by LF or the close (closed set); false,
+     * too long, when 512 bytes gather with no end.  The text as C code sees
+     * it: up to its first NUL. */
+    bool Read(std::string &text, size_t &length, bool &closed) {
         std::string line;
         closed = false;
         for (;;) {
             if (line.size() == kLineBuffer)
-                return Line::TooLong;
+                return false;
             if (at_ == bytes_.size()) {
                 closed = true;
                 break;
@@ -66,7 +65,7 @@ public:
         }
         length = line.size();
         text = line.substr(0, line.find('\0'));
-        return Line::Text;
+        return true;
     }
 
     std::string Take(size_t n) {
@@ -116,7 +115,7 @@ Expected Model(const std::string &response) {
     std::string text;
     size_t length;
     bool closed;
-    if (in.Read(text, length, closed) == ModelReader::Line::TooLong)
+    if (!in.Read(text, length, closed))
         return {false, "", 0};
     size_t word = 0;
     while (word < text.size() && IsBlank(text[word]))
@@ -130,7 +129,7 @@ Expected Model(const std::string &response) {
     bool chunked = false, lengthKnown = false;
     int64_t remaining = 0;
     while (!closed) {
-        if (in.Read(text, length, closed) == ModelReader::Line::TooLong)
+        if (!in.Read(text, length, closed))
             return {false, "", 0};
         if (length == 0)
             break;
@@ -156,7 +155,7 @@ Expected Model(const std::string &response) {
         /* A chunk size line; empty lines are passed over. */
         int64_t size = 0;
         for (;;) {
-            if (in.Read(text, length, closed) == ModelReader::Line::TooLong || closed)
+            if (!in.Read(text, length, closed) || closed)
                 return e;
             if (length != 0)
                 break;
@@ -234,8 +233,7 @@ int32_t ReadOnce(HalvIO *io, char *buffer, uint32_t count) {
         const int32_t got = io->read(io, buffer, count);
         if (got != -2)
             return got;
-        if (HalvIOSelect(&io, 1, nullptr, 0, 10000) != 1)
-            Fail("a non-blocking stream stayed unreadable");
+        FailIf(HalvIOSelect(&io, 1, nullptr, 0, 10000) != 1, "a non-blocking stream stayed unreadable");
     }
     Fail("a non-blocking stream kept answering -2");
 }
@@ -267,19 +265,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             got = ReadOnce(io, buffer, kPieces[piece % 8]);
             if (got <= 0)
                 break;
-            if ((uint32_t)got > kPieces[piece % 8])
-                Fail("a read gave more than it was asked for");
+            FailIf((uint32_t)got > kPieces[piece % 8], "a read gave more than it was asked for");
             body.append(buffer, (size_t)got);
-            if (body.size() > response.size())
-                Fail("the body grew past the response");
+            FailIf(body.size() > response.size(), "the body grew past the response");
         }
-        if (body != expected.body)
-            Fail("the body differs from what the rules give");
-        if (got != expected.end)
-            Fail("the body ended otherwise than the rules say");
+        FailIf(body != expected.body, "the body differs from what the rules give");
+        FailIf(got != expected.end, "the body ended otherwise than the rules say");
         for (int again = 0; again < 2; ++again)
-            if (ReadOnce(io, buffer, sizeof buffer) != got)
-                Fail("a read behind the end gave something else");
+            FailIf(ReadOnce(io, buffer, sizeof buffer) != got, "a read behind the end gave something else");
         io->close(io);
     }
     peer.join();

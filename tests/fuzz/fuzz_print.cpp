@@ -4,20 +4,15 @@
 // a NUL, then the bytes the argument values are made of.
 //
 // The arguments a format takes are worked out here from the rules of the
-// directives, independently of the engine: which directives there are, what
-// each '*' takes, the type and size each conversion reads, and where the
-// format is malformed or needs more than 64 arguments.  The engine is then
-// given exactly that many pointers, in an allocation of exactly that size,
-// and every value in an allocation of exactly the size its directive reads
-// (%n: stores), so reading past the pool or past a value, or storing past a
-// count, is caught.  %p entries are arbitrary addresses that must never be
-// followed.
-//
-// What must hold besides: a format the rules call malformed or too long
-// gives -2 or -3 and writes nothing; the four sinks give the same count and
-// the same text (the bounded sink its head, terminated), a stream and a null
-// stream included; and a locale record whose decimal point is "." prints
-// what the fixed record prints.
+// directives, independently of the engine, and handed over as exactly that
+// many pointers in a block of exactly that size, each value in a block of
+// exactly the size its directive reads or (%n) stores: reading past the
+// pool or a value, or storing past a count, is caught.  %p entries are
+// arbitrary addresses that must never be followed.  Besides: a format the
+// rules call malformed or too long gives -2 or -3 and writes nothing; the
+// four sinks (the bounded one its head, terminated; a stream and a null
+// stream) give the same count and text; and a locale record whose decimal
+// point is "." prints what the fixed record prints.
 #include <algorithm>
 #include <vector>
 
@@ -26,6 +21,7 @@
 namespace {
 
 using fuzz::Fail;
+using fuzz::FailIf;
 
 enum class Kind { Star, Value, String, Pointer, Count };
 
@@ -173,8 +169,7 @@ int32_t PrintAll(const HalvLocale *locale, const char *format, void **pool, uint
     }
     if (made != nullptr) {
         text.assign(made, (size_t)result);
-        if (made[result] != '\0')
-            Fail("the new string isn't terminated");
+        FailIf(made[result] != '\0', "the new string isn't terminated");
         halv_internal_free(made);
     }
 
@@ -202,8 +197,7 @@ int32_t PrintAll(const HalvLocale *locale, const char *format, void **pool, uint
     if (HalvIOLPrintfl(locale, io, format, pool) != result || fuzz::MemText(io) != text)
         Fail("the stream sink differs");
     io->close(io);
-    if (HalvIOLPrintfl(locale, nullptr, format, pool) != result)
-        Fail("a null stream counted otherwise");
+    FailIf(HalvIOLPrintfl(locale, nullptr, format, pool) != result, "a null stream counted otherwise");
     return result;
 }
 

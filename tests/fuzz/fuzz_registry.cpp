@@ -22,6 +22,7 @@
 namespace {
 
 using fuzz::Fail;
+using fuzz::FailIf;
 
 struct Bundle {
     std::string name;
@@ -93,8 +94,7 @@ void RemoveRegistryFile() {
  * which goes when the process ends. */
 const char *RegistryFile() {
     if (registryFile[0] == '\0') {
-        if (mkdtemp(registryDirectory) == nullptr)
-            Fail("no directory for the registry file");
+        FailIf(mkdtemp(registryDirectory) == nullptr, "no directory for the registry file");
         std::snprintf(registryFile, sizeof registryFile, "%s/hvregistry.dot", registryDirectory);
         setenv("HV_DATA_PATH", registryDirectory, 1);
         std::atexit(RemoveRegistryFile);
@@ -112,8 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (file == nullptr || std::fwrite(data, 1, size, file) != size || std::fclose(file) != 0)
         Fail("the registry file can't be written");
 
-    if (HalvernInit() != expected.init)
-        Fail("HalvernInit's result");
+    FailIf(HalvernInit() != expected.init, "HalvernInit's result");
     HalvRegistryReport *report = HalvGetRegistryReport();
     if (report == nullptr || report->state != HALV_REGISTRY_READ || report->bundleCount != expected.bundles.size())
         Fail("the report doesn't list the bundles the file names");
@@ -126,10 +125,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     halv_internal_free(report);
     for (const auto &[name, value] : expected.variables) {
         const char *got = HalvGetenv(name.c_str());
-        if (got == nullptr || value != got)
-            Fail("a variable of the file isn't set");
+        FailIf(got == nullptr || value != got, "a variable of the file isn't set");
     }
-    if (HalvernEnd() != 1)
-        Fail("HalvernEnd");
+    FailIf(HalvernEnd() != 1, "HalvernEnd");
     return 0;
 }

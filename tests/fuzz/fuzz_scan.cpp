@@ -8,17 +8,14 @@
 // ".*" takes a pointer to an int, and each conversion stores a known number
 // of bytes (integers and counts by size, every floating conversion a double,
 // %p a pointer, %c its width, %s and %[ at most their width and a
-// terminator, or the whole input and a terminator).  The engine gets exactly
-// that many pointers in an allocation of exactly that size, each pointing at
-// an allocation of exactly what its directive may store, so a store past a
-// destination, or a read past the pool, is caught.
-//
-// What must hold besides: a format the rules call malformed or too long
-// gives -2 or -3 and stores nothing; the count never exceeds the assigning
-// directives; the string source and the stream source (a memory stream)
-// give the same result and store the same bytes; a locale record whose
-// decimal point is "." scans as the fixed one does.  And an integer printed
-// in any base from 2 to 36 scans back to itself.
+// terminator, or the whole input and a terminator).  They are handed over
+// as exactly that many pointers in a block of exactly that size, each to a
+// block of exactly what its directive may store.  Besides: a format the
+// rules call malformed or too long gives -2 or -3 and stores nothing; the
+// count never exceeds the assigning directives; the string and the stream
+// source store the same; a locale record whose decimal point is "." scans
+// as the fixed one does; an integer printed in any base from 2 to 36 scans
+// back to itself.
 #include <vector>
 
 #include "fuzz/support.h"
@@ -26,6 +23,7 @@
 namespace {
 
 using fuzz::Fail;
+using fuzz::FailIf;
 
 constexpr size_t kMaxEntries = 64;
 
@@ -148,8 +146,7 @@ void RoundTrip(const uint8_t *bytes, size_t count) {
                   isUnsigned ? 'u' : 'i');
     char text[80];
     const int32_t printed = HalvSNPrintf(text, sizeof text, format, value);
-    if (printed <= 0 || printed >= (int32_t)sizeof text)
-        Fail("an integer didn't print");
+    FailIf(printed <= 0 || printed >= (int32_t)sizeof text, "an integer didn't print");
     int64_t back = ~value;
     void *target = &back;
     if (HalvLSScanf(text, format, &target) != 1 || back != value) {

@@ -13,6 +13,7 @@
 namespace {
 
 using fuzz::Fail;
+using fuzz::FailIf;
 using fuzz::OpenBytes;
 using fuzz::Position;
 
@@ -24,8 +25,7 @@ void ReadAllTokens(const uint8_t *data, size_t size, bool old) {
     fuzz::ByteStream in = fuzz::OpenByteStream(data, size);
     HalvIO *library = OpenBytes(data, size);
     for (size_t tokens = 0;; ++tokens) {
-        if (tokens > size + 1)
-            Fail("token reader makes no progress");
+        FailIf(tokens > size + 1, "token reader makes no progress");
         fuzz::ByteStream out = fuzz::OpenByteStream(nullptr, 0, &sink),
                          libraryOut = fuzz::OpenByteStream(nullptr, 0, &librarySink);
         sink.clear();
@@ -42,8 +42,7 @@ void ReadAllTokens(const uint8_t *data, size_t size, bool old) {
 std::string Write(const HalvUserCMData *tree) {
     std::string text;
     fuzz::ByteStream out = fuzz::OpenByteStream(nullptr, 0, &text);
-    if (HalvWriteUserCMData(tree, &out.io) != 1)
-        Fail("writing an accepted tree failed");
+    FailIf(HalvWriteUserCMData(tree, &out.io) != 1, "writing an accepted tree failed");
     return text;
 }
 
@@ -55,17 +54,14 @@ int32_t Read(const void *bytes, size_t size, HalvUserCMData **tree, int32_t stri
 void CheckRoundTrip(const HalvUserCMData *tree) {
     const std::string text = Write(tree);
     HalvUserCMData *copy = HalvUserCMDupData(tree);
-    if (!ucm_test::SameTree(tree, copy))
-        Fail("copy differs");
+    FailIf(!ucm_test::SameTree(tree, copy), "copy differs");
     HalvFreeUserCMData(copy);
 
     HalvUserCMData *again = nullptr;
     const int32_t result = Read(text.data(), text.size(), &again, 0);
     if (ucm_test::Faithful(tree)) {
-        if (result != 1 || !ucm_test::SameTree(tree, again))
-            Fail("read -> write -> read changed the tree");
-        if (Write(again) != text)
-            Fail("the tree read back prints differently");
+        FailIf(result != 1 || !ucm_test::SameTree(tree, again), "read -> write -> read changed the tree");
+        FailIf(Write(again) != text, "the tree read back prints differently");
     }
     HalvFreeUserCMData(again);
 }
@@ -80,8 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         HalvUserCMData *tree = nullptr;
         fuzz::ByteStream in = fuzz::OpenByteStream(data, size);
         const int32_t result = HalvReadUserCMData(&in.io, &tree, strict);
-        if (result == 0 && tree != nullptr)
-            Fail("a rejected read left a tree");
+        FailIf(result == 0 && tree != nullptr, "a rejected read left a tree");
         HalvUserCMData *libraryTree = nullptr;
         HalvIO *library = OpenBytes(data, size);
         if (HalvReadUserCMData(library, &libraryTree, strict) != result || !ucm_test::SameTree(tree, libraryTree) ||

@@ -20,6 +20,7 @@ namespace {
 
 using fuzz::Exact;
 using fuzz::Fail;
+using fuzz::FailIf;
 
 struct Decoded {
     uint32_t value;
@@ -49,21 +50,11 @@ Decoded Decode(const unsigned char *p) {
 }
 
 void Encode(uint32_t v, std::string &out) {
-    if (v < 0x80) {
-        out += (char)v;
-    } else if (v < 0x800) {
-        out += (char)(0xC0 | v >> 6);
-        out += (char)(0x80 | (v & 0x3F));
-    } else if (v < 0x10000) {
-        out += (char)(0xE0 | v >> 12);
-        out += (char)(0x80 | (v >> 6 & 0x3F));
-        out += (char)(0x80 | (v & 0x3F));
-    } else {
-        out += (char)(0xF0 | v >> 18);
-        out += (char)(0x80 | (v >> 12 & 0x3F));
-        out += (char)(0x80 | (v >> 6 & 0x3F));
-        out += (char)(0x80 | (v & 0x3F));
-    }
+    static const unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    const int extra = v < 0x80 ? 0 : v < 0x800 ? 1 : v < 0x10000 ? 2 : 3;
+    out += (char)(kLead[extra] | v >> 6 * extra);
+    for (int i = extra - 1; i >= 0; --i)
+        out += (char)(0x80 | (v >> 6 * i & 0x3F));
 }
 
 /* The characters of text up to its NUL or first invalid sequence, and
@@ -94,18 +85,13 @@ Walk WalkText(const unsigned char *text) {
 void CheckWalkers(const char *text, uint32_t code, uint32_t maxBytes) {
     const auto *bytes = reinterpret_cast<const unsigned char *>(text);
     const Decoded first = Decode(bytes);
-    if (HalvUTF8NextChar(text) != first.value)
-        Fail("HalvUTF8NextChar");
-    if (HalvUTF8IsNextCharValid(text) != (first.length != 0))
-        Fail("HalvUTF8IsNextCharValid");
-    if (HalvUTF8NextCharLen(text) != (int)first.length)
-        Fail("HalvUTF8NextCharLen");
-    if (HalvUTF8Inc(text) != (first.length == 0 ? nullptr : text + first.length))
-        Fail("HalvUTF8Inc");
+    FailIf(HalvUTF8NextChar(text) != first.value, "HalvUTF8NextChar");
+    FailIf(HalvUTF8IsNextCharValid(text) != (first.length != 0), "HalvUTF8IsNextCharValid");
+    FailIf(HalvUTF8NextCharLen(text) != (int)first.length, "HalvUTF8NextCharLen");
+    FailIf(HalvUTF8Inc(text) != (first.length == 0 ? nullptr : text + first.length), "HalvUTF8Inc");
 
     const Walk w = WalkText(bytes);
-    if (HalvUTF8StrLen(text) != (int32_t)w.values.size())
-        Fail("HalvUTF8StrLen");
+    FailIf(HalvUTF8StrLen(text) != (int32_t)w.values.size(), "HalvUTF8StrLen");
 
     /* StrNLen: characters that fit wholly within maxBytes.  It is handed
      * just those bytes when they are fewer than the text's, with no NUL
@@ -120,8 +106,7 @@ void CheckWalkers(const char *text, uint32_t code, uint32_t maxBytes) {
     const size_t length = std::strlen(text);
     if (maxBytes <= length) {
         char *limited = Exact(text, maxBytes);
-        if (HalvUTF8StrNLen(limited, maxBytes) != fitting)
-            Fail("HalvUTF8StrNLen within the limit");
+        FailIf(HalvUTF8StrNLen(limited, maxBytes) != fitting, "HalvUTF8StrNLen within the limit");
         std::free(limited);
     } else if (HalvUTF8StrNLen(text, maxBytes) != fitting) {
         Fail("HalvUTF8StrNLen");
@@ -140,8 +125,7 @@ void CheckWalkers(const char *text, uint32_t code, uint32_t maxBytes) {
      * what it found before it. */
     if (HalvUTF8StrChr(text, code) != (w.invalid && firstFound == nullptr ? nullptr : firstFound))
         Fail("HalvUTF8StrChr");
-    if (HalvUTF8StrRChr(text, code) != lastFound)
-        Fail("HalvUTF8StrRChr");
+    FailIf(HalvUTF8StrRChr(text, code) != lastFound, "HalvUTF8StrRChr");
 }
 
 /* UTF-8 to UTF-16 and UCS-4, and the round trips back. */
@@ -160,18 +144,15 @@ void CheckFromUtf8(const char *text) {
 
     uint16_t *wide = HalvUTF8ConvertToUTF16(text);
     if (w.invalid) {
-        if (wide != nullptr)
-            Fail("HalvUTF8ConvertToUTF16 took an invalid sequence");
+        FailIf(wide != nullptr, "HalvUTF8ConvertToUTF16 took an invalid sequence");
     } else if (wide == nullptr || std::memcmp(wide, units.data(), units.size() * 2) != 0) {
         Fail("HalvUTF8ConvertToUTF16");
     }
 
     uint32_t *ucs = HalvUTF8ConvertToUCS4(text);
-    if (ucs == nullptr)
-        Fail("HalvUTF8ConvertToUCS4 gave null");
+    FailIf(ucs == nullptr, "HalvUTF8ConvertToUCS4 gave null");
     for (size_t i = 0; i <= w.values.size(); ++i)
-        if (ucs[i] != (i < w.values.size() ? w.values[i] : 0))
-            Fail("HalvUTF8ConvertToUCS4");
+        FailIf(ucs[i] != (i < w.values.size() ? w.values[i] : 0), "HalvUTF8ConvertToUCS4");
 
     /* Round trips, for the characters before any invalid sequence. */
     bool allInRange = true, plainUnicode = true;
@@ -186,8 +167,7 @@ void CheckFromUtf8(const char *text) {
     halv_internal_free(back);
     if (wide != nullptr && plainUnicode) {
         back = HalvUTF8ConvertFromUTF16(wide);
-        if (back == nullptr || before != back)
-            Fail("UTF-8 -> UTF-16 -> UTF-8 changed the text");
+        FailIf(back == nullptr || before != back, "UTF-8 -> UTF-16 -> UTF-8 changed the text");
         halv_internal_free(back);
     }
     halv_internal_free(ucs);
@@ -222,8 +202,7 @@ void CheckFromUtf16(const uint16_t *wide) {
         }
     }
     char *text = HalvUTF8ConvertFromUTF16(wide);
-    if (failed ? text != nullptr : text == nullptr || expected != text)
-        Fail("HalvUTF8ConvertFromUTF16");
+    FailIf(failed ? text != nullptr : text == nullptr || expected != text, "HalvUTF8ConvertFromUTF16");
     halv_internal_free(text);
 }
 
@@ -237,8 +216,7 @@ void CheckFromUcs4(const uint32_t *ucs) {
             Encode(ucs[i], expected);
     }
     char *text = HalvUTF8ConvertFromUCS4(ucs);
-    if (failed ? text != nullptr : text == nullptr || expected != text)
-        Fail("HalvUTF8ConvertFromUCS4");
+    FailIf(failed ? text != nullptr : text == nullptr || expected != text, "HalvUTF8ConvertFromUCS4");
     halv_internal_free(text);
 }
 
@@ -258,10 +236,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     size -= kHead;
 
     /* UTF-8: up to the first NUL. */
-    const size_t textLength = strnlen(reinterpret_cast<const char *>(data), size);
-    std::vector<char> textBytes(data, data + textLength);
-    textBytes.push_back('\0');
-    char *text = Exact(textBytes.data(), textBytes.size());
+    const char *bytes = reinterpret_cast<const char *>(data);
+    char *text = Exact(std::string(bytes, strnlen(bytes, size)));
     CheckWalkers(text, code, maxBytes);
     CheckFromUtf8(text);
     std::free(text);

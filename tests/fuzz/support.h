@@ -21,6 +21,11 @@ namespace fuzz {
     std::abort();
 }
 
+inline void FailIf(bool broken, const char *what) {
+    if (broken)
+        Fail(what);
+}
+
 inline void Require(bool promise) {
     if (!promise)
         __builtin_trap();
