@@ -127,28 +127,21 @@ inline ReadResult ReadTree(const std::string &bytes, int32_t strict = 0, HalvUse
     return {result, tree};
 }
 
-/* A read's result and its tree as Dump prints it. */
-struct Dumped {
-    int32_t result;
-    std::string tree;
-    bool operator==(const Dumped &other) const { return result == other.result && tree == other.tree; }
-};
-
-inline std::ostream &operator<<(std::ostream &os, const Dumped &read) { return os << read.result << " " << read.tree; }
-
-/* A read of a whole text, its tree freed. */
-inline Dumped ReadDump(const std::string &bytes, int32_t strict = 0) {
+/* A read of a whole text as its result and its tree as Dump prints it,
+ * "1 S'ID'", say; the tree is freed. */
+inline std::string ReadDump(const std::string &bytes, int32_t strict = 0) {
     ReadResult read = ReadTree(bytes, strict);
-    Dumped dumped{read.result, Dump(read.tree)};
+    const std::string dumped = std::to_string(read.result) + " " + Dump(read.tree);
     HalvFreeUserCMData(read.tree);
     return dumped;
 }
 
-/* Reads more text into a tree, which is kept. */
-inline Dumped ReadInto(HalvUserCMData *&tree, const std::string &bytes) {
+/* Reads more text into a tree, which is kept; the result and tree as
+ * ReadDump gives them. */
+inline std::string ReadInto(HalvUserCMData *&tree, const std::string &bytes) {
     const ReadResult read = ReadTree(bytes, 0, tree);
     tree = read.tree;
-    return {read.result, Dump(tree)};
+    return std::to_string(read.result) + " " + Dump(tree);
 }
 
 inline std::string WriteTree(const HalvUserCMData *tree) {

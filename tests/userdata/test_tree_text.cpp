@@ -12,7 +12,6 @@
 #include "userdata/streams.h"
 
 using ucm_test::Dump;
-using ucm_test::Dumped;
 using ucm_test::ReadDump;
 using ucm_test::ReadInto;
 using ucm_test::ReadStream;
@@ -143,20 +142,12 @@ TEST(UserDataTreeText, EmptyStreamsAndStrictness) {
     const struct {
         const char *text;
         int32_t strict;
-        Dumped read;
+        const char *read;
     } cases[] = {
-        {"", 0, {1, ""}},
-        {"# nothing\n\n", 0, {1, ""}},
-        {"", 1, {0, ""}},
-        {"[ID]\nk: v\n", 1, {1, "S'ID'{L'k'{W'v'}}"}},
-        {"<ID>\n[S]\nk: v\n", 1, {1, "I'ID'{S'S'{L'k'{W'v'}}}"}},
-        {"[id]\n", 1, {1, "S'id'"}},
-        {"[Head]\nk: v\n", 1, {0, ""}},
-        {"name: x\n[ID]\n", 1, {0, ""}},
-        {"word\n", 1, {0, ""}},
-        {"\"string\"", 1, {0, ""}},
-        {"[IDs]", 1, {0, ""}},
-        {"<I D>", 1, {0, ""}},
+        {"", 0, "1 "}, {"# nothing\n\n", 0, "1 "}, {"", 1, "0 "}, {"[ID]\nk: v\n", 1, "1 S'ID'{L'k'{W'v'}}"},
+        {"<ID>\n[S]\nk: v\n", 1, "1 I'ID'{S'S'{L'k'{W'v'}}}"}, {"[id]\n", 1, "1 S'id'"},
+        {"[Head]\nk: v\n", 1, "0 "}, {"name: x\n[ID]\n", 1, "0 "}, {"word\n", 1, "0 "},
+        {"\"string\"", 1, "0 "}, {"[IDs]", 1, "0 "}, {"<I D>", 1, "0 "},
     };
     for (const auto &c : cases)
         EXPECT_EQ(ReadDump(c.text, c.strict), c.read) << c.text << " strict " << c.strict;
@@ -264,46 +255,38 @@ TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
 }
 
 TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
-    const struct {
-        const char *text;
-        Dumped read;
-    } cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
         // Names reopen, labels repeat.
         {"[A]\nx: 1\n[B]\ny: 2\n[a]\nz: 3\nx: 4\n",
-         {1, "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}"}},
+         "1 S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}"},
         // Sections are found below the current item; a name needs the same
         // length, so "ab" doesn't reopen "abc".
-        {"<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n", {1, "I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}"}},
+        {"<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n",
+         "1 I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}"},
         // <a> finds the section A and makes it the current item, so B
         // becomes its child.
-        {"[A]\n<a>\n[B]\nk: v\n", {1, "S'A'{S'B'{L'k'{W'v'}}}"}},
+        {"[A]\n<a>\n[B]\nk: v\n", "1 S'A'{S'B'{L'k'{W'v'}}}"},
         // A label after an item with no section lands in the previous
         // section; a value after a new section with no label goes to the
         // last label.
-        {"<I1>\n[S]\n<I2>\nk: v\n", {1, "I'I1'{S'S'{L'k'{W'v'}}} I'I2'"}},
-        {"[S]\nk: v\n[T]\n\"more\"\n", {1, "S'S'{L'k'{W'v' T'more'}} S'T'"}},
+        {"<I1>\n[S]\n<I2>\nk: v\n", "1 I'I1'{S'S'{L'k'{W'v'}}} I'I2'"},
+        {"[S]\nk: v\n[T]\n\"more\"\n", "1 S'S'{L'k'{W'v' T'more'}} S'T'"},
         // Assignment text joins the next node.
-        {"name=value", {1, "W'namevalue'"}},
-        {"[S]\nk: a=b\nx=[T]\n", {1, "S'S'{L'k'{W'ab'}} S'xT'"}},
+        {"name=value", "1 W'namevalue'"},
+        {"[S]\nk: a=b\nx=[T]\n", "1 S'S'{L'k'{W'ab'}} S'xT'"},
         // Trees start at any level.
-        {"a: 1\nb: \"2\"\n", {1, "L'a'{W'1'} L'b'{T'2'}"}},
-        {"one\n\"two\"\n\"<<<<Base64Data:QUJD>>>>\"\nthree", {1, "W'one' T'two' D'ABC' W'three'"}},
+        {"a: 1\nb: \"2\"\n", "1 L'a'{W'1'} L'b'{T'2'}"},
+        {"one\n\"two\"\n\"<<<<Base64Data:QUJD>>>>\"\nthree", "1 W'one' T'two' D'ABC' W'three'"},
         // Nodes that fit nowhere give -1 and keep the tree read so far.
-        {"[S]\nk: v\n<I>\n", {-1, "S'S'{L'k'{W'v'}}"}},
-        {"k: v\n[S]\n", {-1, "L'k'{W'v'}"}},
-        {"k: v\n<I>\n", {-1, "L'k'{W'v'}"}},
-        {"w\nk: v\n", {-1, "W'w'"}},
-        {"w\n[S]\n", {-1, "W'w'"}},
-        {"<I>\nword\n", {-1, "I'I'"}},
-        {"<I>\nk: v\n", {-1, "I'I'"}},
+        {"[S]\nk: v\n<I>\n", "-1 S'S'{L'k'{W'v'}}"},
+        {"k: v\n[S]\n", "-1 L'k'{W'v'}"}, {"k: v\n<I>\n", "-1 L'k'{W'v'}"}, {"w\nk: v\n", "-1 W'w'"},
+        {"w\n[S]\n", "-1 W'w'"}, {"<I>\nword\n", "-1 I'I'"}, {"<I>\nk: v\n", "-1 I'I'"},
         // Malformed streams give 0 and free everything.
-        {"[S]\nk: {never closed", {0, ""}},
-        {"[S]\nk: {a}", {0, ""}},
-        {"[S]\nk: \"<<<<Base64Data:QUJ", {0, ""}},
-        {"k: \"<<<<Base64Data:QUJD\n>>>>\"", {0, ""}},
+        {"[S]\nk: {never closed", "0 "}, {"[S]\nk: {a}", "0 "}, {"[S]\nk: \"<<<<Base64Data:QUJ", "0 "},
+        {"k: \"<<<<Base64Data:QUJD\n>>>>\"", "0 "},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(ReadDump(c.text), c.read) << c.text;
+    for (const auto &[text, read] : cases)
+        EXPECT_EQ(ReadDump(text), read) << text;
 
     // The writer prints a section below a section as a first section.
     auto nested = ReadTree("[A]\n<a>\n[B]\nk: v\n");
@@ -313,7 +296,7 @@ TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
     // Reading more text into a tree merges it.
     HalvUserCMData *tree = ReadTree("[A]\nx: 1\n[B]\ny: 2\n").tree;
     EXPECT_EQ(ReadInto(tree, "[b]\nw: 5\n[C]\n"),
-              (Dumped{1, "S'A'{L'x'{W'1'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'"}));
+              "1 S'A'{L'x'{W'1'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'");
     HalvFreeUserCMData(tree);
     // An End that is found again only reopens: reading goes on.
     tree = ReadTree("[S]\n[End]").tree;
@@ -324,12 +307,12 @@ TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
     HalvFreeUserCMData(tree);
     // A caller's tree of sections with no current section for a label.
     tree = ReadTree("[S]\n").tree;
-    EXPECT_EQ(ReadInto(tree, "k: v\n"), (Dumped{-1, "S'S'"}));
+    EXPECT_EQ(ReadInto(tree, "k: v\n"), "-1 S'S'");
     HalvFreeUserCMData(tree);
     // The caller's old nodes go with a malformed text (the sanitizer build
     // checks the frees).
     tree = ReadTree("[S]\nk: v\n").tree;
-    EXPECT_EQ(ReadInto(tree, "[T]\nj: {x"), (Dumped{0, ""}));
+    EXPECT_EQ(ReadInto(tree, "[T]\nj: {x"), "0 ");
     EXPECT_EQ(tree, nullptr);
     // Null arguments are refused and leave the tree alone.
     EXPECT_EQ(HalvReadUserCMData(nullptr, &tree, 0), 0);
@@ -452,7 +435,8 @@ class TreeMaker {
                 // Item and section names stay unique through a counter;
                 // labels may repeat.
                 std::string name = kind == 2 ? "L" + Text("abcXYZ019 _-.<>[]", 12)
-                                             : Text("abcXYZ019 _-.:#<[\n", 12) + "-" + std::to_string(serial_++);
+                                             : Text("abcXYZ019 _-.:#<[\n", 12) + "-" +
+                                                   std::to_string(serial_++);
                 node = Node(kind, name);
                 node->children = List(kind + 1);
             }
