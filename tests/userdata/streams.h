@@ -14,67 +14,69 @@
 
 namespace ucm_test {
 
-/* Bytes to read; only the read slot is set.  Every call's count is kept. */
-class ReadStream {
+/* A hand-built stream that keeps the count of every call. */
+class CountingStream {
+  public:
+    CountingStream(const CountingStream &) = delete;
+    CountingStream &operator=(const CountingStream &) = delete;
+    HalvIO *io() { return &record_.io; }
+    const std::vector<uint32_t> &counts() const { return counts_; }
+
+  protected:
+    CountingStream() = default;
+    template <typename Stream>
+    static Stream *Self(HalvIO *io, uint32_t count) {
+        auto *self = static_cast<Stream *>(reinterpret_cast<Record *>(io)->self);
+        self->counts_.push_back(count);
+        return self;
+    }
+
+    struct Record {
+        HalvIO io;
+        CountingStream *self;
+    } record_{{}, this};
+    std::vector<uint32_t> counts_;
+};
+
+/* Bytes to read; only the read slot is set. */
+class ReadStream : public CountingStream {
   public:
     explicit ReadStream(std::string bytes) : bytes_(std::move(bytes)) { record_.io.read = &Read; }
-    ReadStream(const ReadStream &) = delete;
-    ReadStream &operator=(const ReadStream &) = delete;
-
-    HalvIO *io() { return &record_.io; }
     std::string rest() const { return bytes_.substr(position_); }
-    const std::vector<uint32_t> &counts() const { return counts_; }
     /* From now on each read gives at most this many bytes. */
     void LimitPieces(uint32_t most) { most_ = most; }
 
   private:
     static int32_t Read(HalvIO *io, void *buffer, uint32_t count) {
-        ReadStream *self = reinterpret_cast<Record *>(io)->self;
-        self->counts_.push_back(count);
+        ReadStream *self = Self<ReadStream>(io, count);
         size_t take = std::min<size_t>({count, self->most_, self->bytes_.size() - self->position_});
         std::memcpy(buffer, self->bytes_.data() + self->position_, take);
         self->position_ += take;
         return (int32_t)take;
     }
 
-    struct Record {
-        HalvIO io;
-        ReadStream *self;
-    } record_{{}, this};
     std::string bytes_;
     size_t position_ = 0;
     uint32_t most_ = UINT32_MAX;
-    std::vector<uint32_t> counts_;
 };
 
 /* Collects written bytes; only the write slot is set.  Like a string stream
  * it takes what fits in its capacity and answers 0 when full. */
-class WriteStream {
+class WriteStream : public CountingStream {
   public:
     explicit WriteStream(size_t capacity = SIZE_MAX) : capacity_(capacity) { record_.io.write = &Write; }
-    WriteStream(const WriteStream &) = delete;
-    WriteStream &operator=(const WriteStream &) = delete;
-
-    HalvIO *io() { return &record_.io; }
     const std::string &text() const { return text_; }
-    const std::vector<uint32_t> &counts() const { return counts_; }
 
   private:
     static int32_t Write(HalvIO *io, const void *bytes, uint32_t count) {
-        WriteStream *self = reinterpret_cast<Record *>(io)->self;
-        self->counts_.push_back(count);
+        WriteStream *self = Self<WriteStream>(io, count);
         size_t take = std::min<size_t>(count, self->capacity_ - self->text_.size());
         self->text_.append(static_cast<const char *>(bytes), take);
         return (int32_t)take;
     }
 
-    struct Record {
-        HalvIO io;
-        WriteStream *self;
-    } record_{{}, this};
     size_t capacity_;
     std::string text_;
-    std::vector<uint32_t> counts_;
 };
 
 struct Token {
