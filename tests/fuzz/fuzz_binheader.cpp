@@ -46,8 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     uint8_t *block = fuzz::Exact(data + 1, length);
     if (HalvHeaderStruct *header = HalvBinHdrToHdr(block, vouched ? 0 : (uint32_t)length, borrow ? 1 : 0)) {
-        if (HalvHeaderStruct *copy = header->copy(header))
-            copy->free(copy);
+        fuzz::CopyAndFree(header);
         RoundTrip(header);
         header->free(header);
     }

@@ -1,11 +1,10 @@
 // Fuzz target for code page conversion.
 //
-// Input: a selector byte, a size byte, then text.  The selector picks a code
-// page name from a list (copies, the ANSI and OEM pages, single-byte pages,
-// multi-byte pages, pages that hold all of Unicode, unknown names), or, for
-// its last values, takes the name from the text itself up to a '\n'.  The
-// text, up to its first NUL, sits in an allocation of exactly its size so
-// that reading past the NUL is caught.  What must hold:
+// Input: a selector byte, a size byte, then text, which up to its first NUL
+// sits in a block of exactly its size.  The selector picks a code page name
+// from a list (copies, the ANSI and OEM pages, single- and multi-byte pages,
+// pages that hold all of Unicode, unknown names) or, for its last value,
+// takes the name from the text up to a '\n'.  What must hold:
 //  - a copy name gives a copy and leaves *size alone; an unknown name gives
 //    null both ways;
 //  - towards a code page, invalid UTF-8 gives null and valid UTF-8 never
@@ -13,11 +12,9 @@
 //  - from a code page, any bytes give valid UTF-8 (or null, where a U+FFFE
 //    in them swaps the rest into a lone surrogate, as the UTF-16 step
 //    does), reading no further than the NUL whatever the size says;
-//  - a single-byte page makes one byte of each UTF-16 unit ('?' where it has
-//    no character), turns each byte into one character (U+FFFD where the
-//    byte has none), and gives the bytes back from what it made of them;
-//  - a page that holds all of Unicode gives the text back from what it made
-//    of it.
+//  - a single-byte page makes one byte of each UTF-16 unit, one character
+//    of each byte, and gives the bytes back from what it made of them;
+//  - a page that holds all of Unicode gives the text back.
 #include "fuzz/support.h"
 
 namespace {

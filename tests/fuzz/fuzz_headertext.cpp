@@ -97,8 +97,7 @@ bool WriteHeader(HalvHeaderStruct *header, HVHdrManager &manager, std::string &t
 }
 
 void ReleaseHeader(HalvHeaderStruct *header) {
-    if (HalvHeaderStruct *copy = header->copy(header))
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     header->free(header);
 }
 

@@ -110,8 +110,7 @@ void Pass(HalvIO *in, HalvIO *out) {
     HVHdrFree(tree);
     if (made != 1 || header == nullptr)
         return;
-    if (HalvHeaderStruct *copy = header->copy(header))
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     HalvInfoField **fields = nullptr;
     if (HalvParseInfoFieldsFromHdr(header, &fields) == 1) {
         CheckHeaderKeys(header, fields);

@@ -54,9 +54,7 @@ Loaded Pass(HalvIO *in, HalvIO *out, uint32_t pixels) {
     loaded.bits = header->bitsPerSample[0];
     loaded.values = p->valuesPerPixel;
     loaded.header = true;
-    HalvHeaderStruct *copy = header->copy(header);
-    if (copy != nullptr)
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     if (out != nullptr) {
         HVHdrWrite_Header(header, &manager, out);
         loaded.writtenHeader = HalvIOMemLength(out);

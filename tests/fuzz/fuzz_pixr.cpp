@@ -46,9 +46,7 @@ Loaded Pass(HalvIO *in, HalvIO *out, HalvIO *ext) {
     Require(header->endian == -1 || header->endian == HalvIdentifyEndian());
     HVHdrManager extManager{};
     Require(HVHdrGetManager_Str("image-ext", "1.0", &extManager) == 1 && extManager.emitChunk == manager.emitChunk);
-    HalvHeaderStruct *copy = header->copy(header);
-    if (copy != nullptr)
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     HalvHeaderStruct *asExt = nullptr;
     if (out != nullptr) {
         HVHdrWrite_Header(header, &manager, out);

@@ -30,8 +30,7 @@ void Pass(HalvIO *in, HalvIO *out, uint32_t lines) {
     HalvHeaderStruct *header = nullptr;
     if (HVHdrRead_Header(in, &manager, &header) != 1 || header == nullptr)
         return;
-    if (HalvHeaderStruct *copy = header->copy(header))
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     if (out != nullptr)
         HVHdrWrite_Header(header, &manager, out);
     for (int i = 0; i < kMaxLoads && LoadIsBounded(header, lines); ++i) {

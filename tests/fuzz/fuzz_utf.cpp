@@ -1,17 +1,14 @@
 // Fuzz target for the UTF-8 walkers and the UTF-16 and UCS-4 converters.
 //
 // Input: one control byte, four bytes of a code point to search for, one
-// byte limit, then the text.  The text is taken three ways: as UTF-8 up to
-// its first NUL, as UTF-16 units (two bytes each, native order) up to the
-// first 0 unit, and as UCS-4 values (four bytes each) up to the first 0;
-// each copy sits in an allocation of exactly its size, terminator included,
-// so a read past it is caught.  Every walker and converter is compared with
-// a plain model of the rules written here, one character at a time: the
-// decode step (lead byte, continuation bytes, no overlong form; surrogates
-// and values up to 0x1FFFFF pass), the surrogate pairs of UTF-16, its byte
-// order marks, and the limits of UCS-4.  Beyond equality with the model,
-// round trips must hold for valid text: UTF-8 to UTF-16 and back, and UTF-8
-// to UCS-4 and back, give the text again.
+// byte limit, then the text, taken three ways, each in a block of exactly
+// its size: as UTF-8 up to its first NUL, as native UTF-16 units up to the
+// first 0 unit, and as UCS-4 values up to the first 0.  Every walker and
+// converter is compared with a plain model of the rules, one character at
+// a time: the decode step (no overlong form; surrogates and values up to
+// 0x1FFFFF pass), the surrogate pairs and byte order marks of UTF-16, and
+// the limits of UCS-4.  Valid text must also come back from UTF-16 and from
+// UCS-4 as it was.
 #include <vector>
 
 #include "fuzz/support.h"

@@ -88,6 +88,12 @@ inline ByteStream OpenByteStream(const void *bytes, size_t size, std::string *wr
     return s;
 }
 
+/* A header's copy slot tried, and the copy released through its own slot. */
+inline void CopyAndFree(HalvHeaderStruct *header) {
+    if (HalvHeaderStruct *copy = header->copy(header))
+        copy->free(copy);
+}
+
 /* The stored-format targets: the count of lines a load asks for, taken
  * from the input's last byte (0, the loader's own choice, for a third). */
 inline uint32_t CountToAsk(const uint8_t *data, size_t size, uint32_t modulo) {
