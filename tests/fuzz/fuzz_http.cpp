@@ -82,32 +82,12 @@ private:
 
 bool IsBlank(char c) { return c == ' ' || (c >= 9 && c <= 13); }
 
-int Digit(char c, int base) {
-    int v = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : 99;
-    return v < base ? v : -1;
-}
-
-/* scanf's %d or %x: blanks, a sign, digits (for %x after an optional 0x);
- * the magnitude saturates at 2^63 - 1. */
+/* scanf's %d or %x: blanks, a sign, digits (for %x after an optional 0x),
+ * as the C library reads them; a magnitude past 2^63 - 1 saturates. */
 bool ScanNumber(const char *p, int base, int64_t &value) {
-    while (IsBlank(*p))
-        ++p;
-    const bool negative = *p == '-';
-    if (*p == '-' || *p == '+')
-        ++p;
-    if (base == 16 && p[0] == '0' && (p[1] == 'x' || p[1] == 'X') && Digit(p[2], 16) >= 0)
-        p += 2;
-    if (Digit(*p, base) < 0)
-        return false;
-    unsigned __int128 magnitude = 0;
-    for (; Digit(*p, base) >= 0; ++p) {
-        magnitude = magnitude * base + Digit(*p, base);
-        if (magnitude > INT64_MAX)
-            magnitude = (unsigned __int128)INT64_MAX + 1; /* stays above, and stops growing */
-    }
-    const int64_t m = magnitude > INT64_MAX ? INT64_MAX : (int64_t)magnitude;
-    value = negative ? -m : m;
-    return true;
+    char *end = nullptr;
+    value = std::strtoll(p, &end, base);
+    return end != p;
 }
 
 Expected Model(const std::string &response) {
