@@ -100,7 +100,8 @@ TEST(UserDataTreeText, WriterText) {
         EXPECT_EQ(WriteAndFree(c.tree), c.text);
 }
 
-TEST(UserDataTreeText, Base64GoesOutInPiecesOfAtMost68Characters) {
+TEST(UserDataTreeText, WriterPiecesAndResults) {
+    // Base64 goes out in pieces of at most 68 characters.
     std::string bytes;
     for (int i = 0; i < 200; ++i)
         bytes += (char)(i * 7);
@@ -112,14 +113,12 @@ TEST(UserDataTreeText, Base64GoesOutInPiecesOfAtMost68Characters) {
     EXPECT_EQ(pieces, (std::vector<uint32_t>{68, 68, 68, 64}));
     EXPECT_EQ(out.text().find('\n'), out.text().size() - 1); // no line break inside
     HalvFreeUserCMData(tree);
-}
 
-TEST(UserDataTreeText, WriterResults) {
-    HalvUserCMData *tree = Node(1, "S", Node(2, "k", Node(5, std::string(300, 'x'))));
+    tree = Node(1, "S", Node(2, "k", Node(5, std::string(300, 'x'))));
     EXPECT_EQ(HalvWriteUserCMData(tree, nullptr), 0);
-    WriteStream out;
-    EXPECT_EQ(HalvWriteUserCMData(nullptr, out.io()), 1);
-    EXPECT_TRUE(out.counts().empty());
+    WriteStream none;
+    EXPECT_EQ(HalvWriteUserCMData(nullptr, none.io()), 1);
+    EXPECT_TRUE(none.counts().empty());
     // A write that takes fewer bytes than given fails the output, before,
     // within and after the Base64 block.
     const std::string full = WriteTree(tree);
@@ -190,9 +189,11 @@ std::string RestOf(HalvIO *io) {
 TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
     // The library's memory streams are scanned in place; the tree, the result
     // and the bytes left behind must be those of a stream read a byte per call.
-    std::string groups;
-    for (int i = 0; i < 50; ++i)
-        groups += "QUJD"; // 150 decoded bytes: more than one batch
+    std::string groups, decoded; // 150 decoded bytes: more than one batch
+    for (int i = 0; i < 50; ++i) {
+        groups += "QUJD";
+        decoded += "ABC";
+    }
     const std::string inputs[] = {
         "k: \"<<<<Base64Data:" + groups + ">>>>\"\nl: x",
         "k: \"<<<<Base64Data:" + groups + "QU",
@@ -229,9 +230,6 @@ TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
     }
 
     // The long block decodes whole.
-    std::string decoded;
-    for (int i = 0; i < 50; ++i)
-        decoded += "ABC";
     auto block = ReadTree(inputs[0]);
     EXPECT_EQ(block.result, 1);
     EXPECT_EQ(ucm_test::DumpAndFree(block.tree), "L'k'{D'" + decoded + "'} L'l'{W'x'}");
