@@ -28,16 +28,14 @@ struct Case {
 TEST(UserDataTokens, EveryTokenOfATextInBothDialects) {
     const std::string a30(30, 'a'), a31(31, 'a');
     const Case cases[] = {
-        {"", {}},
-        {"  \n\t\r\n# only a comment\n\n   # another: with = syntax [x]\n\v\f", {}},
+        {"", {}}, {"  \n\t\r\n# only a comment\n\n   # another: with = syntax [x]\n\v\f", {}},
         {"# comment without line end", {}},
         {"<Item one>\n[Section]\nlabel: value\nname=x\nlast",
          {{120, "Item one"}, {110, "Section"}, {108, "label"}, {112, "value"}, {97, "name"}, {112, "x"},
           {112, "last"}}},
         // Inside brackets ':' '#' and LF are text; '=' ends the name and
         // leaves the rest of the line for the next token.
-        {"<a:b#c>[x\ny]", {{120, "a:b#c"}, {110, "x\ny"}}},
-        {"[a=b]", {{110, "a"}, {112, "b]"}}},
+        {"<a:b#c>[x\ny]", {{120, "a:b#c"}, {110, "x\ny"}}}, {"[a=b]", {{110, "a"}, {112, "b]"}}},
         {"[open", {{110, "open"}}}, // cut off by the end, it keeps its code
         // The opening byte of bare text is never syntax.
         {":x: =y= \\z:", {{108, ":x"}, {97, "=y"}, {108, "\\z"}}},
@@ -46,8 +44,7 @@ TEST(UserDataTokens, EveryTokenOfATextInBothDialects) {
         {"one\ntwo  \n", {{112, "one"}, {112, "two  "}}},
         // A colon or '=' inside a comment behind text still ends the token;
         // backslashes and quotes there are dropped, not honoured.
-        {"a # b: c", {{108, "a "}, {112, "c"}}},
-        {"a # b= c", {{97, "a "}, {112, "c"}}},
+        {"a # b: c", {{108, "a "}, {112, "c"}}}, {"a # b= c", {{97, "a "}, {112, "c"}}},
         {"w # \\: \"x\ny", {{108, "w "}, {115, "x\ny"}}},
         // Escapes and verbatim runs in text.
         {"path: C:\\\\dir\\:x", {{108, "path"}, {108, "C"}, {112, "\\dir:x"}}},
@@ -57,42 +54,31 @@ TEST(UserDataTokens, EveryTokenOfATextInBothDialects) {
         {"ab\\", {{112, "ab"}}}, // a backslash at the very end is dropped
         // A quoted run inside text is taken verbatim, quotes included.
         {"key: say \"a: b\" now", {{108, "key"}, {112, "say \"a: b\" now"}}},
-        {"w \"a#b\\c=d\ne\" f\n", {{112, "w \"a#b\\c=d\ne\" f"}}},
-        {"[x\"]\"]", {{110, "x\"]\""}}},
+        {"w \"a#b\\c=d\ne\" f\n", {{112, "w \"a#b\\c=d\ne\" f"}}}, {"[x\"]\"]", {{110, "x\"]\""}}},
         {"w \"open to the end", {{112, "w \"open to the end"}}},
         // Strings: in the first 31 bytes a backslash is text and a quote
         // always closes; a colon ends that prefix early; behind it
         // backslashes vanish.
-        {"key: \"two words\"", {{108, "key"}, {115, "two words"}}},
-        {"\"\"", {{115, ""}}},
-        {"\"a\\b\"", {{115, "a\\b"}}},
-        {"\"abc\\\"", {{115, "abc\\"}}},
-        {"\"a:\\b\"", {{115, "a:b"}}},
-        {"\":\\\\x\\\"y\\\"\"", {{115, ":x\"y\""}}},
-        {"\"" + a30 + "\\\"", {{115, a30 + "\\"}}},
+        {"key: \"two words\"", {{108, "key"}, {115, "two words"}}}, {"\"\"", {{115, ""}}},
+        {"\"a\\b\"", {{115, "a\\b"}}}, {"\"abc\\\"", {{115, "abc\\"}}}, {"\"a:\\b\"", {{115, "a:b"}}},
+        {"\":\\\\x\\\"y\\\"\"", {{115, ":x\"y\""}}}, {"\"" + a30 + "\\\"", {{115, a30 + "\\"}}},
         {"\"" + a31 + "\\\"x\"", {{115, a31 + "\"x"}}},
         // An escaped quote directly followed by a quote closes the string.
         {"\"" + a31 + "\\\"\"next", {{115, a31 + "\""}, {112, "next"}}},
         {"\"" + a31 + "x\\\\y\\z\"", {{115, a31 + "xyz"}}},
         {"\"l1\nl2 # x = y: z\"", {{115, "l1\nl2 # x = y: z"}}},
         {"\"abc", {{115, "abc"}}}, // unterminated strings end with the stream
-        {"\"a:bc", {{115, "a:bc"}}},
-        {"\"s\"tail", {{115, "s"}, {112, "tail"}}},
+        {"\"a:bc", {{115, "a:bc"}}}, {"\"s\"tail", {{115, "s"}, {112, "tail"}}},
         // Groups are delivered whole, the byte behind them dropped; only at
         // the opening of a token.
-        {"{a {b} c}\n", {{112, "{a {b} c}"}}},
-        {"{a {b} c}", {{69, "{a {b} c}"}}},
+        {"{a {b} c}\n", {{112, "{a {b} c}"}}}, {"{a {b} c}", {{69, "{a {b} c}"}}},
         {"{a # b: \\c \"d}Xrest", {{112, "{a # b: \\c \"d}"}, {112, "rest"}}},
-        {"{x\r\ny}\r\n", {{112, "{x\ny}"}}},
-        {"{never {closed}", {{69, "{never {closed}"}}},
-        {"{a\xFF}\n", {{69, "{a"}}},
-        {"k: x{y}", {{108, "k"}, {112, "x{y}"}}},
+        {"{x\r\ny}\r\n", {{112, "{x\ny}"}}}, {"{never {closed}", {{69, "{never {closed}"}}},
+        {"{a\xFF}\n", {{69, "{a"}}}, {"k: x{y}", {{108, "k"}, {112, "x{y}"}}},
         // Base64 blocks; characters are masked to 7 bits, those outside the
         // alphabet count as 0, and a third '=' gives one byte.
-        {"\"<<<<Base64Data:QUJD>>>>\"", {{100, "ABC"}}},
-        {"\"<<<<base64data:QUI=>>>>\"", {{100, "AB"}}},
-        {"\"<<<<Base64Data:QQ==>>>>\"", {{100, "A"}}},
-        {"\"<<<<BASE64DATA:>>>>\"x", {{100, ""}, {112, "x"}}},
+        {"\"<<<<Base64Data:QUJD>>>>\"", {{100, "ABC"}}}, {"\"<<<<base64data:QUI=>>>>\"", {{100, "AB"}}},
+        {"\"<<<<Base64Data:QQ==>>>>\"", {{100, "A"}}}, {"\"<<<<BASE64DATA:>>>>\"x", {{100, ""}, {112, "x"}}},
         {"\"<<<<Base64Data:SGVsbG8sIHdvcmxkIQ==>>>>\"\n", {{100, "Hello, world!"}}},
         {"\"<<<<Base64Data:\xD1UJD>>>>\"", {{100, "ABC"}}},
         {"\"<<<<Base64Data:!!!!>>>>\"", {{100, std::string(3, '\0')}}},
@@ -103,10 +89,8 @@ TEST(UserDataTokens, EveryTokenOfATextInBothDialects) {
         {"\"<<<Base64Data:QUJD>>>>\"", {{115, "<<<Base64Data:QUJD>>>>"}}}, // not the exact mark
         {"\"<<<<Base64Data QUJD>>>>\"", {{115, "<<<<Base64Data QUJD>>>>"}}},
         // CRs vanish; 0xFF ends the token, and reading goes on behind it.
-        {"a\rb:\r", {{108, "ab"}}},
-        {"ab\xFF" "cd", {{112, "ab"}, {112, "cd"}}},
-        {"# c\xFFnext:", {{108, "next"}}},
-        {"<it\xFF" "em>", {{120, "it"}, {112, "em>"}}},
+        {"a\rb:\r", {{108, "ab"}}}, {"ab\xFF" "cd", {{112, "ab"}, {112, "cd"}}},
+        {"# c\xFFnext:", {{108, "next"}}}, {"<it\xFF" "em>", {{120, "it"}, {112, "em>"}}},
         {"\"ab\xFF" "cd\"", {{115, "ab"}, {112, "cd\""}}},
         // The old dialect: single quotes, no groups, no Base64 blocks, [a=b]
         // one name; a backslash keeps a quote, others vanish from the first
@@ -116,8 +100,7 @@ TEST(UserDataTokens, EveryTokenOfATextInBothDialects) {
          true},
         {"{x}\n", {{112, "{x}"}}, true},
         {"\"<<<<Base64Data:QUJD>>>>\"", {{115, "<<<<Base64Data:QUJD>>>>"}}, true},
-        {"[a=b]", {{110, "a=b"}}, true},
-        {"'it\\'s' \"a\\b\"", {{115, "it's"}, {115, "ab"}}, true},
+        {"[a=b]", {{110, "a=b"}}, true}, {"'it\\'s' \"a\\b\"", {{115, "it's"}, {115, "ab"}}, true},
         {"k: x 'a: b' \"c: d\" y", {{108, "k"}, {112, "x 'a: b' \"c: d\" y"}}, true},
         {"a # c: d\n", {{108, "a "}, {112, "d"}}, true},
     };
