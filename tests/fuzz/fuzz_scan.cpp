@@ -13,9 +13,9 @@
 // block of exactly what its directive may store.  Besides: a format the
 // rules call malformed or too long gives -2 or -3 and stores nothing; the
 // count never exceeds the assigning directives; the string and the stream
-// source store the same; a locale record whose decimal point is "." scans
-// as the fixed one does; an integer printed in any base from 2 to 36 scans
-// back to itself.
+// source give the same result and bytes; a locale record whose decimal
+// point is "." scans as the fixed one does; an integer printed in any base
+// from 2 to 36 scans back to itself.
 #include <vector>
 
 #include "fuzz/support.h"
