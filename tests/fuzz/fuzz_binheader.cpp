@@ -10,11 +10,7 @@
 // A vouched block is trusted for its tree length, so a vouched input whose
 // tree length runs past the bytes is left alone: that reading past the
 // block is the caller's promise broken, not a fault of the reader.
-#include <cstdint>
-#include <cstring>
-#include <memory>
-
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
@@ -48,14 +44,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     bool vouched = (mode & 1) != 0, borrow = (mode & 2) != 0;
     if (vouched && (length < 556 || 556 + (uint64_t)TreeLength(data + 1) > length))
         return 0;
-    std::unique_ptr<uint8_t[]> block(new uint8_t[length == 0 ? 1 : length]);
-    std::memcpy(block.get(), data + 1, length);
-    HalvHeaderStruct *header = HalvBinHdrToHdr(block.get(), vouched ? 0 : (uint32_t)length, borrow ? 1 : 0);
-    if (header == nullptr)
-        return 0;
-    if (HalvHeaderStruct *copy = header->copy(header))
-        copy->free(copy);
-    RoundTrip(header);
-    header->free(header);
+    uint8_t *block = fuzz::Exact(data + 1, length);
+    if (HalvHeaderStruct *header = HalvBinHdrToHdr(block, vouched ? 0 : (uint32_t)length, borrow ? 1 : 0)) {
+        fuzz::CopyAndFree(header);
+        RoundTrip(header);
+        header->free(header);
+    }
+    std::free(block); // after the header, which may borrow its texts
     return 0;
 }

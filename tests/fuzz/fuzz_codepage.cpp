@@ -1,11 +1,10 @@
 // Fuzz target for code page conversion.
 //
-// Input: a selector byte, a size byte, then text.  The selector picks a code
-// page name from a list (copies, the ANSI and OEM pages, single-byte pages,
-// multi-byte pages, pages that hold all of Unicode, unknown names), or, for
-// its last values, takes the name from the text itself up to a '\n'.  The
-// text, up to its first NUL, sits in an allocation of exactly its size so
-// that reading past the NUL is caught.  What must hold:
+// Input: a selector byte, a size byte, then text, which up to its first NUL
+// sits in a block of exactly its size.  The selector picks a code page name
+// from a list (copies, the ANSI and OEM pages, single- and multi-byte pages,
+// pages that hold all of Unicode, unknown names) or, for its last value,
+// takes the name from the text up to a '\n'.  What must hold:
 //  - a copy name gives a copy and leaves *size alone; an unknown name gives
 //    null both ways;
 //  - towards a code page, invalid UTF-8 gives null and valid UTF-8 never
@@ -13,24 +12,21 @@
 //  - from a code page, any bytes give valid UTF-8 (or null, where a U+FFFE
 //    in them swaps the rest into a lone surrogate, as the UTF-16 step
 //    does), reading no further than the NUL whatever the size says;
-//  - a single-byte page makes one byte of each UTF-16 unit ('?' where it has
-//    no character), turns each byte into one character (U+FFFD where the
-//    byte has none), and gives the bytes back from what it made of them;
-//  - a page that holds all of Unicode gives the text back from what it made
-//    of it.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
-#include "dpk_hvsup.h"
+//  - a single-byte page makes one byte of each UTF-16 unit, one character
+//    of each byte, and gives the bytes back from what it made of them;
+//  - a page that holds all of Unicode gives the text back.
+#include "fuzz/support.h"
 
 namespace {
 
 [[noreturn]] void Fail(const char *what, const char *page) {
     std::fprintf(stderr, "property broken for code page %s: %s\n", page != nullptr ? page : "(null)", what);
     std::abort();
+}
+
+void FailIf(bool broken, const char *what, const char *page) {
+    if (broken)
+        Fail(what, page);
 }
 
 enum class Kind { Copy, Unknown, SingleByte, MultiByte, AllUnicode };
@@ -56,12 +52,6 @@ constexpr Page kPages[] = {
     {"", Kind::Unknown},          {"CP42", Kind::Unknown},      {"CP-1", Kind::Unknown},
 };
 constexpr size_t kPageCount = sizeof kPages / sizeof kPages[0];
-
-char *ExactCopy(const std::string &text) {
-    auto *copy = static_cast<char *>(std::malloc(text.size() + 1));
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
 
 /* UTF-16 units of valid UTF-8, or -1 for invalid text. */
 long Utf16Units(const char *text) {
@@ -93,15 +83,13 @@ void CheckTo(const char *text, const Page &page, const char *name) {
         if (converted == nullptr || std::strcmp(converted, text) != 0 || size != -12345)
             Fail("a copy name didn't copy", name);
     } else if (page.kind == Kind::Unknown) {
-        if (converted != nullptr)
-            Fail("an unknown name converted", name);
+        FailIf(converted != nullptr, "an unknown name converted", name);
     } else {
         const long units = Utf16Units(text);
         if ((units < 0) != (converted == nullptr))
             Fail("null towards a code page iff the UTF-8 is invalid", name);
         if (converted != nullptr) {
-            if (size < 0 || converted[size] != 0)
-                Fail("size isn't the length before a terminator", name);
+            FailIf(size < 0 || converted[size] != 0, "size isn't the length before a terminator", name);
             if (page.kind == Kind::SingleByte && size != units)
                 Fail("a single-byte page made other than one byte a unit", name);
             if (page.kind == Kind::AllUnicode && PlainUnicode(text)) {
@@ -123,8 +111,7 @@ void CheckFrom(const char *text, int32_t size, const Page &page, const char *nam
         if (converted == nullptr || std::string(text, taken) != converted)
             Fail("a copy name didn't copy", name);
     } else if (page.kind == Kind::Unknown) {
-        if (converted != nullptr)
-            Fail("an unknown name converted", name);
+        FailIf(converted != nullptr, "an unknown name converted", name);
     } else {
         /* The converter's UTF-16 goes through HalvUTF8ConvertFromUTF16, so a
          * U+FFFE in the source swaps the units behind it, and one that then
@@ -175,19 +162,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         else
             page.kind = Kind::MultiByte; /* whatever it names: at least not unknown for sure */
     }
-    char *exact = ExactCopy(text);
+    char *exact = fuzz::Exact(text);
     if (name == ownName.c_str() && page.kind == Kind::MultiByte) {
         /* A numbered name may or may not have a converter: only what holds
          * for every page is checked, and that it never crashes. */
         if (char *converted = HalvUTF8ConvertFrom(exact, givenSize, name)) {
-            if (Utf16Units(converted) < 0)
-                Fail("bytes from a code page didn't give valid UTF-8", name);
+            FailIf(Utf16Units(converted) < 0, "bytes from a code page didn't give valid UTF-8", name);
             halv_internal_free(converted);
         }
         int32_t outSize = 0;
         char *to = HalvUTF8ConvertTo(exact, name, &outSize);
-        if (to != nullptr && to[outSize] != 0)
-            Fail("size isn't the length before a terminator", name);
+        FailIf(to != nullptr && to[outSize] != 0, "size isn't the length before a terminator", name);
         halv_internal_free(to);
     } else {
         CheckTo(exact, page, name);

@@ -9,25 +9,16 @@
 //     is no field letter, or when its last literal text is a lone quote
 //     (a small model below, written as a scan of quote pairs);
 //   - the text of a date that was already normalised is the same again.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <ctime>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what, const std::string &pattern) {
-    std::fprintf(stderr, "property broken: %s (pattern of %zu bytes)\n", what, pattern.size());
-    std::abort();
-}
+using fuzz::Fail;
+using fuzz::FailIf;
 
-bool IsLetter(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
+bool IsLetter(unsigned char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 /* Whether the pattern language refuses this pattern. */
 bool Refused(const std::string &pattern) {
@@ -83,16 +74,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     HalvMakeDate(&date, utc ? 1 : 0, milliseconds);
     char *text = HalvFormatDate(&date, pattern.c_str());
     if (milliseconds / 1000 < 0) {
-        if (text != nullptr)
-            Fail("a date before the epoch was formatted", pattern);
+        FailIf(text != nullptr, "a date before the epoch was formatted");
         return 0;
     }
     if ((text == nullptr) != Refused(pattern))
-        Fail(text == nullptr ? "a valid pattern was refused" : "an invalid pattern was accepted", pattern);
+        Fail(text == nullptr ? "a valid pattern was refused" : "an invalid pattern was accepted");
     if (text != nullptr) {
         char *again = HalvFormatDate(&date, pattern.c_str());
-        if (again == nullptr || std::strcmp(text, again) != 0)
-            Fail("the same date gave another text", pattern);
+        FailIf(again == nullptr || std::strcmp(text, again) != 0, "the same date gave another text");
         halv_internal_free(again);
     }
     halv_internal_free(text);

@@ -10,23 +10,15 @@
 // keep their first number; synchronous its last answer; a label with no
 // value at the end fails the read.  The record must match field by field,
 // and a copy of it must match it in depth.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
-#include <string>
 #include <vector>
 
-#include "dpk_hvsup.h"
-#include "fuzz/line_tokens.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Fail;
+using fuzz::FailIf;
 
 using Words = std::optional<std::vector<std::string>>;
 
@@ -60,33 +52,25 @@ std::vector<std::string> Split(const std::string &text) {
 bool StartsWith(const std::string &text, const char *prefix) { return text.rfind(prefix, 0) == 0; }
 
 void Apply(Expected &e, const std::string &label, const std::string &value) {
-    auto first = [&](std::optional<std::string> &field) {
-        if (!field)
-            field = value;
-    };
-    auto collect = [&](Words &field) {
-        if (!field)
-            field.emplace();
-        field->push_back(value);
-    };
+    /* Labels that keep their first line, and labels that collect them all. */
+    static const std::pair<const char *, std::optional<std::string> Expected::*> kFirst[] = {
+        {"init", &Expected::init},
+        {"description", &Expected::description},
+        {"documentation", &Expected::documentation}};
+    static const std::pair<const char *, Words Expected::*> kEvery[] = {
+        {"arg", &Expected::args}, {"test", &Expected::tests}, {"format", &Expected::formats}};
     auto replace = [&](Words &field) {
         std::vector<std::string> words = Split(value);
         if (!words.empty())
             field = words;
     };
-    if (label == "init") {
-        first(e.init);
-    } else if (label == "description") {
-        first(e.description);
-    } else if (label == "documentation") {
-        first(e.documentation);
-    } else if (label == "arg") {
-        collect(e.args);
-    } else if (label == "test") {
-        collect(e.tests);
-    } else if (label == "format") {
-        collect(e.formats);
-    } else if (StartsWith(label, "cspace")) {
+    for (const auto &[name, field] : kFirst)
+        if (label == name && !(e.*field))
+            e.*field = value;
+    for (const auto &[name, field] : kEvery)
+        if (label == name)
+            (e.*field ? *(e.*field) : (e.*field).emplace()).push_back(value);
+    if (StartsWith(label, "cspace")) {
         if (StartsWith(value, "any"))
             e.cspaces.reset();
         else
@@ -139,8 +123,8 @@ void Apply(Expected &e, const std::string &label, const std::string &value) {
 
 Expected Model(const uint8_t *data, size_t size) {
     Expected e;
-    HalvIO *in = fuzz_lines::OpenBytes(data, size);
-    fuzz_lines::TokenText key(512), value(2048);
+    HalvIO *in = fuzz::OpenBytes(data, size);
+    fuzz::TokenText key(512), value(2048);
     for (bool reading = true; reading;) {
         switch (key.Next(in)) {
         case HALV_UCM_TOKEN_SECTION:
@@ -169,20 +153,16 @@ Expected Model(const uint8_t *data, size_t size) {
 }
 
 void Same(const std::optional<std::string> &expected, const char *text, const char *what) {
-    if (expected.has_value() != (text != nullptr) || (text != nullptr && *expected != text))
-        Fail(what);
+    FailIf(expected.has_value() != (text != nullptr) || (text != nullptr && *expected != text), what);
 }
 
 void Same(const Words &expected, char **array, const char *what) {
-    if (expected.has_value() != (array != nullptr))
-        Fail(what);
+    FailIf(expected.has_value() != (array != nullptr), what);
     if (array == nullptr)
         return;
     for (size_t i = 0; i < expected->size(); ++i)
-        if (array[i] == nullptr || (*expected)[i] != array[i])
-            Fail(what);
-    if (array[expected->size()] != nullptr)
-        Fail(what);
+        FailIf(array[i] == nullptr || (*expected)[i] != array[i], what);
+    FailIf(array[expected->size()] != nullptr, what);
 }
 
 void CheckRecord(const Expected &e, const HalvFuncDesc *d) {
@@ -195,14 +175,11 @@ void CheckRecord(const Expected &e, const HalvFuncDesc *d) {
     Same(e.formats, d->formats, "formats");
     Same(e.cspaces, d->cspaces, "cspaces");
     Same(e.categories, d->categories, "categories");
-    if (e.bits.has_value() != (d->bits != nullptr))
-        Fail("bits");
+    FailIf(e.bits.has_value() != (d->bits != nullptr), "bits");
     if (d->bits != nullptr) {
         for (size_t i = 0; i < e.bits->size(); ++i)
-            if (d->bits[i] != (*e.bits)[i])
-                Fail("bits");
-        if (d->bits[e.bits->size()] != -1)
-            Fail("bits end");
+            FailIf(d->bits[i] != (*e.bits)[i], "bits");
+        FailIf(d->bits[e.bits->size()] != -1, "bits end");
     }
     if (d->inputs != e.inputs || d->outputs != e.outputs || d->synchronous != e.synchronous ||
         d->interleave != e.interleave)
@@ -216,15 +193,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     const Expected expected = Model(data, size);
     HalvFuncDesc *desc = HalvAllocFuncDesc();
-    HalvIO *in = fuzz_lines::OpenBytes(data, size);
+    HalvIO *in = fuzz::OpenBytes(data, size);
     const int result = HalvReadFuncDesc(in, desc);
     in->close(in);
-    if (result != expected.result)
-        Fail("result");
+    FailIf(result != expected.result, "result");
     CheckRecord(expected, desc);
     HalvFuncDesc *copy = HalvCopyFuncDesc(desc);
-    if (copy == nullptr)
-        Fail("copy");
+    FailIf(copy == nullptr, "copy");
     CheckRecord(expected, copy);
     HalvFreeFuncDesc(copy);
     HalvFreeFuncDesc(desc);

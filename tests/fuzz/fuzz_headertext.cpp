@@ -15,21 +15,14 @@
 //    tree, that text reads again as a header of the same format, which
 //    writes the same text once more unless a label repeats.
 // Headers are copied and freed through their own slots on the way.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 #include "userdata/faithful.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Fail;
+using fuzz::FailIf;
+using fuzz::Position;
 
 /* Text with its control and non-ASCII bytes escaped, for a report. */
 std::string Shown(const std::string &text) {
@@ -41,16 +34,6 @@ std::string Shown(const std::string &text) {
     }
     return shown;
 }
-
-HalvIO *Open(const void *bytes, size_t size) {
-    HalvIO *io = HalvIO_Mem(0);
-    if (io == nullptr || (size != 0 && io->write(io, bytes, (uint32_t)size) != (int32_t)size) ||
-        io->seek(io, 0, 0) != 0)
-        Fail("memory stream");
-    return io;
-}
-
-size_t Position(HalvIO *io) { return (size_t)io->seek(io, 0, 1); }
 
 /* Where the end bytes leave a stream standing at `from`: through the first
  * form feed, then through the first line feed behind it. */
@@ -94,7 +77,7 @@ struct WrittenTree {
 WrittenTree CheckWrittenTree(HalvHeaderStruct *header, HVHdrManager &manager, const std::string &text) {
     HalvUserCMData *written = nullptr;
     HVHdrFromHeader(manager, header, &written);
-    HalvIO *in = Open(text.data(), text.size());
+    HalvIO *in = fuzz::OpenBytes(text.data(), text.size());
     HalvUserCMData *read = nullptr;
     HVHdrRead(in, &read);
     in->close(in);
@@ -108,25 +91,24 @@ WrittenTree CheckWrittenTree(HalvHeaderStruct *header, HVHdrManager &manager, co
 bool WriteHeader(HalvHeaderStruct *header, HVHdrManager &manager, std::string &text) {
     HalvIO *out = HalvIO_Mem(0);
     const int result = HVHdrWrite_Header(header, &manager, out);
-    text.assign(static_cast<char *>(HalvIOMemBuffer(out)), HalvIOMemLength(out));
+    text = fuzz::MemText(out);
     out->close(out);
     return result == 1;
 }
 
 void ReleaseHeader(HalvHeaderStruct *header) {
-    if (HalvHeaderStruct *copy = header->copy(header))
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     header->free(header);
 }
 
 void CheckTreeReads(const uint8_t *data, size_t size) {
-    HalvIO *plain = Open(data, size);
+    HalvIO *plain = fuzz::OpenBytes(data, size);
     HalvUserCMData *plainTree = nullptr;
     const int32_t plainResult = HalvReadUserCMData(plain, &plainTree, 1);
     const size_t stop = Position(plain);
     plain->close(plain);
 
-    HalvIO *in = Open(data, size);
+    HalvIO *in = fuzz::OpenBytes(data, size);
     HalvUserCMData *tree = nullptr;
     const int result = HVHdrRead(in, &tree);
     const size_t taken = Position(in);
@@ -136,13 +118,12 @@ void CheckTreeReads(const uint8_t *data, size_t size) {
     if (taken != (result == 1 ? BehindEndBytes(data, size, stop) : stop))
         Fail("HVHdrRead stopped elsewhere than behind the end bytes");
 
-    HalvIO *again = Open(data, size);
+    HalvIO *again = fuzz::OpenBytes(data, size);
     HalvUserCMData *kept = nullptr;
     void *bytes = reinterpret_cast<void *>(1);
     uint32_t count = 12345;
     const int keptResult = HVHdrNonDestructiveRead(again, &kept, &bytes, &count);
-    if (Position(again) != taken)
-        Fail("HVHdrNonDestructiveRead took other bytes than HVHdrRead");
+    FailIf(Position(again) != taken, "HVHdrNonDestructiveRead took other bytes than HVHdrRead");
     again->close(again);
     if (taken == 0) {
         if (keptResult != -1 || bytes != nullptr || count != 0)
@@ -158,14 +139,14 @@ void CheckTreeReads(const uint8_t *data, size_t size) {
 }
 
 void CheckHeaderReads(const uint8_t *data, size_t size) {
-    HalvIO *in = Open(data, size);
+    HalvIO *in = fuzz::OpenBytes(data, size);
     HVHdrManager manager{};
     HalvHeaderStruct *header = nullptr;
     const int result = HVHdrRead_Header(in, &manager, &header);
     const size_t taken = Position(in);
     in->close(in);
 
-    HalvIO *again = Open(data, size);
+    HalvIO *again = fuzz::OpenBytes(data, size);
     HVHdrManager keptManager{};
     HalvHeaderStruct *kept = nullptr;
     void *bytes = nullptr;
@@ -195,17 +176,15 @@ void CheckHeaderReads(const uint8_t *data, size_t size) {
         return;
 
     /* What the writer makes, the reader takes, and writes the same again. */
-    HalvIO *back = Open(text.data(), text.size());
+    HalvIO *back = fuzz::OpenBytes(text.data(), text.size());
     HVHdrManager backManager{};
     HalvHeaderStruct *reread = nullptr;
     if (HVHdrRead_Header(back, &backManager, &reread) != 1 || reread == nullptr) {
         std::fprintf(stderr, "written:\n%s\n", Shown(text).c_str());
         Fail("a written header doesn't read back");
     }
-    if (Position(back) != text.size())
-        Fail("a written header reads back short of its end bytes");
-    if (reread->managerType != managerType)
-        Fail("a written header reads back in another format");
+    FailIf(Position(back) != text.size(), "a written header reads back short of its end bytes");
+    FailIf(reread->managerType != managerType, "a written header reads back in another format");
     back->close(back);
     std::string second;
     if (!WriteHeader(reread, backManager, second) || (second != text && !tree.repeatsLabel)) {

@@ -23,23 +23,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <thread>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
-
-/* ---- The model -------------------------------------------------------- */
+using fuzz::Fail;
+using fuzz::FailIf;
 
 constexpr size_t kLineBuffer = 512;
 
@@ -53,17 +44,15 @@ class ModelReader {
 public:
     explicit ModelReader(const std::string &bytes) : bytes_(bytes) {}
 
-    enum class Line { Text, TooLong };
-
-    /* One line: CRs dropped, ended by LF or the close (closed set); too long
-     * when 512 bytes gather with no end.  The text as C code sees it: up to
-     * its first NUL. */
-    Line Read(std::string &text, size_t &length, bool &closed) {
+    /* One line: CRs dropped, ended by LF or the close (closed set); false,
+     * too long, when 512 bytes gather with no end.  The text as C code sees
+     * it: up to its first NUL. */
+    bool Read(std::string &text, size_t &length, bool &closed) {
         std::string line;
         closed = false;
         for (;;) {
             if (line.size() == kLineBuffer)
-                return Line::TooLong;
+                return false;
             if (at_ == bytes_.size()) {
                 closed = true;
                 break;
@@ -76,7 +65,7 @@ public:
         }
         length = line.size();
         text = line.substr(0, line.find('\0'));
-        return Line::Text;
+        return true;
     }
 
     std::string Take(size_t n) {
@@ -93,42 +82,12 @@ private:
 
 bool IsBlank(char c) { return c == ' ' || (c >= 9 && c <= 13); }
 
-int Digit(char c, int base) {
-    int v = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : 99;
-    return v < base ? v : -1;
-}
-
-/* scanf's %d or %x: blanks, a sign, digits (for %x after an optional 0x);
- * the magnitude saturates at 2^63 - 1. */
+/* scanf's %d or %x: blanks, a sign, digits (for %x after an optional 0x),
+ * as the C library reads them; a magnitude past 2^63 - 1 saturates. */
 bool ScanNumber(const char *p, int base, int64_t &value) {
-    while (IsBlank(*p))
-        ++p;
-    const bool negative = *p == '-';
-    if (*p == '-' || *p == '+')
-        ++p;
-    if (base == 16 && p[0] == '0' && (p[1] == 'x' || p[1] == 'X') && Digit(p[2], 16) >= 0)
-        p += 2;
-    if (Digit(*p, base) < 0)
-        return false;
-    unsigned __int128 magnitude = 0;
-    for (; Digit(*p, base) >= 0; ++p) {
-        magnitude = magnitude * base + Digit(*p, base);
-        if (magnitude > INT64_MAX)
-            magnitude = (unsigned __int128)INT64_MAX + 1; /* stays above, and stops growing */
-    }
-    const int64_t m = magnitude > INT64_MAX ? INT64_MAX : (int64_t)magnitude;
-    value = negative ? -m : m;
-    return true;
-}
-
-bool StartsNoCase(const std::string &text, const char *prefix) {
-    const size_t n = std::strlen(prefix);
-    if (text.size() < n)
-        return false;
-    for (size_t i = 0; i < n; ++i)
-        if (HalvAsciiToLower((unsigned char)text[i]) != HalvAsciiToLower((unsigned char)prefix[i]))
-            return false;
-    return true;
+    char *end = nullptr;
+    value = std::strtoll(p, &end, base);
+    return end != p;
 }
 
 Expected Model(const std::string &response) {
@@ -136,7 +95,7 @@ Expected Model(const std::string &response) {
     std::string text;
     size_t length;
     bool closed;
-    if (in.Read(text, length, closed) == ModelReader::Line::TooLong)
+    if (!in.Read(text, length, closed))
         return {false, "", 0};
     size_t word = 0;
     while (word < text.size() && IsBlank(text[word]))
@@ -150,19 +109,19 @@ Expected Model(const std::string &response) {
     bool chunked = false, lengthKnown = false;
     int64_t remaining = 0;
     while (!closed) {
-        if (in.Read(text, length, closed) == ModelReader::Line::TooLong)
+        if (!in.Read(text, length, closed))
             return {false, "", 0};
         if (length == 0)
             break;
-        if (StartsNoCase(text, "Content-Length:")) {
+        if (fuzz::StartsNoCase(text, "Content-Length:")) {
             if (!ScanNumber(text.c_str() + 15, 10, remaining) || remaining < 0 || remaining > INT32_MAX)
                 return {false, "", 0};
             lengthKnown = true;
-        } else if (StartsNoCase(text, "Transfer-Encoding:")) {
+        } else if (fuzz::StartsNoCase(text, "Transfer-Encoding:")) {
             size_t v = 18;
             while (v < text.size() && IsBlank(text[v]))
                 ++v;
-            if (StartsNoCase(text.substr(v), "chunked"))
+            if (fuzz::StartsNoCase(text.substr(v), "chunked"))
                 chunked = true;
         }
     }
@@ -176,7 +135,7 @@ Expected Model(const std::string &response) {
         /* A chunk size line; empty lines are passed over. */
         int64_t size = 0;
         for (;;) {
-            if (in.Read(text, length, closed) == ModelReader::Line::TooLong || closed)
+            if (!in.Read(text, length, closed) || closed)
                 return e;
             if (length != 0)
                 break;
@@ -193,8 +152,6 @@ Expected Model(const std::string &response) {
             return e;
     }
 }
-
-/* ---- The peer --------------------------------------------------------- */
 
 int Listener(uint16_t &port) {
     static int fd = -1;
@@ -248,8 +205,6 @@ void Serve(int listener, const std::string &response) {
     close(fd);
 }
 
-/* ---- The client ------------------------------------------------------- */
-
 constexpr uint32_t kPieces[] = {1, 2, 3, 7, 16, 64, 511, 4096};
 
 /* One read, waiting out would-block in non-blocking mode. */
@@ -258,8 +213,7 @@ int32_t ReadOnce(HalvIO *io, char *buffer, uint32_t count) {
         const int32_t got = io->read(io, buffer, count);
         if (got != -2)
             return got;
-        if (HalvIOSelect(&io, 1, nullptr, 0, 10000) != 1)
-            Fail("a non-blocking stream stayed unreadable");
+        FailIf(HalvIOSelect(&io, 1, nullptr, 0, 10000) != 1, "a non-blocking stream stayed unreadable");
     }
     Fail("a non-blocking stream kept answering -2");
 }
@@ -291,19 +245,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             got = ReadOnce(io, buffer, kPieces[piece % 8]);
             if (got <= 0)
                 break;
-            if ((uint32_t)got > kPieces[piece % 8])
-                Fail("a read gave more than it was asked for");
+            FailIf((uint32_t)got > kPieces[piece % 8], "a read gave more than it was asked for");
             body.append(buffer, (size_t)got);
-            if (body.size() > response.size())
-                Fail("the body grew past the response");
+            FailIf(body.size() > response.size(), "the body grew past the response");
         }
-        if (body != expected.body)
-            Fail("the body differs from what the rules give");
-        if (got != expected.end)
-            Fail("the body ended otherwise than the rules say");
+        FailIf(body != expected.body, "the body differs from what the rules give");
+        FailIf(got != expected.end, "the body ended otherwise than the rules say");
         for (int again = 0; again < 2; ++again)
-            if (ReadOnce(io, buffer, sizeof buffer) != got)
-                Fail("a read behind the end gave something else");
+            FailIf(ReadOnce(io, buffer, sizeof buffer) != got, "a read behind the end gave something else");
         io->close(io);
     }
     peer.join();

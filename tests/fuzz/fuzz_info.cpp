@@ -2,18 +2,14 @@
 // manager whatever its format key says, the field list of its Info
 // section, and every chunk behind it, each entry taken apart by field.
 //
-// Each input is read from a library memory stream.  The header is copied
-// and released through its own slots; its field list is parsed, written
-// into a copy of the header and parsed again (the two must agree), and
-// worked on with find, add and remove.  Each chunk's entries are read and
-// written back value by value wherever the list places a value inside the
-// entry and the chunk, and each chunk goes out again behind the header
-// written to a second memory stream, which is read once more.  Any crash,
-// leak, sanitizer report or disagreement is a fault.
-#include <cstdint>
-#include <cstring>
-
-#include "dpk_hvsup.h"
+// The header is copied and released through its own slots; its field list
+// is parsed, written into a copy of the header and parsed again (the two
+// must agree), and worked on with find, add and remove.  Each chunk's
+// entries are read and written back value by value wherever the list
+// places a value inside the entry and the chunk, and each chunk goes out
+// again behind the header written to a memory stream, which is read once
+// more.  Any crash, leak, sanitizer report or disagreement is a fault.
+#include "fuzz/support.h"
 
 namespace {
 
@@ -43,9 +39,8 @@ void CheckHeaderKeys(HalvHeaderStruct *header, HalvInfoField **fields) {
     if (copy == nullptr)
         return;
     HalvInfoField **again = nullptr;
-    if (HalvWriteInfoFieldsToHdr(copy, fields) == 1 && HalvParseInfoFieldsFromHdr(copy, &again) == 1 &&
-        !SameList(fields, again))
-        __builtin_trap();
+    fuzz::Require(HalvWriteInfoFieldsToHdr(copy, fields) != 1 ||
+                  HalvParseInfoFieldsFromHdr(copy, &again) != 1 || SameList(fields, again));
     HalvFreeSmartArray(again);
     copy->free(copy);
 }
@@ -56,14 +51,11 @@ void WorkOnList(HalvInfoField **fields) {
     uint32_t n = HalvGetArraySize(fields);
     for (uint32_t i = 0; i < n && i < 64; ++i) {
         int32_t at = HalvAddInfoField(&list, fields[i]->name, fields[i]->type, fields[i]->count);
-        if (at != -1 && (uint32_t)at != i)
-            __builtin_trap();
-        if (HalvFindInfoField(list, fields[i]->name) > (int32_t)i)
-            __builtin_trap();
+        fuzz::Require(at == -1 || (uint32_t)at == i);
+        fuzz::Require(HalvFindInfoField(list, fields[i]->name) <= (int32_t)i);
     }
     int32_t total = HalvGetInfoFieldsTotal(list);
-    if (n > 0 && HalvRemoveInfoField(list, 0) == 1 && HalvGetInfoFieldsTotal(list) > total)
-        __builtin_trap();
+    fuzz::Require(n == 0 || HalvRemoveInfoField(list, 0) != 1 || HalvGetInfoFieldsTotal(list) <= total);
     HalvFreeSmartArray(list);
 }
 
@@ -85,20 +77,20 @@ void VisitValues(HalvInfoField **fields, uint32_t entryBytes, HalvChunk *chunk) 
                 continue;
             if (f->type == 'c') {
                 char *text = nullptr;
-                if (HalvGetInfoFieldStr(f, entry, &text) == 1 && HalvSetInfoFieldStr(f, entry, text) != 1)
-                    __builtin_trap();
+                fuzz::Require(HalvGetInfoFieldStr(f, entry, &text) != 1 ||
+                              HalvSetInfoFieldStr(f, entry, text) == 1);
                 halv_internal_free(text);
                 continue;
             }
             for (int32_t k = 0; k < f->count && visited < kMaxValues; ++k, ++visited) {
                 if (f->type == 'i') {
                     int32_t v;
-                    if (HalvGetInfoFieldInt(f, entry, k, &v) != 1 || HalvSetInfoFieldInt(f, entry, k, v) != 1)
-                        __builtin_trap();
+                    fuzz::Require(HalvGetInfoFieldInt(f, entry, k, &v) == 1 &&
+                                  HalvSetInfoFieldInt(f, entry, k, v) == 1);
                 } else {
                     double v;
-                    if (HalvGetInfoFieldDouble(f, entry, k, &v) != 1 || HalvSetInfoFieldDouble(f, entry, k, v) != 1)
-                        __builtin_trap();
+                    fuzz::Require(HalvGetInfoFieldDouble(f, entry, k, &v) == 1 &&
+                                  HalvSetInfoFieldDouble(f, entry, k, v) == 1);
                 }
             }
         }
@@ -110,8 +102,7 @@ void VisitValues(HalvInfoField **fields, uint32_t entryBytes, HalvChunk *chunk) 
 /* Reads one table from in; when out isn't null, writes it there. */
 void Pass(HalvIO *in, HalvIO *out) {
     HVHdrManager manager{};
-    if (HVHdrGetManager_Str("info", "1.0", &manager) != 1)
-        __builtin_trap();
+    fuzz::Require(HVHdrGetManager_Str("info", "1.0", &manager) == 1);
     HalvUserCMData *tree = nullptr;
     int read = HVHdrRead(in, &tree);
     HalvHeaderStruct *header = nullptr;
@@ -119,8 +110,7 @@ void Pass(HalvIO *in, HalvIO *out) {
     HVHdrFree(tree);
     if (made != 1 || header == nullptr)
         return;
-    if (HalvHeaderStruct *copy = header->copy(header))
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     HalvInfoField **fields = nullptr;
     if (HalvParseInfoFieldsFromHdr(header, &fields) == 1) {
         CheckHeaderKeys(header, fields);
@@ -150,21 +140,9 @@ void Pass(HalvIO *in, HalvIO *out) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0 || size > (1u << 20))
         return 0;
-    // A string stream needs a writable buffer of its own.
-    auto *bytes = static_cast<uint8_t *>(halv_internal_malloc(size));
-    std::memcpy(bytes, data, size);
-    HalvIO *in = HalvIO_Str(bytes, (uint32_t)size);
     HalvIO *out = HalvIO_Mem(0);
-    Pass(in, out);
-    in->close(in);
-    halv_internal_free(bytes);
-
-    uint32_t written = HalvIOMemLength(out);
-    if (written != 0) {
-        HalvIO *again = HalvIO_Str(HalvIOMemBuffer(out), written);
-        Pass(again, nullptr);
-        again->close(again);
-    }
+    fuzz::OverCopy(data, size, [&](HalvIO *in) { Pass(in, out); });
+    fuzz::ReadBack(out, [](HalvIO *again) { Pass(again, nullptr); });
     out->close(out);
     return 0;
 }

@@ -1,48 +1,25 @@
 // Fuzz target for pixel streams: the header text and the pixels behind it.
 //
-// Each input is read from a library memory stream (which can seek, so the
-// loader reads blocks and gives back what it didn't use) and, a second
-// time, from a stream without a seek slot (read a byte at a time): both
-// must load the same pixels.  A header that asks for standard input has
-// that stream taken away first.  Every chunk goes out again as text behind
-// a header written for it, and that text read back must give the same
-// samples for 8 and 16 bits.  Any crash, leak, sanitizer report or broken
-// promise is a fault.
-#include <cstdint>
-#include <cstring>
+// The input is read from a string stream (which can seek, so the loader
+// reads blocks and gives back what it didn't use) and, a second time, from
+// a stream without a seek slot (read call by call): both must load the same
+// pixels.  A header that asks for standard input has that stream taken away
+// first.  Every chunk goes out again as text behind a header written for
+// it, and that text read back must give the same samples for 8 and 16
+// bits.  Any crash, leak, sanitizer report or broken promise is a fault.
 #include <string>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
+
+using fuzz::Require;
 
 constexpr int kMaxLoads = 64;
 /* Above this a load is not tried: a header that claims huge pixels makes
  * the loader refuse its buffer, which the tests cover, and runs stay
  * short. */
 constexpr uint64_t kMaxLoadBytes = 1u << 20;
-
-void Require(bool promise) {
-    if (!promise)
-        __builtin_trap();
-}
-
-uint32_t PixelsToAsk(const uint8_t *data, size_t size) { return size % 3 == 0 ? 0 : data[size - 1] % 17; }
-
-/* A stream over bytes without seek: the loader must read it singly. */
-struct Unseekable {
-    HalvIO io;
-    const uint8_t *bytes;
-    size_t size, at;
-};
-
-int32_t ReadUnseekable(HalvIO *io, void *buffer, uint32_t count) {
-    auto *u = reinterpret_cast<Unseekable *>(io);
-    size_t take = count < u->size - u->at ? count : u->size - u->at;
-    std::memcpy(buffer, u->bytes + u->at, take);
-    u->at += take;
-    return (int32_t)take;
-}
 
 /* What one pass loaded: the results and samples of every load. */
 struct Loaded {
@@ -77,9 +54,7 @@ Loaded Pass(HalvIO *in, HalvIO *out, uint32_t pixels) {
     loaded.bits = header->bitsPerSample[0];
     loaded.values = p->valuesPerPixel;
     loaded.header = true;
-    HalvHeaderStruct *copy = header->copy(header);
-    if (copy != nullptr)
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     if (out != nullptr) {
         HVHdrWrite_Header(header, &manager, out);
         loaded.writtenHeader = HalvIOMemLength(out);
@@ -112,36 +87,25 @@ Loaded Pass(HalvIO *in, HalvIO *out, uint32_t pixels) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0 || size > (1u << 20))
         return 0;
-    // A string stream needs a writable buffer of its own.
-    auto *bytes = static_cast<uint8_t *>(halv_internal_malloc(size));
-    std::memcpy(bytes, data, size);
-    HalvIO *in = HalvIO_Str(bytes, (uint32_t)size);
     HalvIO *out = HalvIO_Mem(0);
-    uint32_t pixels = PixelsToAsk(data, size);
-    Loaded first = Pass(in, out, pixels);
-    in->close(in);
-    halv_internal_free(bytes);
-
-    Unseekable single{};
-    single.io.read = ReadUnseekable;
-    single.bytes = data;
-    single.size = size;
+    const uint32_t pixels = fuzz::CountToAsk(data, size, 17);
+    Loaded first;
+    fuzz::OverCopy(data, size, [&](HalvIO *in) { first = Pass(in, out, pixels); });
+    fuzz::ByteStream single = fuzz::OpenByteStream(data, size);
     Loaded second = Pass(&single.io, nullptr, pixels);
     Require(first.trace == second.trace && first.samples == second.samples);
 
     // Integers come back exactly from the text they were written as.
-    uint32_t length = HalvIOMemLength(out);
-    if (length != 0 && (first.bits == 8 || first.bits == 16) && first.trace.find('-') == std::string::npos) {
-        HalvIO *again = HalvIO_Str(HalvIOMemBuffer(out), length);
-        Loaded reread = Pass(again, nullptr, pixels);
-        // Only where the header text read back as it was written: a tree
-        // whose names hold line ends or brackets writes text that reads as
-        // another tree, which is the tree writer's matter, not this format's.
-        if (reread.header && reread.headerEnd == first.writtenHeader && reread.bits == first.bits &&
-            reread.values == first.values)
-            Require(reread.samples == first.samples);
-        again->close(again);
-    }
+    if ((first.bits == 8 || first.bits == 16) && first.trace.find('-') == std::string::npos)
+        fuzz::ReadBack(out, [&](HalvIO *again) {
+            Loaded reread = Pass(again, nullptr, pixels);
+            // Only where the header text read back as it was written: a tree
+            // whose names hold line ends or brackets writes text that reads as
+            // another tree, which is the tree writer's matter, not this format's.
+            if (reread.header && reread.headerEnd == first.writtenHeader && reread.bits == first.bits &&
+                reread.values == first.values)
+                Require(reread.samples == first.samples);
+        });
     out->close(out);
     return 0;
 }

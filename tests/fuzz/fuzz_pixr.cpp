@@ -1,28 +1,22 @@
 // Fuzz target for pixr images: the header text and the stored chunks
 // behind it.
 //
-// Each input is read from a library memory stream.  A pixr header is
-// checked against what reading promises, copied and released through its
-// own slots, and its chunks are loaded until one ends the data, a load
-// fails, or a bound of loads is reached.  Every chunk goes out again
-// behind a header written for it, once as pixr and once through image-ext,
-// which shares pixr's emitChunk; the pixr copy read back must give the
-// same chunks.  Any crash, leak, sanitizer report or broken promise is a
-// fault.
-#include <cstdint>
-#include <cstring>
+// A pixr header is checked against what reading promises, copied and
+// released through its own slots, and its chunks are loaded until one ends
+// the data, a load fails, or a bound of loads is reached.  Every chunk goes
+// out again behind a header written for it, once as pixr and once through
+// image-ext, which shares pixr's emitChunk; the pixr copy read back must
+// give the same chunks.  Any crash, leak, sanitizer report or broken
+// promise is a fault.
 #include <string>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-constexpr int kMaxLoads = 256;
+using fuzz::Require;
 
-void Require(bool promise) {
-    if (!promise)
-        __builtin_trap();
-}
+constexpr int kMaxLoads = 256;
 
 /* Every chunk loaded, record and payload, one after the other. */
 struct Loaded {
@@ -52,9 +46,7 @@ Loaded Pass(HalvIO *in, HalvIO *out, HalvIO *ext) {
     Require(header->endian == -1 || header->endian == HalvIdentifyEndian());
     HVHdrManager extManager{};
     Require(HVHdrGetManager_Str("image-ext", "1.0", &extManager) == 1 && extManager.emitChunk == manager.emitChunk);
-    HalvHeaderStruct *copy = header->copy(header);
-    if (copy != nullptr)
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     HalvHeaderStruct *asExt = nullptr;
     if (out != nullptr) {
         HVHdrWrite_Header(header, &manager, out);
@@ -104,25 +96,18 @@ Loaded Pass(HalvIO *in, HalvIO *out, HalvIO *ext) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0 || size > (1u << 20))
         return 0;
-    // A string stream needs a writable buffer of its own.
-    auto *bytes = static_cast<uint8_t *>(halv_internal_malloc(size));
-    std::memcpy(bytes, data, size);
-    HalvIO *in = HalvIO_Str(bytes, (uint32_t)size);
     HalvIO *out = HalvIO_Mem(0), *ext = HalvIO_Mem(0);
-    Loaded first = Pass(in, out, ext);
-    in->close(in);
-    halv_internal_free(bytes);
-    uint32_t length = HalvIOMemLength(out);
-    if (first.header && length != 0) {
-        HalvIO *again = HalvIO_Str(HalvIOMemBuffer(out), length);
-        Loaded reread = Pass(again, nullptr, nullptr);
-        // Only where the header text read back as it was written: a tree
-        // whose names hold line ends or brackets writes text that reads as
-        // another tree, which is the tree writer's matter, not this format's.
-        if (reread.header && reread.headerEnd == first.writtenHeader)
-            Require(reread.chunks == first.chunks && !reread.failed);
-        again->close(again);
-    }
+    Loaded first;
+    fuzz::OverCopy(data, size, [&](HalvIO *in) { first = Pass(in, out, ext); });
+    if (first.header)
+        fuzz::ReadBack(out, [&](HalvIO *again) {
+            Loaded reread = Pass(again, nullptr, nullptr);
+            // Only where the header text read back as it was written: a tree
+            // whose names hold line ends or brackets writes text that reads as
+            // another tree, which is the tree writer's matter, not this format's.
+            if (reread.header && reread.headerEnd == first.writtenHeader)
+                Require(reread.chunks == first.chunks && !reread.failed);
+        });
     out->close(out);
     ext->close(ext);
     return 0;

@@ -4,35 +4,24 @@
 // a NUL, then the bytes the argument values are made of.
 //
 // The arguments a format takes are worked out here from the rules of the
-// directives, independently of the engine: which directives there are, what
-// each '*' takes, the type and size each conversion reads, and where the
-// format is malformed or needs more than 64 arguments.  The engine is then
-// given exactly that many pointers, in an allocation of exactly that size,
-// and every value in an allocation of exactly the size its directive reads
-// (%n: stores), so reading past the pool or past a value, or storing past a
-// count, is caught.  %p entries are arbitrary addresses that must never be
-// followed.
-//
-// What must hold besides: a format the rules call malformed or too long
-// gives -2 or -3 and writes nothing; the four sinks give the same count and
-// the same text (the bounded sink its head, terminated), a stream and a null
-// stream included; and a locale record whose decimal point is "." prints
-// what the fixed record prints.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
+// directives, independently of the engine, and handed over as exactly that
+// many pointers in a block of exactly that size, each value in a block of
+// exactly the size its directive reads or (%n) stores: reading past the
+// pool or a value, or storing past a count, is caught.  %p entries are
+// arbitrary addresses that must never be followed.  Besides: a format the
+// rules call malformed or too long gives -2 or -3 and writes nothing; the
+// four sinks (the bounded one its head, terminated; a stream and a null
+// stream) give the same count and text; and a locale record whose decimal
+// point is "." prints what the fixed record prints.
+#include <algorithm>
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Fail;
+using fuzz::FailIf;
 
 enum class Kind { Star, Value, String, Pointer, Count };
 
@@ -43,130 +32,42 @@ struct Argument {
     size_t bytes;
 };
 
-constexpr int32_t kMalformed = -2;
-constexpr int32_t kTooMany = -3;
 constexpr size_t kMaxArgs = 64;
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
-/* The size qualifiers of one directive. */
-struct Sizes {
-    int h = 0, l = 0;
-    bool longDouble = false, z = false, t = false, j = false;
-    int varsize = 0; /* bytes of an I size, 0 for none */
-
-    bool Any() const { return h || l || longDouble || z || t || j || varsize; }
-    /* Bytes of an integer read or a count stored: an I size decides; else
-     * ll, j, the platform's long, size_t and ptrdiff_t are 8; h and hh 2. */
-    size_t IntegerBytes() const {
-        if (varsize != 0)
-            return varsize == 8 ? 8 : 4;
-        if (l || z || t || j)
-            return 8;
-        return h ? 2 : 4;
-    }
-    size_t FloatingBytes() const { return longDouble ? sizeof(long double) : h ? sizeof(float) : sizeof(double); }
-};
 
 /* The arguments of a format in print mode, or kMalformed / kTooMany. */
 int32_t ArgumentsOf(const char *p, std::vector<Argument> &args) {
-    auto takeStar = [&]() {
+    auto takeStar = [&](bool) {
         if (args.size() >= kMaxArgs)
             return false;
         args.push_back({Kind::Star, sizeof(int)});
         return true;
     };
-    while (*p != '\0') {
-        if (*p != '%') {
-            ++p;
-            continue;
-        }
-        if (p[1] == '%') {
-            p += 2;
-            continue;
-        }
+    while (fuzz::NextDirective(p)) {
         if (args.size() >= kMaxArgs)
-            return kTooMany;
-        ++p;
-        bool left = false;
-        int dots = 0;
-        Sizes sizes;
-        for (;;) {
-            const char c = *p;
-            if (c == ' ' || c == '+' || c == '#') {
-                ++p;
-            } else if (c == '-') {
-                left = true;
-                ++p;
-            } else if (c == '0' && !left) {
-                ++p;
-            } else if (IsDigit(c)) {
-                while (IsDigit(*p))
-                    ++p;
-            } else if (c == '*') {
-                ++p;
-                if (!takeStar())
-                    return kTooMany;
-            } else if (c == '.') {
-                ++p;
-                if (++dots > 2)
-                    return kMalformed;
-                if (*p == '*') {
-                    ++p;
-                    if (!takeStar())
-                        return kTooMany;
-                } else if (dots == 2 && IsDigit(*p)) {
-                    long base = 0;
-                    while (IsDigit(*p))
-                        base = base > 1000 ? base : base * 10 + (*p++ - '0');
-                    if (base < 2 || base > 36)
-                        return kMalformed;
-                } else {
-                    while (IsDigit(*p))
-                        ++p;
-                }
-            } else if (c == 'h' || c == 'l') {
-                ++p;
-                if (++(c == 'h' ? sizes.h : sizes.l) > 2)
-                    return kMalformed;
-            } else if (c == 'L' || c == 'z' || c == 't' || c == 'j') {
-                ++p;
-                (c == 'L' ? sizes.longDouble : c == 'z' ? sizes.z : c == 't' ? sizes.t : sizes.j) = true;
-            } else if (c == 'I') {
-                ++p;
-                if (sizes.Any())
-                    return kMalformed;
-                const char *digits = p;
-                while (IsDigit(*p))
-                    ++p;
-                const std::string n(digits, p);
-                sizes.varsize = n == "8" ? 1 : n == "16" ? 2 : n == "32" ? 4 : n == "64" ? 8 : 0;
-                if (sizes.varsize == 0)
-                    return kMalformed;
-            } else {
-                /* The conversion. */
-                Argument a;
-                if (c != '\0' && std::strchr("diuoxX", c) != nullptr)
-                    a = {Kind::Value, sizes.IntegerBytes()};
-                else if (c != '\0' && std::strchr("fFeEgGaA", c) != nullptr)
-                    a = {Kind::Value, sizes.FloatingBytes()};
-                else if (c == 'c')
-                    a = {Kind::Value, 1};
-                else if (c == 's')
-                    a = {Kind::String, 0};
-                else if (c == 'p')
-                    a = {Kind::Pointer, 0};
-                else if (c == 'n')
-                    a = {Kind::Count, sizes.IntegerBytes()};
-                else
-                    return kMalformed;
-                if (args.size() >= kMaxArgs)
-                    return kTooMany;
-                args.push_back(a);
-                ++p;
-                break;
-            }
-        }
+            return fuzz::kTooMany;
+        fuzz::Directive d;
+        if (const int32_t refused = fuzz::ReadDirective(p, d, takeStar))
+            return refused;
+        const char c = *p++;
+        const size_t floating = d.longDouble ? sizeof(long double) : d.h ? sizeof(float) : sizeof(double);
+        Argument a;
+        if (c != '\0' && std::strchr("diuoxX", c) != nullptr)
+            a = {Kind::Value, d.IntegerBytes()};
+        else if (c != '\0' && std::strchr("fFeEgGaA", c) != nullptr)
+            a = {Kind::Value, floating};
+        else if (c == 'c')
+            a = {Kind::Value, 1};
+        else if (c == 's')
+            a = {Kind::String, 0};
+        else if (c == 'p')
+            a = {Kind::Pointer, 0};
+        else if (c == 'n')
+            a = {Kind::Count, d.IntegerBytes()};
+        else
+            return fuzz::kMalformed;
+        if (args.size() >= kMaxArgs)
+            return fuzz::kTooMany;
+        args.push_back(a);
     }
     return (int32_t)args.size();
 }
@@ -252,25 +153,6 @@ struct Pool {
     }
 };
 
-/* No digit run of the format stands for more than this, so that a width or
- * precision can't make a run print gigabytes. */
-bool NumbersAreSmall(const char *format) {
-    long value = 0;
-    for (const char *p = format;; ++p) {
-        if (IsDigit(*p)) {
-            value = value * 10 + (*p - '0');
-            if (value > 4096)
-                return false;
-        } else {
-            value = 0;
-            if (*p == '\0')
-                return true;
-        }
-    }
-}
-
-std::string StreamText(HalvIO *io) { return std::string(static_cast<char *>(HalvIOMemBuffer(io)), HalvIOMemLength(io)); }
-
 /* Prints through the four sinks and checks that they agree; gives the text
  * and the count. */
 int32_t PrintAll(const HalvLocale *locale, const char *format, void **pool, uint32_t boundedSize,
@@ -287,8 +169,7 @@ int32_t PrintAll(const HalvLocale *locale, const char *format, void **pool, uint
     }
     if (made != nullptr) {
         text.assign(made, (size_t)result);
-        if (made[result] != '\0')
-            Fail("the new string isn't terminated");
+        FailIf(made[result] != '\0', "the new string isn't terminated");
         halv_internal_free(made);
     }
 
@@ -313,11 +194,10 @@ int32_t PrintAll(const HalvLocale *locale, const char *format, void **pool, uint
     std::free(buffer);
 
     HalvIO *io = HalvIO_Mem(0);
-    if (HalvIOLPrintfl(locale, io, format, pool) != result || StreamText(io) != text)
+    if (HalvIOLPrintfl(locale, io, format, pool) != result || fuzz::MemText(io) != text)
         Fail("the stream sink differs");
     io->close(io);
-    if (HalvIOLPrintfl(locale, nullptr, format, pool) != result)
-        Fail("a null stream counted otherwise");
+    FailIf(HalvIOLPrintfl(locale, nullptr, format, pool) != result, "a null stream counted otherwise");
     return result;
 }
 
@@ -333,16 +213,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (formatLength == size - 2)
         return 0; /* the format needs its NUL */
     const std::string formatText(format, formatLength);
-    if (!NumbersAreSmall(formatText.c_str()))
+    if (!fuzz::NumbersAreSmall(formatText.c_str()))
         return 0;
     const size_t valuesAt = 2 + formatLength + 1;
     ValueBytes values(data + valuesAt, size - valuesAt);
 
     std::vector<Argument> args;
     const int32_t expected = ArgumentsOf(formatText.c_str(), args);
-    /* The format in an allocation of its own size. */
-    char *exactFormat = static_cast<char *>(std::malloc(formatLength + 1));
-    std::memcpy(exactFormat, formatText.c_str(), formatLength + 1);
+    char *exactFormat = fuzz::Exact(formatText);
     Pool pool(args, values);
 
     std::string text;

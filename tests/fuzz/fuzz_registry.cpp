@@ -14,23 +14,15 @@
 // afterwards must all match.
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <map>
-#include <string>
 #include <vector>
 
-#include "dpk_hvsup.h"
-#include "fuzz/line_tokens.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Fail;
+using fuzz::FailIf;
 
 struct Bundle {
     std::string name;
@@ -46,16 +38,16 @@ struct Expected {
 Expected Model(const uint8_t *data, size_t size) {
     enum class Section { None, Libraries, Variables };
     Expected e;
-    HalvIO *in = fuzz_lines::OpenBytes(data, size);
-    fuzz_lines::TokenText key(512), value(2048);
+    HalvIO *in = fuzz::OpenBytes(data, size);
+    fuzz::TokenText key(512), value(2048);
     Section section = Section::None;
     bool seen = false;
     for (bool reading = true; reading;) {
         switch (key.Next(in)) {
         case HALV_UCM_TOKEN_SECTION:
             seen = true;
-            section = fuzz_lines::SameNoCase(key.Text(), "libraries")   ? Section::Libraries
-                      : fuzz_lines::SameNoCase(key.Text(), "variables") ? Section::Variables
+            section = fuzz::SameNoCase(key.Text(), "libraries")   ? Section::Libraries
+                      : fuzz::SameNoCase(key.Text(), "variables") ? Section::Variables
                                                                         : Section::None;
             break;
         case HALV_UCM_TOKEN_LABEL: {
@@ -70,8 +62,8 @@ Expected Model(const uint8_t *data, size_t size) {
                 e.variables[label] = value.Text();
             if (section != Section::Libraries)
                 break;
-            const bool required = fuzz_lines::SameNoCase(label, "required");
-            if (required || fuzz_lines::SameNoCase(label, "optional"))
+            const bool required = fuzz::SameNoCase(label, "required");
+            if (required || fuzz::SameNoCase(label, "optional"))
                 e.bundles.push_back({value.Text(), !required});
             if (required) {
                 e.init = 0;
@@ -102,8 +94,7 @@ void RemoveRegistryFile() {
  * which goes when the process ends. */
 const char *RegistryFile() {
     if (registryFile[0] == '\0') {
-        if (mkdtemp(registryDirectory) == nullptr)
-            Fail("no directory for the registry file");
+        FailIf(mkdtemp(registryDirectory) == nullptr, "no directory for the registry file");
         std::snprintf(registryFile, sizeof registryFile, "%s/hvregistry.dot", registryDirectory);
         setenv("HV_DATA_PATH", registryDirectory, 1);
         std::atexit(RemoveRegistryFile);
@@ -121,8 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (file == nullptr || std::fwrite(data, 1, size, file) != size || std::fclose(file) != 0)
         Fail("the registry file can't be written");
 
-    if (HalvernInit() != expected.init)
-        Fail("HalvernInit's result");
+    FailIf(HalvernInit() != expected.init, "HalvernInit's result");
     HalvRegistryReport *report = HalvGetRegistryReport();
     if (report == nullptr || report->state != HALV_REGISTRY_READ || report->bundleCount != expected.bundles.size())
         Fail("the report doesn't list the bundles the file names");
@@ -135,10 +125,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     halv_internal_free(report);
     for (const auto &[name, value] : expected.variables) {
         const char *got = HalvGetenv(name.c_str());
-        if (got == nullptr || value != got)
-            Fail("a variable of the file isn't set");
+        FailIf(got == nullptr || value != got, "a variable of the file isn't set");
     }
-    if (HalvernEnd() != 1)
-        Fail("HalvernEnd");
+    FailIf(HalvernEnd() != 1, "HalvernEnd");
     return 0;
 }

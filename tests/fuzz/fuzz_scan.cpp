@@ -8,38 +8,24 @@
 // ".*" takes a pointer to an int, and each conversion stores a known number
 // of bytes (integers and counts by size, every floating conversion a double,
 // %p a pointer, %c its width, %s and %[ at most their width and a
-// terminator, or the whole input and a terminator).  The engine gets exactly
-// that many pointers in an allocation of exactly that size, each pointing at
-// an allocation of exactly what its directive may store, so a store past a
-// destination, or a read past the pool, is caught.
-//
-// What must hold besides: a format the rules call malformed or too long
-// gives -2 or -3 and stores nothing; the count never exceeds the assigning
-// directives; the string source and the stream source (a memory stream)
-// give the same result and store the same bytes; a locale record whose
-// decimal point is "." scans as the fixed one does.  And an integer printed
-// in any base from 2 to 36 scans back to itself.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
+// terminator, or the whole input and a terminator).  They are handed over
+// as exactly that many pointers in a block of exactly that size, each to a
+// block of exactly what its directive may store.  Besides: a format the
+// rules call malformed or too long gives -2 or -3 and stores nothing; the
+// count never exceeds the assigning directives; the string and the stream
+// source give the same result and bytes; a locale record whose decimal
+// point is "." scans as the fixed one does; an integer printed in any base
+// from 2 to 36 scans back to itself.
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Fail;
+using fuzz::FailIf;
 
-constexpr int32_t kMalformed = -2;
-constexpr int32_t kTooMany = -3;
 constexpr size_t kMaxEntries = 64;
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 /* One destination, by the rules: the bytes the engine may store through it
  * (an int read for a ".*" entry), and whether its directive counts as an
@@ -70,113 +56,47 @@ const char *SetEnd(const char *p) {
  * directives too, as the 64-entry limit does. */
 int32_t DestinationsOf(const char *p, size_t inputLength, std::vector<Destination> &out) {
     size_t entries = 0;
-    while (*p != '\0') {
-        if (*p != '%') {
-            ++p;
-            continue;
-        }
-        if (p[1] == '%') {
-            p += 2;
-            continue;
-        }
+    while (fuzz::NextDirective(p)) {
         if (entries >= kMaxEntries)
-            return kTooMany;
-        ++p;
-        bool left = false, suppressed = false;
-        int dots = 0, h = 0, l = 0;
-        bool wide = false, anySize = false;
-        int varsize = 0;
-        long width = 0;
-        auto readWidth = [&]() {
-            width = 0;
-            while (IsDigit(*p))
-                width = width > 100000 ? width : width * 10 + (*p++ - '0');
-        };
-        for (;;) {
-            const char c = *p;
-            if (c == ' ' || c == '+' || c == '#') {
-                ++p;
-            } else if (c == '-') {
-                left = true;
-                ++p;
-            } else if (c == '0' && !left) {
-                ++p;
-            } else if (IsDigit(c)) {
-                readWidth();
-            } else if (c == '*') {
-                ++p;
+            return fuzz::kTooMany;
+        bool suppressed = false;
+        auto star = [&](bool precision) {
+            if (!precision) {
                 suppressed = true;
-            } else if (c == '.') {
-                ++p;
-                if (++dots > 2)
-                    return kMalformed;
-                if (*p == '*') {
-                    ++p;
-                    if (entries >= kMaxEntries)
-                        return kTooMany;
-                    ++entries;
-                    out.push_back({sizeof(int), false});
-                } else if (dots == 2 && IsDigit(*p)) {
-                    long base = 0;
-                    while (IsDigit(*p))
-                        base = base > 1000 ? base : base * 10 + (*p++ - '0');
-                    if (base < 2 || base > 36)
-                        return kMalformed;
-                } else {
-                    while (IsDigit(*p))
-                        ++p;
-                }
-            } else if (c == 'h' || c == 'l') {
-                ++p;
-                anySize = true;
-                if (++(c == 'h' ? h : l) > 2)
-                    return kMalformed;
-                wide |= c == 'l';
-            } else if (c == 'L' || c == 'z' || c == 't' || c == 'j') {
-                ++p;
-                anySize = true;
-                wide |= c != 'L';
-            } else if (c == 'I') {
-                ++p;
-                if (anySize || varsize != 0)
-                    return kMalformed;
-                const char *digits = p;
-                while (IsDigit(*p))
-                    ++p;
-                const std::string n(digits, p);
-                varsize = n == "8" ? 1 : n == "16" ? 2 : n == "32" ? 4 : n == "64" ? 8 : 0;
-                if (varsize == 0)
-                    return kMalformed;
-            } else {
-                /* The conversion.  Integers and counts store by size: an I
-                 * size decides, then the 64-bit sizes, then h and hh. */
-                const size_t integerBytes = varsize != 0 ? (varsize == 8 ? 8 : 4) : wide ? 8 : h ? 2 : 4;
-                Destination d{0, true};
-                if (c != '\0' && std::strchr("diuoxX", c) != nullptr)
-                    d.bytes = integerBytes;
-                else if (c != '\0' && std::strchr("eEfFgGaA", c) != nullptr)
-                    d.bytes = sizeof(double);
-                else if (c == 'c')
-                    d.bytes = width > 0 ? (size_t)width : 1;
-                else if (c == 's' || c == '[')
-                    d.bytes = (width > 0 ? (size_t)width : inputLength) + 1;
-                else if (c == 'p')
-                    d.bytes = sizeof(void *);
-                else if (c == 'n')
-                    d = {integerBytes, false};
-                else
-                    return kMalformed;
-                if (entries >= kMaxEntries)
-                    return kTooMany;
-                ++entries;
-                ++p;
-                if (c == '[')
-                    p = SetEnd(p);
-                if (!suppressed)
-                    out.push_back(d);
-                break;
+                return true;
             }
-        }
+            if (entries >= kMaxEntries)
+                return false;
+            ++entries;
+            out.push_back({sizeof(int), false});
+            return true;
+        };
+        fuzz::Directive d;
+        if (const int32_t refused = fuzz::ReadDirective(p, d, star))
+            return refused;
+        const char c = *p++;
+        Destination dest{0, true};
+        if (c != '\0' && std::strchr("diuoxX", c) != nullptr)
+            dest.bytes = d.IntegerBytes();
+        else if (c != '\0' && std::strchr("eEfFgGaA", c) != nullptr)
+            dest.bytes = sizeof(double);
+        else if (c == 'c')
+            dest.bytes = d.width > 0 ? (size_t)d.width : 1;
+        else if (c == 's' || c == '[')
+            dest.bytes = (d.width > 0 ? (size_t)d.width : inputLength) + 1;
+        else if (c == 'p')
+            dest.bytes = sizeof(void *);
+        else if (c == 'n')
+            dest = {d.IntegerBytes(), false};
+        else
+            return fuzz::kMalformed;
+        if (entries >= kMaxEntries)
+            return fuzz::kTooMany;
+        ++entries;
+        if (c == '[')
+            p = SetEnd(p);
+        if (!suppressed)
+            out.push_back(dest);
     }
     return (int32_t)entries;
 }
@@ -211,23 +131,6 @@ struct Pool {
     }
 };
 
-/* No digit run of the format stands for more than this, so that widths
- * keep the destinations small. */
-bool NumbersAreSmall(const char *format) {
-    long value = 0;
-    for (const char *p = format;; ++p) {
-        if (IsDigit(*p)) {
-            value = value * 10 + (*p - '0');
-            if (value > 4096)
-                return false;
-        } else {
-            value = 0;
-            if (*p == '\0')
-                return true;
-        }
-    }
-}
-
 /* An integer printed in a base scans back to itself. */
 void RoundTrip(const uint8_t *bytes, size_t count) {
     if (count < 10)
@@ -243,8 +146,7 @@ void RoundTrip(const uint8_t *bytes, size_t count) {
                   isUnsigned ? 'u' : 'i');
     char text[80];
     const int32_t printed = HalvSNPrintf(text, sizeof text, format, value);
-    if (printed <= 0 || printed >= (int32_t)sizeof text)
-        Fail("an integer didn't print");
+    FailIf(printed <= 0 || printed >= (int32_t)sizeof text, "an integer didn't print");
     int64_t back = ~value;
     void *target = &back;
     if (HalvLSScanf(text, format, &target) != 1 || back != value) {
@@ -273,13 +175,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     RoundTrip(values, valueCount);
 
     const std::string formatText(format, formatLength);
-    if (!NumbersAreSmall(formatText.c_str()))
+    if (!fuzz::NumbersAreSmall(formatText.c_str()))
         return 0;
-    char *exactFormat = static_cast<char *>(std::malloc(formatLength + 1));
-    std::memcpy(exactFormat, format, formatLength + 1);
-    char *exactInput = static_cast<char *>(std::malloc(inputLength + 1));
-    std::memcpy(exactInput, input, inputLength);
-    exactInput[inputLength] = '\0';
+    char *exactFormat = fuzz::Exact(formatText);
+    char *exactInput = fuzz::Exact(std::string(input, inputLength));
 
     std::vector<Destination> dests;
     const int32_t expected = DestinationsOf(exactFormat, inputLength, dests);
@@ -293,17 +192,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (expected < 0) {
         if (result != expected || !fromText.SameAs(untouched))
             Fail("a format the rules refuse was not refused, or stored something");
-    } else if (result == kTooMany || result > assigning || result < -8) {
+    } else if (result == fuzz::kTooMany || result > assigning || result < -8) {
         Fail("a result out of range");
     }
 
     /* The same input from a stream; a 0xFF byte would end it there. */
     if (std::memchr(exactInput, 0xFF, inputLength) == nullptr) {
         Pool fromStream(dests, values, valueCount);
-        HalvIO *io = HalvIO_Mem(0);
-        if (inputLength != 0)
-            io->write(io, exactInput, (uint32_t)inputLength);
-        io->seek(io, 0, 0);
+        HalvIO *io = fuzz::OpenBytes(exactInput, inputLength);
         if (HalvIOLScanf(io, exactFormat, fromStream.entries) != result || !fromStream.SameAs(fromText))
             Fail("the stream source scanned otherwise than the string source");
         io->close(io);

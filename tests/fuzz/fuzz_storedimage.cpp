@@ -1,16 +1,12 @@
 // Fuzz target for stored images: the header text, the manager it picks,
 // and every chunk behind it.
 //
-// Each input is read from a library memory stream as a stored image: the
-// header, then chunks until one ends the image, a load fails, or a bound of
-// loads is reached.  Each chunk goes straight out again behind the header
-// written to a second memory stream, and what was written is read once
-// more.  The header is copied and released through its own slots.  Any
-// crash, leak or sanitizer report is a fault.
-#include <cstdint>
-#include <cstring>
-
-#include "dpk_hvsup.h"
+// The input is read as a stored image: the header (copied and released
+// through its own slots), then chunks until one ends the image, a load
+// fails, or a bound of loads is reached.  Each chunk goes straight out
+// again behind the header written to a memory stream, which is read once
+// more.  Any crash, leak or sanitizer report is a fault.
+#include "fuzz/support.h"
 
 namespace {
 
@@ -19,8 +15,6 @@ constexpr int kMaxLoads = 64;
  * above this the header alone is exercised, so that a sizeable claim
  * doesn't make every run an allocation of gigabytes. */
 constexpr uint64_t kMaxInternalLoad = 64u << 20;
-
-uint32_t LinesToAsk(const uint8_t *data, size_t size) { return size % 3 == 0 ? 0 : data[size - 1] % 40; }
 
 bool LoadIsBounded(const HalvHeaderStruct *h, uint32_t lines) {
     if (h->managerType != HALV_HDR_INTERNAL)
@@ -36,21 +30,17 @@ void Pass(HalvIO *in, HalvIO *out, uint32_t lines) {
     HalvHeaderStruct *header = nullptr;
     if (HVHdrRead_Header(in, &manager, &header) != 1 || header == nullptr)
         return;
-    if (HalvHeaderStruct *copy = header->copy(header))
-        copy->free(copy);
+    fuzz::CopyAndFree(header);
     if (out != nullptr)
         HVHdrWrite_Header(header, &manager, out);
-    if (LoadIsBounded(header, lines)) {
-        for (int i = 0; i < kMaxLoads; ++i) {
-            HalvChunk chunk;
-            int result = HVHdrToChunkLines(manager, header, in, &chunk, lines);
-            if (result != 1)
-                break;
-            if (out != nullptr)
-                HVHdrFromChunk(manager, header, &chunk, out);
-            if (chunk.flags & HALV_CHUNK_END)
-                break;
-        }
+    for (int i = 0; i < kMaxLoads && LoadIsBounded(header, lines); ++i) {
+        HalvChunk chunk;
+        if (HVHdrToChunkLines(manager, header, in, &chunk, lines) != 1)
+            break;
+        if (out != nullptr)
+            HVHdrFromChunk(manager, header, &chunk, out);
+        if (chunk.flags & HALV_CHUNK_END)
+            break;
     }
     header->free(header);
 }
@@ -60,22 +50,10 @@ void Pass(HalvIO *in, HalvIO *out, uint32_t lines) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0 || size > (1u << 20))
         return 0;
-    // A string stream needs a writable buffer of its own.
-    auto *bytes = static_cast<uint8_t *>(halv_internal_malloc(size));
-    std::memcpy(bytes, data, size);
-    HalvIO *in = HalvIO_Str(bytes, (uint32_t)size);
     HalvIO *out = HalvIO_Mem(0);
-    uint32_t lines = LinesToAsk(data, size);
-    Pass(in, out, lines);
-    in->close(in);
-    halv_internal_free(bytes);
-
-    uint32_t written = HalvIOMemLength(out);
-    if (written != 0) {
-        HalvIO *again = HalvIO_Str(HalvIOMemBuffer(out), written);
-        Pass(again, nullptr, lines);
-        again->close(again);
-    }
+    const uint32_t lines = fuzz::CountToAsk(data, size, 40);
+    fuzz::OverCopy(data, size, [&](HalvIO *in) { Pass(in, out, lines); });
+    fuzz::ReadBack(out, [&](HalvIO *again) { Pass(again, nullptr, lines); });
     out->close(out);
     return 0;
 }

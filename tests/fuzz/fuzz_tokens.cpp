@@ -2,21 +2,15 @@
 //
 // Input: a count byte, that many delimiter bytes (the count taken modulo
 // 8; a NUL ends them early), then the text up to its first NUL.  Each input
-// is cut under every one of the 32 flag combinations, three ways: by
-// HalvTokenParseEx on a copy in an allocation of exactly its size, by
-// HalvDupTokenParseEx on another such copy that must stay untouched, and by
-// a plain model of the rules written here (the byte table, the scan states,
-// the cursor with the text as its end mark, the quote rewrite).  All three
-// must give the same tokens, and the two parsers the same cursor after every
-// call; flags 0 must also agree with HalvTokenParse and HalvDupTokenParse.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
+// is cut under every one of the 32 flag combinations by HalvTokenParseEx on
+// an exact copy, by HalvDupTokenParseEx on another that must stay untouched,
+// and by a plain model of the rules (the byte table, the scan states, the
+// cursor with the text as its end mark, the quote rewrite): all three must
+// give the same tokens, and the parsers the same cursors; flags 0 must also
+// agree with HalvTokenParse and HalvDupTokenParse.
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
@@ -47,18 +41,12 @@ std::vector<Step> Model(const std::string &text, const std::string &delimiters, 
     const long end = (long)text.size();
     long cursor = -2; /* null: before the first call */
     for (;;) {
-        if (cursor == -1) {
+        long at = cursor == -2 ? 0 : cursor;
+        while (cursor != -1 && (flags & 1) && at < end && table[(unsigned char)text[at]] == 1)
+            ++at;
+        if (cursor == -1 || ((flags & 1) && at == end)) {
             steps.push_back({"", -1});
             return steps;
-        }
-        long at = cursor == -2 ? 0 : cursor;
-        if (flags & 1) {
-            while (at < end && table[(unsigned char)text[at]] == 1)
-                ++at;
-            if (at == end) {
-                steps.push_back({"", -1});
-                return steps;
-            }
         }
         const long start = at;
         int state = 0;
@@ -127,16 +115,10 @@ long CursorOffset(const char *text, const char *cursor, int flags) {
     return cursor - text;
 }
 
-char *ExactCopy(const std::string &text) {
-    auto *copy = static_cast<char *>(std::malloc(text.size() + 1));
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
-
 void Check(const std::string &text, const std::string &delimiters, int flags, bool plainForms) {
     const std::vector<Step> steps = Model(text, delimiters, flags);
-    char *cut = ExactCopy(text);
-    char *kept = ExactCopy(text);
+    char *cut = fuzz::Exact(text);
+    char *kept = fuzz::Exact(text);
     char *next = nullptr;
     const char *dupNext = nullptr;
     for (size_t i = 0; i < steps.size(); ++i) {

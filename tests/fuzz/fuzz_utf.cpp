@@ -1,32 +1,23 @@
 // Fuzz target for the UTF-8 walkers and the UTF-16 and UCS-4 converters.
 //
 // Input: one control byte, four bytes of a code point to search for, one
-// byte limit, then the text.  The text is taken three ways: as UTF-8 up to
-// its first NUL, as UTF-16 units (two bytes each, native order) up to the
-// first 0 unit, and as UCS-4 values (four bytes each) up to the first 0;
-// each copy sits in an allocation of exactly its size, terminator included,
-// so a read past it is caught.  Every walker and converter is compared with
-// a plain model of the rules written here, one character at a time: the
-// decode step (lead byte, continuation bytes, no overlong form; surrogates
-// and values up to 0x1FFFFF pass), the surrogate pairs of UTF-16, its byte
-// order marks, and the limits of UCS-4.  Beyond equality with the model,
-// round trips must hold for valid text: UTF-8 to UTF-16 and back, and UTF-8
-// to UCS-4 and back, give the text again.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
+// byte limit, then the text, taken three ways, each in a block of exactly
+// its size: as UTF-8 up to its first NUL, as native UTF-16 units up to the
+// first 0 unit, and as UCS-4 values up to the first 0.  Every walker and
+// converter is compared with a plain model of the rules, one character at
+// a time: the decode step (no overlong form; surrogates and values up to
+// 0x1FFFFF pass), the surrogate pairs and byte order marks of UTF-16, and
+// the limits of UCS-4.  Valid text must also come back from UTF-16 and from
+// UCS-4 as it was.
 #include <vector>
 
-#include "dpk_hvsup.h"
+#include "fuzz/support.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char *what) {
-    std::fprintf(stderr, "property broken: %s\n", what);
-    std::abort();
-}
+using fuzz::Exact;
+using fuzz::Fail;
+using fuzz::FailIf;
 
 struct Decoded {
     uint32_t value;
@@ -56,21 +47,11 @@ Decoded Decode(const unsigned char *p) {
 }
 
 void Encode(uint32_t v, std::string &out) {
-    if (v < 0x80) {
-        out += (char)v;
-    } else if (v < 0x800) {
-        out += (char)(0xC0 | v >> 6);
-        out += (char)(0x80 | (v & 0x3F));
-    } else if (v < 0x10000) {
-        out += (char)(0xE0 | v >> 12);
-        out += (char)(0x80 | (v >> 6 & 0x3F));
-        out += (char)(0x80 | (v & 0x3F));
-    } else {
-        out += (char)(0xF0 | v >> 18);
-        out += (char)(0x80 | (v >> 12 & 0x3F));
-        out += (char)(0x80 | (v >> 6 & 0x3F));
-        out += (char)(0x80 | (v & 0x3F));
-    }
+    static const unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    const int extra = v < 0x80 ? 0 : v < 0x800 ? 1 : v < 0x10000 ? 2 : 3;
+    out += (char)(kLead[extra] | v >> 6 * extra);
+    for (int i = extra - 1; i >= 0; --i)
+        out += (char)(0x80 | (v >> 6 * i & 0x3F));
 }
 
 /* The characters of text up to its NUL or first invalid sequence, and
@@ -98,30 +79,16 @@ Walk WalkText(const unsigned char *text) {
     }
 }
 
-/* A copy of bytes in an allocation of exactly that size. */
-template <typename T>
-T *Exact(const T *items, size_t count) {
-    auto *copy = static_cast<T *>(std::malloc(count * sizeof(T) + (count == 0)));
-    if (count != 0)
-        std::memcpy(copy, items, count * sizeof(T));
-    return copy;
-}
-
 void CheckWalkers(const char *text, uint32_t code, uint32_t maxBytes) {
     const auto *bytes = reinterpret_cast<const unsigned char *>(text);
     const Decoded first = Decode(bytes);
-    if (HalvUTF8NextChar(text) != first.value)
-        Fail("HalvUTF8NextChar");
-    if (HalvUTF8IsNextCharValid(text) != (first.length != 0))
-        Fail("HalvUTF8IsNextCharValid");
-    if (HalvUTF8NextCharLen(text) != (int)first.length)
-        Fail("HalvUTF8NextCharLen");
-    if (HalvUTF8Inc(text) != (first.length == 0 ? nullptr : text + first.length))
-        Fail("HalvUTF8Inc");
+    FailIf(HalvUTF8NextChar(text) != first.value, "HalvUTF8NextChar");
+    FailIf(HalvUTF8IsNextCharValid(text) != (first.length != 0), "HalvUTF8IsNextCharValid");
+    FailIf(HalvUTF8NextCharLen(text) != (int)first.length, "HalvUTF8NextCharLen");
+    FailIf(HalvUTF8Inc(text) != (first.length == 0 ? nullptr : text + first.length), "HalvUTF8Inc");
 
     const Walk w = WalkText(bytes);
-    if (HalvUTF8StrLen(text) != (int32_t)w.values.size())
-        Fail("HalvUTF8StrLen");
+    FailIf(HalvUTF8StrLen(text) != (int32_t)w.values.size(), "HalvUTF8StrLen");
 
     /* StrNLen: characters that fit wholly within maxBytes.  It is handed
      * just those bytes when they are fewer than the text's, with no NUL
@@ -136,8 +103,7 @@ void CheckWalkers(const char *text, uint32_t code, uint32_t maxBytes) {
     const size_t length = std::strlen(text);
     if (maxBytes <= length) {
         char *limited = Exact(text, maxBytes);
-        if (HalvUTF8StrNLen(limited, maxBytes) != fitting)
-            Fail("HalvUTF8StrNLen within the limit");
+        FailIf(HalvUTF8StrNLen(limited, maxBytes) != fitting, "HalvUTF8StrNLen within the limit");
         std::free(limited);
     } else if (HalvUTF8StrNLen(text, maxBytes) != fitting) {
         Fail("HalvUTF8StrNLen");
@@ -156,8 +122,7 @@ void CheckWalkers(const char *text, uint32_t code, uint32_t maxBytes) {
      * what it found before it. */
     if (HalvUTF8StrChr(text, code) != (w.invalid && firstFound == nullptr ? nullptr : firstFound))
         Fail("HalvUTF8StrChr");
-    if (HalvUTF8StrRChr(text, code) != lastFound)
-        Fail("HalvUTF8StrRChr");
+    FailIf(HalvUTF8StrRChr(text, code) != lastFound, "HalvUTF8StrRChr");
 }
 
 /* UTF-8 to UTF-16 and UCS-4, and the round trips back. */
@@ -176,18 +141,15 @@ void CheckFromUtf8(const char *text) {
 
     uint16_t *wide = HalvUTF8ConvertToUTF16(text);
     if (w.invalid) {
-        if (wide != nullptr)
-            Fail("HalvUTF8ConvertToUTF16 took an invalid sequence");
+        FailIf(wide != nullptr, "HalvUTF8ConvertToUTF16 took an invalid sequence");
     } else if (wide == nullptr || std::memcmp(wide, units.data(), units.size() * 2) != 0) {
         Fail("HalvUTF8ConvertToUTF16");
     }
 
     uint32_t *ucs = HalvUTF8ConvertToUCS4(text);
-    if (ucs == nullptr)
-        Fail("HalvUTF8ConvertToUCS4 gave null");
+    FailIf(ucs == nullptr, "HalvUTF8ConvertToUCS4 gave null");
     for (size_t i = 0; i <= w.values.size(); ++i)
-        if (ucs[i] != (i < w.values.size() ? w.values[i] : 0))
-            Fail("HalvUTF8ConvertToUCS4");
+        FailIf(ucs[i] != (i < w.values.size() ? w.values[i] : 0), "HalvUTF8ConvertToUCS4");
 
     /* Round trips, for the characters before any invalid sequence. */
     bool allInRange = true, plainUnicode = true;
@@ -202,8 +164,7 @@ void CheckFromUtf8(const char *text) {
     halv_internal_free(back);
     if (wide != nullptr && plainUnicode) {
         back = HalvUTF8ConvertFromUTF16(wide);
-        if (back == nullptr || before != back)
-            Fail("UTF-8 -> UTF-16 -> UTF-8 changed the text");
+        FailIf(back == nullptr || before != back, "UTF-8 -> UTF-16 -> UTF-8 changed the text");
         halv_internal_free(back);
     }
     halv_internal_free(ucs);
@@ -238,8 +199,7 @@ void CheckFromUtf16(const uint16_t *wide) {
         }
     }
     char *text = HalvUTF8ConvertFromUTF16(wide);
-    if (failed ? text != nullptr : text == nullptr || expected != text)
-        Fail("HalvUTF8ConvertFromUTF16");
+    FailIf(failed ? text != nullptr : text == nullptr || expected != text, "HalvUTF8ConvertFromUTF16");
     halv_internal_free(text);
 }
 
@@ -253,8 +213,7 @@ void CheckFromUcs4(const uint32_t *ucs) {
             Encode(ucs[i], expected);
     }
     char *text = HalvUTF8ConvertFromUCS4(ucs);
-    if (failed ? text != nullptr : text == nullptr || expected != text)
-        Fail("HalvUTF8ConvertFromUCS4");
+    FailIf(failed ? text != nullptr : text == nullptr || expected != text, "HalvUTF8ConvertFromUCS4");
     halv_internal_free(text);
 }
 
@@ -274,10 +233,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     size -= kHead;
 
     /* UTF-8: up to the first NUL. */
-    const size_t textLength = strnlen(reinterpret_cast<const char *>(data), size);
-    std::vector<char> textBytes(data, data + textLength);
-    textBytes.push_back('\0');
-    char *text = Exact(textBytes.data(), textBytes.size());
+    const char *bytes = reinterpret_cast<const char *>(data);
+    char *text = Exact(std::string(bytes, strnlen(bytes, size)));
     CheckWalkers(text, code, maxBytes);
     CheckFromUtf8(text);
     std::free(text);

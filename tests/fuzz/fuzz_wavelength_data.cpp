@@ -1,33 +1,24 @@
-// Fuzz target for stored spectra: the header text with its wavelength
-// rules, and every chunk of either version behind it.
+// Fuzz target for stored wavelength data: the header text with its
+// wavelength rules, and every chunk of either version behind it.
 //
-// Each input is read from a library memory stream.  A spectral header is
-// checked against what the rules promise (a table and no interval, or a
-// start and an interval and no table), copied and released through its own
-// slots, and its chunks are loaded until one ends the data, a load fails,
-// or a bound of loads is reached.  Every chunk goes out again through the
-// header's own version and through the other one, behind headers written
-// for each; both written spectra are read once more.  Any crash, leak,
-// sanitizer report or broken promise is a fault.
-#include <cstdint>
-#include <cstring>
-
-#include "dpk_hvsup.h"
+// A header is checked against what the rules promise (a table and no
+// interval, or a start and an interval and no table), copied and released
+// through its own slots, and its chunks are loaded until one ends the data,
+// a load fails, or a bound of loads is reached.  Every chunk goes out again
+// through the header's own version and through the other one, behind
+// headers written for each; both written copies are read once more.  Any
+// crash, leak, sanitizer report or broken promise is a fault.
+#include "fuzz/support.h"
 
 namespace {
+
+using fuzz::Require;
 
 constexpr int kMaxLoads = 256;
 /* Loads allocate whole measurements up front, and every sample goes out
  * and back as text; above this the header alone is exercised, so that a
  * header that claims millions of samples doesn't make a run of seconds. */
 constexpr uint64_t kMaxLoadBytes = 1u << 20;
-
-uint32_t MeasurementsToAsk(const uint8_t *data, size_t size) { return size % 3 == 0 ? 0 : data[size - 1] % 9; }
-
-void Require(bool promise) {
-    if (!promise)
-        __builtin_trap();
-}
 
 /* What a header that toHeader accepted holds. */
 void CheckRules(const HalvSpectralHeader *s) {
@@ -101,32 +92,17 @@ void Pass(HalvIO *in, HalvIO *out, HalvIO *converted, uint32_t measurements) {
     header->free(header);
 }
 
-void ReadAgain(HalvIO *written, uint32_t measurements) {
-    uint32_t length = HalvIOMemLength(written);
-    if (length == 0)
-        return;
-    HalvIO *again = HalvIO_Str(HalvIOMemBuffer(written), length);
-    Pass(again, nullptr, nullptr, measurements);
-    again->close(again);
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0 || size > (1u << 20))
         return 0;
-    // A string stream needs a writable buffer of its own.
-    auto *bytes = static_cast<uint8_t *>(halv_internal_malloc(size));
-    std::memcpy(bytes, data, size);
-    HalvIO *in = HalvIO_Str(bytes, (uint32_t)size);
     HalvIO *out = HalvIO_Mem(0), *converted = HalvIO_Mem(0);
-    uint32_t measurements = MeasurementsToAsk(data, size);
-    Pass(in, out, converted, measurements);
-    in->close(in);
-    halv_internal_free(bytes);
-    ReadAgain(out, measurements);
-    ReadAgain(converted, measurements);
-    out->close(out);
-    converted->close(converted);
+    const uint32_t measurements = fuzz::CountToAsk(data, size, 9);
+    fuzz::OverCopy(data, size, [&](HalvIO *in) { Pass(in, out, converted, measurements); });
+    for (HalvIO *written : {out, converted}) {
+        fuzz::ReadBack(written, [&](HalvIO *again) { Pass(again, nullptr, nullptr, measurements); });
+        written->close(written);
+    }
     return 0;
 }

@@ -80,13 +80,9 @@ inline bool FaithfulText(const HalvUserCMData *node) {
 
 /* The kinds a list below a node of kind parent may hold. */
 inline bool FitsBelow(int32_t parent, int32_t kind) {
-    if (parent == HALV_UCM_ITEM)
-        return kind == HALV_UCM_SECTION;
-    if (parent == HALV_UCM_SECTION)
-        return kind == HALV_UCM_LABEL;
-    if (parent == HALV_UCM_LABEL)
-        return kind >= HALV_UCM_WORD && kind <= HALV_UCM_DATA;
-    return false;
+    return parent == HALV_UCM_ITEM      ? kind == HALV_UCM_SECTION
+           : parent == HALV_UCM_SECTION ? kind == HALV_UCM_LABEL
+                                        : parent == HALV_UCM_LABEL && kind >= HALV_UCM_WORD && kind <= HALV_UCM_DATA;
 }
 
 inline bool FaithfulList(const HalvUserCMData *list, int32_t parentKind, int32_t rootKind, bool top) {

@@ -3,9 +3,9 @@
 #ifndef HALV_TESTS_USERDATA_STREAMS_H
 #define HALV_TESTS_USERDATA_STREAMS_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <algorithm>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -14,82 +14,69 @@
 
 namespace ucm_test {
 
-/* Bytes to read; only the read slot is set.  Every call's count is kept. */
-class ReadStream {
+/* A hand-built stream that keeps the count of every call. */
+class CountingStream {
   public:
-    explicit ReadStream(std::string bytes) : bytes_(std::move(bytes)) {
-        std::memset(&record_, 0, sizeof record_);
-        record_.io.read = &ReadStream::Read;
-        record_.self = this;
-    }
-    ReadStream(const ReadStream &) = delete;
-    ReadStream &operator=(const ReadStream &) = delete;
-
+    CountingStream(const CountingStream &) = delete;
+    CountingStream &operator=(const CountingStream &) = delete;
     HalvIO *io() { return &record_.io; }
-    size_t position() const { return position_; }
-    std::string rest() const { return bytes_.substr(position_); }
     const std::vector<uint32_t> &counts() const { return counts_; }
+
+  protected:
+    CountingStream() = default;
+    template <typename Stream>
+    static Stream *Self(HalvIO *io, uint32_t count) {
+        auto *self = static_cast<Stream *>(reinterpret_cast<Record *>(io)->self);
+        self->counts_.push_back(count);
+        return self;
+    }
+
+    struct Record {
+        HalvIO io;
+        CountingStream *self;
+    } record_{{}, this};
+    std::vector<uint32_t> counts_;
+};
+
+/* Bytes to read; only the read slot is set. */
+class ReadStream : public CountingStream {
+  public:
+    explicit ReadStream(std::string bytes) : bytes_(std::move(bytes)) { record_.io.read = &Read; }
+    std::string rest() const { return bytes_.substr(position_); }
     /* From now on each read gives at most this many bytes. */
     void LimitPieces(uint32_t most) { most_ = most; }
 
   private:
-    struct Record {
-        HalvIO io;
-        ReadStream *self;
-    };
     static int32_t Read(HalvIO *io, void *buffer, uint32_t count) {
-        ReadStream *self = reinterpret_cast<Record *>(io)->self;
-        self->counts_.push_back(count);
+        ReadStream *self = Self<ReadStream>(io, count);
         size_t take = std::min<size_t>({count, self->most_, self->bytes_.size() - self->position_});
         std::memcpy(buffer, self->bytes_.data() + self->position_, take);
         self->position_ += take;
         return (int32_t)take;
     }
 
-    Record record_;
     std::string bytes_;
     size_t position_ = 0;
     uint32_t most_ = UINT32_MAX;
-    std::vector<uint32_t> counts_;
 };
 
 /* Collects written bytes; only the write slot is set.  Like a string stream
  * it takes what fits in its capacity and answers 0 when full. */
-class WriteStream {
+class WriteStream : public CountingStream {
   public:
-    explicit WriteStream(size_t capacity = SIZE_MAX) : capacity_(capacity) {
-        std::memset(&record_, 0, sizeof record_);
-        record_.io.write = &WriteStream::Write;
-        record_.self = this;
-    }
-    WriteStream(const WriteStream &) = delete;
-    WriteStream &operator=(const WriteStream &) = delete;
-
-    HalvIO *io() { return &record_.io; }
+    explicit WriteStream(size_t capacity = SIZE_MAX) : capacity_(capacity) { record_.io.write = &Write; }
     const std::string &text() const { return text_; }
-    const std::vector<uint32_t> &counts() const { return counts_; }
-    void Clear() {
-        text_.clear();
-        counts_.clear();
-    }
 
   private:
-    struct Record {
-        HalvIO io;
-        WriteStream *self;
-    };
     static int32_t Write(HalvIO *io, const void *bytes, uint32_t count) {
-        WriteStream *self = reinterpret_cast<Record *>(io)->self;
-        self->counts_.push_back(count);
+        WriteStream *self = Self<WriteStream>(io, count);
         size_t take = std::min<size_t>(count, self->capacity_ - self->text_.size());
         self->text_.append(static_cast<const char *>(bytes), take);
         return (int32_t)take;
     }
 
-    Record record_;
     size_t capacity_;
     std::string text_;
-    std::vector<uint32_t> counts_;
 };
 
 struct Token {
@@ -122,10 +109,7 @@ inline std::string Dump(const HalvUserCMData *node) {
     std::string text;
     for (; node != nullptr; node = node->next) {
         text += (node->kind >= 0 && node->kind < 6) ? kinds[node->kind] : '?';
-        text += '\'';
-        if (node->text != nullptr)
-            text.append(node->text, node->length);
-        text += '\'';
+        text += '\'' + (node->text != nullptr ? std::string(node->text, node->length) : "") + '\'';
         if (node->children != nullptr)
             text += "{" + Dump(node->children) + "}";
         if (node->next != nullptr)
@@ -134,7 +118,7 @@ inline std::string Dump(const HalvUserCMData *node) {
     return text;
 }
 
-/* Reads a whole text into a tree; result and tree come back. */
+/* Reads a whole text into a tree (a new one, or more into tree). */
 struct ReadResult {
     int32_t result;
     HalvUserCMData *tree;
@@ -145,30 +129,21 @@ inline ReadResult ReadTree(const std::string &bytes, int32_t strict = 0, HalvUse
     return {result, tree};
 }
 
-/* A read of a whole text as its result and its tree as Dump prints it; the
- * tree is freed. */
-struct Dumped {
-    int32_t result;
-    std::string tree;
-    bool operator==(const Dumped &other) const { return result == other.result && tree == other.tree; }
-};
-
-inline std::ostream &operator<<(std::ostream &os, const Dumped &read) {
-    return os << read.result << " " << read.tree;
-}
-
-inline Dumped ReadDump(const std::string &bytes, int32_t strict = 0) {
+/* A read of a whole text as its result and its tree as Dump prints it,
+ * "1 S'ID'", say; the tree is freed. */
+inline std::string ReadDump(const std::string &bytes, int32_t strict = 0) {
     ReadResult read = ReadTree(bytes, strict);
-    Dumped dumped{read.result, Dump(read.tree)};
+    const std::string dumped = std::to_string(read.result) + " " + Dump(read.tree);
     HalvFreeUserCMData(read.tree);
     return dumped;
 }
 
-/* Reads more text into a tree: the result, and the tree as Dump prints it. */
-inline Dumped ReadInto(HalvUserCMData *&tree, const std::string &bytes) {
-    ReadStream in(bytes);
-    const int32_t result = HalvReadUserCMData(in.io(), &tree, 0);
-    return {result, Dump(tree)};
+/* Reads more text into a tree, which is kept; the result and tree as
+ * ReadDump gives them. */
+inline std::string ReadInto(HalvUserCMData *&tree, const std::string &bytes) {
+    const ReadResult read = ReadTree(bytes, 0, tree);
+    tree = read.tree;
+    return std::to_string(read.result) + " " + Dump(tree);
 }
 
 inline std::string WriteTree(const HalvUserCMData *tree) {
@@ -177,14 +152,13 @@ inline std::string WriteTree(const HalvUserCMData *tree) {
     return result == 1 ? out.text() : "<failed " + std::to_string(result) + ">";
 }
 
-/* The dump of a tree made for one check, which is freed. */
+/* The dump or text of a tree made for one check, which is freed. */
 inline std::string DumpAndFree(HalvUserCMData *tree) {
     std::string text = Dump(tree);
     HalvFreeUserCMData(tree);
     return text;
 }
 
-/* The text of a tree made for one check, which is freed. */
 inline std::string WriteAndFree(HalvUserCMData *tree) {
     std::string text = WriteTree(tree);
     HalvFreeUserCMData(tree);

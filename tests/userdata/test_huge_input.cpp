@@ -13,6 +13,7 @@
 
 #include "dpk_hvsup.h"
 #include "sanitized_build.h"
+#include "userdata/streams.h"
 
 namespace {
 
@@ -38,15 +39,11 @@ void ExpectMemoryInProportion(size_t peakBefore, size_t inputBytes) {
     EXPECT_LE(grown, 12 * inputBytes + 512 * kMiB) << "peak grew by " << grown / kMiB << " MiB";
 }
 
-struct Read {
-    int32_t result;
-    HalvUserCMData *tree;
-};
-
-Read ReadText(std::string &text, int32_t strict = 0) {
+/* The tree reader over a string stream, which it scans in place. */
+ucm_test::ReadResult ReadText(std::string &text) {
     HalvIO *in = HalvIO_Str(text.data(), static_cast<uint32_t>(text.size()));
-    Read out = {0, nullptr};
-    out.result = HalvReadUserCMData(in, &out.tree, strict);
+    ucm_test::ReadResult out = {0, nullptr};
+    out.result = HalvReadUserCMData(in, &out.tree, 0);
     in->close(in);
     return out;
 }
@@ -65,13 +62,13 @@ TEST(HugeInput, AMillionOpeningBracketsEndInABoundedResult) {
     for (char open : {'[', '<', '{', '"'}) {
         SCOPED_TRACE(std::string(1, open));
         std::string text(kMillion, open);
-        Read r = ReadText(text);
+        auto r = ReadText(text);
         EXPECT_TRUE(r.result == 0 || r.result == 1 || r.result == -1) << r.result;
         HalvFreeUserCMData(r.tree);
     }
     // A group nested a million deep, then closed: one value, read whole.
     std::string nested = "key: " + std::string(kMillion, '{') + std::string(kMillion, '}') + "\n";
-    Read r = ReadText(nested);
+    auto r = ReadText(nested);
     EXPECT_EQ(r.result, 1);
     ASSERT_NE(r.tree, nullptr);
     ASSERT_NE(r.tree->children, nullptr);
@@ -90,7 +87,7 @@ TEST(HugeInput, AMillionSectionsAndAMillionKeysAreReadWhole) {
     for (size_t i = 0; i < kNames; i += 1000)
         text += "[s" + std::to_string(i) + "]\nk2: w\n";
     size_t inputBytes = text.size();
-    Read r = ReadText(text);
+    auto r = ReadText(text);
     ASSERT_EQ(r.result, 1);
     EXPECT_EQ(CountList(r.tree), kNames);
     std::string lastReopened = "S" + std::to_string(kNames - 1000);

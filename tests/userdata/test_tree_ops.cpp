@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "dpk_hvsup.h"
 #include "userdata/streams.h"
@@ -22,31 +23,26 @@ HalvUserCMData *Tree(const std::string &text) {
 TEST(UserDataTreeOps, LookupByLevels) {
     EXPECT_EQ(HalvGetUserCMData(nullptr, "I", "S", "k"), nullptr);
     HalvUserCMData *tree = Tree("[A]\nx: 1\ny: 2\nx: 3\n[B]\nz:\n");
-    EXPECT_EQ(HalvGetUserCMData(tree, nullptr, nullptr, nullptr), nullptr);
+    // No names; a miss by length; a label alone searches the top list, which
+    // holds sections; the node found must be of its level's kind: A is no item.
+    const char *misses[][3] = {{nullptr, nullptr, nullptr}, {nullptr, "AB", nullptr}, {nullptr, "", nullptr},
+                               {nullptr, nullptr, "x"},     {"A", nullptr, nullptr},  {"A", "x", nullptr}};
+    for (const auto &m : misses)
+        EXPECT_EQ(HalvGetUserCMData(tree, m[0], m[1], m[2]), nullptr) << "miss " << (&m - misses);
     HalvUserCMData *label = HalvGetUserCMData(tree, nullptr, "A", "x");
     ASSERT_NE(label, nullptr);
     EXPECT_EQ(Dump(label->children), "W'1'");
     // A lookup stops at the deepest level named.
     EXPECT_EQ(HalvGetUserCMData(tree, nullptr, "b", nullptr), tree->next);
-    // Case doesn't count, length does.
-    EXPECT_EQ(HalvGetUserCMData(tree, nullptr, "a", "X"), label);
-    EXPECT_EQ(HalvGetUserCMData(tree, nullptr, "AB", nullptr), nullptr);
-    EXPECT_EQ(HalvGetUserCMData(tree, nullptr, "", nullptr), nullptr);
+    EXPECT_EQ(HalvGetUserCMData(tree, nullptr, "a", "X"), label); // case doesn't count
     // Two labels x: GetParam gives the first, index 1 the second.
     EXPECT_STREQ(HalvGetParam(tree, nullptr, "A", "x"), "1");
     HalvUserCMData *second = HalvIndexedGetUserCMData(tree, nullptr, 0, "A", 0, "x", 1);
     ASSERT_NE(second, nullptr);
     EXPECT_STREQ(second->children->text, "3");
-    EXPECT_EQ(HalvIndexedGetUserCMData(tree, nullptr, 0, "A", 0, "x", 2), nullptr);
-    EXPECT_EQ(HalvIndexedGetUserCMData(tree, nullptr, 0, "A", 0, "x", -1), nullptr);
-    EXPECT_EQ(HalvIndexedGetUserCMData(tree, nullptr, 0, "A", 1, "x", 0), nullptr);
-    // A label alone searches the top list, which holds sections.
-    EXPECT_EQ(HalvGetUserCMData(tree, nullptr, nullptr, "x"), nullptr);
-    // The node found must be of its level's kind: A is no item.
-    EXPECT_EQ(HalvGetUserCMData(tree, "A", nullptr, nullptr), nullptr);
-    EXPECT_EQ(HalvGetUserCMData(tree, "A", "x", nullptr), nullptr);
-    // A label without value.
-    EXPECT_EQ(HalvGetParam(tree, nullptr, "B", "z"), nullptr);
+    for (const auto &[section, index] : {std::pair{0, 2}, std::pair{0, -1}, std::pair{1, 0}})
+        EXPECT_EQ(HalvIndexedGetUserCMData(tree, nullptr, 0, "A", section, "x", index), nullptr);
+    EXPECT_EQ(HalvGetParam(tree, nullptr, "B", "z"), nullptr); // a label without value
     EXPECT_EQ(HalvGetParam(tree, nullptr, "B", "missing"), nullptr);
     HalvFreeUserCMData(tree);
 
@@ -86,9 +82,7 @@ TEST(UserDataTreeOps, GetDataAndLists) {
     char **list = nullptr;
     ASSERT_EQ(HalvGetUserCMList(tree, nullptr, "S", "list", &list), 3);
     ASSERT_NE(list, nullptr);
-    EXPECT_STREQ(list[0], "1");
-    EXPECT_STREQ(list[1], "2");
-    EXPECT_STREQ(list[2], "3");
+    EXPECT_EQ(std::vector<std::string>(list, list + 3), (std::vector<std::string>{"1", "2", "3"}));
     EXPECT_EQ(list[3], nullptr);
     HalvFreeUserCMList(&list);
     EXPECT_EQ(list, nullptr);

@@ -12,7 +12,6 @@
 #include "userdata/streams.h"
 
 using ucm_test::Dump;
-using ucm_test::Dumped;
 using ucm_test::ReadDump;
 using ucm_test::ReadInto;
 using ucm_test::ReadStream;
@@ -58,50 +57,51 @@ TEST(UserDataTreeText, TheSampleHeaderReadsAndWritesBackByteForByte) {
     EXPECT_EQ(ucm_test::WriteAndFree(tree), kHeader);
 }
 
-TEST(UserDataTreeText, WriterTextForEveryKind) {
-    // <I> [S] k: v, a second section, a second item: empty lines only in
-    // front of names that aren't first in their list.
-    EXPECT_EQ(WriteAndFree(Node(0, "I",
-                                Node(1, "S", Node(2, "k", Node(3, "v", nullptr, Node(4, "s: x", nullptr, Node(5, "AB")))),
-                                     Node(1, "T")),
-                                Node(0, "J"))),
-              "<I>\n[S]\nk: v\n\"s: x\"\n\"<<<<Base64Data:QUI=>>>>\"\n\n[T]\n\n<J>\n");
-    // A label without value runs on into the next node's text.
-    EXPECT_EQ(WriteAndFree(Node(2, "a", nullptr, Node(2, "b", nullptr, Node(2, "c", Node(3, "d"))))), "a: b: c: d\n");
-    // Texts go out with their length and unescaped, NULs and syntax alike.
-    EXPECT_EQ(WriteAndFree(Node(1, std::string("a\0]", 3), Node(2, "k:", Node(3, "x # y\\")))),
-              std::string("[a\0]]\nk:: x # y\\\n", 17));
-    // Empty data and padding of one and two final bytes.
-    EXPECT_EQ(WriteAndFree(Node(5, "", nullptr, Node(5, "A", nullptr, Node(5, "AB", nullptr, Node(5, "ABC"))))),
-              "\"<<<<Base64Data:>>>>\"\n\"<<<<Base64Data:QQ==>>>>\"\n"
-              "\"<<<<Base64Data:QUI=>>>>\"\n\"<<<<Base64Data:QUJD>>>>\"\n");
-
+TEST(UserDataTreeText, WriterText) {
     // A node of a kind the language doesn't know prints nothing but its
     // children; a null text prints as empty.
-    HalvUserCMData *tree = Node(9, "ignored", Node(3, "child"));
-    HalvUserCMData *bare = Node(3, "");
-    halv_internal_free(bare->text);
-    bare->text = nullptr;
-    tree->next = bare;
-    EXPECT_EQ(WriteAndFree(tree), "child\n\n");
+    HalvUserCMData *unknown = Node(9, "ignored", Node(3, "child"), Node(3, ""));
+    halv_internal_free(unknown->next->text);
+    unknown->next->text = nullptr;
+    const struct {
+        HalvUserCMData *tree;
+        std::string text;
+    } cases[] = {
+        // Empty lines only in front of names that aren't first in their list.
+        {Node(0, "I",
+              Node(1, "S", Node(2, "k", Node(3, "v", nullptr, Node(4, "s: x", nullptr, Node(5, "AB")))),
+                   Node(1, "T")),
+              Node(0, "J")),
+         "<I>\n[S]\nk: v\n\"s: x\"\n\"<<<<Base64Data:QUI=>>>>\"\n\n[T]\n\n<J>\n"},
+        // A label without value runs on into the next node's text.
+        {Node(2, "a", nullptr, Node(2, "b", nullptr, Node(2, "c", Node(3, "d")))), "a: b: c: d\n"},
+        // Texts go out with their length and unescaped, NULs and syntax alike.
+        {Node(1, std::string("a\0]", 3), Node(2, "k:", Node(3, "x # y\\"))),
+         std::string("[a\0]]\nk:: x # y\\\n", 17)},
+        // Empty data and padding of one and two final bytes.
+        {Node(5, "", nullptr, Node(5, "A", nullptr, Node(5, "AB", nullptr, Node(5, "ABC")))),
+         "\"<<<<Base64Data:>>>>\"\n\"<<<<Base64Data:QQ==>>>>\"\n"
+         "\"<<<<Base64Data:QUI=>>>>\"\n\"<<<<Base64Data:QUJD>>>>\"\n"},
+        {unknown, "child\n\n"},
+        // Sections at the top: [End] has no line end, and nothing behind it
+        // is written, siblings and children alike.
+        {Node(1, "A", Node(2, "k", Node(3, "v")),
+              Node(1, "eNd", Node(2, "hidden", Node(3, "x")), Node(1, "After"))),
+         "[A]\nk: v\n\n[eNd]"},
+        // Items at the top: a section End is ordinary, an item End stops.
+        {Node(0, "I", Node(1, "End", Node(2, "k", Node(3, "v")), Node(1, "S")),
+              Node(0, "End", Node(1, "never"), Node(0, "never"))),
+         "<I>\n[End]\nk: v\n\n[S]\n\n<End>"},
+        // A first node that is End writes just that; "Ends" or "En" are no End.
+        {Node(1, "End", nullptr, Node(1, "X")), "[End]"},
+        {Node(1, "Ends", nullptr, Node(1, "En")), "[Ends]\n\n[En]\n"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(WriteAndFree(c.tree), c.text);
 }
 
-TEST(UserDataTreeText, WriterStopsAtTopLevelEndOnly) {
-    // Sections at the top: [End] has no line end, and nothing behind it is
-    // written, siblings and children alike.
-    EXPECT_EQ(WriteAndFree(Node(1, "A", Node(2, "k", Node(3, "v")),
-                                Node(1, "eNd", Node(2, "hidden", Node(3, "x")), Node(1, "After")))),
-              "[A]\nk: v\n\n[eNd]");
-    // Items at the top: a section End is ordinary, an item End stops.
-    EXPECT_EQ(WriteAndFree(Node(0, "I", Node(1, "End", Node(2, "k", Node(3, "v")), Node(1, "S")),
-                                Node(0, "End", Node(1, "never"), Node(0, "never")))),
-              "<I>\n[End]\nk: v\n\n[S]\n\n<End>");
-    // A first node that is End writes just that; "Ends" or "En" are no End.
-    EXPECT_EQ(WriteAndFree(Node(1, "End", nullptr, Node(1, "X"))), "[End]");
-    EXPECT_EQ(WriteAndFree(Node(1, "Ends", nullptr, Node(1, "En"))), "[Ends]\n\n[En]\n");
-}
-
-TEST(UserDataTreeText, Base64GoesOutInPiecesOfAtMost68Characters) {
+TEST(UserDataTreeText, WriterPiecesAndResults) {
+    // Base64 goes out in pieces of at most 68 characters.
     std::string bytes;
     for (int i = 0; i < 200; ++i)
         bytes += (char)(i * 7);
@@ -112,20 +112,13 @@ TEST(UserDataTreeText, Base64GoesOutInPiecesOfAtMost68Characters) {
     std::vector<uint32_t> pieces(out.counts().end() - 5, out.counts().end() - 1);
     EXPECT_EQ(pieces, (std::vector<uint32_t>{68, 68, 68, 64}));
     EXPECT_EQ(out.text().find('\n'), out.text().size() - 1); // no line break inside
-    auto [result, back] = ReadTree(out.text());
-    ASSERT_EQ(result, 1);
-    ASSERT_NE(back->children, nullptr);
-    EXPECT_EQ(std::string(back->children->text, back->children->length), bytes);
-    HalvFreeUserCMData(back);
     HalvFreeUserCMData(tree);
-}
 
-TEST(UserDataTreeText, WriterResults) {
-    HalvUserCMData *tree = Node(1, "S", Node(2, "k", Node(5, std::string(300, 'x'))));
+    tree = Node(1, "S", Node(2, "k", Node(5, std::string(300, 'x'))));
     EXPECT_EQ(HalvWriteUserCMData(tree, nullptr), 0);
-    WriteStream out;
-    EXPECT_EQ(HalvWriteUserCMData(nullptr, out.io()), 1);
-    EXPECT_TRUE(out.counts().empty());
+    WriteStream none;
+    EXPECT_EQ(HalvWriteUserCMData(nullptr, none.io()), 1);
+    EXPECT_TRUE(none.counts().empty());
     // A write that takes fewer bytes than given fails the output, before,
     // within and after the Base64 block.
     const std::string full = WriteTree(tree);
@@ -143,20 +136,12 @@ TEST(UserDataTreeText, EmptyStreamsAndStrictness) {
     const struct {
         const char *text;
         int32_t strict;
-        Dumped read;
+        const char *read;
     } cases[] = {
-        {"", 0, {1, ""}},
-        {"# nothing\n\n", 0, {1, ""}},
-        {"", 1, {0, ""}},
-        {"[ID]\nk: v\n", 1, {1, "S'ID'{L'k'{W'v'}}"}},
-        {"<ID>\n[S]\nk: v\n", 1, {1, "I'ID'{S'S'{L'k'{W'v'}}}"}},
-        {"[id]\n", 1, {1, "S'id'"}},
-        {"[Head]\nk: v\n", 1, {0, ""}},
-        {"name: x\n[ID]\n", 1, {0, ""}},
-        {"word\n", 1, {0, ""}},
-        {"\"string\"", 1, {0, ""}},
-        {"[IDs]", 1, {0, ""}},
-        {"<I D>", 1, {0, ""}},
+        {"", 0, "1 "}, {"# nothing\n\n", 0, "1 "}, {"", 1, "0 "}, {"[ID]\nk: v\n", 1, "1 S'ID'{L'k'{W'v'}}"},
+        {"<ID>\n[S]\nk: v\n", 1, "1 I'ID'{S'S'{L'k'{W'v'}}}"}, {"[id]\n", 1, "1 S'id'"},
+        {"[Head]\nk: v\n", 1, "0 "}, {"name: x\n[ID]\n", 1, "0 "}, {"word\n", 1, "0 "},
+        {"\"string\"", 1, "0 "}, {"[IDs]", 1, "0 "}, {"<I D>", 1, "0 "},
     };
     for (const auto &c : cases)
         EXPECT_EQ(ReadDump(c.text, c.strict), c.read) << c.text << " strict " << c.strict;
@@ -204,9 +189,11 @@ std::string RestOf(HalvIO *io) {
 TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
     // The library's memory streams are scanned in place; the tree, the result
     // and the bytes left behind must be those of a stream read a byte per call.
-    std::string groups;
-    for (int i = 0; i < 50; ++i)
-        groups += "QUJD"; // 150 decoded bytes: more than one batch
+    std::string groups, decoded; // 150 decoded bytes: more than one batch
+    for (int i = 0; i < 50; ++i) {
+        groups += "QUJD";
+        decoded += "ABC";
+    }
     const std::string inputs[] = {
         "k: \"<<<<Base64Data:" + groups + ">>>>\"\nl: x",
         "k: \"<<<<Base64Data:" + groups + "QU",
@@ -243,9 +230,6 @@ TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
     }
 
     // The long block decodes whole.
-    std::string decoded;
-    for (int i = 0; i < 50; ++i)
-        decoded += "ABC";
     auto block = ReadTree(inputs[0]);
     EXPECT_EQ(block.result, 1);
     EXPECT_EQ(ucm_test::DumpAndFree(block.tree), "L'k'{D'" + decoded + "'} L'l'{W'x'}");
@@ -263,62 +247,52 @@ TEST(UserDataTreeText, LibraryMemoryStreamsReadAsByteStreamsDo) {
     both->close(both);
 }
 
-TEST(UserDataTreeText, NamesReopenAndLabelsRepeat) {
-    auto [result, tree] = ReadTree("[A]\nx: 1\n[B]\ny: 2\n[a]\nz: 3\nx: 4\n");
-    ASSERT_EQ(result, 1);
-    EXPECT_EQ(Dump(tree), "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}");
-    // Reading more text into the tree merges it.
-    EXPECT_EQ(ReadInto(tree, "[b]\nw: 5\n[C]\n"),
-              (Dumped{1, "S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'"}));
-    HalvFreeUserCMData(tree);
-}
-
 TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
-    const struct {
-        const char *text;
-        Dumped read;
-    } cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
+        // Names reopen, labels repeat.
+        {"[A]\nx: 1\n[B]\ny: 2\n[a]\nz: 3\nx: 4\n",
+         "1 S'A'{L'x'{W'1'} L'z'{W'3'} L'x'{W'4'}} S'B'{L'y'{W'2'}}"},
         // Sections are found below the current item; a name needs the same
         // length, so "ab" doesn't reopen "abc".
-        {"<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n", {1, "I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}"}},
+        {"<I>\n[S]\n[abc]\n<J>\n[S]\n<i>\n[s]\nk: v\n[ab]\n",
+         "1 I'I'{S'S'{L'k'{W'v'}} S'abc' S'ab'} I'J'{S'S'}"},
         // <a> finds the section A and makes it the current item, so B
         // becomes its child.
-        {"[A]\n<a>\n[B]\nk: v\n", {1, "S'A'{S'B'{L'k'{W'v'}}}"}},
+        {"[A]\n<a>\n[B]\nk: v\n", "1 S'A'{S'B'{L'k'{W'v'}}}"},
         // A label after an item with no section lands in the previous
         // section; a value after a new section with no label goes to the
         // last label.
-        {"<I1>\n[S]\n<I2>\nk: v\n", {1, "I'I1'{S'S'{L'k'{W'v'}}} I'I2'"}},
-        {"[S]\nk: v\n[T]\n\"more\"\n", {1, "S'S'{L'k'{W'v' T'more'}} S'T'"}},
+        {"<I1>\n[S]\n<I2>\nk: v\n", "1 I'I1'{S'S'{L'k'{W'v'}}} I'I2'"},
+        {"[S]\nk: v\n[T]\n\"more\"\n", "1 S'S'{L'k'{W'v' T'more'}} S'T'"},
         // Assignment text joins the next node.
-        {"name=value", {1, "W'namevalue'"}},
-        {"[S]\nk: a=b\nx=[T]\n", {1, "S'S'{L'k'{W'ab'}} S'xT'"}},
+        {"name=value", "1 W'namevalue'"},
+        {"[S]\nk: a=b\nx=[T]\n", "1 S'S'{L'k'{W'ab'}} S'xT'"},
         // Trees start at any level.
-        {"a: 1\nb: \"2\"\n", {1, "L'a'{W'1'} L'b'{T'2'}"}},
-        {"one\n\"two\"\n\"<<<<Base64Data:QUJD>>>>\"\nthree", {1, "W'one' T'two' D'ABC' W'three'"}},
+        {"a: 1\nb: \"2\"\n", "1 L'a'{W'1'} L'b'{T'2'}"},
+        {"one\n\"two\"\n\"<<<<Base64Data:QUJD>>>>\"\nthree", "1 W'one' T'two' D'ABC' W'three'"},
         // Nodes that fit nowhere give -1 and keep the tree read so far.
-        {"[S]\nk: v\n<I>\n", {-1, "S'S'{L'k'{W'v'}}"}},
-        {"k: v\n[S]\n", {-1, "L'k'{W'v'}"}},
-        {"k: v\n<I>\n", {-1, "L'k'{W'v'}"}},
-        {"w\nk: v\n", {-1, "W'w'"}},
-        {"w\n[S]\n", {-1, "W'w'"}},
-        {"<I>\nword\n", {-1, "I'I'"}},
-        {"<I>\nk: v\n", {-1, "I'I'"}},
+        {"[S]\nk: v\n<I>\n", "-1 S'S'{L'k'{W'v'}}"},
+        {"k: v\n[S]\n", "-1 L'k'{W'v'}"}, {"k: v\n<I>\n", "-1 L'k'{W'v'}"}, {"w\nk: v\n", "-1 W'w'"},
+        {"w\n[S]\n", "-1 W'w'"}, {"<I>\nword\n", "-1 I'I'"}, {"<I>\nk: v\n", "-1 I'I'"},
         // Malformed streams give 0 and free everything.
-        {"[S]\nk: {never closed", {0, ""}},
-        {"[S]\nk: {a}", {0, ""}},
-        {"[S]\nk: \"<<<<Base64Data:QUJ", {0, ""}},
-        {"k: \"<<<<Base64Data:QUJD\n>>>>\"", {0, ""}},
+        {"[S]\nk: {never closed", "0 "}, {"[S]\nk: {a}", "0 "}, {"[S]\nk: \"<<<<Base64Data:QUJ", "0 "},
+        {"k: \"<<<<Base64Data:QUJD\n>>>>\"", "0 "},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(ReadDump(c.text), c.read) << c.text;
+    for (const auto &[text, read] : cases)
+        EXPECT_EQ(ReadDump(text), read) << text;
 
     // The writer prints a section below a section as a first section.
     auto nested = ReadTree("[A]\n<a>\n[B]\nk: v\n");
     EXPECT_EQ(WriteAndFree(nested.tree), "[A]\n[B]\nk: v\n");
     auto labels = ReadTree("a: 1\nb: \"2\"\n");
     EXPECT_EQ(WriteAndFree(labels.tree), "a: 1\nb: \"2\"\n");
+    // Reading more text into a tree merges it.
+    HalvUserCMData *tree = ReadTree("[A]\nx: 1\n[B]\ny: 2\n").tree;
+    EXPECT_EQ(ReadInto(tree, "[b]\nw: 5\n[C]\n"),
+              "1 S'A'{L'x'{W'1'}} S'B'{L'y'{W'2'} L'w'{W'5'}} S'C'");
+    HalvFreeUserCMData(tree);
     // An End that is found again only reopens: reading goes on.
-    HalvUserCMData *tree = ReadTree("[S]\n[End]").tree;
+    tree = ReadTree("[S]\n[End]").tree;
     ReadStream in("[end]\nk: v\n[T]\n");
     EXPECT_EQ(HalvReadUserCMData(in.io(), &tree, 0), 1);
     EXPECT_EQ(Dump(tree), "S'S' S'End'{L'k'{W'v'}} S'T'");
@@ -326,12 +300,12 @@ TEST(UserDataTreeText, WhereTheReaderPutsEachNode) {
     HalvFreeUserCMData(tree);
     // A caller's tree of sections with no current section for a label.
     tree = ReadTree("[S]\n").tree;
-    EXPECT_EQ(ReadInto(tree, "k: v\n"), (Dumped{-1, "S'S'"}));
+    EXPECT_EQ(ReadInto(tree, "k: v\n"), "-1 S'S'");
     HalvFreeUserCMData(tree);
     // The caller's old nodes go with a malformed text (the sanitizer build
     // checks the frees).
     tree = ReadTree("[S]\nk: v\n").tree;
-    EXPECT_EQ(ReadInto(tree, "[T]\nj: {x"), (Dumped{0, ""}));
+    EXPECT_EQ(ReadInto(tree, "[T]\nj: {x"), "0 ");
     EXPECT_EQ(tree, nullptr);
     // Null arguments are refused and leave the tree alone.
     EXPECT_EQ(HalvReadUserCMData(nullptr, &tree, 0), 0);
@@ -454,7 +428,8 @@ class TreeMaker {
                 // Item and section names stay unique through a counter;
                 // labels may repeat.
                 std::string name = kind == 2 ? "L" + Text("abcXYZ019 _-.<>[]", 12)
-                                             : Text("abcXYZ019 _-.:#<[\n", 12) + "-" + std::to_string(serial_++);
+                                             : Text("abcXYZ019 _-.:#<[\n", 12) + "-" +
+                                                   std::to_string(serial_++);
                 node = Node(kind, name);
                 node->children = List(kind + 1);
             }
