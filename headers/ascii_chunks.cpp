@@ -86,6 +86,10 @@ int LoadChunk(const SampleCodec &codec, HalvIO *in, HalvChunk *chunk, uint32_t c
     uint64_t bytes = (uint64_t)count * codec.bytes;
     if (bytes > UINT32_MAX)
         return 0;
+    // A buffer the caller brings must hold count values; where its capacity
+    // is told (not 0) and too small, nothing is read into it.
+    if (chunk->data != nullptr && chunk->capacity != 0 && chunk->capacity < bytes)
+        return 0;
     if (chunk->data == nullptr) {
         chunk->data = halv_internal_calloc((size_t)bytes, 1);
         if (chunk->data == nullptr)

@@ -742,11 +742,12 @@ HALV_API int __HVHdrWriteAsciiComplex(HalvIO *out, const float *pair) HALV_NOEXC
 /* Reads count 8-bit values (each token cut to 8 bits) into the chunk as
  * one line.  With null data the chunk gets a new zeroed buffer of count
  * bytes from halv_internal_calloc, which the caller then owns; data that
- * are there must hold count values, which isn't checked against capacity.
- * On 1 the chunk has lines 1, bytes the count's and flags 0; a stream that
- * ends before the first value also gives 1, with lines and bytes 0 and
- * flags 1.  0 for a null stream or chunk, count 0, a size past 32 bits, no
- * memory, a token that is no number, or a stream that ends part way. */
+ * are there must hold count values.  On 1 the chunk has lines 1, bytes the
+ * count's and flags 0; a stream that ends before the first value also
+ * gives 1, with lines and bytes 0 and flags 1.  0 for a null stream or
+ * chunk, count 0, a size past 32 bits, data whose capacity is told (not 0)
+ * and too small (nothing is read), no memory, a token that is no number,
+ * or a stream that ends part way. */
 HALV_API int HVHdrLoadChunk_Ascii_8(HalvIO *in, HalvChunk *chunk, uint32_t count) HALV_NOEXCEPT;
 
 /* HVHdrLoadChunk_Ascii_8 for 16-bit values (each token cut to 16 bits),
