@@ -277,8 +277,8 @@ HALV_API void HalvHeaderReverseLines(const HalvHeaderStruct *header, void *data,
 /* ------------------------------------------------------------------------
  * Byte counts of scanlines.  All arithmetic is unsigned 32-bit and wraps
  * without notice; an alignment must be a power of two.  The array
- * functions read count entries of bits and write count entries of out,
- * and check neither pointer.
+ * functions read count entries of bits and write count entries of out;
+ * a null bits or out gives 0 with nothing written.
  * ------------------------------------------------------------------------ */
 
 /* Bytes of one scanline of one separation of pixels samples of bits bits:
