@@ -39,21 +39,15 @@ TEST(PrintIntegers, WidthPrecisionAndSign) {
  * the digit count is estimated from the bit length and corrected by one
  * compare, and digits are made four and two at a time. */
 TEST(PrintIntegers, DecimalDigitCountsAtEveryPowerOfTen) {
-    uint64_t power = 1;
-    for (int digits = 1; digits <= 20; ++digits) {
-        for (uint64_t value : {power - 1, power, power + 1}) {
+    unsigned long long power = 1;
+    for (int digits = 1; digits <= 20; ++digits, power *= digits <= 20 ? 10 : 1) {
+        for (unsigned long long value : {power - 1, power, power + 1}) {
             const std::string expected = std::to_string(value);
-            EXPECT_EQ(Text("%llu", static_cast<unsigned long long>(value)), expected);
-            EXPECT_EQ(Text("%+llu", static_cast<unsigned long long>(value)), expected);
-            EXPECT_EQ(Text("[%22llu]", static_cast<unsigned long long>(value)),
-                      "[" + std::string(22 - expected.size(), ' ') + expected + "]");
-            if (value <= UINT32_MAX) {
-                EXPECT_EQ(Text("%u", static_cast<unsigned>(value)), expected);
-                EXPECT_EQ(Text("%+u", static_cast<unsigned>(value)), expected);
-            }
+            EXPECT_EQ(Text("%llu|%+llu", value, value), expected + "|" + expected);
+            EXPECT_EQ(Text("[%22llu]", value), "[" + std::string(22 - expected.size(), ' ') + expected + "]");
+            if (value <= UINT32_MAX)
+                EXPECT_EQ(Text("%u|%+u", (unsigned)value, (unsigned)value), expected + "|" + expected);
         }
-        if (digits < 20)
-            power *= 10;
     }
     EXPECT_EQ(Text("%llu", ULLONG_MAX), "18446744073709551615");
     EXPECT_EQ(Text("%u|%d|%d", UINT_MAX, INT_MAX, 0), "4294967295|2147483647|0");
@@ -150,16 +144,13 @@ TEST(PrintCharacters, CharactersStringsAndEscapes) {
     EXPECT_EQ(Text("%.2s", unterminated), "xy");
 }
 
-TEST(PrintPointers, NilAndDigits) {
+TEST(PrintPointersCountsLiterals, NilDigitsCountsAndUtf8) {
     EXPECT_EQ(Text("[%p]", static_cast<void *>(nullptr)), "[(nil)]");
     EXPECT_EQ(Text("[%20p|%-20p]", static_cast<void *>(nullptr), static_cast<void *>(nullptr)), "[(nil)|(nil)]");
     EXPECT_EQ(Text("%p", reinterpret_cast<void *>(0x1234)), "0x00001234");
     EXPECT_EQ(Text("%p", reinterpret_cast<void *>(0x123456789abcULL)), "0x123456789abc");
     EXPECT_EQ(Text("%p", reinterpret_cast<void *>(~uintptr_t{0})), "0xffffffffffffffff");
     EXPECT_EQ(Text("[%30p]", reinterpret_cast<void *>(0xab)), "[0x000000ab]");  /* width is fixed */
-}
-
-TEST(PrintCounts, StoresWhatTheSinkTookBySize) {
     int32_t n32 = -1;
     int16_t n16[2] = {-1, 0x5a5a};
     int64_t n64 = -1, nll = -1, nz = -1;
@@ -177,9 +168,6 @@ TEST(PrintCounts, StoresWhatTheSinkTookBySize) {
     EXPECT_EQ(HalvSNPrintf(small, sizeof small, "abcdef%n", &count), 6);
     EXPECT_EQ(count, 3);
     EXPECT_STREQ(small, "abc");
-}
-
-TEST(PrintLiterals, TextPercentAndUtf8) {
     EXPECT_EQ(Print(""), (Printed{0, ""}));
     EXPECT_EQ(Print("plain"), (Printed{5, "plain"}));
     EXPECT_EQ(Text("100%%|%%d|%%%d", 7), "100%|%d|%7");
@@ -222,35 +210,32 @@ TEST(PrintMalformed, RefusedFormatsWriteNothing) {
         "%I5d", "%Id", "%I320d", "%hI32d", "%I32I32d", "%...2i", "%..37i", "%..1i", "%..0i", "x%", "%5",
         "%-", "%.", "%\xc3\xa9",
     };
+    /* Text before the bad directive is not written either, nor are fields
+     * of everyday directives before it: the terminator is the one byte that
+     * changes, in every memory sink. */
+    const std::string untouched(47, 'Z');
+    char buffer[48];
     for (const char *format : malformed) {
         SCOPED_TRACE(format);
-        char buffer[32];
         std::memset(buffer, 'Z', sizeof buffer);
         EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, format, 1, 2, 3), HALV_FORMAT_MALFORMED);
         EXPECT_EQ(buffer[0], '\0');
         std::memset(buffer, 'Z', sizeof buffer);
         EXPECT_EQ(HalvSPrintf(buffer, format, 1, 2, 3), HALV_FORMAT_MALFORMED);
         EXPECT_EQ(buffer[0], '\0');
-        char *allocated = reinterpret_cast<char *>(&buffer);
+        char *allocated = buffer;
         EXPECT_EQ(HalvASPrintf(&allocated, format, 1, 2, 3), HALV_FORMAT_MALFORMED);
         EXPECT_EQ(allocated, nullptr);
     }
-    /* Text before the bad directive is not written either, nor are fields
-     * of everyday directives before it: the terminator is the one byte that
-     * changes, in every memory sink. */
-    char buffer[32] = "unchanged";
-    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "lots of text %d then %y", 1), HALV_FORMAT_MALFORMED);
-    EXPECT_STREQ(buffer, "");
-    for (const char *format : {"%d %s %-5x %y", "%s %s %.2s %d %hhhd", "%d %5d%%%08x %lllu"}) {
+    for (const char *format : {"lots of text %d then %y", "%d %s %-5x %y", "%s %s %.2s %d %hhhd",
+                               "%d %5d%%%08x %lllu"}) {
         SCOPED_TRACE(format);
-        char untouched[48];
-        std::memset(untouched, 'Z', sizeof untouched);
-        EXPECT_EQ(HalvSNPrintf(untouched, sizeof untouched, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
-        EXPECT_EQ(untouched[0], '\0');
-        EXPECT_EQ(std::string(untouched + 1, sizeof untouched - 1), std::string(sizeof untouched - 1, 'Z'));
-        std::memset(untouched, 'Z', sizeof untouched);
-        EXPECT_EQ(HalvSPrintf(untouched, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
-        EXPECT_EQ(std::string(untouched + 1, sizeof untouched - 1), std::string(sizeof untouched - 1, 'Z'));
+        std::memset(buffer, 'Z', sizeof buffer);
+        EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(std::string(buffer, 48), '\0' + untouched);
+        std::memset(buffer, 'Z', sizeof buffer);
+        EXPECT_EQ(HalvSPrintf(buffer, format, 12345, "text", 3, 4), HALV_FORMAT_MALFORMED);
+        EXPECT_EQ(std::string(buffer, 48), '\0' + untouched);
     }
     EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, nullptr), HALV_FORMAT_MALFORMED);
     /* Qualifiers in any order and repeated are fine. */
@@ -265,21 +250,19 @@ std::string Directives(int n) {
     return format;
 }
 
-TEST(PrintLimits, SixtyFourArguments) {
+TEST(PrintLimits, SixtyFourArgumentsAndHostileSizes) {
     std::vector<int> values(65);
     std::vector<void *> pointers(65);
     std::string expected;
     for (int i = 0; i < 65; ++i) {
         values[i] = i * 3;
         pointers[i] = &values[i];
-        if (i < 64)
-            expected += std::to_string(i * 3) + ",";
+        expected += i < 64 ? std::to_string(i * 3) + "," : "";
     }
     char buffer[1024];
     EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, Directives(64).c_str(), pointers.data()),
               static_cast<int32_t>(expected.size()));
     EXPECT_EQ(buffer, expected);
-
     std::strcpy(buffer, "unchanged");
     EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, Directives(65).c_str(), pointers.data()),
               HALV_FORMAT_TOO_MANY_ARGS);
@@ -292,7 +275,6 @@ TEST(PrintLimits, SixtyFourArguments) {
               HALV_FORMAT_TOO_MANY_ARGS);
     EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(63) + "%y").c_str(), pointers.data()),
               HALV_FORMAT_MALFORMED);
-
     /* '*' arguments count: 32 "%*d" take all 64 entries, one more is too many,
      * also when only the '*' of the last directive would still fit. */
     std::string stars, padded;
@@ -311,23 +293,15 @@ TEST(PrintLimits, SixtyFourArguments) {
               HALV_FORMAT_TOO_MANY_ARGS);
     EXPECT_EQ(HalvLSNPrintf(buffer, sizeof buffer, (Directives(62) + "%.*.*i").c_str(), pointers.data()),
               HALV_FORMAT_TOO_MANY_ARGS);
-}
-
-TEST(PrintLimits, HostileWidthsAndPrecisions) {
-    char buffer[16];
-    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%2147483647d", 1), INT32_MAX);
+    EXPECT_EQ(HalvSNPrintf(buffer, 16, "%2147483647d", 1), INT32_MAX);
     EXPECT_STREQ(buffer, "               ");
-    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%99999999999999999999d", 1), INT32_MAX);
+    EXPECT_EQ(HalvSNPrintf(buffer, 16, "%99999999999999999999d", 1), INT32_MAX);
     EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%.2147483647d", 1), INT32_MAX);
     EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%-2147483647s", "x"), INT32_MAX);
     EXPECT_EQ(HalvSNPrintf(nullptr, 0, "%.2147483647s", "short"), 5);
-    EXPECT_EQ(HalvSNPrintf(buffer, sizeof buffer, "%*d", INT_MIN, 1), INT32_MAX);
+    EXPECT_EQ(HalvSNPrintf(buffer, 16, "%*d", INT_MIN, 1), INT32_MAX);
     EXPECT_STREQ(buffer, "1              ");
 }
-
-} // namespace
-
-namespace {
 
 /* Random formats from the bytes directives are made of.  Every argument
  * entry points at a zeroed block of its own, which reads as 0, as an empty
@@ -353,20 +327,21 @@ TEST(PrintRobustness, RandomFormatsAgreeAcrossSinks) {
             continue;
         }
         ASSERT_LT(measured, 1 << 20);
-        std::vector<char> unbounded(static_cast<size_t>(measured) + 1, 'Z');
+        const size_t size = static_cast<size_t>(measured);
+        std::vector<char> unbounded(size + 1, 'Z');
         std::memset(blocks, 0, sizeof blocks);
         EXPECT_EQ(HalvLSPrintf(unbounded.data(), format.c_str(), pointers.data()), measured);
-        EXPECT_EQ(unbounded[static_cast<size_t>(measured)], '\0');
+        EXPECT_EQ(unbounded[size], '\0');
         char *allocated = nullptr;
         std::memset(blocks, 0, sizeof blocks);
         EXPECT_EQ(HalvLASPrintf(&allocated, format.c_str(), pointers.data()), measured);
         ASSERT_NE(allocated, nullptr);
-        EXPECT_EQ(std::memcmp(allocated, unbounded.data(), static_cast<size_t>(measured) + 1), 0);
+        EXPECT_EQ(std::string(allocated, size + 1), std::string(unbounded.data(), size + 1));
         halv_internal_free(allocated);
         RecordingStream stream;
         std::memset(blocks, 0, sizeof blocks);
         EXPECT_EQ(HalvIOLPrintf(stream.io, format.c_str(), pointers.data()), measured);
-        EXPECT_EQ(stream.taken, std::string(unbounded.data(), static_cast<size_t>(measured)));
+        EXPECT_EQ(stream.taken, std::string(unbounded.data(), size));
     }
 }
 

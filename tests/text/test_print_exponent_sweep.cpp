@@ -1,29 +1,18 @@
 /*
- * tests/text/test_print_exponent_sweep.cpp - the exponent form against the
- * C library's snprintf over a million random doubles, subnormal ones
- * included, at every precision from 0 to 17.
+ * tests/text/test_print_exponent_sweep.cpp - the exponent form against the C
+ * library's snprintf over a million random doubles, subnormal ones included,
+ * at every precision from 0 to 17.
  *
- * The two printers are not meant to agree byte for byte: the C library
- * prints the exact decimal value of the double, correctly rounded, while
- * the engine scales the number in double arithmetic and rounds half up.  So
- * the sweep checks what the engine does promise:
- *
- *  - The value.  The text the engine writes stands for the double within
- *    half a unit of its last digit plus one unit of the 15th significant
- *    digit: digits past the 15th may be whatever the arithmetic gives.
- *  - The exponent and the leading digit, exactly as the C library has them,
- *    with one exception.  Where the double lies within that same slack of a
- *    carry boundary, the value at which the text rounded to the precision
- *    turns from (d-1).99..9 to d.00..0 (or from 9.99..9 to 1.00..0 of the
- *    next exponent), the engine's inexact arithmetic may land on the other
- *    side of it: "%.1e" of 9.95 is "9.9e+00" in the C library, since the
- *    double is just below 9.95, and "1.0e+01" in the engine; and "%.16e" of
- *    the double nearest 7e-111, a little above it, may come out as
- *    "6.9999999999999991e-111" once the scaling has cost an ulp.  Then the
- *    two leading digits must be neighbours across that boundary.  A leading
- *    digit of 0, a wrong digit away from any boundary, or an exponent one
- *    off without a carry between (the faults the carry and the scaling near
- *    the ends of the range once had) all fail.
+ * The C library prints the exact decimal value correctly rounded; the engine
+ * scales in double arithmetic and rounds half up.  So the sweep checks what
+ * the engine promises: its text stands for the double within half a unit of
+ * its last digit plus one unit of the 15th significant digit, and its leading
+ * digit and exponent are the C library's, except where the double lies within
+ * that slack of a carry boundary (where (d-1).99..9 turns into d.00..0, or
+ * 9.99..9 into 1.00..0 of the next exponent): then the two leading digits
+ * must be neighbours across it ("%.1e" of 9.95 is "9.9e+00" there, "1.0e+01"
+ * here).  A leading 0, a wrong digit away from a boundary or an exponent one
+ * off without a carry between all fail.
  */
 #include <gtest/gtest.h>
 
@@ -43,8 +32,7 @@ namespace {
 constexpr int kValues = 1000000;
 constexpr int kMaxPrecision = 17;
 
-/* What an exponent-form text says: its leading digit, its exponent, and the
- * value it stands for. */
+/* What an exponent-form text says. */
 struct ExponentText {
     int leading = -1;
     int exponent = 0;
@@ -53,56 +41,43 @@ struct ExponentText {
 
 /* Parses "[-]d[.ddd]e(+|-)dd".  False for anything else. */
 bool ParseExponentText(const char *text, ExponentText &out) {
-    const char *p = text;
-    if (*p == '-')
-        ++p;
-    if (*p < '0' || *p > '9')
-        return false;
-    out.leading = *p++ - '0';
-    if (*p == '.')
-        for (++p; *p >= '0' && *p <= '9'; ++p) {
-        }
-    if (*p != 'e' || (p[1] != '+' && p[1] != '-'))
+    const char *digit = text + (*text == '-');
+    const char *e = std::strchr(text, 'e');
+    if (*digit < '0' || *digit > '9' || e == nullptr || (digit[1] != '.' && digit + 1 != e) ||
+        (e[1] != '+' && e[1] != '-'))
         return false;
     char *end = nullptr;
-    out.exponent = static_cast<int>(std::strtol(p + 1, &end, 10));
-    if (*end != '\0')
-        return false;
+    out.leading = *digit - '0';
+    out.exponent = static_cast<int>(std::strtol(e + 1, &end, 10));
     out.value = std::strtod(text, nullptr);
-    return true;
+    return *end == '\0';
 }
 
 /* Random doubles of every kind the sweep needs. */
 class Doubles {
 public:
     double Next() {
-        switch (Pick(0, 9)) {
-        case 0: /* subnormal: an exponent field of 0 */
-            return FromBits(Bits() & 0x800FFFFFFFFFFFFFull);
-        case 1:
-        case 2: /* close to a carry boundary, but off it by more than the slack */
+        const int kind = Pick(0, 9);
+        if (kind == 0) /* subnormal: an exponent field of 0 */
+            return FromBits(random_() & 0x800FFFFFFFFFFFFFull);
+        if (kind <= 2) /* close to a carry boundary, but off it by more than the slack */
             return NearCarry();
-        case 3: /* small whole numbers and halves, where ties sit */
+        if (kind == 3) /* small whole numbers and halves, where ties sit */
             return (Pick(0, 1) ? -1 : 1) * Pick(0, 2000000) / 2.0;
-        default: { /* any finite double */
-            double value;
-            do
-                value = FromBits(Bits());
-            while (!std::isfinite(value));
-            return value;
-        }
-        }
+        double value; /* any finite double */
+        do
+            value = FromBits(random_());
+        while (!std::isfinite(value));
+        return value;
     }
 
 private:
-    uint64_t Bits() { return random_(); }
     int Pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random_); }
     static double FromBits(uint64_t bits) {
         double value;
         std::memcpy(&value, &bits, sizeof value);
         return value;
     }
-
     /* (d + 1 - 10^-q / 2 * (1 +- f)) * 10^e: just below or above where
      * rounding to q fraction digits carries into the leading digit. */
     double NearCarry() {
@@ -112,7 +87,6 @@ private:
         const double mantissa = (d + 1) - 0.5 * std::pow(10.0, -q) * (1 + f);
         return mantissa * std::pow(10.0, Pick(-320, 307));
     }
-
     std::mt19937_64 random_{0x5EED2020};
 };
 
@@ -121,7 +95,6 @@ TEST(PrintExponentSweep, LeadingDigitAndExponentMatchTheCLibrary) {
     char formats[kMaxPrecision + 1][8];
     for (int p = 0; p <= kMaxPrecision; ++p)
         std::snprintf(formats[p], sizeof formats[p], "%%.%de", p);
-
     Doubles doubles;
     int failures = 0;
     long boundaryCases = 0;

@@ -59,7 +59,6 @@ TEST(PrintFamily, EveryMemberPrintsTheSameText) {
     void *array[] = {const_cast<char *>("x"), &value, &number};
     char buffer[64];
     char *out = nullptr;
-
     const std::vector<std::pair<const char *, Member>> members = {
         {"IOPrintf", [&](const HalvLocale *) { StreamText s; return s.Done(HalvIOPrintf(s.stream.io, kFormat, "x", 5, 1.5)); }},
         {"IOPrintfl", [&](const HalvLocale *l) { StreamText s; return s.Done(HalvIOPrintfl(l, s.stream.io, kFormat, "x", 5, 1.5)); }},
@@ -119,18 +118,15 @@ void CheckEverySink(const char *format, Args... args) {
         ASSERT_EQ(engine, libc) << "size " << size;
     }
     EXPECT_EQ(HalvSNPrintf(nullptr, 0, format, args...), length);
-
     std::vector<char> unbounded(text.size() + 8, 'Z');
     EXPECT_EQ(HalvSPrintf(unbounded.data(), format, args...), length);
     EXPECT_EQ(std::string(unbounded.data()), text);
     EXPECT_EQ(unbounded[text.size() + 1], 'Z');
-
     char *out = nullptr;
     EXPECT_EQ(HalvASPrintf(&out, format, args...), length);
     ASSERT_NE(out, nullptr);
     EXPECT_EQ(std::string(out), text);
     halv_internal_free(out);
-
     RecordingStream stream;
     EXPECT_EQ(HalvIOPrintf(stream.io, format, args...), length);
     EXPECT_EQ(stream.taken, text);
@@ -192,7 +188,6 @@ TEST(PrintSinks, EverydayFormatsAndTheirNeighboursAgree) {
     for (int i = 0; i < 90; ++i)
         percents += i % 9 == 0 ? "%d%%" : "%%";
     CheckEverySink(percents.c_str(), 1, 22, 333, 4444, 55555, 666666, 7777777, 88888888, 999999999, -1);
-
     /* A precision stops the reading of unterminated text; null prints as
      * "(nil)", cut and padded like any text. */
     const char unterminated[3] = {'x', 'y', 'z'};
@@ -217,7 +212,6 @@ TEST(PrintSinks, WhatEachSinkAddsToTheSharedChecks) {
     char buffer[64];
     EXPECT_EQ(HalvSPrintf(buffer, "%05.1f|%-3s|%c", 2.25, "a", 'q'), 11);
     EXPECT_STREQ(buffer, "002.3|a  |q");
-
     /* New strings: empty, and lengths around the doubling steps. */
     char *out = reinterpret_cast<char *>(1);
     for (int length : {0, 1, 31, 32, 33, 63, 64, 65, 1000, 5000}) {
@@ -246,7 +240,6 @@ TEST(PrintSinks, WhatEachSinkAddsToTheSharedChecks) {
     EXPECT_EQ(count, 40);
     halv_internal_free(out);
     EXPECT_EQ(HalvASPrintf(nullptr, "abc"), -1);
-
     /* A null stream only counts, and %n sees nothing taken. */
     count = -1;
     EXPECT_EQ(HalvIOPrintf(nullptr, "hello %s%n", "world", &count), 11);

@@ -89,22 +89,18 @@ TEST(TextScanDouble, AgreesWithTheCLibrary) {
             integer = -integer;
         snprintf(text, sizeof text, (i & 1) ? "%" PRId64 : "%" PRId64 ".", integer);
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* Short integers with short dyadic fractions. */
         static const char *const kFractions[] = {"5", "25", "125", "0625", "5e3", "25e-2"};
         uint64_t small = random() % 1000000;
         snprintf(text, sizeof text, "%" PRIu64 ".%s", small, kFractions[random() % 6]);
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* "N.e-K": one division of two exact doubles. */
         uint64_t numerator = random() >> 11;
         snprintf(text, sizeof text, "%" PRIu64 ".e-%d", numerator, (int)(random() % 23));
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* Halves with a positive exponent, integral and below 2^53. */
         snprintf(text, sizeof text, "%" PRIu64 ".5e%d", random() % 100000, 1 + (int)(random() % 10));
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* Hexadecimal text of 53 bits with a binary exponent. */
         uint64_t mantissa = random() >> 11;
         int exponent = (int)(random() % 400) - 200;

@@ -76,7 +76,6 @@ TEST(UtilMachine, ProcessorAndMemory) {
     EXPECT_GE(processors, 1);
     if (std::thread::hardware_concurrency() != 0)
         EXPECT_LE(processors, (int32_t)std::thread::hardware_concurrency());
-
     // Kind 0 agrees with the kernel's own figure, modulo 2^32.
     std::ifstream meminfo("/proc/meminfo");
     std::string key;

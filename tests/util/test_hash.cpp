@@ -53,7 +53,6 @@ TEST(UtilHash, SmallHashes) {
     EXPECT_EQ(HalvHashBytes(ramp.data(), 768), 33354u);
     for (size_t length = 0; length < ramp.size(); length += 37)
         EXPECT_LE(HalvHashBytes(ramp.data(), (uint32_t)length), 0xFFFFu);
-
     // The string hash takes bytes as signed and wraps modulo 2^32.
     const struct {
         const char *text;
@@ -62,7 +61,6 @@ TEST(UtilHash, SmallHashes) {
                    {"Hello, world", 2457368813u}, {"ab\0cd", 5863208u}, {nullptr, 5381u}};
     for (const auto &s : strings)
         EXPECT_EQ(HalvHashString(s.text), s.hash) << (s.text ? s.text : "(null)");
-
     // FNV multiplies before the xor; chained calls hash the concatenation.
     EXPECT_EQ(HalvFNVHashBytes("abc", 3, 0), 0x84F09160u);
     EXPECT_EQ(HalvFNVHashBytes("abc", 3, 2166136261u), 0x439C2F4Bu);
@@ -87,7 +85,6 @@ TEST(UtilHash, Md5DigestsWholeAndInPieces) {
     };
     for (const auto &r : rfc)
         EXPECT_EQ(Md5Text(r.text), r.digest) << r.text;
-
     std::vector<unsigned char> data(256 * 1000);
     for (size_t i = 0; i < data.size(); ++i)
         data[i] = (unsigned char)i;
@@ -97,7 +94,6 @@ TEST(UtilHash, Md5DigestsWholeAndInPieces) {
         EXPECT_EQ(Md5(data.data(), data.size(), piece), "1da708a75e25110b1341d16814feb52d") << piece;
     const std::string million(1000000, 'a');
     EXPECT_EQ(Md5(million.data(), million.size(), 10000), "7707d6ae4e027c70eea2a935c2296f21");
-
     // Lengths around the padding edge (55, 56 and 64 bytes and one block on).
     const char *text = "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef"
                        "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef";
@@ -141,7 +137,6 @@ TEST(UtilHash, Md5ContextLayoutWipingAndNullArguments) {
     HalvMD5Update(&context, "abc", 3);
     HalvMD5Final(digest, &context);
     EXPECT_NE(Hex(digest), "900150983cd24fb0d6963f7d28e17f72");
-
     // 2^29 bytes are 2^32 bits: the low word wraps and the high word counts.
     HalvMD5Init(&context);
     context.count[0] = 0xFFFFFFF8u;

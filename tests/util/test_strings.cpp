@@ -24,7 +24,6 @@ TEST(UtilStrings, DuplicatesAndLengths) {
     char unterminated[3] = {'a', 'b', 'c'};
     EXPECT_EQ(Take(HalvStrNDup(unterminated, 3)), "abc");
     EXPECT_EQ(HalvStrNLen(unterminated, 2), 2u);
-
     EXPECT_EQ(HalvStrLen(""), 0u);
     EXPECT_EQ(HalvStrLen("h\xC3\xA9"), 3u); // bytes, not characters
     EXPECT_EQ(HalvStrNLen("abcdef", 4), 4u);
@@ -106,7 +105,6 @@ TEST(UtilStrings, ByteAndSubstringSearch) {
     EXPECT_EQ(HalvWideStrRChr(wide, 0x263A), wide + 3);
     EXPECT_EQ(HalvWideStrChr(wide, 'z'), nullptr);
     EXPECT_EQ(HalvWideStrChr(wide, 0), nullptr);
-
     const char two[] = "one two two";
     EXPECT_EQ(HalvStrStr(two, "two"), two + 4);
     EXPECT_EQ(HalvStrStr(two, "three"), nullptr);

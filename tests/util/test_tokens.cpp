@@ -83,13 +83,10 @@ TEST(UtilTokens, QuotesEscapesAndEmptyTokens) {
         // empty token.
         {"x \"a b\" y", " ", kDouble, {"x", "a b", "y"}},
         {"x \"a b\" y", " ", kDouble | kKeep, {"x", "\"a b\"", "y"}},
-        {"k=\"a b\"c d", " ", kDouble, {"k=a bc", "d"}},
-        {"x \"a b\" y", " ", 0, {"x", "\"a", "b\"", "y"}},
-        {"'a b'", " ", kDouble, {"'a", "b'"}},
-        {"\"\" z", " ", kDouble, {"", "z"}},
+        {"k=\"a b\"c d", " ", kDouble, {"k=a bc", "d"}}, {"x \"a b\" y", " ", 0, {"x", "\"a", "b\"", "y"}},
+        {"'a b'", " ", kDouble, {"'a", "b'"}}, {"\"\" z", " ", kDouble, {"", "z"}},
         // Single quotes; each kind of quote is plain inside the other.
-        {"a'b c'd", " ", kSingle, {"ab cd"}},
-        {"a'b c'd", " ", kSingle | kKeep, {"a'b c'd"}},
+        {"a'b c'd", " ", kSingle, {"ab cd"}}, {"a'b c'd", " ", kSingle | kKeep, {"a'b c'd"}},
         {"'say \"hi there\"' \"it's me\"", " ", kSingle | kDouble, {"say \"hi there\"", "it's me"}},
         // Escapes inside quotes.  Outside quotes a backslash is an ordinary
         // byte; with kept quotes the backslash still goes, the escaped byte
@@ -106,13 +103,11 @@ TEST(UtilTokens, QuotesEscapesAndEmptyTokens) {
         {"\"a\\\"b c\"", " ", kDouble, {"a\\b", "c"}},
         // Unclosed quotes run to the end; so does a trailing backslash inside
         // an escaping quote.
-        {"x \"a b, c", " ,", kDouble, {"x", "a b, c"}},
-        {"x 'a b", " ", kSingle | kKeep, {"x", "'a b"}},
+        {"x \"a b, c", " ,", kDouble, {"x", "a b, c"}}, {"x 'a b", " ", kSingle | kKeep, {"x", "'a b"}},
         {"\"ab\\", " ", kDouble | kEscapes, {"ab"}},
         // With its flag a quote listed as delimiter acts as a quote; without
         // it, it delimits.
-        {"a\"b c\"d", " \"", kDouble, {"ab cd"}},
-        {"a\"b c\"d", " \"", 0, {"a", "b", "c", "d"}},
+        {"a\"b c\"d", " \"", kDouble, {"ab cd"}}, {"a\"b c\"d", " \"", 0, {"a", "b", "c", "d"}},
         // High bytes are ordinary.
         {"caf\xC3\xA9 \xFF\x80", " ", kSkip | kDouble, {"caf\xC3\xA9", "\xFF\x80"}},
         {"a\xA0" "b", "\xA0", 0, {"a", "b"}},
@@ -134,7 +129,6 @@ TEST(UtilTokens, CursorAndCutting) {
     EXPECT_EQ(next, text); // used up: the cursor marks the end with text itself
     EXPECT_EQ(HalvTokenParse(text, " ", &next), nullptr);
     EXPECT_EQ(HalvTokenParse(text, " ", &next), nullptr); // and stays there
-
     // Two parsers over two texts, interleaved: the cursor is all the state.
     char left[] = "1 2 3";
     char right[] = "x,y";
@@ -146,7 +140,6 @@ TEST(UtilTokens, CursorAndCutting) {
     EXPECT_STREQ(HalvTokenParse(left, " ", &nextLeft), "3");
     EXPECT_EQ(HalvTokenParse(right, ",", &nextRight), nullptr);
     EXPECT_EQ(HalvTokenParse(left, " ", &nextLeft), nullptr);
-
     // Null text or cursor pointer: nothing to parse.
     char *cursor = nullptr;
     EXPECT_EQ(HalvTokenParse(nullptr, " ", &cursor), nullptr);

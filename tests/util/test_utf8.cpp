@@ -97,14 +97,12 @@ TEST(UtilUtf8, FindingCharactersGivesTheAddressBehindThem) {
     EXPECT_EQ(HalvUTF8StrChr(abc, 'b'), abc + 2);
     EXPECT_EQ(HalvUTF8StrRChr(abc, 'b'), abc + 2);
     EXPECT_EQ(HalvUTF8StrChr(abc, 'z'), nullptr);
-
     const char text[] = "\xE2\x82\xAC" "1\xE2\x82\xAC" "2";
     EXPECT_EQ(HalvUTF8StrChr(text, 0x20AC), text + 3);
     EXPECT_EQ(HalvUTF8StrRChr(text, 0x20AC), text + 7);
     EXPECT_EQ(HalvUTF8StrChr(text, '2'), text + 8);
     // The bytes of a character are not characters of their own.
     EXPECT_EQ(HalvUTF8StrChr(text, 0x82), nullptr);
-
     // An invalid sequence ends the search; RChr keeps what it found first.
     const char broken[] = "xa\xFFxa";
     EXPECT_EQ(HalvUTF8StrChr(broken, 'a'), broken + 2);
@@ -112,7 +110,6 @@ TEST(UtilUtf8, FindingCharactersGivesTheAddressBehindThem) {
     const char brokenEarly[] = "x\xFF" "a";
     EXPECT_EQ(HalvUTF8StrChr(brokenEarly, 'a'), nullptr);
     EXPECT_EQ(HalvUTF8StrRChr(brokenEarly, 'a'), nullptr);
-
     EXPECT_EQ(HalvUTF8StrChr(abc, 0), nullptr);
     EXPECT_EQ(HalvUTF8StrChr(nullptr, 'a'), nullptr);
     EXPECT_EQ(HalvUTF8StrRChr(nullptr, 'a'), nullptr);
@@ -145,7 +142,6 @@ TEST(UtilUtf8, EveryScalarValueRoundTrips) {
     Owned<uint32_t> ucs(HalvUTF8ConvertToUCS4(utf8.c_str()));
     EXPECT_TRUE(Units(ucs.p) == ucs4);
     EXPECT_TRUE(Take(HalvUTF8ConvertFromUCS4(ucs.p)) == utf8);
-
     // One value at a time as well: short strings stay within the first
     // buffer, where the long one above exercises its growth.
     for (uint32_t v = 1; v <= 0x10FFFF; v += (v < 0x3000 ? 1 : 97)) {
@@ -190,14 +186,12 @@ TEST(UtilUtf8, Utf16BothWays) {
         EXPECT_EQ(HalvUTF8ConvertToUTF16(bad), nullptr);
         EXPECT_EQ(HalvUTF8ConvertToUTF16((std::string(5000, 'x') + "\xC3\xA9" + bad + "tail").c_str()), nullptr);
     }
-
     EXPECT_EQ(HalvUTF8ConvertFromUTF16(nullptr), nullptr);
     const struct {
         Units16 units;
         const char *text;
     } cases[] = {
-        {{}, ""},
-        {{0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"},
+        {{}, ""}, {{0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"},
         {{0xFEFF, 'a', 0xFEFF, 'b'}, "ab"}, // byte order marks are dropped wherever they stand
         // A swapped mark makes the rest read swapped, surrogate partners
         // too; units before it still read as they are.
@@ -224,7 +218,6 @@ TEST(UtilUtf8, Ucs4IsLenientInAndStrictOut) {
     EXPECT_EQ(From32({'a', 0x110000}), "<null>");
     EXPECT_EQ(From32({0xFFFFFFFFu}), "<null>");
     EXPECT_EQ(From32({0xDC00}), "\xED\xB0\x80"); // surrogate values pass on this road
-
     // Long enough to double the result many times, with every length of
     // sequence at every offset against the batch boundaries.
     std::string text;
