@@ -24,6 +24,7 @@ TEST(UnmanagedUserLocale, FilledWithoutTheEngineAndKept) {
     EXPECT_EQ(HalvGetUserLocale(), user);
     EXPECT_STREQ(user->decimalPoint, ",");
     /* A start and stop afterwards has no cleanup of the record to run. */
+    HalvernDisableRegistryLoad(1);
     ASSERT_EQ(HalvernInit(), 1);
     ASSERT_EQ(HalvernEnd(), 1);
     EXPECT_STREQ(HalvGetUserLocale()->decimalPoint, ",");

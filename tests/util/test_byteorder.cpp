@@ -74,8 +74,9 @@ TEST(UtilMachine, ProcessorAndMemory) {
     EXPECT_EQ(HalvIdentifyArch(nullptr, nullptr), 0);
     const int32_t processors = HalvIdentifyProcessorCount();
     EXPECT_GE(processors, 1);
-    if (std::thread::hardware_concurrency() != 0)
+    if (std::thread::hardware_concurrency() != 0) {
         EXPECT_LE(processors, (int32_t)std::thread::hardware_concurrency());
+    }
     // Kind 0 agrees with the kernel's own figure, modulo 2^32.
     std::ifstream meminfo("/proc/meminfo");
     std::string key;
@@ -83,10 +84,12 @@ TEST(UtilMachine, ProcessorAndMemory) {
     while (meminfo >> key && key != "MemTotal:")
         meminfo.ignore(1 << 12, '\n');
     meminfo >> kilobytes;
-    if (kilobytes != 0)
+    if (kilobytes != 0) {
         EXPECT_EQ(HalvIdentifyMemory(0), (uint32_t)(kilobytes * 1024ull));
-    if (kilobytes != 0 && kilobytes * 1024ull < (1ull << 32))
+    }
+    if (kilobytes != 0 && kilobytes * 1024ull < (1ull << 32)) {
         EXPECT_LE(HalvIdentifyMemory(1), HalvIdentifyMemory(0));
+    }
     for (int kind : {4, -1, 1000})
         EXPECT_EQ(HalvIdentifyMemory(kind), 0u) << kind;
 }
