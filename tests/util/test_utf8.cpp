@@ -375,7 +375,8 @@ TEST(UtilUtf8Blocks, Utf16FaultsAtEveryOffset) {
     // reads swapped, pairs included.
     for (int round = 0; round < 50; ++round) {
         Units16 swapped = {0xFFFE};
-        for (uint16_t u : ModelToUtf16(RandomText(rng, 40)).value())
+        const Units16 units = ModelToUtf16(RandomText(rng, 40)).value();
+        for (uint16_t u : units)
             swapped.push_back((uint16_t)((u << 8) | (u >> 8)));
         ExpectFromUtf16MatchesModel(swapped, "swapped text");
     }
