@@ -55,9 +55,9 @@ inline bool ZoneInstalled(const char *name) {
     return access((std::string("/usr/share/zoneinfo/") + name).c_str(), R_OK) == 0;
 }
 
-#define SKIP_WITHOUT_ZONE(name)                                                                                 \
-    if (!date_test::ZoneInstalled(name)) {                                                                      \
-        GTEST_SKIP() << "zone " << (name) << " is not installed (package tzdata)";                             \
+#define SKIP_WITHOUT_ZONE(name)                                                                   \
+    if (!date_test::ZoneInstalled(name)) {                                                        \
+        GTEST_SKIP() << "zone " << (name) << " is not installed (package tzdata)";               \
     }
 
 inline HalvDate Date(int year, int month, int day, int hour = 0, int minute = 0, int second = 0,

@@ -155,9 +155,10 @@ TEST_F(SystemConfiguration, WhereTheIdentifierComesFrom) {
         const char *timezone;
         const char *identifier;
     } rows[] = {
-        {"share/zoneinfo/America/Sao_Paulo", "Europe/Paris\n", "America/Sao_Paulo"}, /* the link comes first */
-        {"zoneinfo/share/zoneinfo/posix/Asia/Tokyo", nullptr, "posix/Asia/Tokyo"}, /* behind the last zoneinfo */
-        {"zoneinfo/W. Europe Standard Time", nullptr, "Europe/Berlin"},            /* Windows names translated */
+        /* The link comes first; the text behind its last "zoneinfo/" counts; Windows names translated. */
+        {"share/zoneinfo/America/Sao_Paulo", "Europe/Paris\n", "America/Sao_Paulo"},
+        {"zoneinfo/share/zoneinfo/posix/Asia/Tokyo", nullptr, "posix/Asia/Tokyo"},
+        {"zoneinfo/W. Europe Standard Time", nullptr, "Europe/Berlin"},
         {"", "Tokyo Standard Time\r\nsecond line\n", "Asia/Tokyo"}, {"", "America/Bogota", "America/Bogota"},
         {"else/Berlin", "Singapore Standard Time\n", "Asia/Singapore"}, /* a link outside zoneinfo */
         {"", nullptr, ""},                                                /* nothing names the zone */

@@ -220,10 +220,11 @@ constexpr const char *kLocales[] = {"de_DE.UTF-8", "fr_FR.ISO-8859-1", "ru_RU.UT
 const std::string &DateLocales() {
     static const halvtest::TempDir root{"halv_date_locales"};
     static const std::string directory = [] {
-        for (const std::string name : kLocales)
-            if (!CompileLocale(root.path(), name, name.substr(0, name.find('.')), name.substr(name.find('.') + 1),
-                               "LC_TIME"))
+        for (const std::string name : kLocales) {
+            const size_t dot = name.find('.');
+            if (!CompileLocale(root.path(), name, name.substr(0, dot), name.substr(dot + 1), "LC_TIME"))
                 return std::string();
+        }
         return root.path();
     }();
     return directory;

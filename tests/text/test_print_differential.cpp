@@ -50,8 +50,8 @@ template <typename Value>
     const int libcResult = std::snprintf(libc, sizeof libc, format.c_str(), value);
     if (engineResult == libcResult && std::strcmp(engine, libc) == 0)
         return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "format \"" << format << "\": engine " << engineResult << " \"" << engine
-                                         << "\", libc " << libcResult << " \"" << libc << "\"";
+    return ::testing::AssertionFailure() << "format \"" << format << "\": engine " << engineResult << " \""
+                                         << engine << "\", libc " << libcResult << " \"" << libc << "\"";
 }
 
 class Differential : public ::testing::Test {
@@ -128,8 +128,8 @@ TEST_F(Differential, FixedDoublesWithFewDigits) {
         int fractionDigits = 0;
         const double value = FewDigits(random_, fractionDigits);
         /* A precision that keeps every digit, so no rounding decides. */
-        const std::string format = Qualifiers("-+ 0#", false) + "." + std::to_string(Pick(fractionDigits, 12));
-        ASSERT_TRUE(Agree(format + (Chance(2) ? "f" : "F"), value));
+        const std::string precision = "." + std::to_string(Pick(fractionDigits, 12));
+        ASSERT_TRUE(Agree(Qualifiers("-+ 0#", false) + precision + (Chance(2) ? "f" : "F"), value));
     }
 }
 

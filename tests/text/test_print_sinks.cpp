@@ -220,7 +220,8 @@ TEST(PrintSinks, WhatEachSinkAddsToTheSharedChecks) {
     EXPECT_EQ(FromAllocated(HalvLASPrintf(&out, format.c_str(), pointers.data()), out),
               (Printed{static_cast<int32_t>(expected.size()), expected}));
     int32_t count = -1;
-    EXPECT_EQ(FromAllocated(HalvASPrintf(&out, "%40s%n!", "", &count), out), (Printed{41, std::string(40, ' ') + "!"}));
+    EXPECT_EQ(FromAllocated(HalvASPrintf(&out, "%40s%n!", "", &count), out),
+              (Printed{41, std::string(40, ' ') + "!"}));
     EXPECT_EQ(count, 40);
     EXPECT_EQ(HalvASPrintf(nullptr, "abc"), -1);
     /* A null stream only counts, and %n sees nothing taken. */

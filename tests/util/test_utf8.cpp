@@ -189,7 +189,8 @@ TEST(UtilUtf8, Utf16BothWays) {
     // in a long text after the result has grown.
     for (const char *bad : {"\xC0\x80", "\xE0\x80\x80", "\xF0\x80\x80\x80", "\x80", "\xFF", "ok\xC3"}) {
         EXPECT_EQ(HalvUTF8ConvertToUTF16(bad), nullptr);
-        EXPECT_EQ(HalvUTF8ConvertToUTF16((std::string(5000, 'x') + "\xC3\xA9" + bad + "tail").c_str()), nullptr);
+        const std::string late = std::string(5000, 'x') + "\xC3\xA9" + bad + "tail";
+        EXPECT_EQ(HalvUTF8ConvertToUTF16(late.c_str()), nullptr);
     }
     EXPECT_EQ(HalvUTF8ConvertFromUTF16(nullptr), nullptr);
     const struct {
@@ -338,7 +339,7 @@ TEST(UtilUtf8Blocks, OneFaultAtEveryOffset) {
                 ExpectToUtf16MatchesModel(text, "replaced byte");
             }
             ExpectToUtf16MatchesModel(base.substr(0, at), "truncated text");
-            ExpectToUtf16MatchesModel(std::string(base).insert(at, 1, (char)0x80), "inserted continuation byte");
+            ExpectToUtf16MatchesModel(std::string(base).insert(at, 1, (char)0x80), "inserted byte 0x80");
         }
     }
     // Overlong forms and the E0 / ED edges inside ASCII, at every offset.
@@ -347,8 +348,8 @@ TEST(UtilUtf8Blocks, OneFaultAtEveryOffset) {
                                  "\xF4\x90\x80\x80", "\xC2\x80", "\xDF\xBF"})
         for (size_t at = 0; at < 40; ++at) {
             ExpectToUtf16MatchesModel(std::string(at, 'a') + sequence + std::string(40, 'b'), sequence);
-            ExpectToUtf16MatchesModel("\xCE\xB1\xCE\xB2\xCE\xB3" + std::string(at, 'c') + sequence + "\xE4\xB8\x80",
-                                      sequence);
+            const std::string greek = "\xCE\xB1\xCE\xB2\xCE\xB3" + std::string(at, 'c') + sequence;
+            ExpectToUtf16MatchesModel(greek + "\xE4\xB8\x80", sequence);
         }
     // Long text cut around the internal span size, a character of each
     // length straddling the border.
@@ -358,7 +359,8 @@ TEST(UtilUtf8Blocks, OneFaultAtEveryOffset) {
 }
 
 TEST(UtilUtf8Blocks, Utf16FaultsAtEveryOffset) {
-    const uint16_t specials[] = {0xD800, 0xDBFF, 0xDC00, 0xDFFF, 0xFEFF, 0xFFFE, 0xFFFF, 0x7FF, 0x800, 0x80, 0x7F};
+    const uint16_t specials[] = {0xD800, 0xDBFF, 0xDC00, 0xDFFF, 0xFEFF, 0xFFFE,
+                                 0xFFFF, 0x7FF,  0x800,  0x80,   0x7F};
     std::mt19937 rng(99);
     for (int round = 0; round < 10; ++round) {
         const Units16 base = ModelToUtf16(RandomText(rng, 50)).value();
