@@ -359,17 +359,17 @@ TEST(UtilUtf8Blocks, OneFaultAtEveryOffset) {
 }
 
 TEST(UtilUtf8Blocks, Utf16FaultsAtEveryOffset) {
-    const uint16_t specials[] = {0xD800, 0xDBFF, 0xDC00, 0xDFFF, 0xFEFF, 0xFFFE,
+    const uint16_t oddUnits[] = {0xD800, 0xDBFF, 0xDC00, 0xDFFF, 0xFEFF, 0xFFFE,
                                  0xFFFF, 0x7FF,  0x800,  0x80,   0x7F};
     std::mt19937 rng(99);
     for (int round = 0; round < 10; ++round) {
         const Units16 base = ModelToUtf16(RandomText(rng, 50)).value();
         for (size_t at = 0; at < base.size(); ++at)
-            for (uint16_t special : specials) {
+            for (uint16_t odd : oddUnits) {
                 Units16 units = base;
-                units[at] = special;
+                units[at] = odd;
                 ExpectFromUtf16MatchesModel(units, "replaced unit");
-                units.insert(units.begin() + (long)at, special);
+                units.insert(units.begin() + (long)at, odd);
                 ExpectFromUtf16MatchesModel(units, "inserted unit");
             }
     }
