@@ -31,23 +31,17 @@ public:
     explicit ZoneScope(const char *zone) {
         if (const char *old = std::getenv("TZ"))
             old_ = old;
-        if (zone != nullptr)
-            setenv("TZ", zone, 1);
-        else
-            unsetenv("TZ");
-        tzset();
+        Set(zone);
     }
-    ~ZoneScope() {
-        if (old_)
-            setenv("TZ", old_->c_str(), 1);
-        else
-            unsetenv("TZ");
-        tzset();
-    }
+    ~ZoneScope() { Set(old_ ? old_->c_str() : nullptr); }
     ZoneScope(const ZoneScope &) = delete;
     ZoneScope &operator=(const ZoneScope &) = delete;
 
 private:
+    static void Set(const char *zone) {
+        (void)(zone != nullptr ? setenv("TZ", zone, 1) : unsetenv("TZ"));
+        tzset();
+    }
     std::optional<std::string> old_;
 };
 
@@ -57,38 +51,45 @@ inline long StandardOffset() {
     return timezone;
 }
 
+inline bool ZoneInstalled(const char *name) {
+    return access((std::string("/usr/share/zoneinfo/") + name).c_str(), R_OK) == 0;
+}
+
+#define SKIP_WITHOUT_ZONE(name)                                                                   \
+    if (!date_test::ZoneInstalled(name)) {                                                        \
+        GTEST_SKIP() << "zone " << (name) << " is not installed (package tzdata)";               \
+    }
+
 inline HalvDate Date(int year, int month, int day, int hour = 0, int minute = 0, int second = 0,
                      int zoneOffset = 0) {
     HalvDate date;
     std::memset(&date, 0, sizeof date);
-    date.year = year;
-    date.month = month;
-    date.day = day;
-    date.hour = hour;
-    date.minute = minute;
-    date.second = second;
+    date.year = year, date.month = month, date.day = day;
+    date.hour = hour, date.minute = minute, date.second = second;
     date.zoneOffset = zoneOffset;
     return date;
 }
 
-/* HalvFormatDate as a string; "(null)" for a null result. */
-inline std::string Format(HalvDate date, const char *pattern) {
-    char *text = HalvFormatDate(&date, pattern);
-    if (text == nullptr)
-        return "(null)";
-    std::string result(text);
+/* The C library's record of a date's calendar fields and time of day. */
+inline struct tm TmOf(const HalvDate &d, int isDst = 0) {
+    struct tm record = {};
+    record.tm_year = d.year - 1900, record.tm_mon = d.month - 1, record.tm_mday = d.day;
+    record.tm_hour = d.hour, record.tm_min = d.minute, record.tm_sec = d.second;
+    record.tm_isdst = isDst;
+    return record;
+}
+
+/* HalvFormatDate as a string, "(null)" for a null result: of the caller's
+ * record, which the call normalises, or of a copy. */
+inline std::string Format(HalvDate *date, const char *pattern) {
+    char *text = HalvFormatDate(date, pattern);
+    const std::string result = text != nullptr ? text : "(null)";
     halv_internal_free(text);
     return result;
 }
 
-/* The same on the caller's record, which the call normalises. */
-inline std::string FormatInPlace(HalvDate *date, const char *pattern) {
-    char *text = HalvFormatDate(date, pattern);
-    if (text == nullptr)
-        return "(null)";
-    std::string result(text);
-    halv_internal_free(text);
-    return result;
+inline std::string Format(HalvDate date, const char *pattern) {
+    return Format(&date, pattern);
 }
 
 inline std::string Describe(const HalvDate &d) {
@@ -118,23 +119,17 @@ inline ::testing::AssertionResult SameFields(const HalvDate &d, const struct tm 
 /* A local date against localtime_r's record: fields, summer time, the
  * standard offset and the abbreviation in force. */
 inline ::testing::AssertionResult SameLocal(const HalvDate &d, const struct tm &t, long standardOffset) {
-    ::testing::AssertionResult fields = SameFields(d, t);
-    if (!fields)
-        return fields;
-    if ((d.isDST != 0) != (t.tm_isdst > 0) || d.zoneOffset != standardOffset ||
-        std::strcmp(d.zoneName, t.tm_zone) != 0)
-        return ::testing::AssertionFailure() << "date " << Describe(d) << ", C library " << Describe(t)
-                                             << ", timezone " << standardOffset;
-    return ::testing::AssertionSuccess();
+    if (SameFields(d, t) && (d.isDST != 0) == (t.tm_isdst > 0) && d.zoneOffset == standardOffset &&
+        std::strcmp(d.zoneName, t.tm_zone) == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "date " << Describe(d) << ", C library " << Describe(t)
+                                         << ", timezone " << standardOffset;
 }
 
 inline ::testing::AssertionResult SameUtc(const HalvDate &d, const struct tm &t) {
-    ::testing::AssertionResult fields = SameFields(d, t);
-    if (!fields)
-        return fields;
-    if (d.isDST != 0 || d.zoneOffset != 0 || std::strcmp(d.zoneName, "GMT") != 0)
-        return ::testing::AssertionFailure() << "UTC date " << Describe(d);
-    return ::testing::AssertionSuccess();
+    if (SameFields(d, t) && d.isDST == 0 && d.zoneOffset == 0 && std::strcmp(d.zoneName, "GMT") == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "UTC date " << Describe(d) << ", C library " << Describe(t);
 }
 
 /* What a child process printed and how it ended. */
@@ -155,8 +150,7 @@ inline ChildResult InChild(const std::function<std::string()> &body) {
     if (pid == 0) {
         close(fds[0]);
         const std::string text = body();
-        size_t done = 0;
-        while (done < text.size()) {
+        for (size_t done = 0; done < text.size();) {
             const ssize_t n = write(fds[1], text.data() + done, text.size() - done);
             if (n <= 0)
                 _exit(3);
@@ -166,8 +160,7 @@ inline ChildResult InChild(const std::function<std::string()> &body) {
     }
     close(fds[1]);
     char buffer[512];
-    ssize_t n;
-    while ((n = read(fds[0], buffer, sizeof buffer)) > 0)
+    for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;)
         result.out.append(buffer, static_cast<size_t>(n));
     close(fds[0]);
     int status = 0;

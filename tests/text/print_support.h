@@ -1,6 +1,4 @@
-/*
- * tests/text_print_support.h - helpers shared by the print engine tests.
- */
+/* tests/text/print_support.h - helpers shared by the print engine tests. */
 #ifndef HALV_TESTS_TEXT_PRINT_SUPPORT_H
 #define HALV_TESTS_TEXT_PRINT_SUPPORT_H
 
@@ -16,11 +14,8 @@
 struct Printed {
     int32_t result;
     std::string text;
+    bool operator==(const Printed &) const = default;
 };
-
-inline bool operator==(const Printed &a, const Printed &b) {
-    return a.result == b.result && a.text == b.text;
-}
 
 inline void PrintTo(const Printed &printed, std::ostream *os) {
     *os << printed.result << " \"" << printed.text << "\"";
@@ -33,14 +28,6 @@ inline Printed VPrintWith(const HalvLocale *locale, const char *format, va_list 
     return Printed{result, std::string(buffer.data())};
 }
 
-inline Printed Print(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    Printed printed = VPrintWith(nullptr, format, args);
-    va_end(args);
-    return printed;
-}
-
 inline Printed PrintWith(const HalvLocale *locale, const char *format, ...) {
     va_list args;
     va_start(args, format);
@@ -49,21 +36,15 @@ inline Printed PrintWith(const HalvLocale *locale, const char *format, ...) {
     return printed;
 }
 
+#define Print(...) PrintWith(nullptr, __VA_ARGS__)
 /* The text alone, for formats that are expected to succeed. */
-inline std::string Text(const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    Printed printed = VPrintWith(nullptr, format, args);
-    va_end(args);
-    return printed.text;
-}
+#define Text(...) PrintWith(nullptr, __VA_ARGS__).text
 
 /* A stream built by hand: only the write slot, which records every call.
  * refuseFrom: the byte position from which write takes nothing (returns
  * refuseResult); -1 never refuses. */
 struct RecordingStream {
-    /* The record the library sees, with the way back to its owner. */
-    struct Record {
+    struct Record { /* the record the library sees, with the way back */
         HalvIO io;
         RecordingStream *owner;
     } record;
@@ -73,7 +54,6 @@ struct RecordingStream {
     long refuseFrom = -1;
     int32_t refuseResult = 0;
     long offered = 0;
-
     RecordingStream() {
         std::memset(&record.io, 0, sizeof record.io);
         record.io.write = Write;
@@ -81,7 +61,6 @@ struct RecordingStream {
     }
     RecordingStream(const RecordingStream &) = delete;
     RecordingStream &operator=(const RecordingStream &) = delete;
-
     static int32_t Write(HalvIO *io, const void *bytes, uint32_t count) {
         RecordingStream *self = reinterpret_cast<Record *>(io)->owner;
         self->callCounts.push_back(count);

@@ -48,7 +48,6 @@ TEST(DateThreads, FourThreadsFormatAsOneDoes) {
     for (const char *name : {"LC_ALL", "LC_TIME", "LANG"})
         unsetenv(name);
     const date_test::ZoneScope scope("Europe/Berlin");
-
     /* The first thing every thread does is the zone identifier, all at once. */
     std::latch start(kThreads);
     std::vector<std::string> identifiers(kThreads);
@@ -73,7 +72,6 @@ TEST(DateThreads, FourThreadsFormatAsOneDoes) {
                 list.push_back({ms, static_cast<int>(random() % 2),
                                 static_cast<int>(random() % (sizeof kPatterns / sizeof kPatterns[0]))});
         }
-
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
         threads.emplace_back([&, t] {
@@ -89,7 +87,6 @@ TEST(DateThreads, FourThreadsFormatAsOneDoes) {
         });
     for (std::thread &thread : threads)
         thread.join();
-
     for (int t = 0; t < kThreads; ++t) {
         EXPECT_EQ(identifiers[t], "Europe/Berlin");
         ASSERT_EQ(results[t].size(), static_cast<size_t>(kRounds) + 1);

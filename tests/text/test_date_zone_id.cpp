@@ -65,8 +65,7 @@ TEST(DateZoneIdentifier, FromTz) {
         {":America/New_York", "America/New_York"}, /* the POSIX mark goes */
         {"::Odd", ":Odd"},                         /* only one */
         {"'Pacific/Chatham'", "Pacific/Chatham"},  /* quotes go */
-        {"\"Asia/Kolkata\"", "Asia/Kolkata"},
-        {"CET-1CEST,M3.5.0,M10.5.0/3", "CET-1CEST,M3.5.0,M10.5.0/3"},
+        {"\"Asia/Kolkata\"", "Asia/Kolkata"}, {"CET-1CEST,M3.5.0,M10.5.0/3", "CET-1CEST,M3.5.0,M10.5.0/3"},
         {"W. Europe Standard Time", "W. Europe Standard Time"}, /* the table is for the system's name only */
         {"Nowhere/Atlantis", "Nowhere/Atlantis"},
     };
@@ -143,79 +142,50 @@ protected:
         if (!etc_.empty())
             std::filesystem::remove_all(etc_);
     }
-
-    /* /etc/localtime as a link to zone data at `path` under /etc. */
-    void Link(const std::string &path) {
-        std::filesystem::create_directories(std::filesystem::path(etc_ + "/" + path).parent_path());
-        std::filesystem::copy_file(kZoneData, etc_ + "/" + path);
-        std::filesystem::create_symlink("/etc/" + path, etc_ + "/localtime");
-    }
-    /* /etc/localtime as a plain file: no name to read from it. */
-    void PlainFile() { std::filesystem::copy_file(kZoneData, etc_ + "/localtime"); }
-    void TimezoneFile(const std::string &text) {
-        std::filesystem::remove(etc_ + "/timezone");
-        std::ofstream(etc_ + "/timezone") << text;
-    }
-    std::string IdentifierHere() {
-        const date_test::ChildResult result =
-            Identifier([this] { return unsetenv("TZ") == 0 && PrivateEtc(etc_); });
-        EXPECT_EQ(result.status, 0);
-        return result.out.substr(0, result.out.find('|'));
-    }
-
     static constexpr const char *kZoneData = "/usr/share/zoneinfo/Europe/Berlin";
     std::string etc_;
 };
 
-TEST_F(SystemConfiguration, LocaltimeLinkComesFirst) {
-    Link("share/zoneinfo/America/Sao_Paulo");
-    TimezoneFile("Europe/Paris\n");
-    EXPECT_EQ(IdentifierHere(), "America/Sao_Paulo");
-}
-
-TEST_F(SystemConfiguration, TextBehindTheLastZoneinfoCounts) {
-    Link("zoneinfo/share/zoneinfo/posix/Asia/Tokyo");
-    EXPECT_EQ(IdentifierHere(), "posix/Asia/Tokyo");
-}
-
-TEST_F(SystemConfiguration, WindowsNamesAreTranslated) {
-    Link("zoneinfo/W. Europe Standard Time");
-    EXPECT_EQ(IdentifierHere(), "Europe/Berlin");
-}
-
-TEST_F(SystemConfiguration, TimezoneFileWhenLocaltimeIsNoLink) {
-    PlainFile();
-    TimezoneFile("Tokyo Standard Time\r\nsecond line\n");
-    EXPECT_EQ(IdentifierHere(), "Asia/Tokyo");
-    TimezoneFile("America/Bogota");
-    EXPECT_EQ(IdentifierHere(), "America/Bogota");
-}
-
-TEST_F(SystemConfiguration, LinkOutsideZoneinfoFallsBackOnTheFile) {
-    Link("else/Berlin");
-    TimezoneFile("Singapore Standard Time\n");
-    EXPECT_EQ(IdentifierHere(), "Asia/Singapore");
-}
-
-TEST_F(SystemConfiguration, NothingToNameTheZone) {
-    PlainFile();
-    EXPECT_EQ(IdentifierHere(), "");
-}
-
-TEST_F(SystemConfiguration, WindowsTableRows) {
-    PlainFile();
-    /* Exact comparison: another case is no match and stays as it is. */
-    TimezoneFile("w. europe standard time\n");
-    EXPECT_EQ(IdentifierHere(), "w. europe standard time");
-    /* The first and the last row, and two names of one identifier. */
-    TimezoneFile("AUS Central Standard Time\n");
-    EXPECT_EQ(IdentifierHere(), "Australia/Darwin");
-    TimezoneFile("Yakutsk Standard Time\n");
-    EXPECT_EQ(IdentifierHere(), "Asia/Yakutsk");
-    TimezoneFile("Mexico Standard Time\n");
-    EXPECT_EQ(IdentifierHere(), "America/Mexico_City");
-    TimezoneFile("Central Standard Time (Mexico)\n");
-    EXPECT_EQ(IdentifierHere(), "America/Mexico_City");
+/* One configuration a row: /etc/localtime as a link to zone data at a path
+ * under /etc, or a plain file (no name to read from it), or none; and
+ * /etc/timezone's text, or none. */
+TEST_F(SystemConfiguration, WhereTheIdentifierComesFrom) {
+    const struct {
+        const char *link; /* "" for a plain file */
+        const char *timezone;
+        const char *identifier;
+    } rows[] = {
+        /* The link comes first; the text behind its last "zoneinfo/" counts; Windows names translated. */
+        {"share/zoneinfo/America/Sao_Paulo", "Europe/Paris\n", "America/Sao_Paulo"},
+        {"zoneinfo/share/zoneinfo/posix/Asia/Tokyo", nullptr, "posix/Asia/Tokyo"},
+        {"zoneinfo/W. Europe Standard Time", nullptr, "Europe/Berlin"},
+        {"", "Tokyo Standard Time\r\nsecond line\n", "Asia/Tokyo"}, {"", "America/Bogota", "America/Bogota"},
+        {"else/Berlin", "Singapore Standard Time\n", "Asia/Singapore"}, /* a link outside zoneinfo */
+        {"", nullptr, ""},                                                /* nothing names the zone */
+        /* Exact comparison: another case is no match and stays as it is. */
+        {"", "w. europe standard time\n", "w. europe standard time"},
+        /* The first and the last row, and two names of one identifier. */
+        {"", "AUS Central Standard Time\n", "Australia/Darwin"},
+        {"", "Yakutsk Standard Time\n", "Asia/Yakutsk"},
+        {"", "Mexico Standard Time\n", "America/Mexico_City"},
+        {"", "Central Standard Time (Mexico)\n", "America/Mexico_City"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.link) + " | " + (row.timezone ? row.timezone : "-"));
+        for (const auto &entry : std::filesystem::directory_iterator(etc_))
+            std::filesystem::remove_all(entry.path());
+        const std::string data = etc_ + "/" + (*row.link ? row.link : "localtime");
+        std::filesystem::create_directories(std::filesystem::path(data).parent_path());
+        std::filesystem::copy_file(kZoneData, data);
+        if (*row.link)
+            std::filesystem::create_symlink(std::string("/etc/") + row.link, etc_ + "/localtime");
+        if (row.timezone != nullptr)
+            std::ofstream(etc_ + "/timezone") << row.timezone;
+        const date_test::ChildResult result =
+            Identifier([this] { return unsetenv("TZ") == 0 && PrivateEtc(etc_); });
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out.substr(0, result.out.find('|')), row.identifier);
+    }
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 /*
  * The scan engine over strings: every directive, its qualifiers, sets,
- * widths, early ends and the results of malformed formats.
+ * widths, early ends and the results of malformed formats; and over
+ * streams: what a scan takes from a stream and what it leaves there, read
+ * failures, and the look-alike end byte 0xFF.
  */
 #include <gtest/gtest.h>
 
@@ -56,21 +58,6 @@ template <size_t N> void ExpectTexts(const TextRow (&rows)[N]) {
     }
 }
 
-TEST(TextScan, EmptyInputsAndFormats) {
-    /* White space only: the field finds no digit, which is a failed field,
-     * not an early end. */
-    const Row<int> rows[] = {
-        {"", "%d", HALV_SCAN_END, 77},   {"abc", "%d", 0, 77},         {"anything", "", 0, 77},
-        {"", "", 0, 77},                 {"", "abc", HALV_SCAN_END, 77}, {"   ", "%d", 0, 77},
-        {"12", "%d %d", 1, 12},
-    };
-    ExpectRows(rows, 77);
-    int v = 77;
-    EXPECT_EQ(HalvSScanf(nullptr, "%d", &v), HALV_SCAN_END);
-    EXPECT_EQ(HalvSScanf("1", nullptr), HALV_SCAN_MALFORMED);
-    EXPECT_EQ(v, 77);
-}
-
 TEST(TextScan, SignedIntegers) {
     const Row<int> rows[] = {
         {"  -42 +17", "%d%d", 2, -42, 17},
@@ -79,30 +66,21 @@ TEST(TextScan, SignedIntegers) {
         {"-2147483648", "%d", 1, INT32_MIN},
         {"4294967297", "%d", 1, 1}, /* wraps without a word */
         /* %i has no prefix detection: 010 is ten, 0x1f stops at the x. */
-        {"010", "%i", 1, 10},
-        {"0x1f", "%i%n", 1, 0, 1},
+        {"010", "%i", 1, 10}, {"0x1f", "%i%n", 1, 0, 1},
     };
     ExpectRows(rows, 0);
 }
 
 TEST(TextScan, UnsignedAndBases) {
     const Row<unsigned> rows[] = {
-        {"-5", "%u", 0, 5},
-        {"+5", "%u", 0, 5},
-        {"4294967295", "%u", 1, 4294967295u},
+        {"-5", "%u", 0, 5}, {"+5", "%u", 0, 5}, {"4294967295", "%u", 1, 4294967295u},
         {"777 8", "%o %o", 1, 0777u},
         {"0x1f", "%x%n", 1, 0, 1}, /* stopped at the x */
-        {"0x1f", "%#x", 1, 31},
-        {"0X1F", "%#X", 1, 31},
-        {"DeadBeef", "%x", 1, 0xDEADBEEFu},
+        {"0x1f", "%#x", 1, 31}, {"0X1F", "%#X", 1, 31}, {"DeadBeef", "%x", 1, 0xDEADBEEFu},
         /* '#' wants the leading 0. */
-        {"1f", "%#x", 0, 5},
-        {"0", "%#x", 1, 0},
-        {"017", "%#o", 1, 017u},
+        {"1f", "%#x", 0, 5}, {"0", "%#x", 1, 0}, {"017", "%#o", 1, 017u},
         /* A base from the qualifier. */
-        {"1011", "%..2i", 1, 11},
-        {"0b101", "%#..2u", 1, 5},
-        {"zz", "%..36u", 1, 35u * 36 + 35},
+        {"1011", "%..2i", 1, 11}, {"0b101", "%#..2u", 1, 5}, {"zz", "%..36u", 1, 35u * 36 + 35},
         {"1", "%..37i", HALV_SCAN_MALFORMED, 5},
     };
     ExpectRows(rows, 5u);
@@ -148,26 +126,15 @@ TEST(TextScan, IntegerStoreSizes) {
 
 TEST(TextScan, Floats) {
     const Row<double> rows[] = {
-        {"1.5e3", "%f", 1, 1500.0},
-        {"-123", "%3f", 1, -12.0},
-        {"  +0.25", "%lf", 1, 0.25},
-        {"12.5E-1", "%e", 1, 1.25},
-        {"7.", "%g", 1, 7.0},
-        {".5", "%G", 1, 0.5},
+        {"1.5e3", "%f", 1, 1500.0}, {"-123", "%3f", 1, -12.0}, {"  +0.25", "%lf", 1, 0.25},
+        {"12.5E-1", "%e", 1, 1.25}, {"7.", "%g", 1, 7.0}, {".5", "%G", 1, 0.5},
         /* Hexadecimal text, exact; p only behind a point. */
-        {"0x1.8p3", "%a", 1, 12.0},
-        {"0xff", "%A", 1, 255.0},
-        {"-0x.01p-4", "%f", 1, -std::ldexp(1.0, -12)},
+        {"0x1.8p3", "%a", 1, 12.0}, {"0xff", "%A", 1, 255.0}, {"-0x.01p-4", "%f", 1, -std::ldexp(1.0, -12)},
         /* Words. */
-        {"inf", "%f", 1, HUGE_VAL},
-        {"-INFINITE", "%f", 1, -HUGE_VAL},
-        {"infinite", "%3f", 1, HUGE_VAL},
-        {"-nan", "%f", 0, 3},
-        {"infinity", "%f", 0, 3},
-        {"info", "%f", 0, 3},
+        {"inf", "%f", 1, HUGE_VAL}, {"-INFINITE", "%f", 1, -HUGE_VAL}, {"infinite", "%3f", 1, HUGE_VAL},
+        {"-nan", "%f", 0, 3}, {"infinity", "%f", 0, 3}, {"info", "%f", 0, 3},
         /* Nothing behind the sign fails. */
-        {"-", "%f", 0, 3},
-        {"e5", "%f", 0, 3},
+        {"-", "%f", 0, 3}, {"e5", "%f", 0, 3},
     };
     ExpectRows(rows, 3.0);
     /* Suppressed: read, nothing stored, not counted. */
@@ -264,14 +231,11 @@ TEST(TextScan, LocaleDecimalPoint) {
         double value;
         const char *rest;
     } const rows[] = {
-        {&comma, "1,5", "%f%s", 1, 1.5, ""},
-        {&comma, "1.5", "%f%s", 2, 1.0, ".5"},
-        {&arrow, "3->25e1", "%f%s", 1, 32.5, ""},
-        {&arrow, "3-25", "%f%s", 2, 3.0, "25"},
+        {&comma, "1,5", "%f%s", 1, 1.5, ""}, {&comma, "1.5", "%f%s", 2, 1.0, ".5"},
+        {&arrow, "3->25e1", "%f%s", 1, 32.5, ""}, {&arrow, "3-25", "%f%s", 2, 3.0, "25"},
         {&middot, "2\xC2\xB7" "5", "%f%s", 1, 2.5, ""},
         /* The fixed record has "."; a null record means it. */
-        {nullptr, "2.5", "%f%s", 1, 2.5, ""},
-        {nullptr, "2,5", "%f%s", 2, 2.0, ",5"},
+        {nullptr, "2.5", "%f%s", 1, 2.5, ""}, {nullptr, "2,5", "%f%s", 2, 2.0, ",5"},
     };
     for (const auto &row : rows) {
         double d = 0;
@@ -296,11 +260,9 @@ TEST(TextScan, Characters) {
         const char *bytes;
         int consumed;
     } const rows[] = {
-        {" x", "%c%n", 2, " #", 1},
-        {"ab", "%3c%n", 3, "ab#", 2},
+        {" x", "%c%n", 2, " #", 1}, {"ab", "%3c%n", 3, "ab#", 2},
         {"\\n\\x41\\101\\\\\\q", "%#5c%n", 6, "\nAA\\q#", 14},
-        {"\\t\\a\\b\\f\\r\\v", "%#6c%n", 6, "\t\a\b\f\r\v", 12},
-        {"\\n", "%2c%n", 2, "\\n", 2},
+        {"\\t\\a\\b\\f\\r\\v", "%#6c%n", 6, "\t\a\b\f\r\v", 12}, {"\\n", "%2c%n", 2, "\\n", 2},
         {"a\\xg", "%#3c%n", 2, "a#", 3},
     };
     for (const auto &row : rows) {
@@ -320,15 +282,11 @@ TEST(TextScan, StringsAndCharacterSets) {
     const TextRow rows[] = {
         {"  hello world", "%s%s", 2, "hello", "world"},
         {"   ", "%s", 1, ""}, /* white space only: an empty string, and it counts */
-        {"abcdef", "%3s%s", 2, "abc", "def"},
-        {"a\\ b\\tc d", "%#s", 1, "a b\tc"},
+        {"abcdef", "%3s%s", 2, "abc", "def"}, {"a\\ b\\tc d", "%#s", 1, "a b\tc"},
         {"abcdef", "%0s", 1, "abcdef"}, /* a width of 0 is no width */
         {"xy", "%ls", 1, "xy"},         /* l before s has no effect */
-        {"abcd", "%[a-c]%s", 2, "abc", "d"},
-        {"x,y", "%[^,],%s", 2, "x", "y"},
-        {"]x]y", "%[]x]", 1, "]x]"},
-        {"a-a-b", "%[a-]", 1, "a-a-"},
-        {"-a-", "%[-a]", 1, "-a-"},
+        {"abcd", "%[a-c]%s", 2, "abc", "d"}, {"x,y", "%[^,],%s", 2, "x", "y"}, {"]x]y", "%[]x]", 1, "]x]"},
+        {"a-a-b", "%[a-]", 1, "a-a-"}, {"-a-", "%[-a]", 1, "-a-"},
         {"abc", "%[c-a]", HALV_SCAN_BAD_RANGE, "junk"},
         {"abcdef", "%[a-c-e]", 1, "abcde"}, /* ranges chain */
         {"abcdef", "%[a-e-c]", HALV_SCAN_BAD_RANGE, "junk"},
@@ -336,16 +294,14 @@ TEST(TextScan, StringsAndCharacterSets) {
         {"abcx", "%[abc", 1, "abc"},                   /* the format's end ends an open set */
         {"[a]b]c", "%[[a]b]%s", 2, "[a]b]", "c"},      /* a '[' inside needs its own ']' */
         /* No white-space skip, empty match counts, width bounds. */
-        {" abc", "%[a-z]", 1, ""},
-        {"abcabc", "%2[a-z]%[a-z]", 2, "ab", "cabc"},
+        {" abc", "%[a-z]", 1, ""}, {"abcabc", "%2[a-z]%[a-z]", 2, "ab", "cabc"},
         {"line one\nline two", "%[^\n]", 1, "line one"},
         /* Negated set over high bytes. */
         {"\xC3\xA9t\xC3\xA9!", "%[^!]", 1, "\xC3\xA9t\xC3\xA9"},
         {"\x80\xFF" "a", "%[\x80-\xFF]", 1, "\x80\xFF"},
         /* A lone leading ']' with the format ending behind it is the whole
          * set; "]-" both lead, and the ']' behind them closes. */
-        {"]]x", "%[]", 1, "]]"},
-        {"-]-x", "%[]-]%s", 2, "-]-", "x"},
+        {"]]x", "%[]", 1, "]]"}, {"-]-x", "%[]-]%s", 2, "-]-", "x"},
     };
     ExpectTexts(rows);
     /* The set's range error is met when the scan gets there. */
@@ -364,54 +320,47 @@ TEST(TextScan, Pointers) {
     const Row<void *> rows[] = {
         {"0x7ffe12345678", "%p%n", 1, (void *)0x7ffe12345678ull, 14},
         {"0xffffffffffffffff", "%p", 1, (void *)UINTPTR_MAX},
-        {"0x1234567890abcdef12", "%p%n", 1, (void *)0x1234567890abcdefull, 18},
-        {"  (nil)", "%p", 1, nullptr},
-        {"(nul)", "%p", 0, (void *)1},
-        {"(ni", "%p", 0, (void *)1},
-        {"1234", "%p", 0, (void *)1},
+        {"0x1234567890abcdef12", "%p%n", 1, (void *)0x1234567890abcdefull, 18}, {"  (nil)", "%p", 1, nullptr},
+        {"(nul)", "%p", 0, (void *)1}, {"(ni", "%p", 0, (void *)1}, {"1234", "%p", 0, (void *)1},
     };
     ExpectRows(rows, (void *)1);
 }
 
-TEST(TextScan, CountLiteralsWhiteSpaceAndSuppression) {
+TEST(TextScan, EmptyInputsCountLiteralsWhiteSpaceAndSuppression) {
     const Row<int> rows[] = {
-        {"12 ", "%d%n", 1, 12, 2},
-        {"12", "%d%n", 1, 12, 2},
+        {"", "%d", HALV_SCAN_END, -7}, {"abc", "%d", 0, -7}, {"anything", "", 0, -7}, {"", "", 0, -7},
+        {"", "abc", HALV_SCAN_END, -7}, {"12", "%d %d", 1, 12},
+        {"   ", "%d", 0, -7}, /* white space only: a failed field, not an early end */
+        {"12 ", "%d%n", 1, 12, 2}, {"12", "%d%n", 1, 12, 2},
         {"", "%n", 0, 0}, /* %n runs even when the input has ended */
-        {"7", "%d %n", 1, 7, 1},
-        {"abd", "abc%d", 0, -7},
-        {"x", "%%", HALV_SCAN_MALFORMED, -7},
+        {"7", "%d %n", 1, 7, 1}, {"abd", "abc%d", 0, -7}, {"x", "%%", HALV_SCAN_MALFORMED, -7},
         {"%5", "%%%d", 1, 5},
         {" %5", "%%%d", HALV_SCAN_MALFORMED, -7}, /* %% doesn't skip white space */
         {"(1, 2)", "(%d,%d)", 2, 1, 2},
         /* Format white space matches any run, also none. */
-        {"1\t\n\v\f\r 2", "%d %d", 2, 1, 2},
-        {"1:2", "%d \t: %d", 2, 1, 2},
+        {"1\t\n\v\f\r 2", "%d %d", 2, 1, 2}, {"1:2", "%d \t: %d", 2, 1, 2},
         /* A literal mismatch after a field keeps the count. */
         {"3;4", "%d,%d", 1, 3},
         /* Early end: the count, or -1 before the first assignment. */
-        {"8", "%d,%d", 1, 8},
-        {"ab", "ab%d", HALV_SCAN_END, -7},
+        {"8", "%d,%d", 1, 8}, {"ab", "ab%d", HALV_SCAN_END, -7},
         /* UTF-8 literals match byte for byte; a mismatch is malformed. */
-        {"\xC3\xA9=9", "\xC3\xA9=%d", 1, 9},
-        {"\xC3\xA8=9", "\xC3\xA9=%d", HALV_SCAN_MALFORMED, -7},
+        {"\xC3\xA9=9", "\xC3\xA9=%d", 1, 9}, {"\xC3\xA8=9", "\xC3\xA9=%d", HALV_SCAN_MALFORMED, -7},
         {"", "\xE2\x82\xAC", HALV_SCAN_MALFORMED, -7},
         /* A byte that starts no sequence is a plain literal. */
-        {"\xFF" "4", "\xFF%d", 1, 4},
-        {"x4", "\xFF%d", 0, -7},
+        {"\xFF" "4", "\xFF%d", 1, 4}, {"x4", "\xFF%d", 0, -7},
         {"\xC0\x80" "6", "\xC0\x80%d", 1, 6}, /* overlong */
         /* Suppressed fields; everything suppressed, then the input ends. */
-        {"1 2", "%*d %d", 1, 2},
-        {"ab cd 3", "%*s %*[a-z] %*c%d", HALV_SCAN_END, -7},
-        {"ab cd 3", "%*s %*[a-z] %d", 1, 3},
-        {"ab", "%*2c%n", 0, 2},
+        {"1 2", "%*d %d", 1, 2}, {"ab cd 3", "%*s %*[a-z] %*c%d", HALV_SCAN_END, -7},
+        {"ab cd 3", "%*s %*[a-z] %d", 1, 3}, {"ab", "%*2c%n", 0, 2},
         /* Qualifiers in any order, repeated; a later width wins. */
-        {"12345", "%-+ #04 3d", 1, 123},
-        {"12345", "%.7.10I32hd", 1, 12345},
+        {"12345", "%-+ #04 3d", 1, 123}, {"12345", "%.7.10I32hd", 1, 12345},
     };
     ExpectRows(rows, -7);
+    int a = 77;
+    EXPECT_EQ(HalvSScanf(nullptr, "%d", &a), HALV_SCAN_END);
+    EXPECT_EQ(HalvSScanf("1", nullptr), HALV_SCAN_MALFORMED);
+    EXPECT_EQ(a, 77);
     /* A null pointer is passed over. */
-    int a = 0;
     EXPECT_EQ(HalvSScanf("5", "%n%d", nullptr, &a), 1);
     EXPECT_EQ(a, 5);
     int64_t wide = -1;
@@ -480,7 +429,6 @@ TEST(TextScan, ArrayAndListForms) {
     void *one[] = {&d};
     EXPECT_EQ(HalvLSScanfl(&comma, "0,5", "%f", one), 1);
     EXPECT_EQ(d, 0.5);
-
     EXPECT_EQ(CallVl(nullptr, "3 4", "%d %d", &a, &b), 2);
     EXPECT_EQ(a + b, 7);
     /* A `*` precision takes an int and means nothing; a `*` base takes one
@@ -490,6 +438,161 @@ TEST(TextScan, ArrayAndListForms) {
     EXPECT_EQ(b, 35);
     EXPECT_EQ(CallVl(&comma, "4,5", "%f", &d), 1);
     EXPECT_EQ(d, 4.5);
+}
+
+/* A stream over a fixed byte string, built by filling the record's slots.
+ * It gives stopResult (-1 failure, -2 would block) at offset stopAt, and
+ * counts reads. */
+struct ByteStream {
+    HalvIO io{};
+    std::string data;
+    size_t stopAt = std::string::npos;
+    int32_t stopResult = -1;
+    size_t position = 0;
+    int reads = 0;
+    int widerReads = 0; /* reads that asked for more than one byte */
+
+    ByteStream(const std::string &bytes, size_t stop = std::string::npos, int32_t result = -1)
+        : data(bytes), stopAt(stop), stopResult(result) {
+        io.read = Read;
+    }
+    std::string Rest() const { return data.substr(position); }
+
+    static int32_t Read(HalvIO *io, void *buffer, uint32_t count) {
+        ByteStream *s = reinterpret_cast<ByteStream *>(io);
+        ++s->reads;
+        s->widerReads += count != 1;
+        if (s->position == s->stopAt)
+            return s->stopResult;
+        if (count == 0 || s->position >= s->data.size())
+            return 0;
+        static_cast<unsigned char *>(buffer)[0] = static_cast<unsigned char>(s->data[s->position++]);
+        return 1;
+    }
+};
+
+TEST(TextScanStream, WhatAScanTakesAndLeaves) {
+    int a = 0, b = 0;
+    ByteStream s("12 34");
+    EXPECT_EQ(HalvIOScanf(&s.io, "%d", &a), 1);
+    EXPECT_EQ(a, 12);
+    EXPECT_EQ(s.Rest(), "34"); /* the look-ahead is consumed */
+    EXPECT_EQ(s.widerReads, 0);
+    EXPECT_EQ(s.reads, 3);
+    /* Two scans in a row lose the byte between them. */
+    ByteStream t("123456");
+    EXPECT_EQ(HalvIOScanf(&t.io, "%2d", &a), 1);
+    EXPECT_EQ(HalvIOScanf(&t.io, "%2d", &b), 1);
+    EXPECT_EQ(a * 100 + b, 1245);
+    EXPECT_EQ(t.Rest(), "");
+
+    double d = 0;
+    ByteStream e("1e5;");
+    EXPECT_EQ(HalvIOScanf(&e.io, "%f", &d), 1);
+    EXPECT_EQ(d, 1.0);
+    EXPECT_EQ(e.Rest(), "5;"); /* no point, no exponent; the e was the look-ahead, and is gone */
+    ByteStream f("1.5e2;");
+    EXPECT_EQ(HalvIOScanf(&f.io, "%f", &d), 1);
+    EXPECT_EQ(d, 150.0);
+    EXPECT_EQ(f.Rest(), "");
+    /* A partial locale point keeps what it consumed. */
+    const HalvLocale arrow = {"->", ",", ""};
+    ByteStream u("7-x9");
+    EXPECT_EQ(HalvIOScanfl(&arrow, &u.io, "%f", &d), 1);
+    EXPECT_EQ(d, 7.0);
+    EXPECT_EQ(u.Rest(), "9");
+
+    ByteStream v("abc");
+    EXPECT_EQ(HalvIOScanf(&v.io, ""), 0);
+    EXPECT_EQ(v.Rest(), "bc"); /* the look-ahead is read even for nothing */
+    EXPECT_EQ(HalvIOScanf(&v.io, "%y", &a), HALV_SCAN_MALFORMED);
+    EXPECT_EQ(v.Rest(), "bc"); /* a format that fails to parse reads nothing */
+    EXPECT_EQ(HalvIOScanf(&v.io, "%c", (char *)&a), 1);
+    EXPECT_EQ((char)a, 'b');
+    EXPECT_EQ(v.Rest(), ""); /* the byte behind %c was the next look-ahead */
+}
+
+TEST(TextScanStream, FailuresEndsAndZeroBytes) {
+    int a = 0, b = 0;
+    ByteStream s("12 34", 4);
+    EXPECT_EQ(HalvIOScanf(&s.io, "%d %d", &a, &b), HALV_SCAN_STREAM_FAILED);
+    EXPECT_EQ(a, 12); /* stored before the failure, and stays */
+    EXPECT_EQ(b, 3);  /* the field ended at the failure */
+    ByteStream first("12", 0);
+    EXPECT_EQ(HalvIOScanf(&first.io, ""), HALV_SCAN_STREAM_FAILED);
+    EXPECT_EQ(first.reads, 1);
+    /* Would-block is no failure: the input just ends there, and nothing is
+     * read again once it has ended. */
+    ByteStream blocked("12 34", 3, -2);
+    EXPECT_EQ(HalvIOScanf(&blocked.io, "%d %d", &a, &b), 1);
+    ByteStream blockedFirst("9", 0, -2);
+    EXPECT_EQ(HalvIOScanf(&blockedFirst.io, "%d", &a), HALV_SCAN_END);
+    EXPECT_EQ(blockedFirst.reads, 1);
+
+    ByteStream end(std::string("12\xFF" "34", 5));
+    EXPECT_EQ(HalvIOScanf(&end.io, "%d%d", &a, &b), 1);
+    EXPECT_EQ(a, 12);
+    EXPECT_EQ(end.Rest(), "34");
+    /* A zero byte is an ordinary byte on a stream. */
+    char text[8];
+    memset(text, '#', sizeof text);
+    ByteStream z(std::string("a\0b c", 5));
+    EXPECT_EQ(HalvIOScanf(&z.io, "%s", text), 1);
+    EXPECT_EQ(std::string(text, 4), std::string("a\0b\0", 4));
+    ByteStream zc(std::string("\0", 1));
+    EXPECT_EQ(HalvIOScanf(&zc.io, "%c", text), 1);
+    EXPECT_EQ(text[0], '\0');
+    /* The end of the stream ends the input: count, then -1. */
+    ByteStream e("5");
+    EXPECT_EQ(HalvIOScanf(&e.io, "%d,%d", &a, &b), 1);
+    ByteStream empty("");
+    EXPECT_EQ(HalvIOScanf(&empty.io, "%d", &a), HALV_SCAN_END);
+    EXPECT_EQ(empty.reads, 1);
+    /* A null stream, or one without a read slot, has ended. */
+    EXPECT_EQ(HalvIOScanf(nullptr, "%d", &a), HALV_SCAN_END);
+    EXPECT_EQ(HalvIOScanf(nullptr, ""), 0);
+    ByteStream noRead("1");
+    noRead.io.read = nullptr;
+    EXPECT_EQ(HalvIOScanf(&noRead.io, "%d", &a), HALV_SCAN_END);
+}
+
+int32_t CallIOV(const HalvLocale *locale, HalvIO *io, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int32_t result =
+        locale != nullptr ? HalvIOVScanfl(locale, io, format, args) : HalvIOVScanf(io, format, args);
+    va_end(args);
+    return result;
+}
+
+TEST(TextScanStream, DirectivesAndEveryStreamForm) {
+    ByteStream s("id=0x2A name:[alpha beta] ptr (nil) 3.25 tail");
+    unsigned id = 0;
+    char name[32] = "";
+    void *p = &id;
+    double d = 0;
+    int n = 0, a = 0;
+    EXPECT_EQ(HalvIOScanf(&s.io, "id=%#x name:[%[^]]] ptr %p %lf%n", &id, name, &p, &d, &n), 4);
+    EXPECT_EQ(id, 42u);
+    EXPECT_STREQ(name, "alpha beta");
+    EXPECT_EQ(p, nullptr);
+    EXPECT_EQ(d, 3.25);
+    EXPECT_EQ(n, 40);
+    EXPECT_EQ(s.Rest(), "tail");
+
+    const HalvLocale comma = {",", ".", ""};
+    ByteStream s1("5 6,5");
+    EXPECT_EQ(CallIOV(nullptr, &s1.io, "%d", &a), 1);
+    EXPECT_EQ(a, 5);
+    EXPECT_EQ(CallIOV(&comma, &s1.io, "%lf", &d), 1);
+    EXPECT_EQ(d, 6.5);
+    ByteStream s2("8 1,5 9");
+    void *args[] = {&a, &d}, *one[] = {&a};
+    EXPECT_EQ(HalvIOLScanfl(&comma, &s2.io, "%d %f", args), 2);
+    EXPECT_EQ(a, 8);
+    EXPECT_EQ(d, 1.5);
+    EXPECT_EQ(HalvIOLScanf(&s2.io, "%d", one), 1);
+    EXPECT_EQ(a, 9);
 }
 
 } // namespace

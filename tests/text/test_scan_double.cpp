@@ -63,21 +63,17 @@ TEST(TextScanDouble, ExactValues) {
 TEST(TextScanDouble, FollowsItsOwnArithmetic) {
     /* A decimal fraction adds up tenths that are not exact: these differ
      * from the nearest double, and give what the digit sums give. */
-    volatile double tenth = 1.0, fraction = 0.0;
+    volatile double tenth = 1.0, hundredth = 0.0;
     tenth = tenth / 10;
-    fraction = fraction + tenth * 3;
-    EXPECT_EQ(Scan("0.3"), (double)fraction);
+    hundredth = tenth / 10;
+    EXPECT_EQ(Scan("0.3"), (double)(0.0 + tenth * 3));
     EXPECT_NE(Scan("0.3"), 0.3);
-    volatile double scale = 1.0, sum = 0.0;
-    scale = scale / 10;
-    sum = sum + scale * 7;
-    scale = scale / 10;
-    sum = sum + scale * 5;
-    EXPECT_EQ(Scan("0.75"), (double)sum);
+    EXPECT_EQ(Scan("0.75"), (double)(0.0 + tenth * 7 + hundredth * 5));
 }
 
 /* Random text of several classes, each one where the conversion is exact
- * and so must equal the C library's correctly rounded result. */
+ * and so must equal the C library's correctly rounded result, and random
+ * integers. */
 TEST(TextScanDouble, AgreesWithTheCLibrary) {
     std::mt19937_64 random(20240611);
     const int kRounds = 20000;
@@ -89,28 +85,36 @@ TEST(TextScanDouble, AgreesWithTheCLibrary) {
             integer = -integer;
         snprintf(text, sizeof text, (i & 1) ? "%" PRId64 : "%" PRId64 ".", integer);
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* Short integers with short dyadic fractions. */
         static const char *const kFractions[] = {"5", "25", "125", "0625", "5e3", "25e-2"};
         uint64_t small = random() % 1000000;
         snprintf(text, sizeof text, "%" PRIu64 ".%s", small, kFractions[random() % 6]);
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* "N.e-K": one division of two exact doubles. */
         uint64_t numerator = random() >> 11;
         snprintf(text, sizeof text, "%" PRIu64 ".e-%d", numerator, (int)(random() % 23));
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* Halves with a positive exponent, integral and below 2^53. */
         snprintf(text, sizeof text, "%" PRIu64 ".5e%d", random() % 100000, 1 + (int)(random() % 10));
         ASSERT_EQ(Scan(text), Reference(text)) << text;
-
         /* Hexadecimal text of 53 bits with a binary exponent. */
         uint64_t mantissa = random() >> 11;
         int exponent = (int)(random() % 400) - 200;
         snprintf(text, sizeof text, "0x%" PRIx64 ".%" PRIx64 "p%d", mantissa >> 20,
                  (mantissa & 0xFFFFF) << 4, exponent);
         ASSERT_EQ(Scan(text), Reference(text)) << text;
+
+        /* Integers of 32 bits in decimal, of 64 bits in hexadecimal. */
+        int32_t ours = 0, theirs = 0;
+        snprintf(text, sizeof text, "%" PRId32, (int32_t)random());
+        ASSERT_EQ(HalvSScanf(text, "%d", &ours), 1);
+        ASSERT_EQ(std::sscanf(text, "%" SCNd32, &theirs), 1);
+        ASSERT_EQ(ours, theirs) << text;
+        uint64_t wideOurs = 0, wideTheirs = 0;
+        snprintf(text, sizeof text, "%" PRIx64, (uint64_t)random());
+        ASSERT_EQ(HalvSScanf(text, "%llx", &wideOurs), 1);
+        ASSERT_EQ(std::sscanf(text, "%" SCNx64, &wideTheirs), 1);
+        ASSERT_EQ(wideOurs, wideTheirs) << text;
     }
 }
 
@@ -151,28 +155,6 @@ TEST(TextScanDouble, PowersBeyondTheRangeStillGiveValuesInsideIt) {
             ASSERT_TRUE(Near(text));
     }
 }
-
-TEST(TextScanDouble, IntegersAgreeWithTheCLibrary) {
-    std::mt19937_64 random(7);
-    char text[32];
-    for (int i = 0; i < 20000; ++i) {
-        int32_t value = (int32_t)random();
-        snprintf(text, sizeof text, "%" PRId32, value);
-        int32_t ours = 0, theirs = 0;
-        ASSERT_EQ(HalvSScanf(text, "%d", &ours), 1);
-        ASSERT_EQ(std::sscanf(text, "%" SCNd32, &theirs), 1);
-        ASSERT_EQ(ours, theirs) << text;
-        int64_t wide = (int64_t)random(), wideOurs = 0, wideTheirs = 0;
-        snprintf(text, sizeof text, "%" PRIx64, (uint64_t)wide);
-        ASSERT_EQ(HalvSScanf(text, "%llx", &wideOurs), 1);
-        ASSERT_EQ(std::sscanf(text, "%" SCNx64, (uint64_t *)&wideTheirs), 1);
-        ASSERT_EQ(wideOurs, wideTheirs) << text;
-    }
-}
-
-} // namespace
-
-namespace {
 
 /* What one scan of text gives: the result, the double's bits, and the
  * bytes taken (%n), for a format of "%<width>lf%n". */

@@ -1,8 +1,5 @@
-/*
- * tests/util/support.h - helpers of the util tests: ownership of results the
- * library allocates, and UTF-8 / UTF-16 text built and read one character
- * or unit at a time.
- */
+/* tests/util/support.h - helpers of the util tests: ownership of library
+ * results, and UTF-8 / UTF-16 text built and read a character at a time. */
 #ifndef HALV_TESTS_UTIL_SUPPORT_H
 #define HALV_TESTS_UTIL_SUPPORT_H
 
@@ -48,7 +45,6 @@ inline std::string Utf8Of(uint32_t v) {
     return s;
 }
 
-/* Appends the UTF-16 units of v. */
 inline void AppendUtf16(std::vector<uint16_t> &units, uint32_t v) {
     if (v < 0x10000) {
         units.push_back((uint16_t)v);
@@ -58,12 +54,11 @@ inline void AppendUtf16(std::vector<uint16_t> &units, uint32_t v) {
     }
 }
 
-/* The units of a terminated UTF-16 text; none for null. */
-inline std::vector<uint16_t> Units(const uint16_t *wide) {
-    std::vector<uint16_t> out;
-    if (wide != nullptr)
-        for (; *wide != 0; ++wide)
-            out.push_back(*wide);
+/* The units or values of a terminated text; none for null. */
+template <typename T> std::vector<T> Units(const T *wide) {
+    std::vector<T> out;
+    for (; wide != nullptr && *wide != 0; ++wide)
+        out.push_back(*wide);
     return out;
 }
 

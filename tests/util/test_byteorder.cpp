@@ -25,108 +25,73 @@ TEST(UtilByteOrder, EndianWords) {
     };
     for (const auto &w : words)
         EXPECT_EQ(HalvStr2Endian(w.word), w.endian) << (w.word ? w.word : "(null)");
-    // Each word names its order and reads back as it.
-    const char *const names[] = {"type 2", "type 1", "unknown", "unknown"};
-    for (int endian : {0, 1, -1, 2}) {
-        EXPECT_STREQ(HalvEndian2Str(endian), names[endian < 0 ? 2 : endian]) << endian;
-        if (endian == 0 || endian == 1) {
-            EXPECT_EQ(HalvStr2Endian(HalvEndian2Str(endian)), endian);
-        }
-    }
+    EXPECT_STREQ(HalvEndian2Str(0), "type 2");
+    EXPECT_STREQ(HalvEndian2Str(1), "type 1");
+    EXPECT_STREQ(HalvEndian2Str(-1), "unknown");
+    EXPECT_STREQ(HalvEndian2Str(2), "unknown");
 }
 
-TEST(UtilByteOrder, SingleValuesSwapInPlace) {
-    unsigned char bytes[9] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
-    HalvSwabShort(bytes + 1); // unaligned on purpose
-    EXPECT_EQ(std::vector<int>(bytes, bytes + 9), (std::vector<int>{0, 2, 1, 3, 4, 5, 6, 7, 8}));
-
-    unsigned char word[5] = {9, 1, 2, 3, 4};
-    HalvSwabLong(word + 1);
-    EXPECT_EQ(std::vector<int>(word, word + 5), (std::vector<int>{9, 4, 3, 2, 1}));
-
-    // A double reverses its 8 bytes, and a second swap gives it back.
-    double value = 1.5, back;
-    unsigned char raw[8], block[9];
-    std::memcpy(raw, &value, 8);
-    std::memcpy(block + 1, &value, 8);
-    HalvSwabDouble(block + 1);
-    for (int i = 0; i < 8; ++i)
-        EXPECT_EQ(block[1 + i], raw[7 - i]) << i;
-    HalvSwabDouble(block + 1);
-    std::memcpy(&back, block + 1, 8);
-    EXPECT_EQ(back, 1.5);
-}
-
-TEST(UtilByteOrder, ArraysSwapEachValueOnItsOwn) {
-    // Odd counts and odd addresses: values must not be mixed, and the bytes
-    // around the array must stay.
-    for (size_t width : {2u, 4u, 8u}) {
+// Single values and arrays of each width at odd addresses: each value is
+// reversed on its own, and the bytes around stay.
+TEST(UtilByteOrder, ValuesAndArraysSwapEachValueOnItsOwn) {
+    const struct {
+        size_t width;
+        void (*single)(void *);
+        void (*array)(void *, uint32_t);
+    } kinds[] = {{2, HalvSwabShort, HalvSwabShortArray},
+                 {4, HalvSwabLong, HalvSwabLongArray},
+                 {8, HalvSwabDouble, HalvSwabDoubleArray}};
+    for (const auto &kind : kinds) {
         for (uint32_t count : {0u, 1u, 2u, 3u, 17u}) {
-            std::vector<unsigned char> data(count * width + 2);
+            std::vector<unsigned char> data(count * kind.width + 2);
             for (size_t i = 0; i < data.size(); ++i)
                 data[i] = (unsigned char)(i * 7 + 1);
             std::vector<unsigned char> expected = data;
             for (uint32_t v = 0; v < count; ++v)
-                for (size_t b = 0; b < width; ++b)
-                    expected[1 + v * width + b] = data[1 + v * width + (width - 1 - b)];
-            void *start = data.data() + 1;
-            if (width == 2)
-                HalvSwabShortArray(start, count);
-            else if (width == 4)
-                HalvSwabLongArray(start, count);
-            else
-                HalvSwabDoubleArray(start, count);
-            EXPECT_EQ(data, expected) << "width " << width << " count " << count;
+                for (size_t b = 0; b < kind.width; ++b)
+                    expected[1 + v * kind.width + b] = data[1 + v * kind.width + (kind.width - 1 - b)];
+            std::vector<unsigned char> single = data;
+            kind.array(data.data() + 1, count);
+            EXPECT_EQ(data, expected) << "width " << kind.width << " count " << count;
+            if (count == 1) {
+                kind.single(single.data() + 1);
+                EXPECT_EQ(single, expected) << "width " << kind.width;
+            }
         }
     }
 }
 
-TEST(UtilMachine, ProcessorIdentification) {
-    uint32_t signature = 0xDEADBEEF, features = 0xDEADBEEF;
+TEST(UtilMachine, ProcessorAndMemory) {
+    uint32_t signature = 0xDEADBEEF, features = 0xDEADBEEF, again = 0;
     EXPECT_EQ(HalvIdentifyArch(&signature, &features), 0);
-#if defined(__x86_64__)
-    // Every x86-64 processor has a signature, and features include the
-    // time stamp counter (bit 4) and SSE2 (bit 26).
+    // Every x86-64 processor has a signature, the time stamp counter (bit 4)
+    // and SSE2 (bit 26).
     EXPECT_NE(signature, 0u);
     EXPECT_NE(signature, 0xDEADBEEFu);
-    EXPECT_EQ(features & (1u << 4), 1u << 4);
-    EXPECT_EQ(features & (1u << 26), 1u << 26);
-#endif
-    uint32_t again = 0;
+    EXPECT_EQ(features & (1u << 4 | 1u << 26), 1u << 4 | 1u << 26);
     EXPECT_EQ(HalvIdentifyArch(&again, nullptr), 0);
     EXPECT_EQ(again, signature);
     EXPECT_EQ(HalvIdentifyArch(nullptr, nullptr), 0);
-
-    int32_t processors = HalvIdentifyProcessorCount();
+    const int32_t processors = HalvIdentifyProcessorCount();
     EXPECT_GE(processors, 1);
-    unsigned hardware = std::thread::hardware_concurrency();
-    if (hardware != 0) {
-        EXPECT_LE(processors, (int32_t)hardware);
+    if (std::thread::hardware_concurrency() != 0) {
+        EXPECT_LE(processors, (int32_t)std::thread::hardware_concurrency());
     }
-}
-
-TEST(UtilMachine, MemoryFigures) {
-    // Kind 0 must agree with the kernel's own figure, modulo 2^32.
+    // Kind 0 agrees with the kernel's own figure, modulo 2^32.
     std::ifstream meminfo("/proc/meminfo");
     std::string key;
     unsigned long long kilobytes = 0;
-    while (meminfo >> key) {
-        if (key == "MemTotal:") {
-            meminfo >> kilobytes;
-            break;
-        }
+    while (meminfo >> key && key != "MemTotal:")
         meminfo.ignore(1 << 12, '\n');
-    }
+    meminfo >> kilobytes;
     if (kilobytes != 0) {
         EXPECT_EQ(HalvIdentifyMemory(0), (uint32_t)(kilobytes * 1024ull));
     }
-    EXPECT_EQ(HalvIdentifyMemory(4), 0u);
-    EXPECT_EQ(HalvIdentifyMemory(-1), 0u);
-    EXPECT_EQ(HalvIdentifyMemory(1000), 0u);
-    uint32_t available = HalvIdentifyMemory(1);
     if (kilobytes != 0 && kilobytes * 1024ull < (1ull << 32)) {
-        EXPECT_LE(available, HalvIdentifyMemory(0));
+        EXPECT_LE(HalvIdentifyMemory(1), HalvIdentifyMemory(0));
     }
+    for (int kind : {4, -1, 1000})
+        EXPECT_EQ(HalvIdentifyMemory(kind), 0u) << kind;
 }
 
 TEST(UtilMachine, AddressSpaceFollowsTheProcessLimit) {
@@ -145,8 +110,7 @@ TEST(UtilMachine, AddressSpaceFollowsTheProcessLimit) {
                 _exit(3);
             uint32_t total = HalvIdentifyMemory(2);
             uint32_t unused = HalvIdentifyMemory(3);
-            bool ok = total == (uint32_t)limit && unused <= total && (total - unused) % 4096 == 0;
-            _exit(ok ? 0 : 1);
+            _exit(total == (uint32_t)limit && unused <= total && (total - unused) % 4096 == 0 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
 }

@@ -10,7 +10,7 @@
 
 using halvtest::Take;
 
-TEST(UtilStrings, DuplicatesAreNewTerminatedCopies) {
+TEST(UtilStrings, DuplicatesAndLengths) {
     EXPECT_EQ(HalvStrDup(nullptr), nullptr);
     EXPECT_EQ(HalvStrNDup(nullptr, 4), nullptr);
     const char source[] = "halvern";
@@ -20,22 +20,16 @@ TEST(UtilStrings, DuplicatesAreNewTerminatedCopies) {
     EXPECT_EQ(Take(HalvStrNDup(source, 4)), "halv");
     EXPECT_EQ(Take(HalvStrNDup(source, 100)), "halvern");
     EXPECT_EQ(Take(HalvStrNDup(source, 0)), "");
-    // max bounds what is read: a text without a NUL inside max is fine.
+    // max bounds what is read: no NUL is needed inside it.
     char unterminated[3] = {'a', 'b', 'c'};
     EXPECT_EQ(Take(HalvStrNDup(unterminated, 3)), "abc");
-}
-
-TEST(UtilStrings, LengthsCountBytesAndUnits) {
+    EXPECT_EQ(HalvStrNLen(unterminated, 2), 2u);
     EXPECT_EQ(HalvStrLen(""), 0u);
     EXPECT_EQ(HalvStrLen("h\xC3\xA9"), 3u); // bytes, not characters
     EXPECT_EQ(HalvStrNLen("abcdef", 4), 4u);
     EXPECT_EQ(HalvStrNLen("ab", 4), 2u);
-    char unterminated[2] = {'x', 'y'};
-    EXPECT_EQ(HalvStrNLen(unterminated, 2), 2u);
-
-    const uint16_t wide[] = {0x48, 0xD83D, 0xDE00, 0x1234, 0};
+    const uint16_t wide[] = {0x48, 0xD83D, 0xDE00, 0x1234, 0}, empty[] = {0};
     EXPECT_EQ(HalvWideStrLen(wide), 4u);
-    const uint16_t empty[] = {0};
     EXPECT_EQ(HalvWideStrLen(empty), 0u);
 }
 
@@ -54,7 +48,6 @@ TEST(UtilStrings, BoundedCopyAndConcatenationNeverPad) {
     char buffer[16];
     HalvStrCpy(buffer, "xyz");
     EXPECT_STREQ(buffer, "xyz");
-
     std::memset(buffer, '#', sizeof buffer);
     std::strcpy(buffer, "ab");
     HalvStrCat(buffer, "cd");
@@ -95,7 +88,7 @@ TEST(UtilStrings, ComparisonSignednessAndCase) {
     EXPECT_EQ(HalvStrNCaseCmp("x", "y", 0), 0);
 }
 
-TEST(UtilStrings, ByteSearch) {
+TEST(UtilStrings, ByteAndSubstringSearch) {
     const char text[] = "a.b.c";
     EXPECT_EQ(HalvStrChr(text, '.'), text + 1);
     EXPECT_EQ(HalvStrRChr(text, '.'), text + 3);
@@ -103,24 +96,19 @@ TEST(UtilStrings, ByteSearch) {
     EXPECT_EQ(HalvStrRChr(text, 'x'), nullptr);
     EXPECT_EQ(HalvStrChr(text, 0), nullptr); // the NUL isn't found
     EXPECT_EQ(HalvStrRChr(text, 0), nullptr);
-
     // Bytes compare as signed char: the value must come from a char.
     const char latin[] = "caf\xE9";
     EXPECT_EQ(HalvStrChr(latin, (char)0xE9), latin + 3);
     EXPECT_EQ(HalvStrChr(latin, 0xE9), nullptr);
-
     const uint16_t wide[] = {'x', 0x263A, 'y', 0x263A, 0};
     EXPECT_EQ(HalvWideStrChr(wide, 0x263A), wide + 1);
     EXPECT_EQ(HalvWideStrRChr(wide, 0x263A), wide + 3);
     EXPECT_EQ(HalvWideStrChr(wide, 'z'), nullptr);
     EXPECT_EQ(HalvWideStrChr(wide, 0), nullptr);
-}
-
-TEST(UtilStrings, SubstringSearchEdges) {
-    const char text[] = "one two two";
-    EXPECT_EQ(HalvStrStr(text, "two"), text + 4);
-    EXPECT_EQ(HalvStrStr(text, "three"), nullptr);
-    EXPECT_EQ(HalvStrStr(text, ""), text); // empty sub in non-empty text
+    const char two[] = "one two two";
+    EXPECT_EQ(HalvStrStr(two, "two"), two + 4);
+    EXPECT_EQ(HalvStrStr(two, "three"), nullptr);
+    EXPECT_EQ(HalvStrStr(two, ""), two);    // empty sub in non-empty text
     EXPECT_EQ(HalvStrStr("", ""), nullptr); // but not in empty text
     EXPECT_EQ(HalvStrStr("", "x"), nullptr);
     EXPECT_EQ(HalvStrStr("ab", "abc"), nullptr);
@@ -132,20 +120,13 @@ TEST(UtilStrings, StrippingWorksInPlace) {
     EXPECT_STREQ(text, "value  x \n\t ");
     EXPECT_EQ(HalvStripTrailingSpaces(text), text);
     EXPECT_STREQ(text, "value  x");
-
-    char blanks[] = "    ";
+    char blanks[] = "    ", blanks2[] = " \t ", empty[] = "", latin[] = "\xA0x\xA0";
     EXPECT_STREQ(HalvStripLeadingSpaces(blanks), "");
-    char blanks2[] = " \t ";
     EXPECT_STREQ(HalvStripTrailingSpaces(blanks2), "");
-    // Trailing NULs are stored over every blank, not just the first.
-    EXPECT_EQ(std::memcmp(blanks2, "\0\0\0", 4), 0);
-
-    char empty[] = "";
+    EXPECT_EQ(std::memcmp(blanks2, "\0\0\0", 4), 0); // NULs over every blank, not just the first
     EXPECT_STREQ(HalvStripLeadingSpaces(empty), "");
     EXPECT_STREQ(HalvStripTrailingSpaces(empty), "");
-
-    // Non-ASCII bytes are not whitespace (0xA0 is NBSP in Latin-1).
-    char latin[] = "\xA0x\xA0";
+    // Non-ASCII bytes are not white space (0xA0 is NBSP in Latin-1).
     EXPECT_STREQ(HalvStripLeadingSpaces(latin), "\xA0x\xA0");
     EXPECT_STREQ(HalvStripTrailingSpaces(latin), "\xA0x\xA0");
 }
@@ -158,19 +139,13 @@ TEST(UtilStrings, BlocksSwapAndCompare) {
         b[i] = (unsigned char)(100 + i);
     }
     HalvSwapBlock(a + 1, b + 1, 11);
-    EXPECT_EQ(a[0], 0);
-    EXPECT_EQ(b[0], 100);
-    for (int i = 1; i < 12; ++i) {
-        EXPECT_EQ(a[i], 100 + i) << i;
-        EXPECT_EQ(b[i], i) << i;
-    }
-    EXPECT_EQ(a[12], 12);
-    EXPECT_EQ(b[12], 112);
     HalvSwapBlock(a, b, 0);
-    EXPECT_EQ(a[0], 0);
-
-    const unsigned char x[] = {1, 2, 0xF0, 4};
-    const unsigned char y[] = {1, 2, 0x10, 9};
+    for (int i = 0; i < 13; ++i) {
+        const bool swapped = i >= 1 && i <= 11;
+        EXPECT_EQ(a[i], swapped ? 100 + i : i) << i;
+        EXPECT_EQ(b[i], swapped ? i : 100 + i) << i;
+    }
+    const unsigned char x[] = {1, 2, 0xF0, 4}, y[] = {1, 2, 0x10, 9};
     EXPECT_EQ(HalvCmpBlock(x, y, 4), 0xF0 - 0x10); // unsigned difference
     EXPECT_EQ(HalvCmpBlock(y, x, 4), 0x10 - 0xF0);
     EXPECT_EQ(HalvCmpBlock(x, y, 2), 0);
@@ -178,40 +153,26 @@ TEST(UtilStrings, BlocksSwapAndCompare) {
     EXPECT_EQ(HalvCmpBlock(x, x, 4), 0);
 }
 
-TEST(UtilStrings, CharacterClassesOverEveryByte) {
+TEST(UtilStrings, CharacterClassesAndCaseOverEveryByte) {
     for (int c = -300; c < 600; ++c) {
-        bool byte = c >= 0 && c < 256;
+        const bool byte = c >= 0 && c < 256;
+        const bool upper = c >= 'A' && c <= 'Z', lower = c >= 'a' && c <= 'z', digit = c >= '0' && c <= '9';
         EXPECT_EQ(HalvIsAsciiPrint(c), byte && c >= 32 && c <= 126) << c;
-        EXPECT_EQ(HalvIsAsciiChar(c), (c & 0x80) == 0) << c;
-        EXPECT_EQ(HalvIsAsciiSpace(c), c == 32 || c == 12 || c == 10 || c == 13 || c == 9 || c == 11) << c;
-        EXPECT_EQ(HalvIsAsciiAlpha(c), (c >= 65 && c <= 90) || (c >= 97 && c <= 122)) << c;
-        EXPECT_EQ(HalvIsAsciiDigit(c), c >= 48 && c <= 57) << c;
-        EXPECT_EQ(HalvIsAsciiHexDigit(c), (c >= 48 && c <= 57) || (c >= 65 && c <= 70) || (c >= 97 && c <= 102))
-            << c;
+        EXPECT_EQ(HalvIsAsciiChar(c), (c & 0x80) == 0) << c; // only bit 7 is looked at
+        EXPECT_EQ(HalvIsAsciiSpace(c), c == 32 || (c >= 9 && c <= 13)) << c;
+        EXPECT_EQ(HalvIsAsciiAlpha(c), upper || lower) << c;
+        EXPECT_EQ(HalvIsAsciiDigit(c), digit) << c;
+        EXPECT_EQ(HalvIsAsciiHexDigit(c), digit || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f')) << c;
+        // Only the low 8 bits of the argument count for the case tables.
+        const int low = c & 0xFF;
+        EXPECT_EQ(HalvAsciiToUpper(c), low >= 'a' && low <= 'z' ? low - 32 : low) << c;
+        EXPECT_EQ(HalvAsciiToLower(c), low >= 'A' && low <= 'Z' ? low + 32 : low) << c;
     }
-    EXPECT_EQ(HalvIsAsciiChar(0x100), 1); // only bit 7 is looked at
-    EXPECT_EQ(HalvIsAsciiChar(-1), 0);
-}
-
-TEST(UtilStrings, CaseTablesChangeTheLettersAndNothingElse) {
-    for (int c = 0; c < 256; ++c) {
-        int upper = c >= 'a' && c <= 'z' ? c - 32 : c;
-        int lower = c >= 'A' && c <= 'Z' ? c + 32 : c;
-        EXPECT_EQ(HalvAsciiToUpper(c), upper) << c;
-        EXPECT_EQ(HalvAsciiToLower(c), lower) << c;
-    }
-    EXPECT_EQ(HalvAsciiToLower('['), '[');
-    EXPECT_EQ(HalvAsciiToUpper('`'), '`');
-    EXPECT_EQ(HalvAsciiToLower('@'), '@');
-    EXPECT_EQ(HalvAsciiToUpper('{'), '{');
-    // Only the low 8 bits of the argument count.
-    EXPECT_EQ(HalvAsciiToUpper(0x100 + 'a'), 'A');
-    EXPECT_EQ(HalvAsciiToLower(-1), 0xFF);
 }
 
 TEST(UtilStrings, ImmediateDataTellsNumbersFromNames) {
     // At least a quarter of the bytes digits (rounded down), and a separator
-    // (any ASCII whitespace or a comma).
+    // (any ASCII white space or a comma).
     const struct {
         const char *text;
         int immediate;
