@@ -31,14 +31,10 @@ std::vector<intptr_t> Words(const intptr_t *list) {
 struct ResizeState {
     HalvState base;
     void *input;
-    int32_t inputFound;
-    int32_t width;
-    int32_t height; // preset default 480, kept when absent
-    int32_t heightFound;
+    int32_t inputFound, width, height /* preset default 480, kept when absent */, heightFound;
     double gamma;
     char *name;
-    int32_t window[4];
-    int32_t coefficientCount;
+    int32_t window[4], coefficientCount;
     double *coefficients;
     int32_t labelCount;
     char **labels;
@@ -220,7 +216,7 @@ TEST(CoreArgs, KeysMatchByNameAndFormatInAnyCase) {
     EXPECT_EQ(out, 1);
 }
 
-TEST(CoreArgs, PlainItemsReadTheirValues) {
+TEST(CoreArgs, PlainPointerAndWindowItemsReadTheirValues) {
     int32_t i = -12, b = 1;
     double f = 3.5, d = -0.125;
     int marker = 0;
@@ -266,36 +262,32 @@ TEST(CoreArgs, PlainItemsReadTheirValues) {
     EXPECT_EQ(HalvParseArgs(list, "one:i", nullptr, &x, "two:i", nullptr, &y, kEnd), 1);
     EXPECT_EQ(x, -12);
     EXPECT_EQ(y, 77);
-}
 
-TEST(CoreArgs, PointerItems) {
+    // Pointer items.
     intptr_t word = (intptr_t)0x0102030405060708LL;
     double number = 9.75;
-    const char *text = "borrowed";
-    intptr_t list[16];
-    ASSERT_EQ(HalvBuildArgs(list, W("p:pIpdPsPv"), W(&word), W(&number), W(text), W(&word), kNull, kEnd), 1);
-    intptr_t a = 0, b = 0;
+    const char *borrowed = "borrowed";
+    ASSERT_EQ(HalvBuildArgs(list, W("p:pIpdPsPv"), W(&word), W(&number), W(borrowed), W(&word), kNull, kEnd), 1);
+    intptr_t pa = 0, pb = 0;
     const char *s = nullptr;
     void *v = nullptr;
-    ASSERT_EQ(HalvParseArgs(list, "p:pIpdPsPv", nullptr, &a, &b, &s, &v, kEnd), 1);
-    EXPECT_EQ(a, word); // all 8 bytes of the word pointed to
+    ASSERT_EQ(HalvParseArgs(list, "p:pIpdPsPv", nullptr, &pa, &pb, &s, &v, kEnd), 1);
+    EXPECT_EQ(pa, word); // all 8 bytes of the word pointed to
     double asDouble;
-    std::memcpy(&asDouble, &b, sizeof asDouble);
+    std::memcpy(&asDouble, &pb, sizeof asDouble);
     EXPECT_EQ(asDouble, 9.75); // the bits of the word pointed to
-    EXPECT_EQ(s, text);        // no copy
+    EXPECT_EQ(s, borrowed);    // no copy
     EXPECT_EQ(v, static_cast<void *>(&word));
 
     // p with a letter that isn't one of its own takes nothing when found.
     ASSERT_EQ(HalvBuildArgs(list, W("q:phi"), W(&word), kNull, kEnd), 1);
-    int32_t i = 0;
-    EXPECT_EQ(HalvParseArgs(list, "q:phi", nullptr, &i, kEnd), 1);
-    EXPECT_EQ(i, (int32_t)0x05060708);
-}
+    int32_t low = 0;
+    EXPECT_EQ(HalvParseArgs(list, "q:phi", nullptr, &low, kEnd), 1);
+    EXPECT_EQ(low, (int32_t)0x05060708);
 
-TEST(CoreArgs, WindowItemsCopyExactlyFourValues) {
+    // Windows copy exactly four values.
     int32_t ints[5] = {10, 20, 30, 40, 50};
     double doubles[5] = {0.5, 1.5, 2.5, 3.5, 4.5};
-    intptr_t list[16];
     ASSERT_EQ(HalvBuildArgs(list, W("box:wIwd"), W(ints), W(doubles), kNull, kEnd), 1);
     int32_t outInts[6] = {-1, -1, -1, -1, -1, -1};
     double outDoubles[6] = {-1, -1, -1, -1, -1, -1};
@@ -366,15 +358,11 @@ TEST(CoreArgs, ArrayItems) {
     int32_t plain = 0;
     EXPECT_EQ(HalvParseArgs(list, "h:#hi", nullptr, &plain, kEnd), 1);
     EXPECT_EQ(plain, 3);
-}
 
-TEST(CoreArgs, ArrayRunningIntoTheTerminator) {
-    int32_t a = 1, b = 2;
     // Hand-made: the run of the last entry has no null before the end.
-    intptr_t list[] = {W("v:#i"), W(&a), W(&b), kEnd};
-    int32_t count = -1, other = 0, found = -1;
-    int32_t *numbers = nullptr;
-    EXPECT_EQ(HalvParseArgs(list, "v:#i", nullptr, &count, &numbers, "w:i", &found, &other, kEnd), -1);
+    intptr_t cut[] = {W("v:#i"), W(&v1), W(&v2), kEnd};
+    count = -1, numbers = nullptr, found = -1;
+    EXPECT_EQ(HalvParseArgs(cut, "v:#i", nullptr, &count, &numbers, "w:i", &found, &next, kEnd), -1);
     EXPECT_EQ(count, 2); // the count so far is stored
     EXPECT_EQ(numbers, nullptr);
     EXPECT_EQ(found, -1); // parsing stopped before the next key
@@ -410,21 +398,16 @@ TEST(CoreArgs, MalformedKeysAndFormats) {
     EXPECT_EQ(y, -3);
 }
 
-TEST(CoreArgs, AppendExtendsTheList) {
-    int32_t a = 1, b = 2;
-    intptr_t list[16];
-    ASSERT_EQ(HalvBuildArgs(list, W("a:i"), W(&a), kNull, kEnd), 1);
-    ASSERT_EQ(HalvAppendArgs(list, W("b:i"), W(&b), kNull, kEnd), 1);
-    EXPECT_EQ(Words(list), (std::vector<intptr_t>{W("a:i"), W(&a), kNull, W("b:i"), W(&b), kNull, kEnd}));
-    ASSERT_EQ(HalvAppendArgs(list, kEnd), 1);
-    EXPECT_EQ(Words(list).size(), 7u);
-    EXPECT_EQ(HalvAppendArgs(nullptr, kEnd), 0);
-}
-
-TEST(CoreArgs, RemoveTakesWholeEntries) {
+TEST(CoreArgs, AppendExtendsAndRemoveTakesWholeEntries) {
     int32_t a = 1, b = 2, c = 3;
     const char *keyA = "a:i", *keyB = "b:#i", *keyC = "c:";
     intptr_t list[32];
+    ASSERT_EQ(HalvBuildArgs(list, W("a:i"), W(&a), kNull, kEnd), 1);
+    ASSERT_EQ(HalvAppendArgs(list, W("b:i"), W(&b), kNull, kEnd), 1);
+    ASSERT_EQ(HalvAppendArgs(list, kEnd), 1);
+    EXPECT_EQ(Words(list), (std::vector<intptr_t>{W("a:i"), W(&a), kNull, W("b:i"), W(&b), kNull, kEnd}));
+    EXPECT_EQ(HalvAppendArgs(nullptr, kEnd), 0);
+
     ASSERT_EQ(HalvBuildArgs(list, W(keyA), W(&a), kNull, W(keyB), W(&b), W(&c), kNull, kNull, W(keyC), kNull, W(keyA),
                             W(&c), kNull, kEnd),
               1);

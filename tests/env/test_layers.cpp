@@ -1,5 +1,7 @@
 // The layers of HalvGetenv and their order, each case in a fresh process
-// (tests/env/env_probe) with an environment of its own.
+// (tests/env/env_probe) with an environment of its own; and the release
+// directory that HV_RELEASE falls back on, derived from where the executable
+// lies: copies of the probe run from directories of a temporary release tree.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -8,31 +10,36 @@
 
 #include "env/probe_runner.h"
 
+namespace fs = std::filesystem;
+using probe::Lines;
+using probe::Probe;
+using probe::ProbeAt;
+
 namespace {
-
-using Lines = std::vector<std::string>;
-
-// Runs the probe and checks that it ran to its end.
-probe::Result Probe(const Lines &args, const Lines &environment) {
-    probe::Result result = probe::Run(args, environment);
-    EXPECT_FALSE(result.timedOut);
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    return result;
-}
 
 // The release directory the probe derives for itself: build/tests/env/env_probe
 // lies in a directory named env, so the release is build/tests.
-std::string ProbeRelease() {
-    return std::filesystem::canonical(probe::ProbePath()).parent_path().parent_path().string();
+std::string ProbeRelease() { return fs::canonical(probe::ProbePath()).parent_path().parent_path().string(); }
+
+bool Contains(const std::string &text, const std::string &part) {
+    return text.find(part) != std::string::npos;
 }
 
-bool Contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+// Copies the probe into root/directory and returns the copy's path.
+std::string PlaceProbe(const std::string &root, const std::string &directory) {
+    fs::path target = fs::path(root) / directory;
+    fs::create_directories(target);
+    fs::path copy = target / "env_probe";
+    fs::copy_file(probe::ProbePath(), copy, fs::copy_options::overwrite_existing);
+    fs::permissions(copy, fs::perms::owner_all, fs::perm_options::add);
+    return copy.string();
+}
 
 } // namespace
 
 TEST(EnvLayers, NothingSetGivesDefaultsAndLastResorts) {
     probe::TempDir dir;
-    const std::string cwd = std::filesystem::canonical(dir.path()).string();
+    const std::string cwd = fs::canonical(dir.path()).string();
     auto r = Probe({"prefix", "chdir", cwd, "init",
                     "get", "HV_OS", "get", "HV_VERS", "get", "HV_ROTATE_BUFFERSIZE", "get", "HV_CHUNKBUFFER_CAP",
                     "get", "HALV_MEMORY_MAX", "get", "HALV_TEMPFILE_MAX",
@@ -64,8 +71,8 @@ TEST(EnvLayers, NothingSetGivesDefaultsAndLastResorts) {
 
 TEST(EnvLayers, LastResortsAreComputedOnce) {
     probe::TempDir first, second;
-    const std::string a = std::filesystem::canonical(first.path()).string();
-    const std::string b = std::filesystem::canonical(second.path()).string();
+    const std::string a = fs::canonical(first.path()).string();
+    const std::string b = fs::canonical(second.path()).string();
     auto r = Probe({"chdir", a, "get", "NO_SUCH_NAME", "chdir", b, "get", "PWD", "putenv", "TMPDIR", "/late",
                     "get", "TEMP"},
                    {});
@@ -220,6 +227,81 @@ TEST(EnvLayers, ExpandsThroughAllLayers) {
 
 TEST(EnvLayers, ProbeRejectsUnknownCommands) {
     // Guards the harness itself: a typo in a command list must not pass silently.
-    auto r = probe::Run({"nonsense"}, {});
+    auto r = probe::Run(probe::ProbePath(), {"nonsense"}, {});
     EXPECT_EQ(r.exitCode, 2);
+}
+
+TEST(EnvRelease, DerivedFromTheExecutablesDirectory) {
+    probe::TempDir temp;
+    ASSERT_FALSE(temp.path().empty());
+    const std::string root = fs::canonical(temp.path()).string();
+    const struct {
+        const char *directory;
+        const char *release;
+    } cases[] = {
+        {"R/bin", "R"},         {"R/lib", "R"},           {"R/output", "R"},
+        {"R/tools", "R"},       {"R/bin/x", "R"},         {"R/lib/x", "R"},
+        {"R/output/x", "R"},    {"R/bin/bin", "R"},       {"R/x/y", "R/x"},
+        {"R/lib64/x", "R/lib64"}, {"R/Bin/x", "R/Bin"},   {"R/binary/x", "R/binary"},
+        {"R/x/bin", "R/x"},     {"R/outputs/x", "R/outputs"},
+    };
+    for (const auto &c : cases) {
+        const std::string exe = PlaceProbe(root, c.directory);
+        auto r = ProbeAt(exe, {"exepath", "get", "HV_RELEASE", "get", "KOVTOP", "get", "KOV_RELEASE"});
+        const std::string release = root + "/" + c.release;
+        EXPECT_EQ(r.lines, (Lines{"exepath=" + root + "/" + c.directory, "HV_RELEASE=" + release,
+                                  "KOVTOP=" + release, "KOV_RELEASE=" + release}))
+            << c.directory;
+    }
+
+    // An executable right in the temporary directory: its parent is the release.
+    const std::string exe = PlaceProbe(root, ".");
+    auto r = ProbeAt(exe, {"exepath", "get", "HV_RELEASE"});
+    EXPECT_EQ(r.lines, (Lines{"exepath=" + root, "HV_RELEASE=" + fs::path(root).parent_path().string()}));
+}
+
+TEST(EnvRelease, FollowsSymbolicLinksToTheRealExecutable) {
+    probe::TempDir temp;
+    const std::string root = fs::canonical(temp.path()).string();
+    const std::string real = PlaceProbe(root, "R/lib/x");
+    fs::create_directories(fs::path(root) / "S/bin");
+    const std::string link = root + "/S/bin/env_probe";
+    fs::create_symlink(real, link);
+    auto r = ProbeAt(link, {"exepath", "get", "HV_RELEASE"});
+    EXPECT_EQ(r.lines, (Lines{"exepath=" + root + "/R/lib/x", "HV_RELEASE=" + root + "/R"}));
+}
+
+TEST(EnvRelease, OtherLayersComeFirst) {
+    probe::TempDir temp;
+    const std::string root = fs::canonical(temp.path()).string();
+    const std::string exe = PlaceProbe(root, "R/bin");
+    auto r = ProbeAt(exe, {"get", "HV_RELEASE", "get", "KOVTOP"}, {"KOVTOP=/k"});
+    EXPECT_EQ(r.lines, (Lines{"HV_RELEASE=/k", "KOVTOP=/k"}));
+    r = ProbeAt(exe, {"get", "HV_RELEASE", "get", "KOVTOP"}, {"HV_RELEASE=/r"});
+    EXPECT_EQ(r.lines, (Lines{"HV_RELEASE=/r", "KOVTOP=/r"}));
+    r = ProbeAt(exe, {"set", "HV_RELEASE", "/s", "get", "HV_RELEASE", "unset", "HV_RELEASE", "get", "HV_RELEASE"});
+    EXPECT_EQ(r.lines, (Lines{"set=1", "HV_RELEASE=/s", "unset=1", "HV_RELEASE=" + root + "/R"}));
+
+    // HVTOP has no such derivation: its default is the build's install prefix.
+    r = ProbeAt(exe, {"prefix", "get", "HVTOP"});
+    ASSERT_EQ(r.lines.size(), 2u);
+    EXPECT_EQ(r.lines[1], "HVTOP=" + r.lines[0].substr(7));
+}
+
+TEST(EnvRelease, UnreadableLocationFallsBackOnTheBuildPrefix) {
+    // A path of 1023 bytes or more can't be read whole: no executable path,
+    // and HV_RELEASE takes its built-in default.
+    probe::TempDir temp;
+    const std::string root = fs::canonical(temp.path()).string();
+    std::string deep;
+    while (root.size() + deep.size() < 1100)
+        deep += std::string(100, 'd') + "/";
+    deep += "bin";
+    const std::string exe = PlaceProbe(root, deep);
+    auto r = ProbeAt(exe, {"prefix", "exepath", "get", "HV_RELEASE", "get", "KOVTOP"});
+    ASSERT_EQ(r.lines.size(), 4u);
+    const std::string prefix = r.lines[0].substr(7);
+    EXPECT_EQ(r.lines[1], "exepath=(null)");
+    EXPECT_EQ(r.lines[2], "HV_RELEASE=" + prefix);
+    EXPECT_EQ(r.lines[3], "KOVTOP=" + prefix);
 }
