@@ -198,7 +198,7 @@ TEST(Files, IdentifyAndAttributes) {
     EXPECT_EQ(static_cast<int64_t>(value), -10000);
 }
 
-TEST(Files, Delete) {
+TEST(Files, DeleteAndRenameThatNeverReplaces) {
     ScratchDir dir;
     ASSERT_TRUE(WriteFile(dir / "file", ""));
     EXPECT_EQ(HalvDeleteFile((dir / "file").c_str()), 1);
@@ -218,10 +218,8 @@ TEST(Files, Delete) {
     EXPECT_FALSE(Exists(dir / "link"));
     EXPECT_TRUE(Exists(dir / "target"));
     EXPECT_EQ(HalvDeleteFile(nullptr), 0);
-}
 
-TEST(Files, RenameNeverReplaces) {
-    ScratchDir dir;
+    // Rename never replaces.
     ASSERT_TRUE(WriteFile(dir / "a", "A"));
     ASSERT_TRUE(WriteFile(dir / "b", "B"));
     EXPECT_EQ(HalvRenameFile((dir / "a").c_str(), (dir / "b").c_str()), -1);
@@ -312,7 +310,7 @@ TEST(Files, CopyDestinationFirst) {
     EXPECT_FALSE(Exists("/tmp/halv_files_never"));
 }
 
-TEST(RealPath, LexicalCanonicalForm) {
+TEST(RealPath, LexicalAbsoluteAndExistingForms) {
     // Separators, "." and ".." go, with both flags 0; Windows forms are
     // ordinary names here.
     const struct {
@@ -327,9 +325,8 @@ TEST(RealPath, LexicalCanonicalForm) {
     };
     for (const auto &c : cases)
         EXPECT_EQ(Real(c.path), c.canonical) << (c.path ? c.path : "(null)");
-}
 
-TEST(RealPath, AbsoluteAndExistingForms) {
+    // Absolute and existing forms.
     ScratchDir dir;
     ASSERT_EQ(mkdir((dir / "sub").c_str(), 0755), 0);
     ASSERT_EQ(chdir((dir / "sub").c_str()), 0);
