@@ -113,7 +113,7 @@ TEST(CallProtocol, HostDrivesAPluginFromInitToEnd) {
     EXPECT_EQ(HalvCallEnd(state), 1);
 }
 
-TEST(CallProtocol, InitFormsAndTheirRefusals) {
+TEST(CallProtocol, InitFormsTheirRefusalsAndEndsThatTakeSeveralCalls) {
     HalvState *state = nullptr;
     // HalvCallInitArgs copies the words, terminator included.
     int one = 1;
@@ -129,11 +129,9 @@ TEST(CallProtocol, InitFormsAndTheirRefusals) {
     EXPECT_EQ(HalvCallInit(UpperInit, list, nullptr), 0);
     EXPECT_EQ(HalvCallInitArgs(nullptr, HALV_ARG_END, &state), 0);
     EXPECT_EQ(HalvCallInitArgs(UpperInit, HALV_ARG_END, (HalvState **)nullptr), 0);
-}
 
-TEST(CallProtocol, EndPointThatNeedsSeveralCalls) {
+    // An endPoint that needs several calls.
     int three = 2; // -1 twice, then 1
-    HalvState *state = nullptr;
     ASSERT_EQ(HalvCallInitArgs(UpperInit, HALV_ARG("endfailures:i"), HALV_ARG(&three), HALV_ARG_NULL, HALV_ARG_END,
                                &state),
               2);
