@@ -70,8 +70,9 @@ TEST_F(Lifecycle, StoppedEngineRefusesEndAndCleanupsAndTracesItsStarts) {
     ASSERT_EQ(HalvernEnd(), 1);
     ASSERT_EQ(HalvernEnd(), 1);
     EXPECT_EQ(refused.calls, 0) << "a refused registration was stored";
-    EXPECT_EQ(log.Texts(HALV_LOG_DEBUG), (std::vector<std::string>{kStopping, kStopping, kStarting, kStarted,
-                                                                   kStarting, kStopping, kStopping, kStopped}));
+    const std::vector<std::string> traces{kStopping, kStopping, kStarting, kStarted,
+                                          kStarting, kStopping, kStopping,  kStopped};
+    EXPECT_EQ(log.Texts(HALV_LOG_DEBUG), traces);
 }
 
 TEST_F(Lifecycle, OnlyTheLastEndRunsCleanupsNewestFirst) {

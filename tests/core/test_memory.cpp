@@ -172,7 +172,8 @@ TEST(Chunks, ArrayAccessFlagsAndReset) {
 
     EXPECT_EQ(HalvResetChunks(chunks), 1);
     const HalvChunk &reset = *chunks[1];
-    EXPECT_EQ(std::tuple(reset.bytes, reset.lines, reset.data, reset.capacity), std::tuple(0u, 0u, (void *)data, 64u));
+    EXPECT_EQ(std::tuple(reset.bytes, reset.lines, reset.data, reset.capacity),
+              std::tuple(0u, 0u, (void *)data, 64u));
     HalvFreeArray(chunks);
 
     HalvChunk **none = nullptr;

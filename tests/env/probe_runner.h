@@ -46,7 +46,8 @@ inline long long NowMs() {
 // Runs exe with args and exactly the given environment ("NAME=value"
 // entries), plus the sanitizer options of the test process.  A run that
 // outlasts the time-out is killed and fails the test.
-inline Result Run(const std::string &exe, const Lines &args, const Lines &environment, int timeoutMs = 30000) {
+inline Result Run(const std::string &exe, const Lines &args, const Lines &environment,
+                  int timeoutMs = 30000) {
     Result result;
     Lines env = environment;
     for (const char *pass : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"})
@@ -110,7 +111,9 @@ inline Result Run(const std::string &exe, const Lines &args, const Lines &enviro
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+    result.exitCode = WIFEXITED(status)     ? WEXITSTATUS(status)
+                      : WIFSIGNALED(status) ? 128 + WTERMSIG(status)
+                                            : -1;
     EXPECT_FALSE(result.timedOut) << exe;
     std::istringstream lines(result.out);
     for (std::string line; std::getline(lines, line);)
@@ -125,7 +128,9 @@ inline Result ProbeAt(const std::string &exe, const Lines &args, const Lines &en
     return result;
 }
 
-inline Result Probe(const Lines &args, const Lines &environment) { return ProbeAt(ProbePath(), args, environment); }
+inline Result Probe(const Lines &args, const Lines &environment) {
+    return ProbeAt(ProbePath(), args, environment);
+}
 
 } // namespace probe
 

@@ -103,8 +103,10 @@ TEST(EnvLayers, EachNameFindsItsLayersInOrder) {
         {"older names win",
          {"get", "HVTOP", "get", "HV_RELEASE", "get", "HV_DATA_PATH", "get", "KOVTOP", "get", "KOV_RELEASE",
           "get", "HV_VERS"},
-         {"KOVTOP=/old", "HVTOP=/new", "HV_RELEASE=/rel", "KOV_DATA_PATH=/kd", "HV_DATA_PATH=/hd", "HV_VERS=7"},
-         {"HVTOP=/old", "HV_RELEASE=/old", "HV_DATA_PATH=/kd", "KOVTOP=/old", "KOV_RELEASE=/old", "HV_VERS=7"}},
+         {"KOVTOP=/old", "HVTOP=/new", "HV_RELEASE=/rel", "KOV_DATA_PATH=/kd", "HV_DATA_PATH=/hd",
+          "HV_VERS=7"},
+         {"HVTOP=/old", "HV_RELEASE=/old", "HV_DATA_PATH=/kd", "KOVTOP=/old", "KOV_RELEASE=/old",
+          "HV_VERS=7"}},
         {"without the older names the new ones stand, and the old ones fall back",
          {"get", "HVTOP", "get", "HV_RELEASE", "get", "KOVTOP", "get", "KOV_RELEASE", "get", "HV_DATA_PATH"},
          {"HVTOP=/new", "HV_RELEASE=/rel", "HV_DATA_PATH=/hd"},
@@ -124,16 +126,18 @@ TEST(EnvLayers, EachNameFindsItsLayersInOrder) {
          {"HOME=.", "HV_VERS=3.8.0", "HV_OS=", "USER=dan", "NOTHING=(null)"}},
         {"long values are taken whole", {"get", "LONG"}, {"LONG=" + longValue}, {"LONG=" + longValue}},
         {"a real value is read once",
-         {"get", "FOO", "putenv", "FOO", "second", "get", "FOO", "set", "FOO", "mine", "get", "FOO", "unset", "FOO",
-          "get", "FOO", "putenv", "FOO", "third", "get", "FOO", "get", "BAR", "putenv", "BAR", "late", "get", "BAR"},
+         {"get", "FOO", "putenv", "FOO", "second", "get", "FOO", "set", "FOO", "mine", "get", "FOO",
+          "unset", "FOO", "get", "FOO", "putenv", "FOO", "third", "get", "FOO",
+          "get", "BAR", "putenv", "BAR", "late", "get", "BAR"},
          {"FOO=first"},
          {"FOO=first", "FOO=first", "set=1", "FOO=mine", "unset=1", "FOO=second", "FOO=second", "BAR=(null)",
           "BAR=late"}},
         {"a value set in the process overrides every layer",
-         {"init", "set", "HOME", "/mine", "get", "HOME", "unset", "HOME", "get", "HOME", "set", "HVTOP", "/set",
-          "get", "HVTOP", "set", "HV_VERS", "4", "get", "HV_VERS", "unset", "HV_VERS", "get", "HV_VERS", "set",
-          "PWD", "/p", "get", "PWD", "set", "EMPTY", "", "get", "EMPTY", "unset", "NEVER_SET", "get", "NEVER_SET",
-          "end"},
+         {"init", "set", "HOME", "/mine", "get", "HOME", "unset", "HOME", "get", "HOME",
+          "set", "HVTOP", "/set", "get", "HVTOP",
+          "set", "HV_VERS", "4", "get", "HV_VERS", "unset", "HV_VERS", "get", "HV_VERS",
+          "set", "PWD", "/p", "get", "PWD", "set", "EMPTY", "", "get", "EMPTY",
+          "unset", "NEVER_SET", "get", "NEVER_SET", "end"},
          {"HOME=/home/real", "KOVTOP=/old"},
          {"init=1", "set=1", "HOME=/mine", "unset=1", "HOME=/home/real", "set=1", "HVTOP=/set", "set=1",
           "HV_VERS=4", "unset=1", "HV_VERS=3.8.0", "set=1", "PWD=/p", "set=1", "EMPTY=", "unset=1",
@@ -236,7 +240,8 @@ TEST(EnvRelease, DerivedFromTheExecutablesDirectoryAfterTheOtherLayers) {
     EXPECT_EQ(r.lines, (Lines{"HV_RELEASE=/k", "KOVTOP=/k"}));
     r = ProbeAt(exe, {"get", "HV_RELEASE", "get", "KOVTOP"}, {"HV_RELEASE=/r"});
     EXPECT_EQ(r.lines, (Lines{"HV_RELEASE=/r", "KOVTOP=/r"}));
-    r = ProbeAt(exe, {"set", "HV_RELEASE", "/s", "get", "HV_RELEASE", "unset", "HV_RELEASE", "get", "HV_RELEASE"});
+    r = ProbeAt(exe, {"set", "HV_RELEASE", "/s", "get", "HV_RELEASE", "unset", "HV_RELEASE",
+                      "get", "HV_RELEASE"});
     EXPECT_EQ(r.lines, (Lines{"set=1", "HV_RELEASE=/s", "unset=1", "HV_RELEASE=" + root + "/R"}));
 
     // HVTOP has no such derivation: its default is the build's install prefix.

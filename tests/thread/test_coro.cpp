@@ -1,6 +1,6 @@
 /*
- * Coroutines: values yielded through many resumes, nested resumes, resumes from two threads in turn, stacks of the
- * asked size with a guard page below (an overflow faults there, in a child
+ * Coroutines: values yielded through many resumes, nested resumes, resumes
+ * from two threads in turn, stacks of the asked size with a guard page below (an overflow faults there, in a child
  * process), floating-point control kept apart on each side of a switch, and
  * coroutines freed while suspended giving their stacks back.
  */
@@ -50,7 +50,8 @@ StackView StackAround(const void *address) {
         std::memcpy(previousPerms, perms, sizeof perms);
         if (std::sscanf(line.c_str(), "%lx-%lx %7s", &start, &end, perms) != 3 || at < start || at >= end)
             continue;
-        if (std::strncmp(perms, "rw", 2) == 0 && previousEnd == start && std::strncmp(previousPerms, "---", 3) == 0)
+        if (std::strncmp(perms, "rw", 2) == 0 && previousEnd == start &&
+            std::strncmp(previousPerms, "---", 3) == 0)
             view = {previousStart, start};
         break;
     }

@@ -18,7 +18,7 @@ using halvtest::MillisSince;
 
 namespace {
 
-TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
+TEST(ThreadNullHandles, OperationsOnNullSucceedKindsStayApartAndInitsNeedAnOutPointer) {
     const int32_t onNull[] = {
         HalvEnterCriticalSection(nullptr), HalvLeaveCriticalSection(nullptr), HalvFreeCriticalSection(nullptr),
         HalvLockMutex(nullptr), HalvTryLockMutex(nullptr), HalvUnlockMutex(nullptr), HalvFreeMutex(nullptr),
@@ -44,6 +44,18 @@ TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
         EXPECT_EQ(HalvUnlockMutex(mutex), 1);
     }));
     EXPECT_EQ(HalvFreeConditional(conditional), 1);
+
+    /* Kinds refuse operations of other kinds, but the shared wait entry
+     * takes an event as well. */
+    HalvEvent event = nullptr;
+    ASSERT_EQ(HalvInitEvent(&event, 0, 1), 1);
+    const int32_t otherKind[] = {HalvPostSemaphore(mutex), HalvSetEvent(mutex),      HalvResetEvent(mutex),
+                                 HalvPulseEvent(mutex),    HalvPostSemaphore(event), HalvUnlockMutex(event)};
+    for (size_t i = 0; i < std::size(otherKind); ++i)
+        EXPECT_EQ(otherKind[i], 0) << "call " << i << " of the list";
+    EXPECT_EQ(HalvTryLockMutex(event), 1);
+    EXPECT_EQ(HalvTryLockMutex(event), 2);
+    EXPECT_EQ(HalvFreeEvent(event), 1);
     EXPECT_EQ(HalvFreeMutex(mutex), 1);
 
     const int32_t withoutOut[] = {HalvInitCriticalSection(nullptr), HalvInitMutex(nullptr),
@@ -126,10 +138,8 @@ TEST(ThreadMutex, RecursiveTryLockAndExclusion) {
 
     /* A mutex whose owner ended holding it: 0, but the caller owns it. */
     HalvThread thread = nullptr;
-    ASSERT_EQ(HalvCreateThread(
-                  &thread, [](void *m) -> uint32_t { return (uint32_t)HalvLockMutex(static_cast<HalvMutex>(m)); },
-                  mutex),
-              1);
+    auto lockAndEnd = [](void *m) -> uint32_t { return (uint32_t)HalvLockMutex(static_cast<HalvMutex>(m)); };
+    ASSERT_EQ(HalvCreateThread(&thread, lockAndEnd, mutex), 1);
     uint32_t code = 0;
     ASSERT_EQ(HalvJoinThread(thread, &code), 1);
     ASSERT_EQ(code, 1u);
@@ -218,24 +228,6 @@ TEST(ThreadSemaphore, ProducersAndConsumersConserveTheCount) {
     EXPECT_EQ(taken.load(), kPairs * kItems);
     EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 2);
     EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
-}
-
-TEST(ThreadWaitable, KindsRefuseOperationsOfOtherKinds) {
-    HalvMutex mutex = nullptr;
-    HalvEvent event = nullptr;
-    ASSERT_EQ(HalvInitMutex(&mutex), 1);
-    ASSERT_EQ(HalvInitEvent(&event, 0, 1), 1);
-    EXPECT_EQ(HalvPostSemaphore(mutex), 0);
-    EXPECT_EQ(HalvSetEvent(mutex), 0);
-    EXPECT_EQ(HalvResetEvent(mutex), 0);
-    EXPECT_EQ(HalvPulseEvent(mutex), 0);
-    EXPECT_EQ(HalvPostSemaphore(event), 0);
-    EXPECT_EQ(HalvUnlockMutex(event), 0);
-    /* The shared wait entry takes an event as well. */
-    EXPECT_EQ(HalvTryLockMutex(event), 1);
-    EXPECT_EQ(HalvTryLockMutex(event), 2);
-    EXPECT_EQ(HalvFreeEvent(event), 1);
-    EXPECT_EQ(HalvFreeMutex(mutex), 1);
 }
 
 } // namespace

@@ -72,7 +72,7 @@ TEST(ThreadThreads, ExitCodesByReturnAndByExit) {
 TEST(ThreadThreads, DetachedThreadsRunAndRefusedJoinsKeepTheHandle) {
     HalvEvent release = nullptr;
     ASSERT_EQ(HalvInitEvent(&release, 1, 0), 1);
-    auto setEvent = [](void *event) -> uint32_t { return (uint32_t)HalvSetEvent(static_cast<HalvEvent>(event)); };
+    auto setEvent = [](void *event) -> uint32_t { return (uint32_t)HalvSetEvent((HalvEvent)event); };
     EXPECT_EQ(HalvCreateThread(nullptr, setEvent, release), 1);
     EXPECT_EQ(HalvWaitSingleEvent(release, kPatienceMs), 1) << "the detached thread did not run";
     ASSERT_EQ(HalvResetEvent(release), 1);
@@ -140,7 +140,7 @@ TEST(ThreadThreads, IdentifiersAndPseudoHandles) {
         EXPECT_EQ(stable[i], 1);
 }
 
-TEST(ThreadTLS, ValuesArePerThread) {
+TEST(ThreadTLS, ValuesArePerThreadAndKeysRunOutAndComeBack) {
     uint32_t key = 0;
     ASSERT_EQ(HalvTLSAlloc(&key), 1);
     EXPECT_EQ(HalvTLSGetValue(key), nullptr);
@@ -167,11 +167,9 @@ TEST(ThreadTLS, ValuesArePerThread) {
     EXPECT_EQ(HalvTLSSetValue(key, nullptr), 1);
     EXPECT_EQ(HalvTLSGetValue(key), nullptr);
     EXPECT_EQ(HalvTLSFree(key), 1);
-}
 
-TEST(ThreadTLS, KeysRunOutAndComeBack) {
+    /* Keys run out, and come back once freed. */
     std::vector<uint32_t> keys;
-    uint32_t key = 0;
     for (int i = 0; i < 5000 && HalvTLSAlloc(&key) == 1; ++i)
         keys.push_back(key);
     EXPECT_LT(keys.size(), 5000u) << "keys never ran out";

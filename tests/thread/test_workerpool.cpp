@@ -71,7 +71,9 @@ int32_t RecordTask(void *argument, void *clientData) {
 }
 
 /* Queues a task that records id with the client's recorder. */
-int Add(HalvWorkerPool *pool, int id) { return HalvWorkerPoolAddTask(pool, RecordTask, (void *)(intptr_t)id); }
+int Add(HalvWorkerPool *pool, int id) {
+    return HalvWorkerPoolAddTask(pool, RecordTask, (void *)(intptr_t)id);
+}
 
 /* A task that holds its worker: it reports that it started, then waits. */
 struct Blocker {
@@ -108,8 +110,8 @@ template <class F> auto Locked(HalvWorkerPoolCore *core, F read) {
     HalvUnlockMutex(core->mutex);
     return value;
 }
-uint32_t ThreadCount(HalvWorkerPool *pool) { return Locked(pool->core, [&] { return pool->core->threadCount; }); }
-uint32_t ThreadTarget(HalvWorkerPool *pool) { return Locked(pool->core, [&] { return pool->core->threadTarget; }); }
+uint32_t ThreadCount(HalvWorkerPool *p) { return Locked(p->core, [&] { return p->core->threadCount; }); }
+uint32_t ThreadTarget(HalvWorkerPool *p) { return Locked(p->core, [&] { return p->core->threadTarget; }); }
 uint32_t Pending(HalvWorkerPool *pool) {
     return Locked(pool->core, [&] { return pool->core->clients[pool->clientIndex].pendingCount; });
 }
