@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "dpk_hvsup.h"
@@ -232,13 +233,11 @@ TEST(StateDefaults, OutputCountFlagsAndQueries) {
     EXPECT_EQ(HalvGetOutputFlags(state, 1), 0); // no flags array yet
     state->outputFlags = outputFlags;
     EXPECT_EQ(HalvGetOutputFlags(state, 1), 6);
-    EXPECT_EQ(HalvGetOutputFlags(state, 3), 0);
-    EXPECT_EQ(HalvGetOutputFlags(state, -1), 0);
-    EXPECT_EQ(HalvGetOutputFlags(nullptr, 0), 0);
-
-    EXPECT_EQ(HalvGetStateFlags(state, nullptr), 0);
-    EXPECT_EQ(HalvGetStateOutputCount(nullptr, &count), 0);
-    EXPECT_EQ(HalvGetStateQueueLength(state, nullptr), 0);
+    const int32_t refused[] = {HalvGetOutputFlags(state, 3),    HalvGetOutputFlags(state, -1),
+                               HalvGetOutputFlags(nullptr, 0),  HalvGetStateFlags(state, nullptr),
+                               HalvGetStateOutputCount(nullptr, &count), HalvGetStateQueueLength(state, nullptr)};
+    for (size_t i = 0; i < std::size(refused); ++i)
+        EXPECT_EQ(refused[i], 0) << "call " << i << " of the list";
     EXPECT_EQ(state->inputChunkFn(state, 0), nullptr);
     EXPECT_EQ(state->outputChunkFn(state, 0), nullptr);
     EXPECT_EQ(state->queueChunkFn(state), nullptr);
