@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <tuple>
 
 #include "dpk_hvsup.h"
 
@@ -151,10 +152,8 @@ TEST(Chunks, ArrayAccessFlagsAndReset) {
     void *got = nullptr;
     uint32_t bytes = 0, lines = 0, flags = 0;
     EXPECT_EQ(HalvGetChunk(chunks, 1, &got, &bytes, &lines), 1);
-    EXPECT_EQ(got, data);
-    EXPECT_EQ(bytes, 6u);
-    EXPECT_EQ(lines, 2u);
-    EXPECT_EQ(chunks[1]->flags, 32u); // untouched by HalvSetChunk
+    // The flags are untouched by HalvSetChunk.
+    EXPECT_EQ(std::tuple(got, bytes, lines, chunks[1]->flags), std::tuple((void *)data, 6u, 2u, 32u));
 
     EXPECT_EQ(HalvSetChunk(chunks, 2, data, 1, 1), 0);
     EXPECT_EQ(HalvSetChunk(nullptr, 0, data, 1, 1), 0);
@@ -172,10 +171,9 @@ TEST(Chunks, ArrayAccessFlagsAndReset) {
     EXPECT_EQ(chunks[1]->flags, 33u);
 
     EXPECT_EQ(HalvResetChunks(chunks), 1);
-    EXPECT_EQ(chunks[1]->bytes, 0u);
-    EXPECT_EQ(chunks[1]->lines, 0u);
-    EXPECT_EQ(chunks[1]->data, data);
-    EXPECT_EQ(chunks[1]->capacity, 64u);
+    const HalvChunk &reset = *chunks[1];
+    EXPECT_EQ(std::tuple(reset.bytes, reset.lines, reset.data, reset.capacity),
+              std::tuple(0u, 0u, (void *)data, 64u));
     HalvFreeArray(chunks);
 
     HalvChunk **none = nullptr;
@@ -227,23 +225,16 @@ TEST(Chunks, QueueGrowsByFourAndReusesFreeSlots) {
 TEST(Chunks, DuplicateOwnsItsBytes) {
     char data[] = "0123456789";
     HalvChunk source{};
-    source.flags = 33;
-    source.auxWord = 7;
-    source.lines = 2;
-    source.bytes = 10;
-    source.capacity = 11;
-    source.reservedWord = 9;
-    source.data = data;
+    source.flags = 33, source.auxWord = 7, source.lines = 2, source.bytes = 10;
+    source.capacity = 11, source.reservedWord = 9, source.data = data;
     HalvChunk *copy = nullptr;
     ASSERT_EQ(HalvDupChunk(&copy, &source), 1);
     ASSERT_NE(copy, nullptr);
     EXPECT_NE(copy->data, source.data);
     EXPECT_EQ(std::memcmp(copy->data, data, 10), 0);
-    EXPECT_EQ(copy->flags, 33u);
-    EXPECT_EQ(copy->auxWord, 0u); // not copied
-    EXPECT_EQ(copy->lines, 2u);
-    EXPECT_EQ(copy->capacity, 11u);
-    EXPECT_EQ(copy->reservedWord, 9u);
+    // Everything but the auxiliary word is copied.
+    EXPECT_EQ(std::tuple(copy->flags, copy->auxWord, copy->lines, copy->capacity, copy->reservedWord),
+              std::tuple(33u, 0u, 2u, 11u, 9u));
     halv_internal_free(copy->data);
     halv_internal_free(copy);
 

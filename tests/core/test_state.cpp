@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "dpk_hvsup.h"
@@ -113,7 +114,7 @@ TEST(CallProtocol, HostDrivesAPluginFromInitToEnd) {
     EXPECT_EQ(HalvCallEnd(state), 1);
 }
 
-TEST(CallProtocol, InitFormsAndTheirRefusals) {
+TEST(CallProtocol, InitFormsTheirRefusalsAndEndsThatTakeSeveralCalls) {
     HalvState *state = nullptr;
     // HalvCallInitArgs copies the words, terminator included.
     int one = 1;
@@ -129,11 +130,9 @@ TEST(CallProtocol, InitFormsAndTheirRefusals) {
     EXPECT_EQ(HalvCallInit(UpperInit, list, nullptr), 0);
     EXPECT_EQ(HalvCallInitArgs(nullptr, HALV_ARG_END, &state), 0);
     EXPECT_EQ(HalvCallInitArgs(UpperInit, HALV_ARG_END, (HalvState **)nullptr), 0);
-}
 
-TEST(CallProtocol, EndPointThatNeedsSeveralCalls) {
+    // An endPoint that needs several calls.
     int three = 2; // -1 twice, then 1
-    HalvState *state = nullptr;
     ASSERT_EQ(HalvCallInitArgs(UpperInit, HALV_ARG("endfailures:i"), HALV_ARG(&three), HALV_ARG_NULL, HALV_ARG_END,
                                &state),
               2);
@@ -234,13 +233,11 @@ TEST(StateDefaults, OutputCountFlagsAndQueries) {
     EXPECT_EQ(HalvGetOutputFlags(state, 1), 0); // no flags array yet
     state->outputFlags = outputFlags;
     EXPECT_EQ(HalvGetOutputFlags(state, 1), 6);
-    EXPECT_EQ(HalvGetOutputFlags(state, 3), 0);
-    EXPECT_EQ(HalvGetOutputFlags(state, -1), 0);
-    EXPECT_EQ(HalvGetOutputFlags(nullptr, 0), 0);
-
-    EXPECT_EQ(HalvGetStateFlags(state, nullptr), 0);
-    EXPECT_EQ(HalvGetStateOutputCount(nullptr, &count), 0);
-    EXPECT_EQ(HalvGetStateQueueLength(state, nullptr), 0);
+    const int32_t refused[] = {HalvGetOutputFlags(state, 3),    HalvGetOutputFlags(state, -1),
+                               HalvGetOutputFlags(nullptr, 0),  HalvGetStateFlags(state, nullptr),
+                               HalvGetStateOutputCount(nullptr, &count), HalvGetStateQueueLength(state, nullptr)};
+    for (size_t i = 0; i < std::size(refused); ++i)
+        EXPECT_EQ(refused[i], 0) << "call " << i << " of the list";
     EXPECT_EQ(state->inputChunkFn(state, 0), nullptr);
     EXPECT_EQ(state->outputChunkFn(state, 0), nullptr);
     EXPECT_EQ(state->queueChunkFn(state), nullptr);

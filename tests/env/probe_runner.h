@@ -4,6 +4,8 @@
 #ifndef HALV_TESTS_ENV_PROBE_RUNNER_H
 #define HALV_TESTS_ENV_PROBE_RUNNER_H
 
+#include <gtest/gtest.h>
+
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -23,12 +25,14 @@
 
 namespace probe {
 
+using Lines = std::vector<std::string>;
+using TempDir = halvtest::TempDir;
+
 struct Result {
     int exitCode = -1; // 128 + the signal for a process a signal ended
     bool timedOut = false;
-    std::string out;
-    std::string err;
-    std::vector<std::string> lines; // stdout, one entry per line
+    std::string out, err;
+    Lines lines; // stdout, one entry per line
 };
 
 inline std::string ProbePath() { return HALV_TEST_BINARY_DIR "/env/env_probe"; }
@@ -40,29 +44,26 @@ inline long long NowMs() {
 }
 
 // Runs exe with args and exactly the given environment ("NAME=value"
-// entries), plus the sanitizer options of the test process.
-inline Result Run(const std::string &exe, const std::vector<std::string> &args,
-                  const std::vector<std::string> &environment, int timeoutMs = 30000) {
+// entries), plus the sanitizer options of the test process.  A run that
+// outlasts the time-out is killed and fails the test.
+inline Result Run(const std::string &exe, const Lines &args, const Lines &environment,
+                  int timeoutMs = 30000) {
     Result result;
-    std::vector<std::string> env = environment;
+    Lines env = environment;
     for (const char *pass : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"})
         if (const char *value = std::getenv(pass))
             env.push_back(std::string(pass) + "=" + value);
-    std::vector<char *> argv{const_cast<char *>(exe.c_str())};
+    std::vector<char *> argv{const_cast<char *>(exe.c_str())}, envp;
     for (const auto &arg : args)
         argv.push_back(const_cast<char *>(arg.c_str()));
-    argv.push_back(nullptr);
-    std::vector<char *> envp;
     for (auto &entry : env)
         envp.push_back(entry.data());
+    argv.push_back(nullptr);
     envp.push_back(nullptr);
 
     int outPipe[2], errPipe[2];
-    if (pipe2(outPipe, O_CLOEXEC) != 0)
-        return result;
-    if (pipe2(errPipe, O_CLOEXEC) != 0) {
-        close(outPipe[0]);
-        close(outPipe[1]);
+    if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
+        ADD_FAILURE() << "pipe2: " << errno;
         return result;
     }
     posix_spawn_file_actions_t actions;
@@ -74,17 +75,10 @@ inline Result Run(const std::string &exe, const std::vector<std::string> &args,
     posix_spawn_file_actions_destroy(&actions);
     close(outPipe[1]);
     close(errPipe[1]);
-    if (spawned != 0) {
-        close(outPipe[0]);
-        close(errPipe[0]);
-        return result;
-    }
-
     pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
     std::string *sinks[2] = {&result.out, &result.err};
-    int open = 2;
-    long long deadline = NowMs() + timeoutMs;
-    while (open > 0) {
+    int open = spawned == 0 ? 2 : 0;
+    for (long long deadline = NowMs() + timeoutMs; open > 0;) {
         long long left = deadline - NowMs();
         if (left <= 0) {
             result.timedOut = true;
@@ -110,21 +104,33 @@ inline Result Run(const std::string &exe, const std::vector<std::string> &args,
     for (auto &fd : fds)
         if (fd.fd >= 0)
             close(fd.fd);
+    if (spawned != 0) {
+        ADD_FAILURE() << "posix_spawn " << exe << ": " << spawned;
+        return result;
+    }
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+    result.exitCode = WIFEXITED(status)     ? WEXITSTATUS(status)
+                      : WIFSIGNALED(status) ? 128 + WTERMSIG(status)
+                                            : -1;
+    EXPECT_FALSE(result.timedOut) << exe;
     std::istringstream lines(result.out);
     for (std::string line; std::getline(lines, line);)
         result.lines.push_back(line);
     return result;
 }
 
-inline Result Run(const std::vector<std::string> &args, const std::vector<std::string> &environment) {
-    return Run(ProbePath(), args, environment);
+// Runs exe (or env_probe) and checks that it ran to its end.
+inline Result ProbeAt(const std::string &exe, const Lines &args, const Lines &environment = {}) {
+    Result result = Run(exe, args, environment);
+    EXPECT_EQ(result.exitCode, 0) << exe << ": " << result.err;
+    return result;
 }
 
-using TempDir = halvtest::TempDir;
+inline Result Probe(const Lines &args, const Lines &environment) {
+    return ProbeAt(ProbePath(), args, environment);
+}
 
 } // namespace probe
 

@@ -170,35 +170,34 @@ TEST(Files, IdentifyAndAttributes) {
     EXPECT_EQ(HalvIdentifyFile(nullptr), 2);
     EXPECT_EQ(HalvIdentifyFile("/dev/null"), 0);
 
+    // The result and the value stored (77 stands for none).
+    auto attribute = [](const std::string &path, int which) {
+        uint64_t value = 77;
+        int result = HalvGetFileAttributes(path.c_str(), which, &value);
+        return std::pair<int, int64_t>(result, (int64_t)value);
+    };
+    using Got = std::pair<int, int64_t>;
+    EXPECT_EQ(attribute(empty, 2), Got(1, 0));
+    EXPECT_EQ(attribute(data, 2), Got(1, 12345));
+    EXPECT_EQ(attribute(dir.path(), 2), Got(1, 0));
+    EXPECT_EQ(attribute(empty, 3), Got(0, 77));
+    EXPECT_EQ(attribute(empty, -1), Got(0, 77));
+    EXPECT_EQ(attribute(dir / "missing", 0).first, -1);
     uint64_t value = 77;
-    EXPECT_EQ(HalvGetFileAttributes(empty.c_str(), 2, &value), 1);
-    EXPECT_EQ(value, 0u);
-    EXPECT_EQ(HalvGetFileAttributes(data.c_str(), 2, &value), 1);
-    EXPECT_EQ(value, 12345u);
-    EXPECT_EQ(HalvGetFileAttributes(dir.path().c_str(), 2, &value), 1);
-    EXPECT_EQ(value, 0u);
-    value = 77;
-    EXPECT_EQ(HalvGetFileAttributes(empty.c_str(), 3, &value), 0);
-    EXPECT_EQ(HalvGetFileAttributes(empty.c_str(), -1, &value), 0);
-    EXPECT_EQ(value, 77u);
-    EXPECT_EQ(HalvGetFileAttributes((dir / "missing").c_str(), 0, &value), -1);
     EXPECT_EQ(HalvGetFileAttributes(nullptr, 0, &value), 0);
     EXPECT_EQ(HalvGetFileAttributes(empty.c_str(), 0, nullptr), 0);
 
     // Times in milliseconds since 1970, also before it.
     const struct timespec times[2] = {{1600000000, 987654321}, {1234567890, 123456789}};
     ASSERT_EQ(utimensat(AT_FDCWD, data.c_str(), times, 0), 0);
-    EXPECT_EQ(HalvGetFileAttributes(data.c_str(), 0, &value), 1);
-    EXPECT_EQ(value, 1600000000987u);
-    EXPECT_EQ(HalvGetFileAttributes(data.c_str(), 1, &value), 1);
-    EXPECT_EQ(value, 1234567890123u);
+    EXPECT_EQ(attribute(data, 0), Got(1, 1600000000987));
+    EXPECT_EQ(attribute(data, 1), Got(1, 1234567890123));
     const struct timespec early[2] = {{-10, 0}, {-10, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, data.c_str(), early, 0), 0);
-    EXPECT_EQ(HalvGetFileAttributes(data.c_str(), 1, &value), 1);
-    EXPECT_EQ(static_cast<int64_t>(value), -10000);
+    EXPECT_EQ(attribute(data, 1), Got(1, -10000));
 }
 
-TEST(Files, Delete) {
+TEST(Files, DeleteAndRenameThatNeverReplaces) {
     ScratchDir dir;
     ASSERT_TRUE(WriteFile(dir / "file", ""));
     EXPECT_EQ(HalvDeleteFile((dir / "file").c_str()), 1);
@@ -218,10 +217,8 @@ TEST(Files, Delete) {
     EXPECT_FALSE(Exists(dir / "link"));
     EXPECT_TRUE(Exists(dir / "target"));
     EXPECT_EQ(HalvDeleteFile(nullptr), 0);
-}
 
-TEST(Files, RenameNeverReplaces) {
-    ScratchDir dir;
+    // Rename never replaces.
     ASSERT_TRUE(WriteFile(dir / "a", "A"));
     ASSERT_TRUE(WriteFile(dir / "b", "B"));
     EXPECT_EQ(HalvRenameFile((dir / "a").c_str(), (dir / "b").c_str()), -1);
@@ -312,7 +309,7 @@ TEST(Files, CopyDestinationFirst) {
     EXPECT_FALSE(Exists("/tmp/halv_files_never"));
 }
 
-TEST(RealPath, LexicalCanonicalForm) {
+TEST(RealPath, LexicalAbsoluteAndExistingForms) {
     // Separators, "." and ".." go, with both flags 0; Windows forms are
     // ordinary names here.
     const struct {
@@ -327,9 +324,8 @@ TEST(RealPath, LexicalCanonicalForm) {
     };
     for (const auto &c : cases)
         EXPECT_EQ(Real(c.path), c.canonical) << (c.path ? c.path : "(null)");
-}
 
-TEST(RealPath, AbsoluteAndExistingForms) {
+    // Absolute and existing forms.
     ScratchDir dir;
     ASSERT_EQ(mkdir((dir / "sub").c_str(), 0755), 0);
     ASSERT_EQ(chdir((dir / "sub").c_str()), 0);

@@ -30,13 +30,11 @@ public:
 
 } // namespace
 
-TEST(FindFile, AbsoluteNamesAreReturnedAsTheyAre) {
+TEST(FindFile, AbsoluteNamesAsTheyAreAndElementsAndSuffixesInOrder) {
     EXPECT_EQ(Find("/no/such/file", "dot", nullptr), "/no/such/file");
     EXPECT_EQ(Find("/a\\b/c:d", nullptr, "/elsewhere"), "/a\\b/c:d");
     EXPECT_EQ(Find(nullptr, "dot", "."), "<null>");
-}
 
-TEST(FindFile, ElementsAndSuffixesInOrder) {
     Settings restore;
     ScratchDir a, b;
     ASSERT_TRUE(WriteFile(b / "hvregistry.dot", "b"));

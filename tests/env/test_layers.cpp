@@ -1,5 +1,7 @@
 // The layers of HalvGetenv and their order, each case in a fresh process
-// (tests/env/env_probe) with an environment of its own.
+// (tests/env/env_probe) with an environment of its own; and the release
+// directory that HV_RELEASE falls back on, derived from where the executable
+// lies: copies of the probe run from directories of a temporary release tree.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -8,31 +10,36 @@
 
 #include "env/probe_runner.h"
 
+namespace fs = std::filesystem;
+using probe::Lines;
+using probe::Probe;
+using probe::ProbeAt;
+
 namespace {
-
-using Lines = std::vector<std::string>;
-
-// Runs the probe and checks that it ran to its end.
-probe::Result Probe(const Lines &args, const Lines &environment) {
-    probe::Result result = probe::Run(args, environment);
-    EXPECT_FALSE(result.timedOut);
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    return result;
-}
 
 // The release directory the probe derives for itself: build/tests/env/env_probe
 // lies in a directory named env, so the release is build/tests.
-std::string ProbeRelease() {
-    return std::filesystem::canonical(probe::ProbePath()).parent_path().parent_path().string();
+std::string ProbeRelease() { return fs::canonical(probe::ProbePath()).parent_path().parent_path().string(); }
+
+bool Contains(const std::string &text, const std::string &part) {
+    return text.find(part) != std::string::npos;
 }
 
-bool Contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+// Copies the probe into root/directory and returns the copy's path.
+std::string PlaceProbe(const std::string &root, const std::string &directory) {
+    fs::path target = fs::path(root) / directory;
+    fs::create_directories(target);
+    fs::path copy = target / "env_probe";
+    fs::copy_file(probe::ProbePath(), copy, fs::copy_options::overwrite_existing);
+    fs::permissions(copy, fs::perms::owner_all, fs::perm_options::add);
+    return copy.string();
+}
 
 } // namespace
 
 TEST(EnvLayers, NothingSetGivesDefaultsAndLastResorts) {
     probe::TempDir dir;
-    const std::string cwd = std::filesystem::canonical(dir.path()).string();
+    const std::string cwd = fs::canonical(dir.path()).string();
     auto r = Probe({"prefix", "chdir", cwd, "init",
                     "get", "HV_OS", "get", "HV_VERS", "get", "HV_ROTATE_BUFFERSIZE", "get", "HV_CHUNKBUFFER_CAP",
                     "get", "HALV_MEMORY_MAX", "get", "HALV_TEMPFILE_MAX",
@@ -64,8 +71,8 @@ TEST(EnvLayers, NothingSetGivesDefaultsAndLastResorts) {
 
 TEST(EnvLayers, LastResortsAreComputedOnce) {
     probe::TempDir first, second;
-    const std::string a = std::filesystem::canonical(first.path()).string();
-    const std::string b = std::filesystem::canonical(second.path()).string();
+    const std::string a = fs::canonical(first.path()).string();
+    const std::string b = fs::canonical(second.path()).string();
     auto r = Probe({"chdir", a, "get", "NO_SUCH_NAME", "chdir", b, "get", "PWD", "putenv", "TMPDIR", "/late",
                     "get", "TEMP"},
                    {});
@@ -76,90 +83,73 @@ TEST(EnvLayers, LastResortsAreComputedOnce) {
     EXPECT_EQ(r.lines, (Lines{"PWD=/from/shell"}));
 }
 
-TEST(EnvLayers, TempFallsBackThroughAlternativeAndLastResort) {
-    auto r = Probe({"get", "HALV_TEMP"}, {"KOV_TEMP=/kov", "HALV_TEMP=/halv", "TEMP=/t"});
-    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/kov"}));
-    r = Probe({"get", "HALV_TEMP"}, {"HALV_TEMP=/halv", "TEMP=/t"});
-    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/halv"}));
-    r = Probe({"get", "HALV_TEMP"}, {"KOV_TEMP=", "HALV_TEMP=/halv"});
-    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/halv"}));
-    r = Probe({"get", "HALV_TEMP"}, {"TEMP=/t", "TMPDIR=/tmpdir"});
-    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/t"}));
-
-    // With TEMP unset too, TEMP's last resort answers, not HALV_TEMP's default.
-    r = Probe({"get", "HALV_TEMP", "get", "TEMP"}, {"TMPDIR=/tmpdir"});
-    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/tmpdir", "TEMP=/tmpdir"}));
-
-    // What an alternative gives isn't kept under the name asked for.
-    r = Probe({"get", "HALV_TEMP", "set", "TEMP", "/u", "get", "HALV_TEMP", "unset", "TEMP", "get", "HALV_TEMP"},
-              {"TEMP=/t"});
-    EXPECT_EQ(r.lines, (Lines{"HALV_TEMP=/t", "set=1", "HALV_TEMP=/u", "unset=1", "HALV_TEMP=/t"}));
-}
-
-TEST(EnvLayers, OlderNamesWin) {
-    auto r = Probe({"get", "HVTOP", "get", "HV_RELEASE", "get", "HV_DATA_PATH", "get", "KOVTOP", "get", "KOV_RELEASE",
-                    "get", "HV_VERS"},
-                   {"KOVTOP=/old", "HVTOP=/new", "HV_RELEASE=/rel", "KOV_DATA_PATH=/kd", "HV_DATA_PATH=/hd",
-                    "HV_VERS=7"});
-    EXPECT_EQ(r.lines, (Lines{"HVTOP=/old", "HV_RELEASE=/old", "HV_DATA_PATH=/kd", "KOVTOP=/old", "KOV_RELEASE=/old",
-                              "HV_VERS=7"}));
-
-    // Without the older names the new ones stand, and the old ones fall back.
-    r = Probe({"get", "HVTOP", "get", "HV_RELEASE", "get", "KOVTOP", "get", "KOV_RELEASE", "get", "HV_DATA_PATH"},
-              {"HVTOP=/new", "HV_RELEASE=/rel", "HV_DATA_PATH=/hd"});
-    EXPECT_EQ(r.lines, (Lines{"HVTOP=/new", "HV_RELEASE=/rel", "KOVTOP=/rel", "KOV_RELEASE=/rel", "HV_DATA_PATH=/hd"}));
-
-    // The older name is a real-environment layer only: set in the process it doesn't win.
-    r = Probe({"set", "KOVTOP", "/inside", "get", "HVTOP", "get", "KOVTOP"}, {"HVTOP=/new"});
-    EXPECT_EQ(r.lines, (Lines{"set=1", "HVTOP=/new", "KOVTOP=/inside"}));
-}
-
-TEST(EnvLayers, AlternativesAskWithAllLayers) {
-    auto r = Probe({"get", "USER"}, {"LOGNAME=bob"});
-    EXPECT_EQ(r.lines, (Lines{"USER=bob"}));
-    r = Probe({"get", "USER"}, {"USER=alice", "LOGNAME=bob"});
-    EXPECT_EQ(r.lines, (Lines{"USER=alice"}));
-    r = Probe({"set", "LOGNAME", "carol", "get", "USER", "set", "HV_RELEASE", "/set", "get", "KOVTOP",
-               "get", "KOV_RELEASE", "get", "LOGNAME"},
-              {});
-    EXPECT_EQ(r.lines, (Lines{"set=1", "USER=carol", "set=1", "KOVTOP=/set", "KOV_RELEASE=/set", "LOGNAME=carol"}));
-}
-
-TEST(EnvLayers, EmptyRealVariableCountsAsUnset) {
-    auto r = Probe({"get", "HOME", "get", "HV_VERS", "get", "HV_OS", "get", "USER", "get", "NOTHING"},
-                   {"HOME=", "HV_VERS=", "HV_OS=", "USER=", "LOGNAME=dan", "NOTHING="});
-    EXPECT_EQ(r.lines, (Lines{"HOME=.", "HV_VERS=3.8.0", "HV_OS=", "USER=dan", "NOTHING=(null)"}));
-
-    // Long values are taken whole.
+// Sessions whose printed lines tell it all: the layers' order for each name.
+TEST(EnvLayers, EachNameFindsItsLayersInOrder) {
     const std::string longValue(5000, 'v');
-    r = Probe({"get", "LONG"}, {"LONG=" + longValue});
-    EXPECT_EQ(r.lines, (Lines{"LONG=" + longValue}));
-}
-
-TEST(EnvLayers, RealValueIsReadOnce) {
-    auto r = Probe({"get", "FOO", "putenv", "FOO", "second", "get", "FOO",
-                    "set", "FOO", "mine", "get", "FOO",
-                    "unset", "FOO", "get", "FOO", "putenv", "FOO", "third", "get", "FOO",
-                    "get", "BAR", "putenv", "BAR", "late", "get", "BAR"},
-                   {"FOO=first"});
-    EXPECT_EQ(r.lines, (Lines{"FOO=first", "FOO=first", "set=1", "FOO=mine", "unset=1", "FOO=second", "FOO=second",
-                              "BAR=(null)", "BAR=late"}));
-}
-
-TEST(EnvLayers, SetenvOverridesEveryLayer) {
-    auto r = Probe({"init", "set", "HOME", "/mine", "get", "HOME", "unset", "HOME", "get", "HOME",
-                    "set", "HVTOP", "/set", "get", "HVTOP",
-                    "set", "HV_VERS", "4", "get", "HV_VERS", "unset", "HV_VERS", "get", "HV_VERS",
-                    "set", "PWD", "/p", "get", "PWD",
-                    "set", "EMPTY", "", "get", "EMPTY",
-                    "unset", "NEVER_SET", "get", "NEVER_SET", "end"},
-                   {"HOME=/home/real", "KOVTOP=/old"});
-    EXPECT_EQ(r.lines, (Lines{"init=1", "set=1", "HOME=/mine", "unset=1", "HOME=/home/real",
-                              "set=1", "HVTOP=/set",
-                              "set=1", "HV_VERS=4", "unset=1", "HV_VERS=3.8.0",
-                              "set=1", "PWD=/p",
-                              "set=1", "EMPTY=",
-                              "unset=1", "NEVER_SET=(null)", "end=1"}));
+    const struct {
+        const char *why;
+        Lines args, environment, expected;
+    } cases[] = {
+        {"the older temp name wins", {"get", "HALV_TEMP"}, {"KOV_TEMP=/kov", "HALV_TEMP=/halv", "TEMP=/t"},
+         {"HALV_TEMP=/kov"}},
+        {"then the name itself", {"get", "HALV_TEMP"}, {"HALV_TEMP=/halv", "TEMP=/t"}, {"HALV_TEMP=/halv"}},
+        {"an empty older name", {"get", "HALV_TEMP"}, {"KOV_TEMP=", "HALV_TEMP=/halv"}, {"HALV_TEMP=/halv"}},
+        {"then the alternative", {"get", "HALV_TEMP"}, {"TEMP=/t", "TMPDIR=/tmpdir"}, {"HALV_TEMP=/t"}},
+        {"with TEMP unset too, TEMP's last resort answers, not HALV_TEMP's default",
+         {"get", "HALV_TEMP", "get", "TEMP"}, {"TMPDIR=/tmpdir"}, {"HALV_TEMP=/tmpdir", "TEMP=/tmpdir"}},
+        {"what an alternative gives isn't kept under the name asked for",
+         {"get", "HALV_TEMP", "set", "TEMP", "/u", "get", "HALV_TEMP", "unset", "TEMP", "get", "HALV_TEMP"},
+         {"TEMP=/t"}, {"HALV_TEMP=/t", "set=1", "HALV_TEMP=/u", "unset=1", "HALV_TEMP=/t"}},
+        {"older names win",
+         {"get", "HVTOP", "get", "HV_RELEASE", "get", "HV_DATA_PATH", "get", "KOVTOP", "get", "KOV_RELEASE",
+          "get", "HV_VERS"},
+         {"KOVTOP=/old", "HVTOP=/new", "HV_RELEASE=/rel", "KOV_DATA_PATH=/kd", "HV_DATA_PATH=/hd",
+          "HV_VERS=7"},
+         {"HVTOP=/old", "HV_RELEASE=/old", "HV_DATA_PATH=/kd", "KOVTOP=/old", "KOV_RELEASE=/old",
+          "HV_VERS=7"}},
+        {"without the older names the new ones stand, and the old ones fall back",
+         {"get", "HVTOP", "get", "HV_RELEASE", "get", "KOVTOP", "get", "KOV_RELEASE", "get", "HV_DATA_PATH"},
+         {"HVTOP=/new", "HV_RELEASE=/rel", "HV_DATA_PATH=/hd"},
+         {"HVTOP=/new", "HV_RELEASE=/rel", "KOVTOP=/rel", "KOV_RELEASE=/rel", "HV_DATA_PATH=/hd"}},
+        {"an older name set in the process doesn't win: it is a real-environment layer only",
+         {"set", "KOVTOP", "/inside", "get", "HVTOP", "get", "KOVTOP"}, {"HVTOP=/new"},
+         {"set=1", "HVTOP=/new", "KOVTOP=/inside"}},
+        {"alternative", {"get", "USER"}, {"LOGNAME=bob"}, {"USER=bob"}},
+        {"the name before its alternative", {"get", "USER"}, {"USER=alice", "LOGNAME=bob"}, {"USER=alice"}},
+        {"alternatives ask with all layers",
+         {"set", "LOGNAME", "carol", "get", "USER", "set", "HV_RELEASE", "/set", "get", "KOVTOP", "get",
+          "KOV_RELEASE", "get", "LOGNAME"},
+         {}, {"set=1", "USER=carol", "set=1", "KOVTOP=/set", "KOV_RELEASE=/set", "LOGNAME=carol"}},
+        {"an empty real variable counts as unset",
+         {"get", "HOME", "get", "HV_VERS", "get", "HV_OS", "get", "USER", "get", "NOTHING"},
+         {"HOME=", "HV_VERS=", "HV_OS=", "USER=", "LOGNAME=dan", "NOTHING="},
+         {"HOME=.", "HV_VERS=3.8.0", "HV_OS=", "USER=dan", "NOTHING=(null)"}},
+        {"long values are taken whole", {"get", "LONG"}, {"LONG=" + longValue}, {"LONG=" + longValue}},
+        {"a real value is read once",
+         {"get", "FOO", "putenv", "FOO", "second", "get", "FOO", "set", "FOO", "mine", "get", "FOO",
+          "unset", "FOO", "get", "FOO", "putenv", "FOO", "third", "get", "FOO",
+          "get", "BAR", "putenv", "BAR", "late", "get", "BAR"},
+         {"FOO=first"},
+         {"FOO=first", "FOO=first", "set=1", "FOO=mine", "unset=1", "FOO=second", "FOO=second", "BAR=(null)",
+          "BAR=late"}},
+        {"a value set in the process overrides every layer",
+         {"init", "set", "HOME", "/mine", "get", "HOME", "unset", "HOME", "get", "HOME",
+          "set", "HVTOP", "/set", "get", "HVTOP",
+          "set", "HV_VERS", "4", "get", "HV_VERS", "unset", "HV_VERS", "get", "HV_VERS",
+          "set", "PWD", "/p", "get", "PWD", "set", "EMPTY", "", "get", "EMPTY",
+          "unset", "NEVER_SET", "get", "NEVER_SET", "end"},
+         {"HOME=/home/real", "KOVTOP=/old"},
+         {"init=1", "set=1", "HOME=/mine", "unset=1", "HOME=/home/real", "set=1", "HVTOP=/set", "set=1",
+          "HV_VERS=4", "unset=1", "HV_VERS=3.8.0", "set=1", "PWD=/p", "set=1", "EMPTY=", "unset=1",
+          "NEVER_SET=(null)", "end=1"}},
+        {"not the last stop: nothing is forgotten yet",
+         {"init", "init", "set", "MINE", "v", "end", "get", "MINE", "end", "get", "MINE"}, {},
+         {"init=1", "init=1", "set=1", "end=1", "MINE=v", "end=1", "MINE=(null)"}},
+        {"a store before the first start is kept: its cleanup can't be registered before a start",
+         {"set", "EARLY", "1", "init", "end", "get", "EARLY"}, {}, {"set=1", "init=1", "end=1", "EARLY=1"}},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(Probe(c.args, c.environment).lines, c.expected) << c.why;
 }
 
 TEST(EnvLayers, LastStopForgetsWhatWasRead) {
@@ -171,16 +161,6 @@ TEST(EnvLayers, LastStopForgetsWhatWasRead) {
     EXPECT_TRUE(Contains(r.err, "Cleaning up EnvVar FOO=first\n")) << r.err;
     EXPECT_TRUE(Contains(r.err, "Cleaning up EnvVar MINE=v\n")) << r.err;
     EXPECT_TRUE(Contains(r.err, "Cleaning up EnvVar FOO=second\n")) << r.err;
-
-    // Not the last stop: nothing is forgotten yet.
-    r = Probe({"init", "init", "set", "MINE", "v", "end", "get", "MINE", "end", "get", "MINE"}, {});
-    EXPECT_EQ(r.lines, (Lines{"init=1", "init=1", "set=1", "end=1", "MINE=v", "end=1", "MINE=(null)"}));
-}
-
-TEST(EnvLayers, StoreBeforeTheFirstStartIsKept) {
-    // The cleanup can't be registered before a start, so the list lives on.
-    auto r = Probe({"set", "EARLY", "1", "init", "end", "get", "EARLY"}, {});
-    EXPECT_EQ(r.lines, (Lines{"set=1", "init=1", "end=1", "EARLY=1"}));
 }
 
 TEST(EnvLayers, DebugSwitchTracesTheLayers) {
@@ -220,6 +200,62 @@ TEST(EnvLayers, ExpandsThroughAllLayers) {
 
 TEST(EnvLayers, ProbeRejectsUnknownCommands) {
     // Guards the harness itself: a typo in a command list must not pass silently.
-    auto r = probe::Run({"nonsense"}, {});
+    auto r = probe::Run(probe::ProbePath(), {"nonsense"}, {});
     EXPECT_EQ(r.exitCode, 2);
+}
+
+TEST(EnvRelease, DerivedFromTheExecutablesDirectoryAfterTheOtherLayers) {
+    probe::TempDir temp;
+    ASSERT_FALSE(temp.path().empty());
+    const std::string root = fs::canonical(temp.path()).string();
+    const struct {
+        const char *directory, *release;
+    } cases[] = {
+        {"R/bin", "R"},        {"R/lib", "R"},         {"R/output", "R"},          {"R/tools", "R"},
+        {"R/bin/x", "R"},      {"R/lib/x", "R"},       {"R/output/x", "R"},        {"R/bin/bin", "R"},
+        {"R/x/y", "R/x"},      {"R/lib64/x", "R/lib64"}, {"R/Bin/x", "R/Bin"},     {"R/binary/x", "R/binary"},
+        {"R/x/bin", "R/x"},    {"R/outputs/x", "R/outputs"},
+    };
+    for (const auto &c : cases) {
+        auto r = ProbeAt(PlaceProbe(root, c.directory),
+                         {"exepath", "get", "HV_RELEASE", "get", "KOVTOP", "get", "KOV_RELEASE"});
+        const std::string release = root + "/" + c.release;
+        EXPECT_EQ(r.lines, (Lines{"exepath=" + root + "/" + c.directory, "HV_RELEASE=" + release,
+                                  "KOVTOP=" + release, "KOV_RELEASE=" + release}))
+            << c.directory;
+    }
+    // An executable right in the temporary directory: its parent is the release.
+    auto r = ProbeAt(PlaceProbe(root, "."), {"exepath", "get", "HV_RELEASE"});
+    EXPECT_EQ(r.lines, (Lines{"exepath=" + root, "HV_RELEASE=" + fs::path(root).parent_path().string()}));
+
+    // Symbolic links are followed to the real executable.
+    fs::create_directories(fs::path(root) / "S/bin");
+    fs::create_symlink(root + "/R/lib/x/env_probe", root + "/S/bin/env_probe");
+    r = ProbeAt(root + "/S/bin/env_probe", {"exepath", "get", "HV_RELEASE"});
+    EXPECT_EQ(r.lines, (Lines{"exepath=" + root + "/R/lib/x", "HV_RELEASE=" + root + "/R"}));
+
+    // Other layers come first.
+    const std::string exe = root + "/R/bin/env_probe";
+    r = ProbeAt(exe, {"get", "HV_RELEASE", "get", "KOVTOP"}, {"KOVTOP=/k"});
+    EXPECT_EQ(r.lines, (Lines{"HV_RELEASE=/k", "KOVTOP=/k"}));
+    r = ProbeAt(exe, {"get", "HV_RELEASE", "get", "KOVTOP"}, {"HV_RELEASE=/r"});
+    EXPECT_EQ(r.lines, (Lines{"HV_RELEASE=/r", "KOVTOP=/r"}));
+    r = ProbeAt(exe, {"set", "HV_RELEASE", "/s", "get", "HV_RELEASE", "unset", "HV_RELEASE",
+                      "get", "HV_RELEASE"});
+    EXPECT_EQ(r.lines, (Lines{"set=1", "HV_RELEASE=/s", "unset=1", "HV_RELEASE=" + root + "/R"}));
+
+    // HVTOP has no such derivation: its default is the build's install prefix.
+    r = ProbeAt(exe, {"prefix", "get", "HVTOP"});
+    ASSERT_EQ(r.lines.size(), 2u);
+    EXPECT_EQ(r.lines[1], "HVTOP=" + r.lines[0].substr(7));
+
+    // A path of 1023 bytes or more can't be read whole: no executable path,
+    // and HV_RELEASE takes its built-in default.
+    std::string deep;
+    while (root.size() + deep.size() < 1100)
+        deep += std::string(100, 'd') + "/";
+    r = ProbeAt(PlaceProbe(root, deep + "bin"), {"prefix", "exepath", "get", "HV_RELEASE", "get", "KOVTOP"});
+    ASSERT_EQ(r.lines.size(), 4u);
+    const std::string prefix = r.lines[0].substr(7);
+    EXPECT_EQ(r.lines, (Lines{r.lines[0], "exepath=(null)", "HV_RELEASE=" + prefix, "KOVTOP=" + prefix}));
 }

@@ -8,11 +8,10 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
-#include <time.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -49,11 +48,33 @@ class Conditional : public ::testing::Test {
         EXPECT_TRUE(other.DoneWithin(kPatienceMs));
         return got == 2;
     }
+    /* A waiter calls wait under the mutex until woken; the waker can only
+     * take the mutex once the waiter has released it inside its wait, so the
+     * wake finds a waiter.  The waiter's last result. */
+    int MeetWaiter(std::function<int()> wait, std::function<int()> wake) {
+        std::atomic<bool> waiting{false};
+        bool woken = false; /* under mutex */
+        int last = -1;
+        Attempt waiter([&] {
+            HalvLockMutex(mutex);
+            waiting.store(true);
+            while (!woken)
+                last = wait();
+            HalvUnlockMutex(mutex);
+        });
+        EXPECT_TRUE(Eventually([&] { return waiting.load(); }));
+        EXPECT_EQ(HalvLockMutex(mutex), 1);
+        woken = true;
+        EXPECT_EQ(wake(), 1);
+        EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+        EXPECT_TRUE(waiter.DoneWithin(kPatienceMs));
+        return last;
+    }
     HalvMutex mutex = nullptr;
     HalvConditional conditional = nullptr;
 };
 
-TEST_F(Conditional, SignalWithoutWaiterIsLostAndTimedWaitsHoldTheMutexAgain) {
+TEST_F(Conditional, SignalIsLostWithoutWaiterAndMeetsWaitersInsideTheirWait) {
     EXPECT_EQ(HalvSignalConditional(conditional), 1);
     ASSERT_EQ(HalvLockMutex(mutex), 1);
     auto start = std::chrono::steady_clock::now();
@@ -64,30 +85,14 @@ TEST_F(Conditional, SignalWithoutWaiterIsLostAndTimedWaitsHoldTheMutexAgain) {
     EXPECT_TRUE(MutexHeldElsewhere()) << "mutex not held after a zero time-out";
     EXPECT_EQ(HalvUnlockMutex(mutex), 1);
     EXPECT_FALSE(MutexHeldElsewhere());
-}
 
-TEST_F(Conditional, SignalMeetsWaitersInsideTheirWait) {
-    /* The signaller can only take the mutex once the waiter has released it
-     * inside the wait, so each signal finds a waiter. */
+    auto signal = [&] { return HalvSignalConditional(conditional); };
     for (uint32_t timeout : {kPatienceMs + 0u, HALV_WAIT_FOREVER, 0u /* plain wait */}) {
-        std::atomic<bool> waiting{false};
-        bool wake = false; /* under mutex */
-        int lastResult = -1;
-        Attempt waiter([&] {
-            ASSERT_EQ(HalvLockMutex(mutex), 1);
-            waiting.store(true);
-            while (!wake)
-                lastResult = timeout == 0 ? HalvWaitConditional(conditional, mutex)
-                                          : HalvTimedWaitConditional(conditional, mutex, timeout);
-            EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-        });
-        ASSERT_TRUE(Eventually([&] { return waiting.load(); }));
-        ASSERT_EQ(HalvLockMutex(mutex), 1);
-        wake = true;
-        EXPECT_EQ(HalvSignalConditional(conditional), 1);
-        EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-        ASSERT_TRUE(waiter.DoneWithin(kPatienceMs));
-        EXPECT_EQ(lastResult, 1) << "time-out " << timeout;
+        auto wait = [&] {
+            return timeout == 0 ? HalvWaitConditional(conditional, mutex)
+                                : HalvTimedWaitConditional(conditional, mutex, timeout);
+        };
+        EXPECT_EQ(MeetWaiter(wait, signal), 1) << "time-out " << timeout;
     }
 }
 
@@ -179,16 +184,6 @@ void HoldingHandler(int) {
     }
 }
 
-bool TimedSemWait(sem_t *semaphore, int ms) {
-    timespec until;
-    clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_sec += ms / 1000;
-    while (sem_timedwait(semaphore, &until) != 0)
-        if (errno != EINTR)
-            return false;
-    return true;
-}
-
 TEST_F(Conditional, BroadcastGivesUpAfterOneSecondAndStaysUsable) {
     ASSERT_EQ(sem_init(&handlerEntered, 0, 0), 0);
     ASSERT_EQ(sem_init(&handlerRelease, 0, 0), 0);
@@ -209,7 +204,7 @@ TEST_F(Conditional, BroadcastGivesUpAfterOneSecondAndStaysUsable) {
     ASSERT_TRUE(Eventually([&] { return waiting.load(); }));
     ASSERT_EQ(HalvLockMutex(mutex), 1); /* the waiter is inside its wait */
     ASSERT_EQ(pthread_kill(waiter.native_handle(), SIGUSR1), 0);
-    ASSERT_TRUE(TimedSemWait(&handlerEntered, kPatienceMs));
+    ASSERT_TRUE(Eventually([] { return sem_trywait(&handlerEntered) == 0; }));
 
     LogCapture log(false);
     wake = true;
@@ -226,23 +221,9 @@ TEST_F(Conditional, BroadcastGivesUpAfterOneSecondAndStaysUsable) {
 
     /* The conditional still works: a signal and a broadcast, each meeting a
      * waiter; a count left behind may only make a wait return early. */
-    for (int round = 0; round < 2; ++round) {
-        std::atomic<bool> inside{false};
-        bool go = false;
-        Attempt next([&] {
-            HalvLockMutex(mutex);
-            inside.store(true);
-            while (!go)
-                HalvWaitConditional(conditional, mutex);
-            HalvUnlockMutex(mutex);
-        });
-        ASSERT_TRUE(Eventually([&] { return inside.load(); }));
-        ASSERT_EQ(HalvLockMutex(mutex), 1);
-        go = true;
-        EXPECT_EQ(round == 0 ? HalvSignalConditional(conditional) : HalvBroadcastConditional(conditional), 1);
-        ASSERT_EQ(HalvUnlockMutex(mutex), 1);
-        EXPECT_TRUE(next.DoneWithin(kPatienceMs));
-    }
+    auto wait = [&] { return HalvWaitConditional(conditional, mutex); };
+    EXPECT_EQ(MeetWaiter(wait, [&] { return HalvSignalConditional(conditional); }), 1);
+    EXPECT_EQ(MeetWaiter(wait, [&] { return HalvBroadcastConditional(conditional); }), 1);
     EXPECT_EQ(log.Texts(HALV_LOG_ERROR).size(), 1u);
 }
 

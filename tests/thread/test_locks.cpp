@@ -18,7 +18,7 @@ using halvtest::MillisSince;
 
 namespace {
 
-TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
+TEST(ThreadNullHandles, OperationsOnNullSucceedKindsStayApartAndInitsNeedAnOutPointer) {
     const int32_t onNull[] = {
         HalvEnterCriticalSection(nullptr), HalvLeaveCriticalSection(nullptr), HalvFreeCriticalSection(nullptr),
         HalvLockMutex(nullptr), HalvTryLockMutex(nullptr), HalvUnlockMutex(nullptr), HalvFreeMutex(nullptr),
@@ -44,6 +44,18 @@ TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
         EXPECT_EQ(HalvUnlockMutex(mutex), 1);
     }));
     EXPECT_EQ(HalvFreeConditional(conditional), 1);
+
+    /* Kinds refuse operations of other kinds, but the shared wait entry
+     * takes an event as well. */
+    HalvEvent event = nullptr;
+    ASSERT_EQ(HalvInitEvent(&event, 0, 1), 1);
+    const int32_t otherKind[] = {HalvPostSemaphore(mutex), HalvSetEvent(mutex),      HalvResetEvent(mutex),
+                                 HalvPulseEvent(mutex),    HalvPostSemaphore(event), HalvUnlockMutex(event)};
+    for (size_t i = 0; i < std::size(otherKind); ++i)
+        EXPECT_EQ(otherKind[i], 0) << "call " << i << " of the list";
+    EXPECT_EQ(HalvTryLockMutex(event), 1);
+    EXPECT_EQ(HalvTryLockMutex(event), 2);
+    EXPECT_EQ(HalvFreeEvent(event), 1);
     EXPECT_EQ(HalvFreeMutex(mutex), 1);
 
     const int32_t withoutOut[] = {HalvInitCriticalSection(nullptr), HalvInitMutex(nullptr),
@@ -51,24 +63,6 @@ TEST(ThreadNullHandles, OperationsOnNullSucceedAndInitsNeedAnOutPointer) {
                                   HalvInitConditional(nullptr),     HalvTLSAlloc(nullptr)};
     for (size_t i = 0; i < std::size(withoutOut); ++i)
         EXPECT_EQ(withoutOut[i], 0) << "init " << i << " of the list";
-}
-
-TEST(ThreadCriticalSection, RecursiveForItsOwnerExclusiveForOthers) {
-    HalvCriticalSection section = nullptr;
-    ASSERT_EQ(HalvInitCriticalSection(&section), 1);
-    ASSERT_NE(section, nullptr);
-    EXPECT_EQ(HalvEnterCriticalSection(section), 1);
-    EXPECT_EQ(HalvEnterCriticalSection(section), 1);
-    Attempt other([&] {
-        HalvEnterCriticalSection(section);
-        HalvLeaveCriticalSection(section);
-    });
-    EXPECT_FALSE(other.DoneWithin(100));
-    EXPECT_EQ(HalvLeaveCriticalSection(section), 1);
-    EXPECT_FALSE(other.DoneWithin(50)) << "one leave released a section entered twice";
-    EXPECT_EQ(HalvLeaveCriticalSection(section), 1);
-    EXPECT_TRUE(other.DoneWithin(kPatienceMs));
-    EXPECT_EQ(HalvFreeCriticalSection(section), 1);
 }
 
 /* Many threads add to a plain counter under one lock; a lost update (or,
@@ -91,20 +85,26 @@ template <class Enter, class Leave> long CountUnderLock(Enter enter, Leave leave
     return counter;
 }
 
-TEST(ThreadCriticalSection, ExcludesUnderContention) {
+TEST(ThreadCriticalSection, RecursiveForItsOwnerExclusiveForOthers) {
     HalvCriticalSection section = nullptr;
     ASSERT_EQ(HalvInitCriticalSection(&section), 1);
-    long total = CountUnderLock(
-        [&] {
+    ASSERT_NE(section, nullptr);
+    EXPECT_EQ(HalvEnterCriticalSection(section), 1);
+    EXPECT_EQ(HalvEnterCriticalSection(section), 1);
+    {
+        Attempt other([&] {
             HalvEnterCriticalSection(section);
-            HalvEnterCriticalSection(section);
-        },
-        [&] {
             HalvLeaveCriticalSection(section);
-            HalvLeaveCriticalSection(section);
-        },
-        4, 2000);
-    EXPECT_EQ(total, 8000);
+        });
+        EXPECT_FALSE(other.DoneWithin(100));
+        EXPECT_EQ(HalvLeaveCriticalSection(section), 1);
+        EXPECT_FALSE(other.DoneWithin(50)) << "one leave released a section entered twice";
+        EXPECT_EQ(HalvLeaveCriticalSection(section), 1);
+        EXPECT_TRUE(other.DoneWithin(kPatienceMs));
+    }
+    auto enterTwice = [&] { HalvEnterCriticalSection(section), HalvEnterCriticalSection(section); };
+    auto leaveTwice = [&] { HalvLeaveCriticalSection(section), HalvLeaveCriticalSection(section); };
+    EXPECT_EQ(CountUnderLock(enterTwice, leaveTwice, 4, 2000), 8000);
     EXPECT_EQ(HalvFreeCriticalSection(section), 1);
 }
 
@@ -135,6 +135,19 @@ TEST(ThreadMutex, RecursiveTryLockAndExclusion) {
         },
         [&] { HalvUnlockMutex(mutex); }, 3, 1000);
     EXPECT_EQ(total, 3000);
+
+    /* A mutex whose owner ended holding it: 0, but the caller owns it. */
+    HalvThread thread = nullptr;
+    auto lockAndEnd = [](void *m) -> uint32_t { return (uint32_t)HalvLockMutex(static_cast<HalvMutex>(m)); };
+    ASSERT_EQ(HalvCreateThread(&thread, lockAndEnd, mutex), 1);
+    uint32_t code = 0;
+    ASSERT_EQ(HalvJoinThread(thread, &code), 1);
+    ASSERT_EQ(code, 1u);
+    EXPECT_EQ(HalvLockMutex(mutex), 0) << "the owner ended holding it";
+    EXPECT_TRUE(halvtest::OnOtherThread([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); }));
+    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
+    EXPECT_EQ(HalvLockMutex(mutex), 1) << "consistent again";
+    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
     EXPECT_EQ(HalvFreeMutex(mutex), 1);
 }
 
@@ -151,27 +164,7 @@ TEST(ThreadMutex, UnlockByNonOwnerIsRefused) {
     EXPECT_EQ(HalvFreeMutex(mutex), 1);
 }
 
-TEST(ThreadMutex, AbandonedMutexReportsZeroButIsOwned) {
-    HalvMutex mutex = nullptr;
-    ASSERT_EQ(HalvInitMutex(&mutex), 1);
-    HalvThread thread = nullptr;
-    ASSERT_EQ(HalvCreateThread(
-                  &thread, [](void *m) -> uint32_t { return (uint32_t)HalvLockMutex(static_cast<HalvMutex>(m)); },
-                  mutex),
-              1);
-    uint32_t code = 0;
-    ASSERT_EQ(HalvJoinThread(thread, &code), 1);
-    ASSERT_EQ(code, 1u);
-
-    EXPECT_EQ(HalvLockMutex(mutex), 0) << "the owner ended holding it";
-    EXPECT_TRUE(halvtest::OnOtherThread([&] { EXPECT_EQ(HalvTryLockMutex(mutex), 2); }));
-    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-    EXPECT_EQ(HalvLockMutex(mutex), 1) << "consistent again";
-    EXPECT_EQ(HalvUnlockMutex(mutex), 1);
-    EXPECT_EQ(HalvFreeMutex(mutex), 1);
-}
-
-TEST(ThreadSemaphore, CountsWithinItsLimit) {
+TEST(ThreadSemaphore, CountsWithinItsLimitAndTimedWaitsExpireOrAreMet) {
     HalvSemaphore semaphore = reinterpret_cast<HalvSemaphore>(0x1);
     EXPECT_EQ(HalvInitSemaphore(&semaphore, -1), 0);
     EXPECT_EQ(HalvInitSemaphore(&semaphore, HALV_SEMAPHORE_MAX + 1), 0);
@@ -181,6 +174,19 @@ TEST(ThreadSemaphore, CountsWithinItsLimit) {
     EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 1);
     EXPECT_EQ(HalvWaitSemaphore(semaphore), 1);
     EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 2);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 60), 2);
+    EXPECT_GE(MillisSince(start), 59) << "returned before its time-out";
+    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 0), 2);
+    {
+        /* A post from another thread meets a long wait. */
+        Attempt poster([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
+        });
+        EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, kPatienceMs), 1);
+        EXPECT_TRUE(poster.DoneWithin(kPatienceMs));
+    }
     EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
     EXPECT_EQ(HalvLockMutex(semaphore), 1) << "the lock entry waits on a semaphore too";
     EXPECT_EQ(HalvTryLockMutex(semaphore), 2);
@@ -192,26 +198,6 @@ TEST(ThreadSemaphore, CountsWithinItsLimit) {
     EXPECT_EQ(HalvPostSemaphore(semaphore), 0) << "post at the limit";
     EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 0), 1);
     EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
-    EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
-}
-
-TEST(ThreadSemaphore, TimedWaitExpiresOrIsMet) {
-    HalvSemaphore semaphore = nullptr;
-    ASSERT_EQ(HalvInitSemaphore(&semaphore, 0), 1);
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 60), 2);
-    EXPECT_GE(MillisSince(start), 59) << "returned before its time-out";
-    start = std::chrono::steady_clock::now();
-    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, 0), 2);
-
-    /* A post from another thread meets a long wait. */
-    Attempt poster([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        EXPECT_EQ(HalvPostSemaphore(semaphore), 1);
-    });
-    EXPECT_EQ(HalvTimedWaitSemaphore(semaphore, kPatienceMs), 1);
-    EXPECT_TRUE(poster.DoneWithin(kPatienceMs));
-    EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 2);
     EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
 }
 
@@ -242,24 +228,6 @@ TEST(ThreadSemaphore, ProducersAndConsumersConserveTheCount) {
     EXPECT_EQ(taken.load(), kPairs * kItems);
     EXPECT_EQ(HalvTryWaitSemaphore(semaphore), 2);
     EXPECT_EQ(HalvFreeSemaphore(semaphore), 1);
-}
-
-TEST(ThreadWaitable, KindsRefuseOperationsOfOtherKinds) {
-    HalvMutex mutex = nullptr;
-    HalvEvent event = nullptr;
-    ASSERT_EQ(HalvInitMutex(&mutex), 1);
-    ASSERT_EQ(HalvInitEvent(&event, 0, 1), 1);
-    EXPECT_EQ(HalvPostSemaphore(mutex), 0);
-    EXPECT_EQ(HalvSetEvent(mutex), 0);
-    EXPECT_EQ(HalvResetEvent(mutex), 0);
-    EXPECT_EQ(HalvPulseEvent(mutex), 0);
-    EXPECT_EQ(HalvPostSemaphore(event), 0);
-    EXPECT_EQ(HalvUnlockMutex(event), 0);
-    /* The shared wait entry takes an event as well. */
-    EXPECT_EQ(HalvTryLockMutex(event), 1);
-    EXPECT_EQ(HalvTryLockMutex(event), 2);
-    EXPECT_EQ(HalvFreeEvent(event), 1);
-    EXPECT_EQ(HalvFreeMutex(mutex), 1);
 }
 
 } // namespace

@@ -61,24 +61,26 @@ TEST(ThreadThreads, ExitCodesByReturnAndByExit) {
         EXPECT_EQ(HalvJoinThread(threads[i], &code), 1);
         EXPECT_EQ(code, cases[i].code) << "case " << i;
     }
+    /* HalvExitThread also ends a thread the library did not start. */
+    pthread_t foreign;
+    ASSERT_EQ(pthread_create(&foreign, nullptr, [](void *) -> void * { HalvExitThread(9); }, nullptr), 0);
+    void *result = nullptr;
+    ASSERT_EQ(pthread_join(foreign, &result), 0);
+    EXPECT_EQ((uintptr_t)result, 9u);
 }
 
-TEST(ThreadThreads, DetachedThreadRuns) {
-    HalvEvent done = nullptr;
-    ASSERT_EQ(HalvInitEvent(&done, 1, 0), 1);
-    EXPECT_EQ(HalvCreateThread(nullptr, [](void *event) -> uint32_t { return (uint32_t)HalvSetEvent(static_cast<HalvEvent>(event)); }, done), 1);
-    EXPECT_EQ(HalvWaitSingleEvent(done, kPatienceMs), 1);
-    EXPECT_EQ(HalvFreeEvent(done), 1);
+TEST(ThreadThreads, DetachedThreadsRunAndRefusedJoinsKeepTheHandle) {
+    HalvEvent release = nullptr;
+    ASSERT_EQ(HalvInitEvent(&release, 1, 0), 1);
+    auto setEvent = [](void *event) -> uint32_t { return (uint32_t)HalvSetEvent((HalvEvent)event); };
+    EXPECT_EQ(HalvCreateThread(nullptr, setEvent, release), 1);
+    EXPECT_EQ(HalvWaitSingleEvent(release, kPatienceMs), 1) << "the detached thread did not run";
+    ASSERT_EQ(HalvResetEvent(release), 1);
     EXPECT_EQ(HalvCreateThread(nullptr, nullptr, nullptr), 0);
     HalvThread thread = nullptr;
     EXPECT_EQ(HalvCreateThread(&thread, nullptr, nullptr), 0);
     EXPECT_EQ(thread, nullptr);
-}
 
-TEST(ThreadThreads, RefusedJoinsKeepTheHandle) {
-    HalvEvent release = nullptr;
-    ASSERT_EQ(HalvInitEvent(&release, 1, 0), 1);
-    HalvThread thread = nullptr;
     ASSERT_EQ(HalvCreateThread(&thread, [](void *event) -> uint32_t {
                   return HalvWaitSingleEvent(static_cast<HalvEvent>(event), kPatienceMs) == 1 ? 5u : 6u;
               }, release),
@@ -93,14 +95,12 @@ TEST(ThreadThreads, RefusedJoinsKeepTheHandle) {
     EXPECT_EQ(HalvJoinThread(thread, &code), 1);
     EXPECT_EQ(code, 5u);
     EXPECT_EQ(HalvFreeEvent(release), 1);
-}
 
-TEST(ThreadThreads, ThreadCannotJoinItself) {
+    /* Nor can a thread join itself. */
     struct Shared {
         std::atomic<HalvThread> self{nullptr};
         int selfJoin = -1;
     } shared;
-    HalvThread thread = nullptr;
     ASSERT_EQ(HalvCreateThread(&thread, [](void *raw) -> uint32_t {
                   auto *s = static_cast<Shared *>(raw);
                   while (s->self.load() == nullptr)
@@ -111,22 +111,9 @@ TEST(ThreadThreads, ThreadCannotJoinItself) {
               }, &shared),
               1);
     shared.self.store(thread);
-    uint32_t code = 0;
     EXPECT_EQ(HalvJoinThread(thread, &code), 1);
     EXPECT_EQ(code, 3u);
     EXPECT_EQ(shared.selfJoin, 0);
-}
-
-void *ForeignThreadBody(void *) {
-    HalvExitThread(9);
-}
-
-TEST(ThreadThreads, ExitEndsAThreadTheLibraryDidNotStart) {
-    pthread_t foreign;
-    ASSERT_EQ(pthread_create(&foreign, nullptr, ForeignThreadBody, nullptr), 0);
-    void *result = nullptr;
-    ASSERT_EQ(pthread_join(foreign, &result), 0);
-    EXPECT_EQ((uintptr_t)result, 9u);
 }
 
 TEST(ThreadThreads, IdentifiersAndPseudoHandles) {
@@ -153,7 +140,7 @@ TEST(ThreadThreads, IdentifiersAndPseudoHandles) {
         EXPECT_EQ(stable[i], 1);
 }
 
-TEST(ThreadTLS, ValuesArePerThread) {
+TEST(ThreadTLS, ValuesArePerThreadAndKeysRunOutAndComeBack) {
     uint32_t key = 0;
     ASSERT_EQ(HalvTLSAlloc(&key), 1);
     EXPECT_EQ(HalvTLSGetValue(key), nullptr);
@@ -180,11 +167,9 @@ TEST(ThreadTLS, ValuesArePerThread) {
     EXPECT_EQ(HalvTLSSetValue(key, nullptr), 1);
     EXPECT_EQ(HalvTLSGetValue(key), nullptr);
     EXPECT_EQ(HalvTLSFree(key), 1);
-}
 
-TEST(ThreadTLS, KeysRunOutAndComeBack) {
+    /* Keys run out, and come back once freed. */
     std::vector<uint32_t> keys;
-    uint32_t key = 0;
     for (int i = 0; i < 5000 && HalvTLSAlloc(&key) == 1; ++i)
         keys.push_back(key);
     EXPECT_LT(keys.size(), 5000u) << "keys never ran out";
