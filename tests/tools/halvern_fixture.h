@@ -315,6 +315,40 @@ class Halvern : public ::testing::Test {
         return Wait(pid);
     }
 
+    // Makes the FIFOs (names in the temp dir) that a halvern started with
+    // args reads as inputs, so that an interrupt lands mid-run for certain:
+    // the header and `before` of the image's lines go down each, then SIGINT,
+    // then the rest for as long as halvern reads.  What halvern said.
+    Result RunInterrupted(const Args &args, const std::vector<std::string> &fifos, const Layout &l, uint32_t before) {
+        for (const std::string &fifo : fifos)
+            EXPECT_EQ(mkfifo(Path(fifo).c_str(), 0600), 0);
+        pid_t pid = Spawn(args);
+        signal(SIGPIPE, SIG_IGN);
+        const std::string header = HeaderText(l, "internal"), line(l.LineBytes(), '\x5a');
+        auto send = [](int fd, const std::string &bytes) {
+            return write(fd, bytes.data(), bytes.size()) == (ssize_t)bytes.size();
+        };
+        std::vector<int> writers;
+        for (const std::string &fifo : fifos) {
+            writers.push_back(open(Path(fifo).c_str(), O_WRONLY)); // returns once halvern opened it
+            bool sent = send(writers.back(), header);
+            for (uint32_t i = 0; sent && i < before; ++i)
+                sent = send(writers.back(), line);
+            EXPECT_TRUE(sent) << fifo;
+        }
+        EXPECT_EQ(kill(pid, SIGINT), 0);
+        for (int fd : writers) {
+            for (uint32_t i = before; i < l.height && send(fd, line); ++i) {
+            }
+            close(fd);
+        }
+        Result r = Wait(pid);
+        signal(SIGPIPE, SIG_DFL);
+        for (const std::string &fifo : fifos)
+            unlink(Path(fifo).c_str());
+        return r;
+    }
+
     // What Pillow reads in the file name (tests/tools/pil_pictures.py).
     Pil PilRead(const std::string &name) {
         Pil pil;

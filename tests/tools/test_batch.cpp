@@ -101,49 +101,16 @@ TEST_F(Batch, InterruptStopsEveryImageAndLeavesNoUnfinishedOutput) {
     // Two images come through pipes that the test feeds, so both are
     // mid-run for certain when the signal comes; three more wait behind
     // them in the queue and are never started.
-    const uint32_t width = 4096, height = 4096;
-    const std::vector<std::string> fifos = {Path("pipe1.hv"), Path("pipe2.hv")};
-    std::vector<std::string> args = {"run", "invert"};
-    for (const std::string &fifo : fifos) {
-        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-        args.push_back(fifo);
-    }
+    Args args = Line("run invert @pipe1.hv @pipe2.hv");
     for (int i = 0; i < 3; ++i) {
         WriteFile(Path("queued" + std::to_string(i) + ".hv"), GreyImage(16, 16, i));
         args.push_back(Path("queued" + std::to_string(i) + ".hv"));
     }
     args.insert(args.end(), {"--out", Path("out"), "--jobs", "2"});
-    pid_t pid = Spawn(args);
-    ASSERT_GT(pid, 0);
-    signal(SIGPIPE, SIG_IGN);
-    std::vector<int> writers;
-    for (const std::string &fifo : fifos) {
-        int fd = open(fifo.c_str(), O_WRONLY); // returns once a worker opened it
-        ASSERT_GE(fd, 0);
-        writers.push_back(fd);
-    }
-    const std::string header = HeaderText(Layout{.width = width, .height = height, .parts = 1}, "internal");
-    const std::string line(width, '\x5a');
-    auto send = [](int fd, const std::string &bytes) {
-        return write(fd, bytes.data(), bytes.size()) == (ssize_t)bytes.size();
-    };
-    for (int fd : writers) {
-        ASSERT_TRUE(send(fd, header));
-        for (uint32_t i = 0; i < 512; ++i)
-            ASSERT_TRUE(send(fd, line));
-    }
-    ASSERT_EQ(kill(pid, SIGINT), 0);
-    for (int fd : writers) {
-        for (uint32_t i = 512; i < height && send(fd, line); ++i) {
-        }
-        close(fd);
-    }
-    Result r = Wait(pid);
-    signal(SIGPIPE, SIG_DFL);
+    Result r = RunInterrupted(args, {"pipe1.hv", "pipe2.hv"}, Layout{.width = 4096, .height = 4096, .parts = 1}, 512);
     EXPECT_EQ(r.status, 130) << r.err;
-    for (const std::string &fifo : fifos)
-        EXPECT_NE(r.err.find("interrupted: stopped between two chunks; " + Path("out") + fifo.substr(dir_.size()) +
-                             " was not written"),
+    for (const char *fifo : {"/pipe1.hv", "/pipe2.hv"})
+        EXPECT_NE(r.err.find("interrupted: stopped between two chunks; " + Path("out") + fifo + " was not written"),
                   std::string::npos)
             << r.err;
     EXPECT_NE(r.err.find("interrupted: 0 of 5 images were written in full"), std::string::npos) << r.err;
