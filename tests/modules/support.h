@@ -47,7 +47,8 @@ class Engine {
 struct Registered {
     TempDir dir;
     Engine engine;
-    explicit Registered(const std::string &registry) : engine((dir.Write("hvregistry.dot", registry), dir.path())) {}
+    explicit Registered(const std::string &registry)
+        : engine((dir.Write("hvregistry.dot", registry), dir.path())) {}
     int started() const { return engine.started(); }
 };
 

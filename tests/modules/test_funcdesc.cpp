@@ -43,22 +43,23 @@ std::string Show(const HalvFuncDesc *d) {
         if (d->bits[i] == -1)
             break;
     }
-    return text(d->name) + " | " + text(d->init) + " | " + text(d->description) + " | " + text(d->documentation) +
-           " | " + words(d->args) + " | " + words(d->tests) + " | " + words(d->formats) + " | " + bits + " | " +
-           words(d->cspaces) + " | " + words(d->categories) + " | in " + std::to_string(d->inputs) + " out " +
-           std::to_string(d->outputs) + " interleave " + std::to_string(d->interleave) + " sync " +
-           std::to_string(d->synchronous);
+    return text(d->name) + " | " + text(d->init) + " | " + text(d->description) + " | " +
+           text(d->documentation) + " | " + words(d->args) + " | " + words(d->tests) + " | " +
+           words(d->formats) + " | " + bits + " | " + words(d->cspaces) + " | " + words(d->categories) +
+           " | in " + std::to_string(d->inputs) + " out " + std::to_string(d->outputs) + " interleave " +
+           std::to_string(d->interleave) + " sync " + std::to_string(d->synchronous);
 }
 
 } // namespace
 
 TEST(ModulesFuncDesc, LinesLandByTheirRules) {
-    const std::string blur = "[blur]\ninit: first!BlurInit\ninit: second!Other\n"
-                             "description: \"Blurs: gently.\"\ndescription: ignored\ndocumentation: long text\n"
-                             "arg: a1\narg: a2\narg: a3\narg: a4\narg: a5\ntest: t1\nformat: f1\nformat: f2\n"
-                             "bits: 1 2\nbitdepths: 8   16\ncspaces: rgb gray\ncategory: old\n"
-                             "categories: filter spatial\ninput: 3\ninput: 9\noutput: zero\n"
-                             "interleave: pixel frame\nsynchronous: no\nunknown: passed over\nInit: case matters\n";
+    const std::string blur =
+        "[blur]\ninit: first!BlurInit\ninit: second!Other\n"
+        "description: \"Blurs: gently.\"\ndescription: ignored\ndocumentation: long text\n"
+        "arg: a1\narg: a2\narg: a3\narg: a4\narg: a5\ntest: t1\nformat: f1\nformat: f2\n"
+        "bits: 1 2\nbitdepths: 8   16\ncspaces: rgb gray\ncategory: old\n"
+        "categories: filter spatial\ninput: 3\ninput: 9\noutput: zero\n"
+        "interleave: pixel frame\nsynchronous: no\nunknown: passed over\nInit: case matters\n";
     const std::string none = "- | - | - | - | - | - | - | ";
     const struct {
         std::string text, record;
@@ -77,7 +78,8 @@ TEST(ModulesFuncDesc, LinesLandByTheirRules) {
          none + "- | - | - | in 1 out 1 interleave 15 sync 1"},
         {"bits: 8\nbits: any\ninterleave: weird\n", none + "- | - | - | in 1 out 1 interleave 0 sync 1"},
         // a second section ends the first
-        {"[one]\ninput: 2\n[two]\ninput: 5\narg: late\n", "one | " + none + "- | - | in 2 out 1 interleave 15 sync 1"},
+        {"[one]\ninput: 2\n[two]\ninput: 5\narg: late\n",
+         "one | " + none + "- | - | in 2 out 1 interleave 15 sync 1"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text);
@@ -128,7 +130,8 @@ TEST(ModulesFuncDesc, ConsecutiveReadsAndTruncatedOrHostileInput) {
     EXPECT_EQ(Read("[cut]\narg: a\narg:", &result), nullptr);
     EXPECT_EQ(result, 0);
     // Hostile lengths: cut by the buffers, never past them.
-    HalvFuncDesc *big = Read("[" + std::string(3000, 'n') + "]\narg: " + std::string(9000, 'v') + "\ninput: 4\n");
+    HalvFuncDesc *big =
+        Read("[" + std::string(3000, 'n') + "]\narg: " + std::string(9000, 'v') + "\ninput: 4\n");
     if (big != nullptr) {
         EXPECT_LT(std::strlen(big->name ? big->name : ""), 512u);
         for (const std::string &arg : Strings(big->args))

@@ -49,7 +49,8 @@ std::string Describe(const List &list) {
 std::string Forms(const List &list) {
     std::string out;
     for (uint32_t i = 0; i < list.size(); ++i)
-        out += std::string(i ? " " : "") + list[i]->name + ":" + std::to_string(list[i]->count) + list[i]->type;
+        out +=
+            std::string(i ? " " : "") + list[i]->name + ":" + std::to_string(list[i]->count) + list[i]->type;
     return out;
 }
 
@@ -171,8 +172,8 @@ TEST(ModulesInfoField, FieldsAreSmartRecordsFoundByNameIgnoringCase) {
     ASSERT_NE(copy, nullptr);
     EXPECT_NE(copy->name, field->name);
     EXPECT_STREQ(copy->name, "second");
-    EXPECT_EQ(std::string(1, copy->type) + " " + std::to_string(copy->count) + " " + std::to_string(copy->size) +
-                  " " + std::to_string(copy->offset),
+    EXPECT_EQ(std::string(1, copy->type) + " " + std::to_string(copy->count) + " " +
+                  std::to_string(copy->size) + " " + std::to_string(copy->offset),
               "f 2 16 12");
     EXPECT_EQ(copy->copy, field->copy);
     EXPECT_EQ(copy->free, field->free);
@@ -345,15 +346,17 @@ TEST(ModulesInfoField, CharacterFieldsTerminateOnlyWhenThereIsRoom) {
 TEST(ModulesInfoField, HeaderKeysRoundTripInOrder) {
     List list;
     ASSERT_EQ(Parse(list, {"x:1i", "Weight:2f", "label:8c", "three:iii", "many:1000c"}), 1);
-    Header header("[ID]\nformat: info\nversion: 1.0\n\n[Info]\nentries: 4\nfield-7: \"old:1i\"\n\n[Notes]\nby: hand\n");
+    Header header(
+        "[ID]\nformat: info\nversion: 1.0\n\n[Info]\nentries: 4\nfield-7: \"old:1i\"\n\n[Notes]\nby: hand\n");
     ASSERT_EQ(HalvWriteInfoFieldsToHdr(&header.h, list.fields), 1);
     std::string text = header.Text();
     // The section is written anew: the old keys went with it.
     EXPECT_EQ(text.find("entries"), std::string::npos) << text;
     EXPECT_EQ(text.find("old:1i"), std::string::npos) << text;
-    EXPECT_NE(text.find("field-0: \"x:1i\"\nfield-1: \"Weight:2f\"\nfield-2: \"label:8c\"\nfield-3: \"three:3i\"\n"
-                        "field-4: \"many:1000c\""),
-              std::string::npos)
+    EXPECT_NE(
+        text.find("field-0: \"x:1i\"\nfield-1: \"Weight:2f\"\nfield-2: \"label:8c\"\nfield-3: \"three:3i\"\n"
+                  "field-4: \"many:1000c\""),
+        std::string::npos)
         << text;
     EXPECT_NE(text.find("[Notes]\nby: hand"), std::string::npos) << text;
     Header again(text);

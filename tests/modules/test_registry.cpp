@@ -128,7 +128,8 @@ TEST(ModulesRegistry, StartUpWithMissingBrokenAndMalformedEntries) {
     } cases[] = {
         /* a required bundle that isn't there fails start-up; earlier ones stay */
         {"[libraries]\nrequired: extra\nrequired: nosuchbundle\noptional: halv\n", 0,
-         {"Failed to open shared library<nosuchbundle>.\n", "Failed to register the library<nosuchbundle>.\n"},
+         {"Failed to open shared library<nosuchbundle>.\n",
+          "Failed to register the library<nosuchbundle>.\n"},
          kExtraFunctions},
         /* optional bundles that are missing or broken are passed over */
         {"[libraries]\noptional: nosuchbundle\noptional: oldmajor\noptional: nolist\nrequired: halv\n", 1,
@@ -156,7 +157,8 @@ TEST(ModulesRegistry, StartUpWithMissingBrokenAndMalformedEntries) {
         EXPECT_EQ(AllNames(), c.names);
     }
     /* a bundle name far past any buffer: refused, not a crash */
-    Registered hostile("[libraries]\noptional: " + std::string(5000, 'x') + "\nrequired: " + std::string(60, 'y'));
+    Registered hostile("[libraries]\noptional: " + std::string(5000, 'x') +
+                       "\nrequired: " + std::string(60, 'y'));
     EXPECT_EQ(hostile.started(), 0);
     /* a failed start is a start all the same: one end pass stops it, and a
      * new first start reads the registry again */
@@ -246,7 +248,8 @@ TEST(ModulesRegistry, StartUpReportTellsEveryBundlesOutcomeWithoutDebugging) {
         EXPECT_EQ(report->problems, nullptr);
         ASSERT_EQ(report->bundleCount, 6u);
         const char *expected[][2] = {
-            {"nosuchbundle", "dpk_nosuchbundle.so: cannot open shared object file: No such file or directory"},
+            {"nosuchbundle",
+             "dpk_nosuchbundle.so: cannot open shared object file: No such file or directory"},
             {"oldmajor", "built for major version 2; this engine takes 3"},
             {"nolist", "lacks the entry point HalvernBundleGetList_nolist"},
             {"unresolved", "undefined symbol: HalvNoSuchFunction"},
@@ -266,7 +269,8 @@ TEST(ModulesRegistry, StartUpReportTellsEveryBundlesOutcomeWithoutDebugging) {
         EXPECT_STREQ(halv.name, "halv");
         EXPECT_EQ(halv.loaded, 1);
         EXPECT_EQ(halv.optional, 0);
-        EXPECT_EQ(std::string(halv.path ? halv.path : ""), std::string(HALV_TEST_BINARY_DIR) + "/dpk_halv.so");
+        EXPECT_EQ(std::string(halv.path ? halv.path : ""),
+                  std::string(HALV_TEST_BINARY_DIR) + "/dpk_halv.so");
         EXPECT_STREQ(halv.version, "3.8.0");
         EXPECT_EQ(halv.reason, nullptr);
         halv_internal_free(report);
@@ -305,7 +309,8 @@ TEST(ModulesRegistry, StartUpReportOfFailedStartsAndOfTheRegistryFileItself) {
     }
     {
         SCOPED_TRACE("skipped text is reported line by line, the first eight of it");
-        std::string text = "before: all\n[libraries]\nhalv\nmaybe: halv\n[colours]\nred: 1\n[variables]\n\"loose\"\n";
+        std::string text =
+            "before: all\n[libraries]\nhalv\nmaybe: halv\n[colours]\nred: 1\n[variables]\n\"loose\"\n";
         for (int i = 0; i < 9; ++i)
             text += "[libraries]\nstray" + std::to_string(i) + "\n";
         Registered session(text + "[libraries]\nrequired:");
@@ -338,8 +343,9 @@ TEST(ModulesRegistry, StartUpReportOfFailedStartsAndOfTheRegistryFileItself) {
                 return files_test::Fail("can't become nobody");
             Engine engine(dir.path());
             HalvRegistryReport *report = HalvGetRegistryReport();
-            bool ok = engine.started() == 0 && report != nullptr && report->state == HALV_REGISTRY_UNREADABLE &&
-                      report->path != nullptr && report->bundleCount == 0 &&
+            bool ok = engine.started() == 0 && report != nullptr &&
+                      report->state == HALV_REGISTRY_UNREADABLE && report->path != nullptr &&
+                      report->bundleCount == 0 &&
                       std::string(report->problems ? report->problems : "") ==
                           "it can't be opened: Permission denied\n";
             halv_internal_free(report);

@@ -76,16 +76,16 @@ TEST(ModulesRetrieve, RetrievalTextForms) {
         {"extra_plain_symbol", "extra", 1, 42}, /* a plain symbol: dpk_<default> first, */
         {"extra_plain_symbol", "dpk_extra", 1, 42},
         {"extra_plain_symbol", kDir + "/dpk_extra.so", 1, 42}, /* the default's plain name after */
-        {"extra_underscored", "extra", 1, 7},                             /* only with an underscore in front */
-        {"extra_plain_symbol", "", -1, 0},                           /* no default library: no load */
-        {"dpk_extra!extra_plain_symbol", "", 1, 42},                 /* lib!symbol, in the first of a list */
+        {"extra_underscored", "extra", 1, 7},                  /* only with an underscore in front */
+        {"extra_plain_symbol", "", -1, 0},                     /* no default library: no load */
+        {"dpk_extra!extra_plain_symbol", "", 1, 42},           /* lib!symbol, in the first of a list */
         {"dpk_halv,dpk_extra!extra_plain_symbol", "", 0, 0},
         {"dpk_extra,dpk_halv!extra_plain_symbol", "", 1, 42},
         /* the second fails at the '!': the default takes its place */
         {"dpk_extra,nosuchlib!extra_plain_symbol", "dpk_halv", 1, 42},
         {"dpk_extra,nosuchlib!extra_plain_symbol", "", -1, 0},
         {"nosuchlib,dpk_extra!extra_plain_symbol", "dpk_extra", -1, 0}, /* the first fails at a ',': over */
-        {"nosuchlib!extra_plain_symbol", "dpk_extra", 1, 42},           /* one that doesn't load: the default */
+        {"nosuchlib!extra_plain_symbol", "dpk_extra", 1, 42}, /* one that doesn't load: the default */
         {kDir + "/dpk_extra.so!extra_plain_symbol", "", 1, 42},
         {"dpk_extra.so!extra_plain_symbol", "", 1, 42},
         {std::string(2000, 'L') + "!sym", "", -1, 0}, /* an over-long library name fails as a load */
@@ -94,7 +94,8 @@ TEST(ModulesRetrieve, RetrievalTextForms) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text.substr(0, 60) + " in " + c.library);
         void *fn = &engine;
-        EXPECT_EQ(HalvRetrieveFunc(c.text.c_str(), c.library.empty() ? nullptr : c.library.c_str(), &fn), c.result);
+        EXPECT_EQ(HalvRetrieveFunc(c.text.c_str(), c.library.empty() ? nullptr : c.library.c_str(), &fn),
+                  c.result);
         if (c.result != 1) {
             EXPECT_EQ(fn, nullptr);
         } else {
@@ -126,6 +127,7 @@ TEST(ModulesRetrieve, CacheHoldsThirtyTwoLibrariesAndIsEmptiedAtTheLastStop) {
     for (int round = 0; round < 3; ++round) {
         Started engine; /* after each stop the table is free again: 32 fresh names fit */
         for (int n = 0; n < 32; ++n)
-            ASSERT_EQ(HalvRetrieveFunc(Spelling(n, "/").c_str(), nullptr, &fn), 1) << "round " << round << " " << n;
+            ASSERT_EQ(HalvRetrieveFunc(Spelling(n, "/").c_str(), nullptr, &fn), 1)
+                << "round " << round << " " << n;
     }
 }

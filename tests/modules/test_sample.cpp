@@ -30,7 +30,8 @@ struct Args {
             const char *key = pairs[i].first;
             bool isDouble = std::tolower(key[std::strlen(key) - 1]) == 'd';
             ints[i] = (int32_t)pairs[i].second, doubles[i] = pairs[i].second;
-            list.insert(list.end(), {(intptr_t)key, isDouble ? (intptr_t)&doubles[i] : (intptr_t)&ints[i], 0});
+            list.insert(list.end(),
+                        {(intptr_t)key, isDouble ? (intptr_t)&doubles[i] : (intptr_t)&ints[i], 0});
         }
         list.push_back(HALV_ARG_END);
         return list.data();
@@ -172,7 +173,8 @@ TEST(ModulesSample, OneStateOverSeveralUnalignedChunks) {
         for (uint32_t i = 0; i < samples; ++i) {
             uint16_t v;
             std::memcpy(&v, static_cast<unsigned char *>(out) + 2 * i, 2);
-            ASSERT_EQ(v, (uint16_t)(65535 - (uint16_t)(i * 211 + pass))) << "pass " << pass << " sample " << i;
+            ASSERT_EQ(v, (uint16_t)(65535 - (uint16_t)(i * 211 + pass)))
+                << "pass " << pass << " sample " << i;
         }
     }
     EXPECT_EQ(HalvCallEnd(state), 1);
@@ -205,6 +207,7 @@ TEST(ModulesSample, DescriptionFileOfTheBundleLeadsToItsInitPoint) {
     void *out = nullptr;
     uint32_t outBytes = 0, lines = 0;
     ASSERT_EQ(HalvProcessSISO(state, bytes, 3, 1, &out, &outBytes, &lines), 1);
-    EXPECT_EQ(Bytes(static_cast<unsigned char *>(out), static_cast<unsigned char *>(out) + 3), (Bytes{4, 240, 255}));
+    EXPECT_EQ(Bytes(static_cast<unsigned char *>(out), static_cast<unsigned char *>(out) + 3),
+              (Bytes{4, 240, 255}));
     EXPECT_EQ(HalvCallEnd(state), 1);
 }

@@ -87,7 +87,8 @@ struct Layout {
 inline std::vector<uint32_t> SampleValues(const Layout &l) {
     std::vector<uint32_t> values;
     for (uint32_t i = 0; i < l.width * l.parts * l.height; ++i)
-        values.push_back(l.bits == 16 ? (i * 2311u + 977u + l.seed * 31) & 0xFFFF : (i * 37u + 11u + l.seed * 31) & 0xFF);
+        values.push_back(l.bits == 16 ? (i * 2311u + 977u + l.seed * 31) & 0xFFFF
+                                      : (i * 37u + 11u + l.seed * 31) & 0xFF);
     return values;
 }
 
@@ -181,7 +182,8 @@ inline std::string HeaderKeys(const Bytes &file, const std::vector<std::string> 
 
 // The payload of a stored image or table of lines of lineBytes each
 // (records checked and stripped unless internal), and the aux words seen.
-inline Bytes StoredData(const Bytes &file, uint32_t lineBytes, uint32_t lines, std::vector<uint32_t> *aux = nullptr) {
+inline Bytes StoredData(const Bytes &file, uint32_t lineBytes, uint32_t lines,
+                        std::vector<uint32_t> *aux = nullptr) {
     size_t start = DataStart(file);
     EXPECT_NE(start, std::string::npos);
     if (start == std::string::npos || HeaderKey(file, "format") == "internal")
@@ -288,7 +290,8 @@ class Halvern : public ::testing::Test {
         close(pidfd);
         int status = 0;
         waitpid(pid, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status)) << "died by a signal: " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+        EXPECT_TRUE(WIFEXITED(status))
+            << "died by a signal: " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
         result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         result.out = ReadFile(Path(".stdout"));
         result.err = ReadFile(Path(".stderr"));
@@ -297,7 +300,9 @@ class Halvern : public ::testing::Test {
         return result;
     }
 
-    Result Run(const Args &args, const std::string &program = HALVERN_PATH) { return Wait(Spawn(args, program)); }
+    Result Run(const Args &args, const std::string &program = HALVERN_PATH) {
+        return Wait(Spawn(args, program));
+    }
 
     // halvern with input written down its standard input, a pipe, 7 bytes
     // at a time so that reads see pixels cut across writes.
@@ -319,7 +324,8 @@ class Halvern : public ::testing::Test {
     // args reads as inputs, so that an interrupt lands mid-run for certain:
     // the header and `before` of the image's lines go down each, then SIGINT,
     // then the rest for as long as halvern reads.  What halvern said.
-    Result RunInterrupted(const Args &args, const std::vector<std::string> &fifos, const Layout &l, uint32_t before) {
+    Result RunInterrupted(const Args &args, const std::vector<std::string> &fifos, const Layout &l,
+                          uint32_t before) {
         for (const std::string &fifo : fifos)
             EXPECT_EQ(mkfifo(Path(fifo).c_str(), 0600), 0);
         pid_t pid = Spawn(args);

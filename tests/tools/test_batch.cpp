@@ -67,8 +67,8 @@ TEST_F(Batch, AFailedImageIsNamedAndTheOthersAreWritten) {
     EXPECT_EQ(r.status, 1);
     for (const char *bad : {"short.hv is cut short", "missing.hv", "text.hv is not a stored image"})
         EXPECT_NE(r.err.find(bad), std::string::npos) << bad << " in " << r.err;
-    EXPECT_NE(r.err.find("invert failed on 3 of 5 images: " + Path("short.hv") + " " + Path("missing.hv") + " " +
-                         Path("text.hv") + "\n"),
+    EXPECT_NE(r.err.find("invert failed on 3 of 5 images: " + Path("short.hv") + " " + Path("missing.hv") +
+                         " " + Path("text.hv") + "\n"),
               std::string::npos)
         << r.err;
     EXPECT_EQ(Names(Path("out")), (std::vector<std::string>{"good1.hv", "good2.hv"}));
@@ -86,7 +86,8 @@ TEST_F(Batch, AWrongCommandLineRunsNothing) {
         {"run invert @a.hv --out @out --jobs 0", "--jobs 0: a whole number"},
         {"run invert --out @out", "usage: halvern run"},
         {"run invert @a.hv --out @out --fast", "unknown option --fast"},
-        {"run invert @a.hv --out @out factor=2", "invert failed on 1 of 1 images: " + Path("a.hv")}, // every image
+        {"run invert @a.hv --out @out factor=2",
+         "invert failed on 1 of 1 images: " + Path("a.hv")}, // every image
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.line);
@@ -107,11 +108,13 @@ TEST_F(Batch, InterruptStopsEveryImageAndLeavesNoUnfinishedOutput) {
         args.push_back(Path("queued" + std::to_string(i) + ".hv"));
     }
     args.insert(args.end(), {"--out", Path("out"), "--jobs", "2"});
-    Result r = RunInterrupted(args, {"pipe1.hv", "pipe2.hv"}, Layout{.width = 4096, .height = 4096, .parts = 1}, 512);
+    Result r = RunInterrupted(args, {"pipe1.hv", "pipe2.hv"},
+                              Layout{.width = 4096, .height = 4096, .parts = 1}, 512);
     EXPECT_EQ(r.status, 130) << r.err;
     for (const char *fifo : {"/pipe1.hv", "/pipe2.hv"})
-        EXPECT_NE(r.err.find("interrupted: stopped between two chunks; " + Path("out") + fifo + " was not written"),
-                  std::string::npos)
+        EXPECT_NE(
+            r.err.find("interrupted: stopped between two chunks; " + Path("out") + fifo + " was not written"),
+            std::string::npos)
             << r.err;
     EXPECT_NE(r.err.find("interrupted: 0 of 5 images were written in full"), std::string::npos) << r.err;
     EXPECT_TRUE(Names(Path("out")).empty()) << "nothing is left under either name";

@@ -18,7 +18,7 @@ namespace {
 
 using namespace halvern_test;
 
-// What the sample functions do to one sample: (sample, max) -> sample.
+// What the sample functions do to one sample s of maximum m.
 struct Function {
     std::string name;
     Args args;
@@ -29,10 +29,10 @@ std::vector<Function> Functions(uint32_t bits) {
     uint32_t level = bits == 16 ? 30000 : 100;
     return {
         {"copy", {}, [](uint32_t s, uint32_t) { return s; }},
-        {"invert", {}, [](uint32_t s, uint32_t max) { return max - s; }},
-        {"gain", {"factor=1.5"}, [](uint32_t s, uint32_t max) { return std::min(max, (uint32_t)(s * 1.5 + 0.5)); }},
+        {"invert", {}, [](uint32_t s, uint32_t m) { return m - s; }},
+        {"gain", {"factor=1.5"}, [](uint32_t s, uint32_t m) { return std::min(m, uint32_t(s * 1.5 + .5)); }},
         {"threshold", {"level=" + std::to_string(level)},
-         [level](uint32_t s, uint32_t max) { return s >= level ? max : 0u; }},
+         [level](uint32_t s, uint32_t m) { return s >= level ? m : 0u; }},
     };
 }
 
@@ -60,7 +60,8 @@ TEST_F(Halvern, RunsEveryFunctionOverEveryDepthFormatAndByteOrder) {
                         for (uint32_t &v : expected)
                             v = f.apply(v, l.MaxValue());
                         EXPECT_EQ(StoredData(out, l, &aux), StoreSamples(expected, bits, false));
-                        EXPECT_EQ(aux, (format == "internal" ? std::vector<uint32_t>{} : std::vector<uint32_t>{7, 8}));
+                        EXPECT_EQ(aux, (format == "internal" ? std::vector<uint32_t>{}
+                                                             : std::vector<uint32_t>{7, 8}));
                         // From flat arguments and a header block alone, the same bytes.
                         args.insert(args.begin() + 1, "--binary");
                         args[4] = Path("out-binary");
@@ -84,12 +85,13 @@ TEST_F(Halvern, InfoShowsTheHeaderOfAnImageAndOfItsBlock) {
     WriteFile(Path("in"), StoredImage(Layout{.bits = 16, .big = true}, "image-ext"));
     Result r = Run(Line("info @in"));
     ASSERT_EQ(r.status, 0) << r.err;
-    const char *common[] = {"size:          5 pixels x 7 scanlines", "separations:   3", "bit depth:     16 16 16",
-                            "colour space:  rgbLinear", "interleave:    scanline", "compression:   none",
-                            "[Origin]", "site: testbench"};
+    const char *common[] = {"size:          5 pixels x 7 scanlines", "separations:   3", "[Origin]",
+                            "bit depth:     16 16 16", "colour space:  rgbLinear", "interleave:    scanline",
+                            "compression:   none", "site: testbench"};
     for (const char *line : common)
         EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
-    for (const char *line : {"format:        image-ext", "version:       1.0", "byte order:    big-endian (type 1)"})
+    for (const char *line :
+         {"format:        image-ext", "version:       1.0", "byte order:    big-endian (type 1)"})
         EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
 
     // The header as a flat block, in either word order, shows the same.
@@ -99,7 +101,8 @@ TEST_F(Halvern, InfoShowsTheHeaderOfAnImageAndOfItsBlock) {
         ASSERT_EQ(pack.status, 0) << pack.err;
         Bytes block = ReadFile(Path("in.bh"));
         ASSERT_GT(block.size(), 556u);
-        EXPECT_EQ(block.substr(0, 4), order == "big" ? "BHBL" : "BHLL") << "the pixel data little-endian, loaded";
+        EXPECT_EQ(block.substr(0, 4), order == "big" ? "BHBL" : "BHLL")
+            << "the pixel data little-endian, loaded";
         Result info = Run(Line("info @in.bh"));
         ASSERT_EQ(info.status, 0) << info.err;
         for (std::string line : common)
@@ -132,7 +135,8 @@ TEST_F(Halvern, ConvertCarriesAnImageThroughEveryFormatAndByteOrder) {
             EXPECT_EQ(StoredData(b, l), StoreSamples(values, bits, false));
             convert("@b @c --format internal --byte-order " + order);
             Bytes c = ReadFile(Path("c"));
-            EXPECT_EQ(HeaderKeys(c, {"architecture", "site"}), (big ? "type 1" : "type 2") + std::string(" | testbench"));
+            EXPECT_EQ(HeaderKeys(c, {"architecture", "site"}),
+                      (big ? "type 1" : "type 2") + std::string(" | testbench"));
             EXPECT_EQ(Behind(c), Behind(original));
             // Once in the library's own spelling, a round trip gives the same bytes.
             convert("@c @d --format image-ext --byte-order " + order);
@@ -191,7 +195,8 @@ TEST_F(Halvern, ExportWritesNetpbm) {
     for (uint32_t bits : {8u, 16u})
         for (uint32_t parts : {1u, 3u})
             for (bool pixel : {false, true}) {
-                SCOPED_TRACE(std::to_string(bits) + "-bit, parts " + std::to_string(parts) + (pixel ? " pixel" : ""));
+                SCOPED_TRACE(std::to_string(bits) + "-bit, parts " + std::to_string(parts) +
+                             (pixel ? " pixel" : ""));
                 Layout l{.parts = parts, .bits = bits, .pixelInterleave = pixel, .big = bits == 16};
                 WriteFile(Path("in"), StoredImage(l, "image-ext"));
                 std::string name = parts == 1 ? "out.pgm" : "out.ppm";
@@ -202,7 +207,8 @@ TEST_F(Halvern, ExportWritesNetpbm) {
                 for (uint32_t y = 0; y < l.height; ++y)
                     for (uint32_t x = 0; x < l.width; ++x)
                         for (uint32_t s = 0; s < parts; ++s)
-                            pixels.push_back(stored[y * l.width * parts + (pixel ? x * parts + s : s * l.width + x)]);
+                            pixels.push_back(
+                                stored[y * l.width * parts + (pixel ? x * parts + s : s * l.width + x)]);
                 EXPECT_EQ(ReadFile(Path(name)), std::string(parts == 1 ? "P5" : "P6") + "\n5 7\n" +
                                                     (bits == 8 ? "255" : "65535") + "\n" +
                                                     StoreSamples(pixels, bits, true));
@@ -213,17 +219,20 @@ TEST_F(Halvern, ExportWritesNetpbm) {
 // A stored spectrum's header as the format writes it, with the lines of
 // its wavelength section given.
 Bytes SpectrumHeader(const std::string &version, const std::vector<std::string> &keys) {
-    Bytes h = "[ID]\nformat: spectral\n" + (version == "1.0-binary" ? "binary: " + std::string(4, '\0') + "\n" : "") +
+    Bytes h = "[ID]\nformat: spectral\n" +
+              (version == "1.0-binary" ? "binary: " + std::string(4, '\0') + "\n" : "") +
               "version: " + version + "\n\n[Spectral]\n";
     for (const std::string &k : keys)
         h += k + "\n";
     return h + "\n[End]\f\n";
 }
 
-std::vector<std::string> SpectrumKeys(uint32_t samples, uint32_t measurements, const std::string &type = "illuminant",
+std::vector<std::string> SpectrumKeys(uint32_t samples, uint32_t measurements,
+                                      const std::string &type = "illuminant",
                                       const std::string &step = "25.000000") {
-    return {"numberOfSamples: " + std::to_string(samples), "numberOfMeasurements: " + std::to_string(measurements),
-            "startWaveLength: 400.000000", "samplingInterval: " + step, "spectrumType: " + type};
+    return {"numberOfSamples: " + std::to_string(samples),
+            "numberOfMeasurements: " + std::to_string(measurements), "startWaveLength: 400.000000",
+            "samplingInterval: " + step, "spectrumType: " + type};
 }
 
 std::string G(double v, const char *form = "%g") {
@@ -264,7 +273,8 @@ TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
     for (const char *line :
          {"format:        spectral\n", "version:       1.0-ascii\n", "spectrum type: illuminant\n",
           "samples:       5 per measurement\n", "measurements:  3\n",
-          "wavelengths:   from 400 nm in steps of 25 nm, to 500 nm\n", "data:          one number a line, as text\n"})
+          "wavelengths:   from 400 nm in steps of 25 nm, to 500 nm\n",
+          "data:          one number a line, as text\n"})
         EXPECT_NE(info.out.find(line), std::string::npos) << line << info.out;
 
     // Text to floats and back: the stored bytes of each version exactly.
@@ -288,16 +298,20 @@ TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
     }
 
     // Wavelengths from a table: shown as one, and the CSV's first column.
-    WriteFile(Path("t.hvs"), SpectrumHeader("1.0-ascii", {"numberOfSamples: 5", "numberOfMeasurements: 1",
-                                                          "wavelengths: 400 410.5 430 455 500", "spectrumType: filter"}) +
-                                 SpectrumText(SpectrumValues(5, 1)));
+    WriteFile(Path("t.hvs"),
+              SpectrumHeader("1.0-ascii", {"numberOfSamples: 5", "numberOfMeasurements: 1",
+                                           "wavelengths: 400 410.5 430 455 500", "spectrumType: filter"}) +
+                  SpectrumText(SpectrumValues(5, 1)));
     info = Run(Line("info @t.hvs"));
-    EXPECT_NE(info.out.find("wavelengths:   a table of 5, in nm:\n    400 410.5 430 455 500\n"), std::string::npos)
+    EXPECT_NE(info.out.find("wavelengths:   a table of 5, in nm:\n    400 410.5 430 455 500\n"),
+              std::string::npos)
         << info.out;
     ASSERT_EQ(Run(Line("export @t.hvs @t.csv")).status, 0);
-    EXPECT_EQ(ReadFile(Path("t.csv")), "wavelength (nm),measurement 1\n400,0.1\n410.5,0.11\n430,0.12\n455,0.13\n500,0.14\n");
+    EXPECT_EQ(ReadFile(Path("t.csv")),
+              "wavelength (nm),measurement 1\n400,0.1\n410.5,0.11\n430,0.12\n455,0.13\n500,0.14\n");
     ASSERT_EQ(Run(Line("convert @t.hvs @t2.hvs --format spectral")).status, 0);
-    EXPECT_NE(ReadFile(Path("t2.hvs")).find("\nwavelength: 400.000000 410.500000 430.000000 455.000000 500.000000\n"),
+    EXPECT_NE(ReadFile(Path("t2.hvs"))
+                  .find("\nwavelength: 400.000000 410.500000 430.000000 455.000000 500.000000\n"),
               std::string::npos);
 
     // Floats the text can't hold are rounded on the way to text, and said so.
@@ -305,8 +319,10 @@ TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
     WriteFile(Path("thirds.hvs"), SpectrumHeader("1.0-binary", SpectrumKeys(2, 2)) + SpectrumRaw(thirds));
     r = Run(Line("convert @thirds.hvs @thirds.txt --format spectral --version 1.0-ascii"));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.err.find("note: 3 samples of " + Path("thirds.hvs") + " were rounded"), std::string::npos) << r.err;
-    EXPECT_EQ(ReadFile(Path("thirds.txt")), SpectrumHeader("1.0-ascii", SpectrumKeys(2, 2)) + SpectrumText(thirds));
+    EXPECT_NE(r.err.find("note: 3 samples of " + Path("thirds.hvs") + " were rounded"), std::string::npos)
+        << r.err;
+    EXPECT_EQ(ReadFile(Path("thirds.txt")),
+              SpectrumHeader("1.0-ascii", SpectrumKeys(2, 2)) + SpectrumText(thirds));
 }
 
 TEST_F(Halvern, SpectraPlotIsDrawnByARealRenderer) {
@@ -316,8 +332,8 @@ TEST_F(Halvern, SpectraPlotIsDrawnByARealRenderer) {
         values.insert(values.end(), 31, level);
     for (int s = 0; s < 31; ++s)
         values.push_back(0.03f * (float)s);
-    WriteFile(Path("in.hvs"),
-              SpectrumHeader("1.0-binary", SpectrumKeys(31, 4, "reflectance", "10.000000")) + SpectrumRaw(values));
+    WriteFile(Path("in.hvs"), SpectrumHeader("1.0-binary", SpectrumKeys(31, 4, "reflectance", "10.000000")) +
+                                  SpectrumRaw(values));
     Result r = Run(Line("export @in.hvs @plot.svg"));
     ASSERT_EQ(r.status, 0) << r.err;
     Bytes svg = ReadFile(Path("plot.svg"));
@@ -358,7 +374,8 @@ TEST_F(Halvern, SpectraPlotIsDrawnByARealRenderer) {
             uint64_t sum = 0, n = 0;
             for (uint32_t y = 0; y < image.height; ++y) {
                 const uint8_t *p = (const uint8_t *)&image.samples[((size_t)y * image.width + x) * channels];
-                if (std::abs(p[0] - want[0]) <= 12 && std::abs(p[1] - want[1]) <= 12 && std::abs(p[2] - want[2]) <= 12)
+                if (std::abs(p[0] - want[0]) <= 12 && std::abs(p[1] - want[1]) <= 12 &&
+                    std::abs(p[2] - want[2]) <= 12)
                     sum += y, ++n;
             }
             if (n == 0)
@@ -383,7 +400,8 @@ TEST_F(Halvern, AWriteThatFailsLeavesNoOutput) {
     // past that fails (SIGXFSZ ignored, so the write says EFBIG).  Raw
     // spectra are written by a method that never reports a failed write,
     // and the header's end marker neither; the output is refused all the same.
-    WriteFile(Path("a.hvs"), SpectrumHeader("1.0-ascii", SpectrumKeys(500, 20)) + SpectrumText(SpectrumValues(500, 20)));
+    WriteFile(Path("a.hvs"),
+              SpectrumHeader("1.0-ascii", SpectrumKeys(500, 20)) + SpectrumText(SpectrumValues(500, 20)));
     WriteFile(Path("image.hv"), StoredImage(Layout{.width = 100, .height = 100}, "internal"));
     struct rlimit old;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
@@ -391,8 +409,8 @@ TEST_F(Halvern, AWriteThatFailsLeavesNoOutput) {
     small.rlim_cur = 16384;
     signal(SIGXFSZ, SIG_IGN);
     for (const char *line : {"convert @a.hvs @out --format spectral",
-                             "convert @a.hvs @out --format spectral --version 1.0-ascii", "export @a.hvs @out.csv",
-                             "convert @image.hv @out --format image-ext"}) {
+                             "convert @a.hvs @out --format spectral --version 1.0-ascii",
+                             "export @a.hvs @out.csv", "convert @image.hv @out --format image-ext"}) {
         SCOPED_TRACE(line);
         Args args = Line(line);
         ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
@@ -425,7 +443,9 @@ class OneAnswerServer {
         port_ = ntohs(address.sin_port);
     }
     ~OneAnswerServer() { close(fd_); }
-    std::string Url(const std::string &path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+    std::string Url(const std::string &path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
 
     void ServeUntilExit(pid_t pid, const std::string &answer) {
         int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
@@ -450,7 +470,8 @@ class OneAnswerServer {
         char buffer[4096];
         while (answer.empty() || head.find("\r\n\r\n") == std::string::npos) {
             pollfd entries[2] = {{fd, POLLIN, 0}, {pidfd, POLLIN, 0}};
-            ssize_t got = poll(entries, 2, 10000) <= 0 || entries[1].revents ? 0 : recv(fd, buffer, sizeof buffer, 0);
+            ssize_t got =
+                poll(entries, 2, 10000) <= 0 || entries[1].revents ? 0 : recv(fd, buffer, sizeof buffer, 0);
             if (got <= 0)
                 return;
             head.append(buffer, static_cast<size_t>(got));
@@ -478,7 +499,8 @@ TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
         std::string length = "Content-Length: " + std::to_string(image.size()) + "\r\n";
         char size[16];
         snprintf(size, sizeof size, "%zx", image.size());
-        std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) + "\r\n";
+        std::string chunked =
+            "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) + "\r\n";
         // image-ext data come in chunk records, one of which the cut leaves short.
         std::string cutShort = format == "internal" ? "is cut short" : "its data end inside a chunk";
         const struct {
@@ -524,10 +546,11 @@ TEST_F(Halvern, ListsDescribesAndDemonstrates) {
     EXPECT_NE(describe.out.find("factor:d"), std::string::npos) << describe.out;
     Result demo = Run({"demo"});
     EXPECT_EQ(demo.status, 0) << demo.err;
-    for (const char *line : {"invert     255 238 221 204 187 170 153 136 119 102  85  68  51  34  17   0\n",
-                             "threshold    0   0   0   0   0   0   0   0 255 255", "31 samples from 400 to 700 nm",
-                             "    nm    blue     red   green    grey\n", "   400  0.1758  0.0500  0.0501  0.1800\n",
-                             "   700  0.0500  0.8490  0.0500  0.1800\n", "Plotted all four to"})
+    for (const char *line :
+         {"invert     255 238 221 204 187 170 153 136 119 102  85  68  51  34  17   0\n",
+          "threshold    0   0   0   0   0   0   0   0 255 255", "31 samples from 400 to 700 nm",
+          "    nm    blue     red   green    grey\n", "   400  0.1758  0.0500  0.0501  0.1800\n",
+          "   700  0.0500  0.8490  0.0500  0.1800\n", "Plotted all four to"})
         EXPECT_NE(demo.out.find(line), std::string::npos) << line << demo.out;
     Result help = Run({"help"});
     EXPECT_EQ(help.status, 0);
@@ -555,31 +578,32 @@ TEST_F(Halvern, AFailedStartNamesTheRegistryFileTheBundleAndTheReason) {
             Result r = Run({command});
             EXPECT_EQ(r.status, 1);
             EXPECT_EQ(r.out, "");
-            std::string third = "halvern: bundle " + std::string(c.bundle) + " (required): ";
-            EXPECT_EQ(r.err.substr(0, r.err.find(third)),
-                      "halvern: the engine did not start\nhalvern: registry file: " + registry + "\n");
-            size_t at = r.err.find(third);
+            size_t at = r.err.find("halvern: bundle " + std::string(c.bundle) + " (required): ");
             ASSERT_NE(at, std::string::npos) << r.err;
+            EXPECT_EQ(r.err.substr(0, at),
+                      "halvern: the engine did not start\nhalvern: registry file: " + registry + "\n");
             std::string last = r.err.substr(at);
             EXPECT_NE(last.find(c.reason), std::string::npos) << last;
             EXPECT_EQ(std::count(last.begin(), last.end(), '\n'), 1) << "and nothing after it: " << last;
         }
         Result status = Run({"status"});
         EXPECT_EQ(status.status, 1);
-        for (std::string line : {std::string("bundle halv     loaded, version 3.8.0"), "bundle " + std::string(c.bundle),
-                                 std::string(c.reason)})
+        for (std::string line : {std::string("bundle halv     loaded, version 3.8.0"),
+                                 "bundle " + std::string(c.bundle), std::string(c.reason)})
             EXPECT_NE(status.out.find(line), std::string::npos) << line << "\n" << status.out;
     }
 }
 
 TEST_F(Halvern, ListAndStatusTellLoadedAndFailedBundles) {
     env_ = {"HV_DATA_PATH=" + dir_, std::string("LD_LIBRARY_PATH=") + HALV_TEST_BUNDLE_DIR};
-    WriteFile(Path("hvregistry.dot"), "[libraries]\noptional: oldmajor\nrequired: halv\noptional: nosuchbundle\n");
+    WriteFile(Path("hvregistry.dot"),
+              "[libraries]\noptional: oldmajor\nrequired: halv\noptional: nosuchbundle\n");
     Result list = Run({"list"});
     EXPECT_EQ(list.status, 0) << list.err;
     EXPECT_EQ(list.err, "");
-    size_t failedPart = list.out.find("\nbundles that failed to load:\n  oldmajor (optional): it was built for major "
-                                      "version 2; this engine takes 3\n  nosuchbundle (optional): ");
+    size_t failedPart =
+        list.out.find("\nbundles that failed to load:\n  oldmajor (optional): it was built for major "
+                      "version 2; this engine takes 3\n  nosuchbundle (optional): ");
     EXPECT_NE(failedPart, std::string::npos) << list.out;
     EXPECT_LT(list.out.find("threshold "), failedPart);
     Result failed = Run({"list", "--failed"});
@@ -593,9 +617,10 @@ TEST_F(Halvern, ListAndStatusTellLoadedAndFailedBundles) {
     EXPECT_EQ(missing.out + missing.err, "");
     Result status = Run({"status"});
     EXPECT_EQ(status.status, 0) << status.err;
-    for (std::string line : {"registry file: " + Path("hvregistry.dot") + "\n", "data path      " + dir_ + "\n",
-                             std::string("temporary dir  "), std::string("/dpk_halv.so\n"),
-                             std::string("bundle oldmajor failed (optional): it was built for major version 2")})
+    for (std::string line :
+         {"registry file: " + Path("hvregistry.dot") + "\n", "data path      " + dir_ + "\n",
+          std::string("temporary dir  "), std::string("/dpk_halv.so\n"),
+          std::string("bundle oldmajor failed (optional): it was built for major version 2")})
         EXPECT_NE(status.out.find(line), std::string::npos) << line << "\n" << status.out;
     EXPECT_EQ(Listing(), std::vector<std::string>{"hvregistry.dot"}) << "status leaves nothing behind";
 }
@@ -609,8 +634,9 @@ TEST_F(Halvern, InterruptStopsBetweenChunksAndRemovesTheUnfinishedOutput) {
         Result r = RunInterrupted(args, {"in.hv"}, Layout{.width = 4096, .height = 4096, .parts = 1}, 1024);
         EXPECT_EQ(r.status, 130) << r.err;
         const std::string output = args[args[0] == "run" ? 3 : 2];
-        EXPECT_NE(r.err.find("halvern: interrupted: stopped between two chunks; " + output + " was not written"),
-                  std::string::npos)
+        EXPECT_NE(
+            r.err.find("halvern: interrupted: stopped between two chunks; " + output + " was not written"),
+            std::string::npos)
             << r.err;
         EXPECT_TRUE(Listing().empty()) << "nothing is left under either name";
     }
@@ -620,8 +646,9 @@ TEST_F(Halvern, InterruptStopsBetweenChunksAndRemovesTheUnfinishedOutput) {
 // as its values and as the packed bytes of either order.
 const char kTableFields[] = "id:1i tag:5c w:3f n:2i note:12c z:1f";
 constexpr uint32_t kTableEntry = 4 + 5 + 24 + 8 + 12 + 8;
-const std::vector<std::string> kTableInfo = {"field-0: \"id:1i\"", "field-1: \"tag:5c\"",  "field-2: \"w:3f\"",
-                                             "field-3: \"n:2i\"",  "field-4: \"note:12c\"", "field-5: \"z:1f\""};
+const std::vector<std::string> kTableInfo = {"field-0: \"id:1i\"",    "field-1: \"tag:5c\"",
+                                             "field-2: \"w:3f\"",     "field-3: \"n:2i\"",
+                                             "field-4: \"note:12c\"", "field-5: \"z:1f\""};
 
 struct TableRow {
     int32_t id;
@@ -686,8 +713,8 @@ Bytes TableCsv(const std::vector<TableRow> &rows) {
     Bytes csv = "note,id,tag,w[0],w[1],w[2],n[0],n[1],z\r\n";
     for (const TableRow &r : rows)
         csv += quote(r.note) + "," + std::to_string(r.id) + "," + quote(r.tag) + "," + number(r.w[0]) + "," +
-               number(r.w[1]) + "," + number(r.w[2]) + "," + std::to_string(r.n[0]) + ", " + std::to_string(r.n[1]) +
-               " ," + number(r.z) + "\r\n";
+               number(r.w[1]) + "," + number(r.w[2]) + "," + std::to_string(r.n[0]) + ", " +
+               std::to_string(r.n[1]) + " ," + number(r.z) + "\r\n";
     return csv;
 }
 
@@ -751,16 +778,19 @@ TEST_F(Halvern, TablesRoundTripThroughCsvAndKeepEveryValue) {
     std::string want;
     for (const TableRow &row : rows) {
         auto d = [](double v) { return HexOf(&v, 8); };
-        want += "9 " + std::to_string(row.id) + " " + HexOf(row.tag.data(), row.tag.size()) + " " + d(row.w[0]) +
-                " " + d(row.w[1]) + " " + d(row.w[2]) + " " + std::to_string(row.n[0]) + " " +
-                std::to_string(row.n[1]) + " " + HexOf(row.note.data(), row.note.size()) + " " + d(row.z) + "\n";
+        want += "9 " + std::to_string(row.id) + " " + HexOf(row.tag.data(), row.tag.size()) + " " +
+                d(row.w[0]) + " " + d(row.w[1]) + " " + d(row.w[2]) + " " + std::to_string(row.n[0]) + " " +
+                std::to_string(row.n[1]) + " " + HexOf(row.note.data(), row.note.size()) + " " + d(row.z) +
+                "\n";
     }
     EXPECT_EQ(seen.out, want);
 
     // A table of the other byte order, in two chunks: shown, exported and
     // imported into this machine's order.
-    Bytes first = Packed({rows.begin(), rows.begin() + 3}, true), second = Packed({rows.begin() + 3, rows.end()}, true);
-    WriteFile(Path("big.tbl"), TableFile(kTableInfo, std::to_string(kTableEntry), {first, second}, {3, 2}, true));
+    Bytes first = Packed({rows.begin(), rows.begin() + 3}, true),
+          second = Packed({rows.begin() + 3, rows.end()}, true);
+    WriteFile(Path("big.tbl"),
+              TableFile(kTableInfo, std::to_string(kTableEntry), {first, second}, {3, 2}, true));
     Result info = Run(Line("info @big.tbl"));
     ASSERT_EQ(info.status, 0) << info.err;
     for (const char *line :
@@ -799,7 +829,8 @@ TEST_F(Halvern, ImportRefusesBadFieldListsAndCells) {
     };
     for (const auto &c : fieldCases) {
         SCOPED_TRACE(c.fields);
-        EXPECT_EQ(ExpectRefused({"import-table", Path("in.csv"), c.fields, Path("out.tbl")}, c.phrase).status, 2);
+        EXPECT_EQ(ExpectRefused({"import-table", Path("in.csv"), c.fields, Path("out.tbl")}, c.phrase).status,
+                  2);
     }
     const struct {
         Bytes csv;
@@ -838,7 +869,8 @@ TEST_F(Halvern, ImportRefusesBadFieldListsAndCells) {
 }
 
 Bytes PixelStreamHeader(const std::string &encoding, const std::string &more = "") {
-    return "[ID]\nformat: pixelstream\nversion: 1.0-ascii\n\n" + more + "[Encoding]\n" + encoding + "\n\n[End]\f\n";
+    return "[ID]\nformat: pixelstream\nversion: 1.0-ascii\n\n" + more + "[Encoding]\n" + encoding +
+           "\n\n[End]\f\n";
 }
 
 TEST_F(Halvern, RunFeedsStandardInputThroughAFunction) {
@@ -847,12 +879,13 @@ TEST_F(Halvern, RunFeedsStandardInputThroughAFunction) {
     Result r = RunWithInput(Line("run invert @hdr @out"), "1 2 3\n4 5 6\n250 0 7 8 9 10");
     ASSERT_EQ(r.status, 0) << r.err;
     Bytes out = ReadFile(Path("out"));
-    EXPECT_EQ(HeaderKeys(out, {"format", "useStdin", "pixels"}), "pixelstream |  | 2") << "it holds its own pixels";
+    EXPECT_EQ(HeaderKeys(out, {"format", "useStdin", "pixels"}), "pixelstream |  | 2")
+        << "it holds its own pixels";
     EXPECT_EQ(Behind(out), " 254 253 252\n 251 250 249\n 5 255 248\n 247 246 245\n");
 
     // A shell pipeline, as a user types it.
-    std::string command = "printf '10 20 30\\n40 50 60\\n' | '" + std::string(HALVERN_PATH) + "' run invert '" +
-                          Path("hdr") + "' '" + Path("piped") + "'";
+    std::string command = "printf '10 20 30\\n40 50 60\\n' | '" + std::string(HALVERN_PATH) +
+                          "' run invert '" + Path("hdr") + "' '" + Path("piped") + "'";
     ASSERT_EQ(std::system(command.c_str()), 0);
     EXPECT_EQ(Behind(ReadFile(Path("piped"))), " 245 235 225\n 215 205 195\n");
 
@@ -865,7 +898,8 @@ TEST_F(Halvern, RunFeedsStandardInputThroughAFunction) {
 
     // Input that stops inside a pixel, or inside a scanline of the Raster
     // width, is refused and leaves no output.
-    for (auto [input, phrase] : {std::pair{"1 2 3 4 5", "middle of a pixel"}, {"1 2 3 4 5 6 7 8 9", "middle of a scanline"}}) {
+    for (auto [input, phrase] :
+         {std::pair{"1 2 3 4 5", "middle of a pixel"}, {"1 2 3 4 5 6 7 8 9", "middle of a scanline"}}) {
         r = RunWithInput(Line("run invert @hdr @cut"), input);
         EXPECT_NE(r.status, 0);
         EXPECT_NE(r.err.find(phrase), std::string::npos) << r.err;
@@ -909,41 +943,53 @@ TEST_F(Halvern, RefusesDamagedAndHostileFiles) {
         {kImage, "too few bytes per line", HeaderText(l, "internal", "", "50") + data, "bytes per scanline"},
         {kImage, "width 0", HeaderText(l, "internal", "", "0") + data, "width is 0"},
         {kImage, "no scanlines at all", HeaderText(l, "internal", "", "", "0"), "holds no scanlines"},
-        {kImage, "huge width", HeaderText(l, "internal", "", "2000000000") + data, "more than this host handles"},
+        {kImage, "huge width", HeaderText(l, "internal", "", "2000000000") + data,
+         "more than this host handles"},
         {kImage, "huge height", HeaderText(l, "internal", "", "", "2000000000") + data, "cut short"},
         {kImage, "not a header", "P5\n5 7\n255\n" + data, "not a stored image"},
         {kImage, "empty file", "", "not a stored image"},
         {kImage, "unknown format", "[ID]\nformat: nosuch\nversion: 1.0\n\n[End]\f\n" + data, "\"nosuch\""},
         {kExt, "length far beyond the file", ext + ExtRecord(0xFFFFFFF0u, 1, 0, false) + line, "damaged"},
         {kExt, "length beyond the file", ext + ExtRecord(1000, 1, 0, false) + line, "damaged"},
-        {kExt, "length against lines", ext + ExtRecord(l.LineBytes() - 1, 1, 0, false) + line.substr(1), "scanline"},
+        {kExt, "length against lines", ext + ExtRecord(l.LineBytes() - 1, 1, 0, false) + line.substr(1),
+         "scanline"},
         {kExt, "lines against length", ext + ExtRecord(l.LineBytes(), 2, 0, false) + line, "damaged"},
         {kExt, "record cut short", ext + ExtRecord(l.LineBytes(), 1, 0, false).substr(0, 9), "damaged"},
-        {kExt, "more lines than the header", ext + ExtRecord(8 * l.LineBytes(), 8, 0, false) + Bytes(8 * l.LineBytes(), 'y'),
-         "more scanlines"},
-        {kExt, "fewer lines than the header", ext + ExtRecord(l.LineBytes(), 1, 0, false) + line, "cut short"},
+        {kExt, "more lines than the header",
+         ext + ExtRecord(8 * l.LineBytes(), 8, 0, false) + Bytes(8 * l.LineBytes(), 'y'), "more scanlines"},
+        {kExt, "fewer lines than the header", ext + ExtRecord(l.LineBytes(), 1, 0, false) + line,
+         "cut short"},
         {kSpectrum, "text cut inside a measurement", ascii + text.substr(0, text.size() - 9),
          "it ends after 2 of the 3 measurements"},
-        {kSpectrum, "a word among the numbers", ascii + text.substr(0, 40) + " blue\n" + text.substr(40), "cut short"},
-        {kSpectrum, "floats cut short", SpectrumHeader("1.0-binary", SpectrumKeys(5, 3)) + raw.substr(0, 40), "cut short"},
-        {kSpectrum, "floats end inside a measurement", SpectrumHeader("1.0-binary", SpectrumKeys(5, 0)) + raw.substr(0, 50),
+        {kSpectrum, "a word among the numbers", ascii + text.substr(0, 40) + " blue\n" + text.substr(40),
+         "cut short"},
+        {kSpectrum, "floats cut short", SpectrumHeader("1.0-binary", SpectrumKeys(5, 3)) + raw.substr(0, 40),
+         "cut short"},
+        {kSpectrum, "floats end inside a measurement",
+         SpectrumHeader("1.0-binary", SpectrumKeys(5, 0)) + raw.substr(0, 50),
          "ends in the middle of a measurement"},
         {kSpectrum, "no samples", SpectrumHeader("1.0-binary", SpectrumKeys(0, 3)) + raw, "no samples"},
         {kSpectrum, "text where numbers belong",
-         SpectrumHeader("1.0-ascii", {"numberOfSamples: five", "startWaveLength: 400", "samplingInterval: 10"}) + text,
+         SpectrumHeader("1.0-ascii",
+                        {"numberOfSamples: five", "startWaveLength: 400", "samplingInterval: 10"}) +
+             text,
          "no samples"},
         {kSpectrum, "a huge measurement", SpectrumHeader("1.0-binary", SpectrumKeys(100000000, 1)) + raw,
          "more than this host handles"},
-        {kSpectrum, "samples beyond 32-bit bytes", SpectrumHeader("1.0-ascii", SpectrumKeys(2000000000, 1)) + text, rule},
-        {kSpectrum, "huge measurement counts, binary", SpectrumHeader("1.0-binary", SpectrumKeys(5, 4000000000u)) + raw,
-         "cut short"},
-        {kSpectrum, "huge measurement counts, text", SpectrumHeader("1.0-ascii", SpectrumKeys(5, 4000000000u)) + text,
+        {kSpectrum, "samples beyond 32-bit bytes",
+         SpectrumHeader("1.0-ascii", SpectrumKeys(2000000000, 1)) + text, rule},
+        {kSpectrum, "huge measurement counts, binary",
+         SpectrumHeader("1.0-binary", SpectrumKeys(5, 4000000000u)) + raw, "cut short"},
+        {kSpectrum, "huge measurement counts, text",
+         SpectrumHeader("1.0-ascii", SpectrumKeys(5, 4000000000u)) + text,
          "it ends after 3 of the 4000000000 measurements"},
         {kSpectrum, "a table that doesn't rise",
-         SpectrumHeader("1.0-ascii", {"numberOfSamples: 5", "wavelengths: 400 410 410 420 430"}) + text, rule},
+         SpectrumHeader("1.0-ascii", {"numberOfSamples: 5", "wavelengths: 400 410 410 420 430"}) + text,
+         rule},
         {kSpectrum, "a table longer than 500",
          SpectrumHeader("1.0-ascii", {"numberOfSamples: 600", "wavelengths: 400 401 402"}) + text, rule},
-        {kSpectrum, "neither table nor interval", SpectrumHeader("1.0-ascii", {"numberOfSamples: 5"}) + text, rule},
+        {kSpectrum, "neither table nor interval", SpectrumHeader("1.0-ascii", {"numberOfSamples: 5"}) + text,
+         rule},
         {kSpectrum, "no data", SpectrumHeader("1.0-ascii", SpectrumKeys(5, 0)), "holds no"},
         {kTable, "fewer", TableFile(entries5, "61", {two}, {2}), "holds 2 of the 5 entries its header gives"},
         {kTable, "more", TableFile(entries5, "61", {two + two, two}, {4, 2}), "more entries than the 5"},
@@ -954,23 +1000,30 @@ TEST_F(Halvern, RefusesDamagedAndHostileFiles) {
         {kTable, "lines", TableFile(kTableInfo, "61", {two}, {3}), "a chunk holds 122 bytes for 3 entries"},
         {kTable, "cut", whole.substr(0, whole.size() - 10), "data end inside a chunk"},
         {kExt, "no parts", PixelStreamHeader("imageParts: 0 0 0\nbits/sample: 8") + "1 2 3\n", "separations"},
-        {kExt, "12 bits", PixelStreamHeader("imageParts: 1 0 0\nbits/sample: 12") + "1 2 3\n", "12 bits per sample"},
-        {kExt, "64 bits", PixelStreamHeader("imageParts: 1 0 0\nbits/sample: 64") + "1 2\n", "64 bits per sample"},
-        {kExt, "huge parts", PixelStreamHeader("imageParts: 100000000 0 0\nbits/sample: 8") + "1\n", "separations"},
-        {kExt, "huge width", PixelStreamHeader("imageParts: 3 0 0\nbits/sample: 8", "[Raster]\npixels: 2000000000\n\n"),
+        {kExt, "12 bits", PixelStreamHeader("imageParts: 1 0 0\nbits/sample: 12") + "1 2 3\n",
+         "12 bits per sample"},
+        {kExt, "64 bits", PixelStreamHeader("imageParts: 1 0 0\nbits/sample: 64") + "1 2\n",
+         "64 bits per sample"},
+        {kExt, "huge parts", PixelStreamHeader("imageParts: 100000000 0 0\nbits/sample: 8") + "1\n",
+         "separations"},
+        {kExt, "huge width",
+         PixelStreamHeader("imageParts: 3 0 0\nbits/sample: 8", "[Raster]\npixels: 2000000000\n\n"),
          "scanlines have no bytes"},
-        {kExt, "not a number", PixelStreamHeader("imageParts: 2 0 0\nbits/sample: 8") + "1 2 x 4\n", "no number"},
+        {kExt, "not a number", PixelStreamHeader("imageParts: 2 0 0\nbits/sample: 8") + "1 2 x 4\n",
+         "no number"},
         {kExt, "pixr chunk longer than the file",
-         pixr + "2\nscanlines: 1\n\n[Encoding]\nparts: 1 0 0\nbytes/sl: 2\nbits/sample: 8\ninterleave: scanline\n\n"
-                "[End]\f\n" + ExtRecord(0x7FFFFFF0, 1, 0, false) + "ab",
+         pixr + "2\nscanlines: 1\n\n[Encoding]\nparts: 1 0 0\nbytes/sl: 2\nbits/sample: 8\n"
+                "interleave: scanline\n\n[End]\f\n" + ExtRecord(0x7FFFFFF0, 1, 0, false) + "ab",
          "damaged"},
-        {kExt, "pixr with no pixels", pixr + "0\n\n[Encoding]\nparts: 1 0 0\nbits/sample: 8\n\n[End]\f\n", "width is 0"},
+        {kExt, "pixr with no pixels", pixr + "0\n\n[Encoding]\nparts: 1 0 0\nbits/sample: 8\n\n[End]\f\n",
+         "width is 0"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         WriteFile(Path("bad"), c.file);
         for (size_t i = 0; i < commands[c.kind].size(); ++i) {
-            Result r = ExpectRefused(Line(commands[c.kind][i]), i == 0 || c.kind >= kSpectrum ? c.phrase : "");
+            Result r =
+                ExpectRefused(Line(commands[c.kind][i]), i == 0 || c.kind >= kSpectrum ? c.phrase : "");
             if (c.kind == kTable && i == 1) {
                 EXPECT_EQ(r.status, 1);
                 EXPECT_NE(r.out.find("format:        info"), std::string::npos) << r.out;
@@ -987,7 +1040,8 @@ TEST_F(Halvern, RefusesBadCommandLinesAndWrongKindsOfInput) {
     Bytes compressed = HeaderText(l, "internal");
     compressed.insert(compressed.find("[Origin]"), "[Compression]\ncompressors: lzw (level 3)\n\n");
     WriteFile(Path("z"), compressed + "not really compressed, but nobody here looks");
-    WriteFile(Path("a.hvs"), SpectrumHeader("1.0-ascii", SpectrumKeys(5, 3)) + SpectrumText(SpectrumValues(5, 3)));
+    WriteFile(Path("a.hvs"),
+              SpectrumHeader("1.0-ascii", SpectrumKeys(5, 3)) + SpectrumText(SpectrumValues(5, 3)));
     WriteFile(Path("t.tbl"), TableFile(kTableInfo, "61", {TableRows()[0].Packed()}, {1}));
     const std::string images = "only internal, image-ext, pixr and pixelstream";
     const struct {

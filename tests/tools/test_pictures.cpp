@@ -169,12 +169,13 @@ TEST_F(Pictures, NetpbmPlainAndBinaryOfBothDepths) {
         for (bool wide : {false, true}) {
             SCOPED_TRACE(std::to_string(samples) + (wide ? " 16-bit" : " 8-bit"));
             std::vector<uint32_t> values = Words(width * height * samples, samples, wide ? 0xFFFF : 0xFF);
-            std::string head = "\n# made by the test\n" + std::to_string(width) + " " + std::to_string(height) +
-                               "\n" + (wide ? "65535" : "255") + "\n";
+            std::string head = "\n# made by the test\n" + std::to_string(width) + " " +
+                               std::to_string(height) + "\n" + (wide ? "65535" : "255") + "\n";
             std::string plainText;
             for (uint32_t v : values)
                 plainText += std::to_string(v) + (plainText.size() % 60 > 50 ? "\n" : " ");
-            Bytes binary = StoreSamples(values, wide ? 16 : 8, true), stored = StoreSamples(values, wide ? 16 : 8, false);
+            Bytes binary = StoreSamples(values, wide ? 16 : 8, true),
+                  stored = StoreSamples(values, wide ? 16 : 8, false);
             WriteFile(Path("plain.pnm"), (samples == 1 ? "P2" : "P3") + head + plainText);
             std::string magic = samples == 1 ? "5" : "6";
             WriteFile(Path("binary.pnm"), "P" + magic + head + binary);
@@ -184,7 +185,8 @@ TEST_F(Pictures, NetpbmPlainAndBinaryOfBothDepths) {
             // Pillow reads (16-bit colour only as its top 8 bits).
             std::string extension = samples == 1 ? ".pgm" : ".ppm";
             ASSERT_EQ(Run(Line("export @plain.hv @out" + extension)).status, 0);
-            EXPECT_EQ(ReadFile(Path("out" + extension)), "P" + magic + "\n6 5\n" + (wide ? "65535" : "255") + "\n" + binary);
+            EXPECT_EQ(ReadFile(Path("out" + extension)),
+                      "P" + magic + "\n6 5\n" + (wide ? "65535" : "255") + "\n" + binary);
             std::vector<uint32_t> top;
             for (uint32_t v : values)
                 top.push_back(v >> 8);
@@ -216,8 +218,11 @@ struct TiffLayout {
 
 // values: the pixel-interleaved samples, row after row.
 Bytes HandTiff(const TiffLayout &l, const std::vector<uint32_t> &values) {
-    auto word16 = [&](uint32_t v) { return l.big ? Bytes{(char)(v >> 8), (char)v} : Bytes{(char)v, (char)(v >> 8)}; };
-    Bytes t = (l.big ? Bytes("MM\0*", 4) : Bytes("II*\0", 4)) + Word32(0, l.big); // the directory's offset, set last
+    auto word16 = [&](uint32_t v) {
+        return l.big ? Bytes{(char)(v >> 8), (char)v} : Bytes{(char)v, (char)(v >> 8)};
+    };
+    // The directory's offset comes in last, in place of the zero.
+    Bytes t = (l.big ? Bytes("MM\0*", 4) : Bytes("II*\0", 4)) + Word32(0, l.big);
     uint32_t planes = l.separate ? l.samples : 1, perPlane = l.separate ? 1 : l.samples;
     uint32_t pieceWidth = l.tiled ? l.tile : l.width, pieceRows = l.tiled ? l.tile : l.rowsPerStrip;
     uint32_t across = (l.width + pieceWidth - 1) / pieceWidth, down = (l.height + pieceRows - 1) / pieceRows;
@@ -231,7 +236,8 @@ Bytes HandTiff(const TiffLayout &l, const std::vector<uint32_t> &values) {
                     for (uint32_t x = tx * pieceWidth; x < tx * pieceWidth + pieceWidth; ++x)
                         for (uint32_t s = 0; s < perPlane; ++s) {
                             bool inside = x < l.width && y < l.height; // tiles run past the edge
-                            uint32_t v = inside ? values[((size_t)y * l.width + x) * l.samples + p + s] : 0xABCD;
+                            uint32_t v =
+                                inside ? values[((size_t)y * l.width + x) * l.samples + p + s] : 0xABCD;
                             t += l.bits == 8 ? Bytes(1, (char)v) : word16(v);
                         }
                 counts.push_back((uint32_t)t.size() - offsets.back());
@@ -271,7 +277,8 @@ Bytes HandTiff(const TiffLayout &l, const std::vector<uint32_t> &values) {
     t += word16((uint32_t)entries.size());
     for (const Entry &e : entries) // shorts stand left-justified in the value
         t += word16(e.tag) + word16(e.type) + Word32(e.count, l.big) +
-             (e.type == 3 && e.count <= 2 ? word16(e.value & 0xFFFF) + word16(e.value >> 16) : Word32(e.value, l.big));
+             (e.type == 3 && e.count <= 2 ? word16(e.value & 0xFFFF) + word16(e.value >> 16)
+                                          : Word32(e.value, l.big));
     return t + Word32(0, l.big);
 }
 
@@ -286,11 +293,11 @@ TEST_F(Pictures, TiffOfStripsTilesPlanesAndByteOrders) {
                         TiffLayout l{.samples = samples, .bits = bits, .big = big, .tiled = tiled,
                                      .separate = separate, .alpha = samples == 4,
                                      .photometric = (uint16_t)(samples == 1 ? 1 : 2)};
-                        SCOPED_TRACE(std::string(tiled ? "tiled" : "stripped") + (separate ? " separate" : "") +
-                                     (big ? " big" : " little") + " " + std::to_string(bits) + "-bit, " +
-                                     std::to_string(samples) + " samples");
-                        std::vector<uint32_t> values =
-                            Words((size_t)l.width * l.height * samples, bits + samples, bits == 8 ? 0xFF : 0xFFFF);
+                        SCOPED_TRACE(std::string(tiled ? "tiled" : "stripped") +
+                                     (separate ? " separate" : "") + (big ? " big" : " little") + " " +
+                                     std::to_string(bits) + "-bit, " + std::to_string(samples) + " samples");
+                        std::vector<uint32_t> values = Words((size_t)l.width * l.height * samples,
+                                                             bits + samples, bits == 8 ? 0xFF : 0xFFFF);
                         WriteFile(Path("in.tif"), HandTiff(l, values));
                         ExpectImported("in.tif", "in.hv", StoreSamples(values, bits, false));
                         EXPECT_EQ(HeaderKey(ReadFile(Path("in.hv")), "imageParts"),
@@ -340,8 +347,9 @@ TEST_F(Pictures, DamagedAndHostilePicturesAreRefusedWithNothingLeft) {
     // stop after the header; netpbm headers that lie or overflow.
     auto png = [](uint32_t size, const char *form) {
         const Bytes data = PngChunk("IDAT", Bytes("\x78\x9c\x63\x60", 4));
-        return "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", Word32(size, true) + Word32(size, true) + Bytes(form, 5)) +
-               data + PngChunk("IEND", "");
+        return "\x89PNG\r\n\x1a\n" +
+               PngChunk("IHDR", Word32(size, true) + Word32(size, true) + Bytes(form, 5)) + data +
+               PngChunk("IEND", "");
     };
     const struct {
         std::string name;
@@ -374,10 +382,12 @@ TEST_F(Pictures, ImageExtAndEitherByteOrderStoreTheSameSamples) {
     WriteFile(Path("in.ppm"), "P6 4 3 65535\n" + words);
     for (const char *order : {"big", "little"}) {
         SCOPED_TRACE(order);
-        Result r = Run({"import", Path("in.ppm"), Path("ext.hv"), "--format", "image-ext", "--byte-order", order});
+        Result r =
+            Run({"import", Path("in.ppm"), Path("ext.hv"), "--format", "image-ext", "--byte-order", order});
         ASSERT_EQ(r.status, 0) << r.err;
         Bytes file = ReadFile(Path("ext.hv"));
-        EXPECT_EQ(HeaderKeys(file, {"format", "architecture"}), std::string("image-ext | type ") + (order[0] == 'b' ? "1" : "2"));
+        EXPECT_EQ(HeaderKeys(file, {"format", "architecture"}),
+                  std::string("image-ext | type ") + (order[0] == 'b' ? "1" : "2"));
         // Out again as netpbm: the same words whatever the stored order.
         ASSERT_EQ(Run({"export", Path("ext.hv"), Path("out.ppm")}).status, 0);
         EXPECT_EQ(ReadFile(Path("out.ppm")), "P6\n4 3\n65535\n" + words);
