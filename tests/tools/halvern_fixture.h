@@ -322,8 +322,9 @@ class Halvern : public ::testing::Test {
 
     // Makes the FIFOs (names in the temp dir) that a halvern started with
     // args reads as inputs, so that an interrupt lands mid-run for certain:
-    // the header and `before` of the image's lines go down each, then SIGINT,
-    // then the rest for as long as halvern reads.  What halvern said.
+    // once halvern has opened them all, the header and `before` of the
+    // image's lines go down each, then SIGINT, then the rest for as long as
+    // halvern reads.  What halvern said.
     Result RunInterrupted(const Args &args, const std::vector<std::string> &fifos, const Layout &l,
                           uint32_t before) {
         for (const std::string &fifo : fifos)
@@ -335,12 +336,13 @@ class Halvern : public ::testing::Test {
             return write(fd, bytes.data(), bytes.size()) == (ssize_t)bytes.size();
         };
         std::vector<int> writers;
-        for (const std::string &fifo : fifos) {
+        for (const std::string &fifo : fifos)
             writers.push_back(open(Path(fifo).c_str(), O_WRONLY)); // returns once halvern opened it
-            bool sent = send(writers.back(), header);
+        for (int fd : writers) {
+            bool sent = send(fd, header);
             for (uint32_t i = 0; sent && i < before; ++i)
-                sent = send(writers.back(), line);
-            EXPECT_TRUE(sent) << fifo;
+                sent = send(fd, line);
+            EXPECT_TRUE(sent);
         }
         EXPECT_EQ(kill(pid, SIGINT), 0);
         for (int fd : writers) {
