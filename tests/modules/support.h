@@ -1,6 +1,6 @@
 /*
- * modules_support.h - what the module tests share: a temporary directory
- * with files in it, and an engine started on a chosen data path.
+ * tests/modules/support.h - what the module tests share: a temporary
+ * directory with files in it, and an engine started on a chosen data path.
  */
 #ifndef HALV_TEST_MODULES_SUPPORT_H
 #define HALV_TEST_MODULES_SUPPORT_H
@@ -40,6 +40,16 @@ class Engine {
 
   private:
     int started_;
+};
+
+/* A data path of its own whose registry file holds registry, and the
+ * engine started on it. */
+struct Registered {
+    TempDir dir;
+    Engine engine;
+    explicit Registered(const std::string &registry)
+        : engine((dir.Write("hvregistry.dot", registry), dir.path())) {}
+    int started() const { return engine.started(); }
 };
 
 /* Names of a description array, in order. */

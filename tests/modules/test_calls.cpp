@@ -1,16 +1,12 @@
 /*
- * tests/modules/test_calls.cpp - a function driven by name, or from flat
- * data only: binary arguments and 'B' 'H' blocks in, the output header out
- * as a block.
+ * tests/modules/test_calls.cpp - a function driven from flat data only:
+ * binary arguments and 'B' 'H' blocks in, the output header out as a block.
  */
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "modules/support.h"
-
-using modtest::Engine;
-using modtest::TempDir;
 
 namespace {
 
@@ -141,28 +137,4 @@ TEST(ModuleCalls, RefusalsReleaseEverything) {
     EXPECT_EQ(HalvCallInitBin(&kModule, 0, nullptr, 2, mixed, 0, &state), 2);
     EXPECT_EQ(seen.sites, std::vector<std::string>{"site 3"});
     EndRecorder(state);
-}
-
-TEST(ModuleCalls, ByNameThroughTheRegisteredBundles) {
-    TempDir dir;
-    dir.Write("hvregistry.dot", "[libraries]\nrequired: halv\n");
-    Engine engine(dir.path());
-    ASSERT_EQ(engine.started(), 1);
-    int32_t bits = 8;
-    intptr_t list[] = {(intptr_t) "bits:i", (intptr_t)&bits, 0, 1};
-    HalvState *state = nullptr;
-    EXPECT_EQ(HalvCallInitByName("no-such-function", list, &state), 0);
-    EXPECT_EQ(state, nullptr);
-    EXPECT_EQ(HalvCallInitByName("copy", nullptr, &state), 0);
-    EXPECT_EQ(HalvCallInitByName("copy", list, nullptr), 0);
-    ASSERT_EQ(HalvCallInitByName("copy", list, &state), 1);
-    ASSERT_NE(state, nullptr);
-    EXPECT_EQ(HalvGetStatus(state), 1);
-    HalvInitPoint init = nullptr;
-    EXPECT_EQ(HalvLoadInitPointByName("copy", &init), 1);
-    EXPECT_NE(init, nullptr);
-    HalvInitPoint untouched = reinterpret_cast<HalvInitPoint>(&seen);
-    EXPECT_EQ(HalvLoadInitPointByName("no-such-function", &untouched), 0);
-    EXPECT_EQ(untouched, reinterpret_cast<HalvInitPoint>(&seen));
-    EXPECT_EQ(HalvAbsoluteCallEnd(state), 1);
 }

@@ -12,14 +12,18 @@
 
 #include "streams/file_fixture.h"
 
+using modtest::AllNames;
 using modtest::Engine;
 using modtest::Names;
+using modtest::Registered;
 using modtest::Strings;
 using modtest::TempDir;
+using Texts = std::vector<std::string>;
 
 namespace {
 
-const std::vector<std::string> kHalvFunctions = {"copy", "invert", "gain", "threshold"};
+const Texts kHalvFunctions = {"copy", "invert", "gain", "threshold"};
+const Texts kExtraFunctions = {"describe-only", "fill"};
 
 /* Debug text collected through the logging callback. */
 std::string traces;
@@ -44,11 +48,8 @@ struct TraceCapture {
 } // namespace
 
 TEST(ModulesRegistry, RegistryFileLoadsTheSampleBundleAndDescribesIt) {
-    TempDir dir;
-    dir.Write("hvregistry.dot", "# the sample bundle\n[libraries]\nrequired: halv\n");
-    Engine engine(dir.path());
-    ASSERT_EQ(engine.started(), 1);
-
+    Registered session("# the sample bundle\n[libraries]\nrequired: halv\n");
+    ASSERT_EQ(session.started(), 1);
     HalvFuncDesc **all = nullptr;
     ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
     EXPECT_EQ(Names(all), kHalvFunctions);
@@ -71,33 +72,24 @@ TEST(ModulesRegistry, RegistryFileLoadsTheSampleBundleAndDescribesIt) {
     }
     EXPECT_EQ(Strings(all[2]->args)[0].rfind("factor:d", 0), 0u);
     HalvFreeSmartArray(all);
-
     HalvFuncDesc *desc = HalvAllocFuncDesc();
     ASSERT_EQ(HalvFindAndReadFuncDesc("threshold", desc), 1);
     EXPECT_STREQ(desc->name, "threshold");
-    EXPECT_EQ(Strings(desc->categories), (std::vector<std::string>{"point", "tone"}));
+    EXPECT_EQ(Strings(desc->categories), (Texts{"point", "tone"}));
     HalvFreeFuncDesc(desc);
-
-    HalvInitPoint init = nullptr;
-    EXPECT_EQ(HalvLoadInitPointByName("invert", &init), 1);
-    EXPECT_NE(init, nullptr);
 }
 
 TEST(ModulesRegistry, SectionsAndLabelsIgnoreCaseAndVariablesComeFirst) {
-    TempDir dir;
-    dir.Write("hvregistry.dot", "stray: before any section\n"
-                                "[Variables]\nHALV_TEST_BUNDLE_NAME: extra\n"
-                                "[elsewhere]\nrequired: nosuchbundle\n"
-                                "[LIBRARIES]\nOPTIONAL: extra\nRequired: halv\nsomething: else\n");
-    Engine engine(dir.path());
-    ASSERT_EQ(engine.started(), 1);
+    Registered session("stray: before any section\n[Variables]\nHALV_TEST_BUNDLE_NAME: extra\n"
+                       "[elsewhere]\nrequired: nosuchbundle\n"
+                       "[LIBRARIES]\nOPTIONAL: extra\nRequired: halv\nsomething: else\n");
+    ASSERT_EQ(session.started(), 1);
     EXPECT_STREQ(HalvGetenv("HALV_TEST_BUNDLE_NAME"), "extra");
-
     HalvFuncDesc **all = nullptr;
     ASSERT_EQ(HalvFindAllFuncDesc(&all), 1);
     /* newest first: halv was registered after extra; "ghost" is listed by
      * extra but not given, so it is left out */
-    EXPECT_EQ(Names(all), (std::vector<std::string>{"copy", "invert", "gain", "threshold", "describe-only", "fill"}));
+    EXPECT_EQ(Names(all), (Texts{"copy", "invert", "gain", "threshold", "describe-only", "fill"}));
     EXPECT_EQ(all[4]->inputs, 2);
     EXPECT_EQ(all[4]->outputs, 0);
     EXPECT_EQ(all[4]->initPoint, nullptr);
@@ -107,11 +99,11 @@ TEST(ModulesRegistry, SectionsAndLabelsIgnoreCaseAndVariablesComeFirst) {
 
     /* a module without an init point gives none by name */
     HalvInitPoint init = reinterpret_cast<HalvInitPoint>(&traces);
-    EXPECT_EQ(HalvLoadInitPointByName("describe-only", &init), 0);
+    for (const char *none : {"describe-only", "ghost", "no-such-function"})
+        EXPECT_EQ(HalvLoadInitPointByName(none, &init), 0) << none;
     EXPECT_EQ(init, reinterpret_cast<HalvInitPoint>(&traces));
-    EXPECT_EQ(HalvLoadInitPointByName("ghost", &init), 0);
-    EXPECT_EQ(HalvLoadInitPointByName("no-such-function", &init), 0);
-    EXPECT_EQ(init, reinterpret_cast<HalvInitPoint>(&traces));
+    EXPECT_EQ(HalvLoadInitPointByName("invert", &init), 1);
+    EXPECT_NE(init, nullptr);
 
     /* the other bundle's function runs by name */
     unsigned char bytes[5] = {1, 2, 3, 4, 5};
@@ -124,91 +116,59 @@ TEST(ModulesRegistry, SectionsAndLabelsIgnoreCaseAndVariablesComeFirst) {
     uint32_t outBytes = 0, outLines = 0;
     ASSERT_EQ(HalvProcessSISO(state, bytes, 5, 1, &out, &outBytes, &outLines), 1);
     EXPECT_EQ(outBytes, 5u);
-    for (unsigned char b : bytes)
-        EXPECT_EQ(b, 0x5A);
+    EXPECT_EQ(std::string((char *)bytes, 5), std::string(5, 0x5A));
     EXPECT_EQ(HalvCallEnd(state), 1);
 }
 
-TEST(ModulesRegistry, FailingBundlesAtStartUp) {
-    {
-        SCOPED_TRACE("a required bundle that isn't there fails start-up, earlier ones stay");
-        TempDir dir;
-        dir.Write("hvregistry.dot", "[libraries]\nrequired: extra\nrequired: nosuchbundle\noptional: halv\n");
-        TraceCapture capture;
-        Engine engine(dir.path());
-        EXPECT_EQ(engine.started(), 0);
-        EXPECT_NE(traces.find("Failed to open shared library<nosuchbundle>.\n"), std::string::npos);
-        EXPECT_NE(traces.find("Failed to register the library<nosuchbundle>.\n"), std::string::npos);
-        EXPECT_EQ(modtest::AllNames(), (std::vector<std::string>{"describe-only", "fill"}));
-        /* started once all the same: one end pass stops it */
-        EXPECT_EQ(HalvernEnd(), 1);
-        EXPECT_EQ(HalvernInit(), 0); /* a new first start reads the registry again */
-    }
-    {
-        SCOPED_TRACE("optional bundles that are missing or broken are passed over");
-        TempDir dir;
-        dir.Write("hvregistry.dot", "[libraries]\noptional: nosuchbundle\noptional: oldmajor\n"
-                                    "optional: nolist\nrequired: halv\n");
-        TraceCapture capture;
-        Engine engine(dir.path());
-        EXPECT_EQ(engine.started(), 1);
-        EXPECT_NE(traces.find("Library bundle 'oldmajor' opened with a different Halvern major version 2."),
-                  std::string::npos);
-        EXPECT_NE(traces.find("Registered the library halv with a version of 3.8.0 and timestamp of"),
-                  std::string::npos);
-        EXPECT_EQ(modtest::AllNames(), kHalvFunctions);
-    }
-    for (const char *broken : {"oldmajor", "nolist"}) {
-        SCOPED_TRACE(std::string("a required bundle that is broken: ") + broken);
-        TempDir dir;
-        dir.Write("hvregistry.dot", std::string("[libraries]\nrequired: ") + broken + "\n");
-        Engine engine(dir.path());
-        EXPECT_EQ(engine.started(), 0);
-        EXPECT_TRUE(modtest::AllNames().empty());
-    }
-}
-
-TEST(ModulesRegistry, WithoutRegistryFileTheHalvBundleIsOptional) {
-    TempDir dir; /* empty: no registry file on the path */
-    TraceCapture capture;
-    Engine engine(dir.path());
-    ASSERT_EQ(engine.started(), 1);
-    EXPECT_NE(traces.find("No registry file found, using default of halv.\n"), std::string::npos);
-    EXPECT_EQ(modtest::AllNames(), kHalvFunctions);
-}
-
-TEST(ModulesRegistry, MalformedRegistryFilesLoadWhatTheyCan) {
-    {
-        TempDir dir;
+TEST(ModulesRegistry, StartUpWithMissingBrokenAndMalformedEntries) {
+    struct Case {
+        const char *registry; /* null: no registry file at all */
+        int started;
+        Texts traces, names;
+    } cases[] = {
+        /* a required bundle that isn't there fails start-up; earlier ones stay */
+        {"[libraries]\nrequired: extra\nrequired: nosuchbundle\noptional: halv\n", 0,
+         {"Failed to open shared library<nosuchbundle>.\n",
+          "Failed to register the library<nosuchbundle>.\n"},
+         kExtraFunctions},
+        /* optional bundles that are missing or broken are passed over */
+        {"[libraries]\noptional: nosuchbundle\noptional: oldmajor\noptional: nolist\nrequired: halv\n", 1,
+         {"Library bundle 'oldmajor' opened with a different Halvern major version 2.",
+          "Registered the library halv with a version of 3.8.0 and timestamp of"},
+         kHalvFunctions},
+        {"[libraries]\nrequired: oldmajor\n", 0, {}, {}},
+        {"[libraries]\nrequired: nolist\n", 0, {}, {}},
+        /* without a registry file the halv bundle is optional */
+        {nullptr, 1, {"No registry file found, using default of halv.\n"}, kHalvFunctions},
         /* a label with no value at the very end is dropped */
-        dir.Write("hvregistry.dot", "[libraries]\noptional: extra\n<item>\n\"a string\"\nrequired:");
-        Engine engine(dir.path());
-        EXPECT_EQ(engine.started(), 1);
-        EXPECT_EQ(modtest::AllNames(), (std::vector<std::string>{"describe-only", "fill"}));
-    }
-    {
+        {"[libraries]\noptional: extra\n<item>\n\"a string\"\nrequired:", 1, {}, kExtraFunctions},
+        {"", 1, {}, {}}, /* empty, but there: no default bundle */
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.registry ? c.registry : "(no registry file)");
         TempDir dir;
-        /* a bundle name far past any buffer: refused, not a crash */
-        dir.Write("hvregistry.dot", "[libraries]\noptional: " + std::string(5000, 'x') + "\nrequired: " +
-                                        std::string(60, 'y') + "\n");
+        if (c.registry != nullptr)
+            dir.Write("hvregistry.dot", c.registry);
+        TraceCapture capture;
         Engine engine(dir.path());
-        EXPECT_EQ(engine.started(), 0);
+        EXPECT_EQ(engine.started(), c.started);
+        for (const std::string &trace : c.traces)
+            EXPECT_NE(traces.find(trace), std::string::npos) << trace;
+        EXPECT_EQ(AllNames(), c.names);
     }
-    {
-        TempDir dir;
-        dir.Write("hvregistry.dot", ""); /* empty, but there: no default bundle */
-        Engine engine(dir.path());
-        EXPECT_EQ(engine.started(), 1);
-        EXPECT_TRUE(modtest::AllNames().empty());
-    }
+    /* a bundle name far past any buffer: refused, not a crash */
+    Registered hostile("[libraries]\noptional: " + std::string(5000, 'x') +
+                       "\nrequired: " + std::string(60, 'y'));
+    EXPECT_EQ(hostile.started(), 0);
+    /* a failed start is a start all the same: one end pass stops it, and a
+     * new first start reads the registry again */
+    EXPECT_EQ(HalvernEnd(), 1);
+    EXPECT_EQ(HalvernInit(), 0);
 }
 
 TEST(ModulesRegistry, SameBundleTwiceIsOneLibraryWithTwoRegistrations) {
-    TempDir dir;
-    dir.Write("hvregistry.dot", "[libraries]\nrequired: extra\noptional: extra\n");
-    Engine engine(dir.path());
-    ASSERT_EQ(engine.started(), 1);
-
+    Registered session("[libraries]\nrequired: extra\noptional: extra\n");
+    ASSERT_EQ(session.started(), 1);
     HalvLibrary *library = nullptr;
     ASSERT_EQ(HalvRegisterLibrary("extra", &library), 1);
     EXPECT_EQ(library->refCount, 3u);
@@ -216,12 +176,10 @@ TEST(ModulesRegistry, SameBundleTwiceIsOneLibraryWithTwoRegistrations) {
     ASSERT_NE(version, nullptr);
     EXPECT_EQ(version->major, 3);
     EXPECT_STREQ(version->version, "1.2.3");
-
     HalvFuncDesc **mine = nullptr;
     ASSERT_EQ(HalvGetAllLibraryFuncDesc(library, &mine), 1);
-    EXPECT_EQ(Names(mine), (std::vector<std::string>{"describe-only", "fill"}));
+    EXPECT_EQ(Names(mine), kExtraFunctions);
     HalvFreeSmartArray(mine);
-
     EXPECT_EQ(HalvUnregisterLibrary(library), 1);
     EXPECT_EQ(library->refCount, 2u);
     EXPECT_EQ(HalvUnregisterLibrary(nullptr), 0);
@@ -232,17 +190,13 @@ TEST(ModulesRegistry, SameBundleTwiceIsOneLibraryWithTwoRegistrations) {
 }
 
 TEST(ModulesRegistry, HostRegistrationsAndRefusals) {
-    TempDir dir;
-    dir.Write("hvregistry.dot", "[libraries]\n");
-    Engine engine(dir.path());
-    ASSERT_EQ(engine.started(), 1);
-
+    Registered session("[libraries]\n");
+    ASSERT_EQ(session.started(), 1);
     HalvLibrary *library = reinterpret_cast<HalvLibrary *>(&traces);
     EXPECT_EQ(HalvRegisterLibrary("nosuchbundle", &library), -1);
     EXPECT_EQ(library, nullptr);
-    EXPECT_EQ(HalvRegisterLibrary("oldmajor", &library), -1);
-    EXPECT_EQ(HalvRegisterLibrary("nolist", &library), -1);
-    EXPECT_EQ(HalvRegisterLibrary(std::string(40, 'z').c_str(), &library), -1);
+    for (const std::string &broken : {std::string("oldmajor"), std::string("nolist"), std::string(40, 'z')})
+        EXPECT_EQ(HalvRegisterLibrary(broken.c_str(), &library), -1) << broken;
     EXPECT_EQ(HalvRegisterLibrary(nullptr, &library), 0);
     EXPECT_EQ(HalvRegisterLibrary("halv", nullptr), 0);
 
@@ -251,7 +205,6 @@ TEST(ModulesRegistry, HostRegistrationsAndRefusals) {
     EXPECT_EQ(HalvFindAndReadFuncDesc("copy", desc), -1); /* nothing registered yet */
     EXPECT_EQ(desc->inputs, 77);
     EXPECT_EQ(desc->name, nullptr);
-
     ASSERT_EQ(HalvRegisterLibrary("halv", &library), 1);
     EXPECT_EQ(library->refCount, 1u);
     EXPECT_EQ(HalvFindAndReadFuncDesc("copy", desc), 1);
@@ -263,7 +216,7 @@ TEST(ModulesRegistry, HostRegistrationsAndRefusals) {
 
     EXPECT_EQ(HalvUnregisterLibrary(library), 1);
     EXPECT_EQ(HalvUnregisterLibrary(library), 0); /* gone from the list */
-    EXPECT_TRUE(modtest::AllNames().empty());
+    EXPECT_TRUE(AllNames().empty());
     EXPECT_EQ(HalvFindAllFuncDesc(nullptr), 0);
     HalvState *state = nullptr;
     intptr_t args[1] = {HALV_ARG_END};
@@ -271,60 +224,32 @@ TEST(ModulesRegistry, HostRegistrationsAndRefusals) {
     EXPECT_EQ(state, nullptr);
 }
 
-namespace {
-
-/* The start-up report as name -> (loaded, reason or path). */
-struct Outcome {
-    bool loaded;
-    bool optional;
-    std::string detail; /* the reason of a failure, the path of a load */
-    std::string version;
-};
-
-std::vector<std::pair<std::string, Outcome>> Outcomes(const HalvRegistryReport *report) {
-    std::vector<std::pair<std::string, Outcome>> out;
-    for (uint32_t i = 0; i < report->bundleCount; ++i) {
-        const HalvBundleReport &b = report->bundles[i];
-        const char *detail = b.loaded ? b.path : b.reason;
-        out.push_back({b.name, {b.loaded == 1, b.optional == 1, detail ? detail : "", b.version ? b.version : ""}});
-    }
-    return out;
-}
-
-/* A file that starts like a 32-bit shared object, which this 64-bit
- * process's loader must refuse by its class. */
-void WriteElf32(const std::string &path) {
+TEST(ModulesRegistry, StartUpReportTellsEveryBundlesOutcomeWithoutDebugging) {
+    /* A file that starts like a 32-bit shared object, which this 64-bit
+     * process's loader must refuse by its class. */
+    const std::string elf32 = std::string(HALV_TEST_BINARY_DIR) + "/dpk_elf32.so";
     std::string bytes(256, '\0');
     const unsigned char ident[] = {0x7f, 'E', 'L', 'F', 1 /* 32-bit */, 1, 1};
     std::memcpy(bytes.data(), ident, sizeof ident);
     bytes[16] = 3; /* ET_DYN */
     bytes[18] = 3; /* i386 */
     bytes[20] = 1;
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-} // namespace
-
-TEST(ModulesRegistry, StartUpReportTellsEveryBundlesOutcomeWithoutDebugging) {
-    const std::string elf32 = std::string(HALV_TEST_BINARY_DIR) + "/dpk_elf32.so";
-    WriteElf32(elf32);
-    TempDir dir;
-    dir.Write("hvregistry.dot", "[libraries]\noptional: nosuchbundle\noptional: oldmajor\noptional: nolist\n"
-                                "optional: unresolved\noptional: elf32\nrequired: halv\n");
+    std::ofstream(elf32, std::ios::binary) << bytes;
     ASSERT_EQ(HalvGetRegistryReport(), nullptr) << "no report before the first start";
     {
-        Engine engine(dir.path());
-        ASSERT_EQ(engine.started(), 1);
+        Registered session("[libraries]\noptional: nosuchbundle\noptional: oldmajor\noptional: nolist\n"
+                           "optional: unresolved\noptional: elf32\nrequired: halv\n");
+        ASSERT_EQ(session.started(), 1);
         HalvRegistryReport *report = HalvGetRegistryReport();
         ASSERT_NE(report, nullptr);
         EXPECT_EQ(report->state, HALV_REGISTRY_READ);
         ASSERT_NE(report->path, nullptr);
-        EXPECT_EQ(std::string(report->path), dir.path() + "/hvregistry.dot");
+        EXPECT_EQ(std::string(report->path), session.dir.path() + "/hvregistry.dot");
         EXPECT_EQ(report->problems, nullptr);
-        auto outcomes = Outcomes(report);
-        ASSERT_EQ(outcomes.size(), 6u);
+        ASSERT_EQ(report->bundleCount, 6u);
         const char *expected[][2] = {
-            {"nosuchbundle", "dpk_nosuchbundle.so: cannot open shared object file: No such file or directory"},
+            {"nosuchbundle",
+             "dpk_nosuchbundle.so: cannot open shared object file: No such file or directory"},
             {"oldmajor", "built for major version 2; this engine takes 3"},
             {"nolist", "lacks the entry point HalvernBundleGetList_nolist"},
             {"unresolved", "undefined symbol: HalvNoSuchFunction"},
@@ -332,18 +257,22 @@ TEST(ModulesRegistry, StartUpReportTellsEveryBundlesOutcomeWithoutDebugging) {
         };
         for (size_t i = 0; i < 5; ++i) {
             SCOPED_TRACE(expected[i][0]);
-            EXPECT_EQ(outcomes[i].first, expected[i][0]);
-            EXPECT_FALSE(outcomes[i].second.loaded);
-            EXPECT_TRUE(outcomes[i].second.optional);
-            EXPECT_NE(outcomes[i].second.detail.find(expected[i][1]), std::string::npos) << outcomes[i].second.detail;
-            EXPECT_EQ(outcomes[i].second.detail.find('\n'), std::string::npos);
+            const HalvBundleReport &b = report->bundles[i];
+            EXPECT_STREQ(b.name, expected[i][0]);
+            EXPECT_EQ(b.loaded, 0);
+            EXPECT_EQ(b.optional, 1);
+            std::string reason = b.reason ? b.reason : "";
+            EXPECT_NE(reason.find(expected[i][1]), std::string::npos) << reason;
+            EXPECT_EQ(reason.find('\n'), std::string::npos);
         }
-        EXPECT_EQ(outcomes[5].first, "halv");
-        EXPECT_TRUE(outcomes[5].second.loaded);
-        EXPECT_FALSE(outcomes[5].second.optional);
-        EXPECT_EQ(outcomes[5].second.detail, std::string(HALV_TEST_BINARY_DIR) + "/dpk_halv.so");
-        EXPECT_EQ(outcomes[5].second.version, "3.8.0");
-        EXPECT_EQ(report->bundles[5].reason, nullptr);
+        const HalvBundleReport &halv = report->bundles[5];
+        EXPECT_STREQ(halv.name, "halv");
+        EXPECT_EQ(halv.loaded, 1);
+        EXPECT_EQ(halv.optional, 0);
+        EXPECT_EQ(std::string(halv.path ? halv.path : ""),
+                  std::string(HALV_TEST_BINARY_DIR) + "/dpk_halv.so");
+        EXPECT_STREQ(halv.version, "3.8.0");
+        EXPECT_EQ(halv.reason, nullptr);
         halv_internal_free(report);
     }
     EXPECT_EQ(HalvGetRegistryReport(), nullptr) << "the report goes with the last end";
@@ -353,10 +282,8 @@ TEST(ModulesRegistry, StartUpReportTellsEveryBundlesOutcomeWithoutDebugging) {
 TEST(ModulesRegistry, StartUpReportOfFailedStartsAndOfTheRegistryFileItself) {
     {
         SCOPED_TRACE("a required bundle that fails: the start fails, the report says which and why");
-        TempDir dir;
-        dir.Write("hvregistry.dot", "[libraries]\nrequired: oldmajor\n");
-        Engine engine(dir.path());
-        ASSERT_EQ(engine.started(), 0);
+        Registered session("[libraries]\nrequired: oldmajor\n");
+        ASSERT_EQ(session.started(), 0);
         HalvRegistryReport *report = HalvGetRegistryReport();
         ASSERT_NE(report, nullptr);
         ASSERT_EQ(report->bundleCount, 1u);
@@ -382,13 +309,12 @@ TEST(ModulesRegistry, StartUpReportOfFailedStartsAndOfTheRegistryFileItself) {
     }
     {
         SCOPED_TRACE("skipped text is reported line by line, the first eight of it");
-        TempDir dir;
-        std::string text = "before: all\n[libraries]\nhalv\nmaybe: halv\n[colours]\nred: 1\n[variables]\n\"loose\"\n";
+        std::string text =
+            "before: all\n[libraries]\nhalv\nmaybe: halv\n[colours]\nred: 1\n[variables]\n\"loose\"\n";
         for (int i = 0; i < 9; ++i)
             text += "[libraries]\nstray" + std::to_string(i) + "\n";
-        dir.Write("hvregistry.dot", text + "[libraries]\nrequired:");
-        Engine engine(dir.path());
-        EXPECT_EQ(engine.started(), 1);
+        Registered session(text + "[libraries]\nrequired:");
+        EXPECT_EQ(session.started(), 1);
         HalvRegistryReport *report = HalvGetRegistryReport();
         ASSERT_NE(report, nullptr);
         EXPECT_EQ(report->state, HALV_REGISTRY_READ);
@@ -417,8 +343,9 @@ TEST(ModulesRegistry, StartUpReportOfFailedStartsAndOfTheRegistryFileItself) {
                 return files_test::Fail("can't become nobody");
             Engine engine(dir.path());
             HalvRegistryReport *report = HalvGetRegistryReport();
-            bool ok = engine.started() == 0 && report != nullptr && report->state == HALV_REGISTRY_UNREADABLE &&
-                      report->path != nullptr && report->bundleCount == 0 &&
+            bool ok = engine.started() == 0 && report != nullptr &&
+                      report->state == HALV_REGISTRY_UNREADABLE && report->path != nullptr &&
+                      report->bundleCount == 0 &&
                       std::string(report->problems ? report->problems : "") ==
                           "it can't be opened: Permission denied\n";
             halv_internal_free(report);

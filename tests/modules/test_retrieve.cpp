@@ -32,6 +32,15 @@ struct Started {
 
 int Call(void *fn) { return reinterpret_cast<IntFn>(fn)(); }
 
+/* One of 32 and more spellings of the extra bundle's path, each its own
+ * entry of the cache. */
+std::string Spelling(int n, const char *step = "/.") {
+    std::string path = kDir;
+    for (int i = 0; i < n; ++i)
+        path += step;
+    return path + "/dpk_extra.so!extra_plain_symbol";
+}
+
 } // namespace
 
 TEST(ModulesRetrieve, OpenCloseAndLookUp) {
@@ -59,85 +68,66 @@ TEST(ModulesRetrieve, OpenCloseAndLookUp) {
 
 TEST(ModulesRetrieve, RetrievalTextForms) {
     Started engine;
-    void *fn = nullptr;
-    /* a plain symbol: dpk_<default> first */
-    EXPECT_EQ(HalvRetrieveFunc("extra_plain_symbol", "extra", &fn), 1);
-    EXPECT_EQ(Call(fn), 42);
-    /* ... and the default under its plain name when that doesn't load */
-    EXPECT_EQ(HalvRetrieveFunc("extra_plain_symbol", (kDir + "/dpk_extra.so").c_str(), &fn), 1);
-    EXPECT_EQ(Call(fn), 42);
-    EXPECT_EQ(HalvRetrieveFunc("extra_plain_symbol", "dpk_extra", &fn), 1);
-    /* only with an underscore in front */
-    EXPECT_EQ(HalvRetrieveFunc("extra_underscored", "extra", &fn), 1);
-    EXPECT_EQ(Call(fn), 7);
-    /* the library is there, the symbol isn't */
-    fn = &engine;
-    EXPECT_EQ(HalvRetrieveFunc("absent_symbol", "extra", &fn), 0);
+    const struct {
+        std::string text;
+        std::string library; /* the default library; none when empty */
+        int result, value;   /* value: what the function found returns; 0: not called */
+    } cases[] = {
+        {"extra_plain_symbol", "extra", 1, 42}, /* a plain symbol: dpk_<default> first, */
+        {"extra_plain_symbol", "dpk_extra", 1, 42},
+        {"extra_plain_symbol", kDir + "/dpk_extra.so", 1, 42}, /* the default's plain name after */
+        {"extra_underscored", "extra", 1, 7},                  /* only with an underscore in front */
+        {"extra_plain_symbol", "", -1, 0},                     /* no default library: no load */
+        {"dpk_extra!extra_plain_symbol", "", 1, 42},           /* lib!symbol, in the first of a list */
+        {"dpk_halv,dpk_extra!extra_plain_symbol", "", 0, 0},
+        {"dpk_extra,dpk_halv!extra_plain_symbol", "", 1, 42},
+        /* the second fails at the '!': the default takes its place */
+        {"dpk_extra,nosuchlib!extra_plain_symbol", "dpk_halv", 1, 42},
+        {"dpk_extra,nosuchlib!extra_plain_symbol", "", -1, 0},
+        {"nosuchlib,dpk_extra!extra_plain_symbol", "dpk_extra", -1, 0}, /* the first fails at a ',': over */
+        {"nosuchlib!extra_plain_symbol", "dpk_extra", 1, 42}, /* one that doesn't load: the default */
+        {kDir + "/dpk_extra.so!extra_plain_symbol", "", 1, 42},
+        {"dpk_extra.so!extra_plain_symbol", "", 1, 42},
+        {std::string(2000, 'L') + "!sym", "", -1, 0}, /* an over-long library name fails as a load */
+        {"dpk_extra!" + std::string(3000, 's'), "", 0, 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 60) + " in " + c.library);
+        void *fn = &engine;
+        EXPECT_EQ(HalvRetrieveFunc(c.text.c_str(), c.library.empty() ? nullptr : c.library.c_str(), &fn),
+                  c.result);
+        if (c.result != 1) {
+            EXPECT_EQ(fn, nullptr);
+        } else {
+            ASSERT_NE(fn, nullptr);
+            EXPECT_EQ(Call(fn), c.value);
+        }
+    }
+    void *fn = &engine;
+    EXPECT_EQ(HalvRetrieveFunc("absent_symbol", "extra", &fn), 0) << "the library is there, the symbol isn't";
     EXPECT_EQ(fn, nullptr);
-    /* a plain symbol and no default library: nothing loaded */
-    fn = &engine;
-    EXPECT_EQ(HalvRetrieveFunc("extra_plain_symbol", nullptr, &fn), -1);
-    EXPECT_EQ(fn, nullptr);
-
-    /* lib!symbol, in the first library of a list */
-    EXPECT_EQ(HalvRetrieveFunc("dpk_extra!extra_plain_symbol", nullptr, &fn), 1);
-    EXPECT_EQ(HalvRetrieveFunc("dpk_halv,dpk_extra!extra_plain_symbol", nullptr, &fn), 0);
-    EXPECT_EQ(HalvRetrieveFunc("dpk_extra,dpk_halv!extra_plain_symbol", nullptr, &fn), 1);
-    /* the second fails at the '!': the default takes its place */
-    EXPECT_EQ(HalvRetrieveFunc("dpk_extra,nosuchlib!extra_plain_symbol", "dpk_halv", &fn), 1);
-    EXPECT_EQ(Call(fn), 42);
-    EXPECT_EQ(HalvRetrieveFunc("dpk_extra,nosuchlib!extra_plain_symbol", nullptr, &fn), -1);
-    /* the first fails at a ',': over, whatever the default */
-    EXPECT_EQ(HalvRetrieveFunc("nosuchlib,dpk_extra!extra_plain_symbol", "dpk_extra", &fn), -1);
-    /* one library that doesn't load: the default library answers */
-    EXPECT_EQ(HalvRetrieveFunc("nosuchlib!extra_plain_symbol", "dpk_extra", &fn), 1);
-    EXPECT_EQ(Call(fn), 42);
-    /* a path as library name, and a name that already ends in .so */
-    EXPECT_EQ(HalvRetrieveFunc((kDir + "/dpk_extra.so!extra_plain_symbol").c_str(), nullptr, &fn), 1);
-    EXPECT_EQ(HalvRetrieveFunc("dpk_extra.so!extra_plain_symbol", nullptr, &fn), 1);
-    /* an over-long library name fails as a load */
-    EXPECT_EQ(HalvRetrieveFunc((std::string(2000, 'L') + "!sym").c_str(), nullptr, &fn), -1);
-    EXPECT_EQ(HalvRetrieveFunc((std::string("dpk_extra!") + std::string(3000, 's')).c_str(), nullptr, &fn), 0);
-
+    EXPECT_EQ(HalvRetrieveFunc(nullptr, "halv", &fn), 0);
     HalvInitPoint init = nullptr;
     EXPECT_EQ(HalvRetrieveInit("HalvSampleCopyInit", &init), 1); /* default library halv */
     EXPECT_NE(init, nullptr);
     EXPECT_EQ(HalvRetrieveInit("HalvSampleCopyInit", nullptr), 0);
-    EXPECT_EQ(HalvRetrieveFunc(nullptr, "halv", &fn), 0);
 }
 
-TEST(ModulesRetrieve, CacheHoldsThirtyTwoLibraries) {
-    Started engine;
+TEST(ModulesRetrieve, CacheHoldsThirtyTwoLibrariesAndIsEmptiedAtTheLastStop) {
     void *fn = nullptr;
-    /* Distinct names of one file: each spelling is its own entry. */
-    auto spelling = [](int n) {
-        std::string path = kDir;
-        for (int i = 0; i < n; ++i)
-            path += "/.";
-        return path + "/dpk_extra.so";
-    };
-    for (int n = 0; n < 32; ++n) {
-        SCOPED_TRACE(n);
-        ASSERT_EQ(HalvRetrieveFunc((spelling(n) + "!extra_plain_symbol").c_str(), nullptr, &fn), 1);
-    }
-    /* known names still resolve from the full table */
-    EXPECT_EQ(HalvRetrieveFunc((spelling(5) + "!extra_plain_symbol").c_str(), nullptr, &fn), 1);
-    /* the 33rd distinct name fails like a load */
-    EXPECT_EQ(HalvRetrieveFunc((spelling(32) + "!extra_plain_symbol").c_str(), nullptr, &fn), -1);
-    EXPECT_EQ(fn, nullptr);
-}
-
-TEST(ModulesRetrieve, CacheIsEmptiedAtTheLastStop) {
-    void *fn = nullptr;
-    for (int round = 0; round < 3; ++round) {
+    {
         Started engine;
-        /* after each stop the table is free again: 32 fresh names fit */
-        for (int n = 0; n < 32; ++n) {
-            std::string path = kDir;
-            for (int i = 0; i < n; ++i)
-                path += "/";
-            path += "/dpk_extra.so!extra_plain_symbol";
-            ASSERT_EQ(HalvRetrieveFunc(path.c_str(), nullptr, &fn), 1) << "round " << round << " name " << n;
-        }
+        for (int n = 0; n < 32; ++n)
+            ASSERT_EQ(HalvRetrieveFunc(Spelling(n).c_str(), nullptr, &fn), 1) << n;
+        /* known names still resolve from the full table; the 33rd fails like a load */
+        EXPECT_EQ(HalvRetrieveFunc(Spelling(5).c_str(), nullptr, &fn), 1);
+        EXPECT_EQ(HalvRetrieveFunc(Spelling(32).c_str(), nullptr, &fn), -1);
+        EXPECT_EQ(fn, nullptr);
+    }
+    for (int round = 0; round < 3; ++round) {
+        Started engine; /* after each stop the table is free again: 32 fresh names fit */
+        for (int n = 0; n < 32; ++n)
+            ASSERT_EQ(HalvRetrieveFunc(Spelling(n, "/").c_str(), nullptr, &fn), 1)
+                << "round " << round << " " << n;
     }
 }

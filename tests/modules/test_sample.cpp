@@ -5,49 +5,61 @@
  */
 #include "modules/support.h"
 
+#include <cctype>
 #include <cstring>
 
-using modtest::Engine;
-using modtest::TempDir;
+using modtest::Registered;
+using Bytes = std::vector<unsigned char>;
 
 namespace {
 
-/* Starts the engine with only the sample bundle registered. */
-struct SampleEngine {
-    TempDir dir;
-    Engine *engine = nullptr;
-    SampleEngine() {
-        dir.Write("hvregistry.dot", "[libraries]\nrequired: halv\n");
-        engine = new Engine(dir.path());
+const char kSampleOnly[] = "[libraries]\nrequired: halv\n";
+
+/* An argument list of "key:type" and value pairs: doubles for :d, 32-bit
+ * integers otherwise.  The list is built where it is used, so copies of a
+ * row never point into each other. */
+struct Args {
+    std::vector<std::pair<const char *, double>> pairs;
+    std::vector<int32_t> ints;
+    std::vector<double> doubles;
+    std::vector<intptr_t> list;
+    Args(std::initializer_list<std::pair<const char *, double>> given = {}) : pairs(given) {}
+    intptr_t *List() {
+        ints.assign(pairs.size(), 0), doubles.assign(pairs.size(), 0), list.clear();
+        for (size_t i = 0; i < pairs.size(); ++i) {
+            const char *key = pairs[i].first;
+            bool isDouble = std::tolower(key[std::strlen(key) - 1]) == 'd';
+            ints[i] = (int32_t)pairs[i].second, doubles[i] = pairs[i].second;
+            list.insert(list.end(),
+                        {(intptr_t)key, isDouble ? (intptr_t)&doubles[i] : (intptr_t)&ints[i], 0});
+        }
+        list.push_back(HALV_ARG_END);
+        return list.data();
     }
-    ~SampleEngine() { delete engine; }
 };
 
 struct Outcome {
-    int initResult = -9;
-    int processResult = -9;
-    std::vector<unsigned char> output;
-    uint32_t lines = 0;
-    uint32_t flags = 0;
+    int initResult = -9, processResult = -9;
+    Bytes output;
+    uint32_t lines = 0, flags = 0;
     std::string error;
 };
 
 /* Inits function name with args, passes one chunk through, ends it. */
-Outcome RunOnce(const char *name, intptr_t *args, std::vector<unsigned char> input, uint32_t lines, uint32_t flags = 0) {
+Outcome RunOnce(const char *name, Args args, Bytes input, uint32_t lines = 1, uint32_t flags = 0) {
     Outcome run;
     HalvState *state = nullptr;
-    run.initResult = HalvCallInitByName(name, args, &state);
+    run.initResult = HalvCallInitByName(name, args.List(), &state);
     if (state == nullptr)
         return run;
     if (run.initResult == 1) {
         HalvSetChunkFlags(state->inputChunks, 0, flags);
         void *out = nullptr;
         uint32_t bytes = 0;
-        run.processResult = HalvProcessSISO(state, input.data(), (uint32_t)input.size(), lines, &out, &bytes,
-                                            &run.lines);
+        run.processResult =
+            HalvProcessSISO(state, input.data(), (uint32_t)input.size(), lines, &out, &bytes, &run.lines);
         if (run.processResult == 1) {
-            auto *p = static_cast<unsigned char *>(out);
-            run.output.assign(p, p + bytes);
+            run.output.assign(static_cast<unsigned char *>(out), static_cast<unsigned char *>(out) + bytes);
             HalvGetChunkFlags(state->outputChunks, 0, &run.flags);
         }
     }
@@ -57,81 +69,96 @@ Outcome RunOnce(const char *name, intptr_t *args, std::vector<unsigned char> inp
     return run;
 }
 
-std::vector<unsigned char> Samples16(std::initializer_list<uint16_t> values) {
-    std::vector<unsigned char> bytes(values.size() * 2);
-    size_t i = 0;
-    for (uint16_t v : values)
-        std::memcpy(&bytes[2 * i++], &v, 2);
+Bytes Samples16(const std::vector<uint16_t> &values) {
+    Bytes bytes(values.size() * 2);
+    std::memcpy(bytes.data(), values.data(), bytes.size());
     return bytes;
 }
 
 } // namespace
 
-TEST(ModulesSample, EachFunctionOnEightBitChunks) {
-    SampleEngine session;
-    ASSERT_EQ(session.engine->started(), 1);
-    const std::vector<unsigned char> input = {0, 1, 7, 100, 127, 128, 200, 255};
-    int32_t bits8 = 8;
-    double factor = 2.0;
-    int32_t level = 128;
-
-    intptr_t plain[4];
-    HalvBuildArgs(plain, HALV_ARG_END);
-    Outcome copy = RunOnce("copy", plain, input, 2, HALV_CHUNK_END);
-    EXPECT_EQ(copy.initResult, 1);
-    EXPECT_EQ(copy.processResult, 1);
-    EXPECT_EQ(copy.output, input);
+TEST(ModulesSample, EachFunctionOnChunksOfBothDepthsAndItsRefusals) {
+    Registered session(kSampleOnly);
+    ASSERT_EQ(session.started(), 1);
+    const Bytes in8 = {0, 1, 7, 100, 127, 128, 200, 255};
+    const Bytes in16 = Samples16({0, 1, 255, 256, 20000, 39999, 40000, 65535});
+    const Args wide = {{"bits:i", 16}, {"factor:d", 3}, {"level:i", 40000}};
+    // Chunks long enough for the wide loops, of lengths that leave tails:
+    // every sample value inverted and halved (floor(x * 0.5 + 0.5)).
+    Bytes long8(256 * 3 + 13), inverted8(long8.size()), halved8(long8.size());
+    for (size_t i = 0; i < long8.size(); ++i) {
+        long8[i] = (unsigned char)(i * 7 + i / 256);
+        inverted8[i] = (unsigned char)(255 - long8[i]);
+        halved8[i] = (unsigned char)((long8[i] + 1) / 2);
+    }
+    std::vector<uint16_t> long16(65536 + 5), inverted16(long16.size()), halved16(long16.size());
+    for (size_t i = 0; i < long16.size(); ++i) {
+        long16[i] = (uint16_t)(i * 40503u);
+        inverted16[i] = (uint16_t)(65535 - long16[i]);
+        halved16[i] = (uint16_t)((long16[i] + 1) / 2);
+    }
+    struct Case {
+        const char *name;
+        Args args;
+        Bytes input, expected;
+        int init = 1, process = 1;
+        std::string error = "";
+    } cases[] = {
+        {"invert", {{"bits:i", 8}}, in8, {255, 254, 248, 155, 128, 127, 55, 0}},
+        {"gain", {{"factor:d", 2}}, in8, {0, 2, 14, 200, 254, 255, 255, 255}},
+        {"gain", {{"factor:d", 0.5}}, in8, {0, 1, 4, 50, 64, 64, 100, 128}}, // rounds half up
+        {"threshold", {{"LEVEL:I", 128}}, in8, {0, 0, 0, 0, 0, 255, 255, 255}},
+        {"copy", wide, in16, in16},
+        {"invert", wide, in16, Samples16({65535, 65534, 65280, 65279, 45535, 25536, 25535, 0})},
+        {"gain", wide, in16, Samples16({0, 3, 765, 768, 60000, 65535, 65535, 65535})},
+        {"threshold", wide, in16, Samples16({0, 0, 0, 0, 0, 0, 65535, 65535})},
+        {"invert", {{"bits:i", 8}, {"factor:d", 0.5}}, long8, inverted8},
+        {"gain", {{"bits:i", 8}, {"factor:d", 0.5}}, long8, halved8},
+        {"invert", {{"bits:i", 16}, {"factor:d", 0.5}}, Samples16(long16), Samples16(inverted16)},
+        {"gain", {{"bits:i", 16}, {"factor:d", 0.5}}, Samples16(long16), Samples16(halved16)},
+        {"gain", {}, {1}, {}, 0, -9, "factor:d is required"},
+        {"threshold", {}, {1}, {}, 0, -9, "level:i is required"},
+        {"copy", {{"bits:i", 12}}, {1}, {}, 0, -9, "bits must be 8 or 16, not 12"},
+        {"gain", {{"factor:d", -1}}, {1}, {}, 0, -9},
+        {"threshold", {{"level:i", 300}}, {1}, {}, 0, -9, "level 300 is outside 0 to 255"},
+        {"threshold", {{"level:i", -1}}, {1}, {}, 0, -9},
+        {"invert", {{"bits:i", 16}}, {1, 2, 3}, {}, 1, 0, "3 bytes"}, // half a sample
+    };
+    for (Case &c : cases) {
+        SCOPED_TRACE(std::string(c.name) + " of " + std::to_string(c.input.size()) + " bytes, " +
+                     (c.args.pairs.empty() ? "" : c.args.pairs[0].first));
+        Outcome run = RunOnce(c.name, c.args, c.input);
+        EXPECT_EQ(run.initResult, c.init);
+        EXPECT_EQ(run.processResult, c.process);
+        EXPECT_TRUE(run.output == c.expected);
+        EXPECT_NE(run.error.find(c.error), std::string::npos) << run.error;
+    }
+    // The lines and the end flag travel with the chunk, an empty one too.
+    Outcome copy = RunOnce("copy", {}, in8, 2, HALV_CHUNK_END);
+    EXPECT_EQ(copy.output, in8);
     EXPECT_EQ(copy.lines, 2u);
     EXPECT_EQ(copy.flags, HALV_CHUNK_END);
-
-    intptr_t withBits[8];
-    HalvBuildArgs(withBits, HALV_ARG("bits:i"), HALV_ARG(&bits8), HALV_ARG_NULL, HALV_ARG_END);
-    Outcome invert = RunOnce("invert", withBits, input, 1);
-    EXPECT_EQ(invert.output, (std::vector<unsigned char>{255, 254, 248, 155, 128, 127, 55, 0}));
-    EXPECT_EQ(invert.flags, 0u);
-
-    intptr_t gainArgs[8];
-    HalvBuildArgs(gainArgs, HALV_ARG("factor:d"), HALV_ARG(&factor), HALV_ARG_NULL, HALV_ARG_END);
-    EXPECT_EQ(RunOnce("gain", gainArgs, input, 1).output,
-              (std::vector<unsigned char>{0, 2, 14, 200, 254, 255, 255, 255}));
-    factor = 0.5; /* rounds half up */
-    EXPECT_EQ(RunOnce("gain", gainArgs, input, 1).output,
-              (std::vector<unsigned char>{0, 1, 4, 50, 64, 64, 100, 128}));
-
-    intptr_t thresholdArgs[8];
-    HalvBuildArgs(thresholdArgs, HALV_ARG("LEVEL:I"), HALV_ARG(&level), HALV_ARG_NULL, HALV_ARG_END);
-    EXPECT_EQ(RunOnce("threshold", thresholdArgs, input, 1).output,
-              (std::vector<unsigned char>{0, 0, 0, 0, 0, 255, 255, 255}));
-
-    /* an empty end chunk passes through with its flag */
-    Outcome empty = RunOnce("invert", plain, {}, 0, HALV_CHUNK_END);
+    EXPECT_EQ(RunOnce("invert", {}, in8).flags, 0u);
+    Outcome empty = RunOnce("invert", {}, {}, 0, HALV_CHUNK_END);
     EXPECT_EQ(empty.processResult, 1);
     EXPECT_TRUE(empty.output.empty());
     EXPECT_EQ(empty.flags, HALV_CHUNK_END);
+
+    HalvState *state = nullptr;
+    Args none;
+    EXPECT_EQ(HalvCallInitByName("copy", nullptr, &state), 0);
+    EXPECT_EQ(HalvCallInitByName("copy", none.List(), nullptr), 0);
+    EXPECT_EQ(HalvCallInitByName("sharpen", none.List(), &state), 0);
+    EXPECT_EQ(state, nullptr);
 }
 
-TEST(ModulesSample, EachFunctionOnSixteenBitChunksOverSeveralPasses) {
-    SampleEngine session;
-    ASSERT_EQ(session.engine->started(), 1);
-    int32_t bits = 16;
-    double factor = 3.0;
-    int32_t level = 40000;
-
-    intptr_t args[16];
-    HalvBuildArgs(args, HALV_ARG("bits:i"), HALV_ARG(&bits), HALV_ARG_NULL, HALV_ARG("factor:d"), HALV_ARG(&factor),
-                  HALV_ARG_NULL, HALV_ARG("level:i"), HALV_ARG(&level), HALV_ARG_NULL, HALV_ARG_END);
-    auto input = Samples16({0, 1, 255, 256, 20000, 39999, 40000, 65535});
-    EXPECT_EQ(RunOnce("copy", args, input, 1).output, input);
-    EXPECT_EQ(RunOnce("invert", args, input, 1).output,
-              Samples16({65535, 65534, 65280, 65279, 45535, 25536, 25535, 0}));
-    EXPECT_EQ(RunOnce("gain", args, input, 1).output, Samples16({0, 3, 765, 768, 60000, 65535, 65535, 65535}));
-    EXPECT_EQ(RunOnce("threshold", args, input, 1).output, Samples16({0, 0, 0, 0, 0, 0, 65535, 65535}));
-
-    /* one state over several chunks of different sizes; the odd byte
-     * offset shows samples needn't be aligned */
+TEST(ModulesSample, OneStateOverSeveralUnalignedChunks) {
+    Registered session(kSampleOnly);
+    ASSERT_EQ(session.started(), 1);
+    Args args = {{"bits:i", 16}};
     HalvState *state = nullptr;
-    ASSERT_EQ(HalvCallInitByName("invert", args, &state), 1);
-    std::vector<unsigned char> storage(1 + 2 * 1000);
+    ASSERT_EQ(HalvCallInitByName("invert", args.List(), &state), 1);
+    Bytes storage(1 + 2 * 1000); // from an odd byte: samples needn't be aligned
     for (uint32_t pass = 1; pass <= 3; ++pass) {
         uint32_t samples = pass * 300;
         for (uint32_t i = 0; i < samples; ++i) {
@@ -146,60 +173,17 @@ TEST(ModulesSample, EachFunctionOnSixteenBitChunksOverSeveralPasses) {
         for (uint32_t i = 0; i < samples; ++i) {
             uint16_t v;
             std::memcpy(&v, static_cast<unsigned char *>(out) + 2 * i, 2);
-            ASSERT_EQ(v, (uint16_t)(65535 - (uint16_t)(i * 211 + pass))) << "pass " << pass << " sample " << i;
+            ASSERT_EQ(v, (uint16_t)(65535 - (uint16_t)(i * 211 + pass)))
+                << "pass " << pass << " sample " << i;
         }
     }
     EXPECT_EQ(HalvCallEnd(state), 1);
 }
 
-TEST(ModulesSample, BadArgumentsAndChunksAreReportedInTheState) {
-    SampleEngine session;
-    ASSERT_EQ(session.engine->started(), 1);
-    int32_t bits = 12, bits16 = 16, level = 300, negativeLevel = -1;
-    double negative = -1.0;
-
-    intptr_t none[2];
-    HalvBuildArgs(none, HALV_ARG_END);
-    Outcome missingFactor = RunOnce("gain", none, {1}, 1);
-    EXPECT_EQ(missingFactor.initResult, 0);
-    EXPECT_NE(missingFactor.error.find("factor:d is required"), std::string::npos);
-    Outcome missingLevel = RunOnce("threshold", none, {1}, 1);
-    EXPECT_EQ(missingLevel.initResult, 0);
-    EXPECT_NE(missingLevel.error.find("level:i is required"), std::string::npos);
-
-    intptr_t args[8];
-    HalvBuildArgs(args, HALV_ARG("bits:i"), HALV_ARG(&bits), HALV_ARG_NULL, HALV_ARG_END);
-    Outcome badBits = RunOnce("copy", args, {1}, 1);
-    EXPECT_EQ(badBits.initResult, 0);
-    EXPECT_NE(badBits.error.find("bits must be 8 or 16, not 12"), std::string::npos);
-
-    HalvBuildArgs(args, HALV_ARG("factor:d"), HALV_ARG(&negative), HALV_ARG_NULL, HALV_ARG_END);
-    EXPECT_EQ(RunOnce("gain", args, {1}, 1).initResult, 0);
-    HalvBuildArgs(args, HALV_ARG("level:i"), HALV_ARG(&level), HALV_ARG_NULL, HALV_ARG_END);
-    Outcome highLevel = RunOnce("threshold", args, {1}, 1);
-    EXPECT_EQ(highLevel.initResult, 0);
-    EXPECT_NE(highLevel.error.find("level 300 is outside 0 to 255"), std::string::npos);
-    HalvBuildArgs(args, HALV_ARG("level:i"), HALV_ARG(&negativeLevel), HALV_ARG_NULL, HALV_ARG_END);
-    EXPECT_EQ(RunOnce("threshold", args, {1}, 1).initResult, 0);
-
-    /* a 16-bit function refuses a chunk with half a sample */
-    HalvBuildArgs(args, HALV_ARG("bits:i"), HALV_ARG(&bits16), HALV_ARG_NULL, HALV_ARG_END);
-    Outcome odd = RunOnce("invert", args, {1, 2, 3}, 1);
-    EXPECT_EQ(odd.initResult, 1);
-    EXPECT_EQ(odd.processResult, 0);
-    EXPECT_NE(odd.error.find("3 bytes"), std::string::npos);
-
-    HalvState *state = nullptr;
-    EXPECT_EQ(HalvCallInitByName("copy", nullptr, &state), 0);
-    EXPECT_EQ(HalvCallInitByName("copy", none, nullptr), 0);
-    EXPECT_EQ(HalvCallInitByName("sharpen", none, &state), 0);
-    EXPECT_EQ(state, nullptr);
-}
-
 TEST(ModulesSample, DescriptionFileOfTheBundleLeadsToItsInitPoint) {
-    SampleEngine session;
-    ASSERT_EQ(session.engine->started(), 1);
-    /* the bundle's own description file, as the build installs it */
+    Registered session(kSampleOnly);
+    ASSERT_EQ(session.started(), 1);
+    // The bundle's own description file, as the build installs it.
     std::string source = std::string(HALV_TEST_SOURCE_DIR) + "/../plugins/halv/gain.dot";
     HalvIO *io = HalvIO_FileName(source.c_str(), "r");
     ASSERT_NE(io, nullptr);
@@ -208,64 +192,22 @@ TEST(ModulesSample, DescriptionFileOfTheBundleLeadsToItsInitPoint) {
     io->close(io);
     EXPECT_STREQ(desc->name, "gain");
     ASSERT_NE(desc->bits, nullptr);
-    EXPECT_EQ(desc->bits[0], 8);
-    EXPECT_EQ(desc->bits[1], 16);
-    EXPECT_EQ(desc->bits[2], -1);
+    EXPECT_EQ(std::vector<int32_t>(desc->bits, desc->bits + 3), (std::vector<int32_t>{8, 16, -1}));
     EXPECT_EQ(desc->cspaces, nullptr);
     EXPECT_EQ(desc->interleave, HALV_INTERLEAVE_SCANLINE | HALV_INTERLEAVE_PIXEL);
     EXPECT_EQ(modtest::Strings(desc->args).size(), 2u);
 
     HalvInitPoint init = nullptr;
     ASSERT_EQ(HalvRetrieveInit(desc->init, &init), 1);
-    double factor = 4.0;
-    intptr_t args[8];
-    HalvBuildArgs(args, HALV_ARG("factor:d"), HALV_ARG(&factor), HALV_ARG_NULL, HALV_ARG_END);
+    HalvFreeFuncDesc(desc);
+    Args args = {{"factor:d", 4}};
     HalvState *state = nullptr;
-    ASSERT_EQ(HalvCallInit(init, args, &state), 1);
+    ASSERT_EQ(HalvCallInit(init, args.List(), &state), 1);
     unsigned char bytes[3] = {1, 60, 64};
     void *out = nullptr;
     uint32_t outBytes = 0, lines = 0;
     ASSERT_EQ(HalvProcessSISO(state, bytes, 3, 1, &out, &outBytes, &lines), 1);
-    auto *result = static_cast<unsigned char *>(out);
-    EXPECT_EQ(result[0], 4);
-    EXPECT_EQ(result[1], 240);
-    EXPECT_EQ(result[2], 255);
+    EXPECT_EQ(Bytes(static_cast<unsigned char *>(out), static_cast<unsigned char *>(out) + 3),
+              (Bytes{4, 240, 255}));
     EXPECT_EQ(HalvCallEnd(state), 1);
-    HalvFreeFuncDesc(desc);
-}
-
-/* Chunks long enough for the wide loops, of lengths that leave tails: every
- * sample value, each inverted and each through gain, in both depths. */
-TEST(ModulesSample, LongChunksMapEverySampleValue) {
-    SampleEngine session;
-    ASSERT_EQ(session.engine->started(), 1);
-    int32_t bits8 = 8, bits16 = 16;
-    double factor = 0.5;
-    intptr_t args8[12], args16[12];
-    HalvBuildArgs(args8, HALV_ARG("bits:i"), HALV_ARG(&bits8), HALV_ARG_NULL, HALV_ARG("factor:d"),
-                  HALV_ARG(&factor), HALV_ARG_NULL, HALV_ARG_END);
-    HalvBuildArgs(args16, HALV_ARG("bits:i"), HALV_ARG(&bits16), HALV_ARG_NULL, HALV_ARG("factor:d"),
-                  HALV_ARG(&factor), HALV_ARG_NULL, HALV_ARG_END);
-    std::vector<unsigned char> input8(256 * 3 + 13);
-    for (size_t i = 0; i < input8.size(); ++i)
-        input8[i] = static_cast<unsigned char>(i * 7 + i / 256);
-    std::vector<unsigned char> inverted8(input8.size()), gained8(input8.size());
-    for (size_t i = 0; i < input8.size(); ++i) {
-        inverted8[i] = static_cast<unsigned char>(255 - input8[i]);
-        gained8[i] = static_cast<unsigned char>((input8[i] + 1) / 2); /* floor(x * 0.5 + 0.5) */
-    }
-    EXPECT_EQ(RunOnce("invert", args8, input8, 1).output, inverted8);
-    EXPECT_EQ(RunOnce("gain", args8, input8, 1).output, gained8);
-
-    std::vector<unsigned char> input16(2 * (65536 + 5)), inverted16(input16.size()), gained16(input16.size());
-    for (size_t i = 0; i < input16.size() / 2; ++i) {
-        const auto sample = static_cast<uint16_t>(i * 40503u);
-        const auto inverse = static_cast<uint16_t>(65535 - sample);
-        const auto half = static_cast<uint16_t>((sample + 1) / 2);
-        std::memcpy(&input16[2 * i], &sample, 2);
-        std::memcpy(&inverted16[2 * i], &inverse, 2);
-        std::memcpy(&gained16[2 * i], &half, 2);
-    }
-    EXPECT_EQ(RunOnce("invert", args16, input16, 1).output, inverted16);
-    EXPECT_EQ(RunOnce("gain", args16, input16, 1).output, gained16);
 }

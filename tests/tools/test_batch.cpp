@@ -2,48 +2,18 @@
 // DIR, the images side by side on the engine's global worker pool
 // (HalvWorkerPool), each on one thread.  Real processes on real files and
 // FIFOs; under ThreadSanitizer the host built with it runs here too.
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "tools/halvern_fixture.h"
 
 namespace {
 
 using namespace halvern_test;
 
-Bytes GreyHeader(uint32_t width, uint32_t height) {
-    return "[ID]\nformat: internal\nbinary: " + std::string(4, '\0') +
-           "\nversion: 2.1\narchitecture: type 2\n\n[Raster]\npixels: " + std::to_string(width) +
-           "\nscanlines: " + std::to_string(height) + "\n\n[Encoding]\nimageParts: 1 0 0\nbytes/sl: " +
-           std::to_string(width) + "\nbits/sample: 8\ninterleave: scanline\n\n[Photometry]\nname: grayLinear\n\n[End]\f\n";
-}
-
 // An internal 8-bit grey image of width x height, its samples from seed.
 Bytes GreyImage(uint32_t width, uint32_t height, uint32_t seed, Bytes *samples = nullptr) {
-    Bytes data;
-    for (uint32_t i = 0; i < width * height; ++i)
-        data += (char)((i * 7 + seed * 31) & 0xFF);
+    Bytes image = StoredImage(Layout{.width = width, .height = height, .parts = 1, .seed = seed}, "internal");
     if (samples)
-        *samples = data;
-    return GreyHeader(width, height) + data;
-}
-
-Bytes Samples(const Bytes &file) {
-    size_t end = file.find("[End]\f\n");
-    return end == std::string::npos ? Bytes("no header") : file.substr(end + 7);
-}
-
-std::vector<std::string> Names(const std::string &dir) {
-    std::vector<std::string> names;
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d))
-            if (e->d_name[0] != '.')
-                names.push_back(e->d_name);
-        closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+        *samples = Behind(image);
+    return image;
 }
 
 class Batch : public Halvern {};
@@ -67,23 +37,20 @@ TEST_F(Batch, EveryImageIsWrittenAsASingleRunWritesIt) {
     ASSERT_EQ(Names(Path("out")), expected) << "one output each, and no temporary left";
     for (uint32_t i = 0; i < count; ++i) {
         SCOPED_TRACE(i);
-        Bytes got = Samples(ReadFile(Path("out/img" + std::to_string(i) + ".hv")));
+        Bytes got = Behind(ReadFile(Path("out/img" + std::to_string(i) + ".hv")));
         ASSERT_EQ(got.size(), inputs[i].size());
         for (size_t k = 0; k < got.size(); ++k) {
             uint32_t v = (uint32_t)(uint8_t)inputs[i][k] * 3 / 2 + ((uint8_t)inputs[i][k] & 1);
             ASSERT_EQ((uint8_t)got[k], v > 255 ? 255u : v) << "sample " << k;
         }
         // The same bytes as halvern run of that image alone.
-        ASSERT_EQ(Run({"run", "gain", Path("img" + std::to_string(i) + ".hv"), Path("single.hv"), "factor=1.5"}).status,
-                  0);
+        ASSERT_EQ(Run(Line("run gain @img" + std::to_string(i) + ".hv @single.hv factor=1.5")).status, 0);
         EXPECT_TRUE(ReadFile(Path("single.hv")) == ReadFile(Path("out/img" + std::to_string(i) + ".hv")));
     }
     // --jobs defaults to the processors; one job runs them one by one.
-    for (const std::vector<std::string> &jobs : {std::vector<std::string>{}, std::vector<std::string>{"--jobs", "1"}}) {
-        std::vector<std::string> again = {"run", "invert", Path("img0.hv"), Path("img1.hv"), "--out", Path("inv")};
-        again.insert(again.end(), jobs.begin(), jobs.end());
-        ASSERT_EQ(Run(again).status, 0);
-        Bytes inverted = Samples(ReadFile(Path("inv/img1.hv")));
+    for (const char *jobs : {"", " --jobs 1"}) {
+        ASSERT_EQ(Run(Line("run invert @img0.hv @img1.hv --out @inv" + std::string(jobs))).status, 0);
+        Bytes inverted = Behind(ReadFile(Path("inv/img1.hv")));
         ASSERT_EQ(inverted.size(), inputs[1].size());
         for (size_t k = 0; k < inverted.size(); ++k)
             ASSERT_EQ((uint8_t)inverted[k], 255 - (uint8_t)inputs[1][k]);
@@ -96,13 +63,12 @@ TEST_F(Batch, AFailedImageIsNamedAndTheOthersAreWritten) {
     Bytes whole = GreyImage(16, 8, 3);
     WriteFile(Path("short.hv"), whole.substr(0, whole.size() - 20));
     WriteFile(Path("text.hv"), "not an image\n");
-    Result r = Run({"run", "invert", Path("good1.hv"), Path("short.hv"), Path("missing.hv"), Path("text.hv"),
-                    Path("good2.hv"), "--out", Path("out"), "--jobs", "2"});
+    Result r = Run(Line("run invert @good1.hv @short.hv @missing.hv @text.hv @good2.hv --out @out --jobs 2"));
     EXPECT_EQ(r.status, 1);
     for (const char *bad : {"short.hv is cut short", "missing.hv", "text.hv is not a stored image"})
         EXPECT_NE(r.err.find(bad), std::string::npos) << bad << " in " << r.err;
-    EXPECT_NE(r.err.find("invert failed on 3 of 5 images: " + Path("short.hv") + " " + Path("missing.hv") + " " +
-                         Path("text.hv") + "\n"),
+    EXPECT_NE(r.err.find("invert failed on 3 of 5 images: " + Path("short.hv") + " " + Path("missing.hv") +
+                         " " + Path("text.hv") + "\n"),
               std::string::npos)
         << r.err;
     EXPECT_EQ(Names(Path("out")), (std::vector<std::string>{"good1.hv", "good2.hv"}));
@@ -112,78 +78,43 @@ TEST_F(Batch, AWrongCommandLineRunsNothing) {
     WriteFile(Path("a.hv"), GreyImage(4, 4, 1));
     ASSERT_EQ(mkdir(Path("sub").c_str(), 0777), 0);
     WriteFile(Path("sub/a.hv"), GreyImage(4, 4, 2));
-    struct Case {
-        std::vector<std::string> args;
-        std::string phrase;
+    const struct {
+        std::string line, phrase;
+    } cases[] = {
+        {"run invert @a.hv @sub/a.hv --out @out", "would both be written as"},
+        {"run invert @a.hv --out @", "would be written over itself"},
+        {"run invert @a.hv --out @out --jobs 0", "--jobs 0: a whole number"},
+        {"run invert --out @out", "usage: halvern run"},
+        {"run invert @a.hv --out @out --fast", "unknown option --fast"},
+        {"run invert @a.hv --out @out factor=2",
+         "invert failed on 1 of 1 images: " + Path("a.hv")}, // every image
     };
-    const Case cases[] = {
-        {{"run", "invert", Path("a.hv"), Path("sub/a.hv"), "--out", Path("out")}, "would both be written as"},
-        {{"run", "invert", Path("a.hv"), "--out", dir_}, "would be written over itself"},
-        {{"run", "invert", Path("a.hv"), "--out", Path("out"), "--jobs", "0"}, "--jobs 0: a whole number"},
-        {{"run", "invert", "--out", Path("out")}, "usage: halvern run"},
-        {{"run", "invert", Path("a.hv"), "--out", Path("out"), "--fast"}, "unknown option --fast"},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.phrase);
-        Result r = Run(c.args);
-        EXPECT_EQ(r.status, 2) << r.err;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        Result r = Run(Line(c.line));
+        EXPECT_EQ(r.status, c.line.find('=') == std::string::npos ? 2 : 1) << r.err;
         EXPECT_NE(r.err.find(c.phrase), std::string::npos) << r.err;
         EXPECT_TRUE(Names(Path("out")).empty());
     }
-    // A key the function doesn't take fails every image, named.
-    Result r = Run({"run", "invert", Path("a.hv"), "--out", Path("out"), "factor=2"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("invert failed on 1 of 1 images: " + Path("a.hv")), std::string::npos) << r.err;
-    EXPECT_TRUE(Names(Path("out")).empty());
 }
 
 TEST_F(Batch, InterruptStopsEveryImageAndLeavesNoUnfinishedOutput) {
     // Two images come through pipes that the test feeds, so both are
     // mid-run for certain when the signal comes; three more wait behind
     // them in the queue and are never started.
-    const uint32_t width = 4096, height = 4096;
-    const std::vector<std::string> fifos = {Path("pipe1.hv"), Path("pipe2.hv")};
-    std::vector<std::string> args = {"run", "invert"};
-    for (const std::string &fifo : fifos) {
-        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-        args.push_back(fifo);
-    }
+    Args args = Line("run invert @pipe1.hv @pipe2.hv");
     for (int i = 0; i < 3; ++i) {
         WriteFile(Path("queued" + std::to_string(i) + ".hv"), GreyImage(16, 16, i));
         args.push_back(Path("queued" + std::to_string(i) + ".hv"));
     }
     args.insert(args.end(), {"--out", Path("out"), "--jobs", "2"});
-    pid_t pid = Spawn(args);
-    ASSERT_GT(pid, 0);
-    signal(SIGPIPE, SIG_IGN);
-    std::vector<int> writers;
-    for (const std::string &fifo : fifos) {
-        int fd = open(fifo.c_str(), O_WRONLY); // returns once a worker opened it
-        ASSERT_GE(fd, 0);
-        writers.push_back(fd);
-    }
-    const std::string header = GreyHeader(width, height), line(width, '\x5a');
-    auto send = [](int fd, const std::string &bytes) {
-        return write(fd, bytes.data(), bytes.size()) == (ssize_t)bytes.size();
-    };
-    for (int fd : writers) {
-        ASSERT_TRUE(send(fd, header));
-        for (uint32_t i = 0; i < 512; ++i)
-            ASSERT_TRUE(send(fd, line));
-    }
-    ASSERT_EQ(kill(pid, SIGINT), 0);
-    for (int fd : writers) {
-        for (uint32_t i = 512; i < height && send(fd, line); ++i) {
-        }
-        close(fd);
-    }
-    Result r = Wait(pid);
-    signal(SIGPIPE, SIG_DFL);
+    Result r = RunInterrupted(args, {"pipe1.hv", "pipe2.hv"},
+                              Layout{.width = 4096, .height = 4096, .parts = 1}, 512);
     EXPECT_EQ(r.status, 130) << r.err;
-    for (const std::string &fifo : fifos)
-        EXPECT_NE(r.err.find("interrupted: stopped between two chunks; " + Path("out") + fifo.substr(dir_.size()) +
-                             " was not written"),
-                  std::string::npos)
+    for (const char *fifo : {"/pipe1.hv", "/pipe2.hv"})
+        EXPECT_NE(
+            r.err.find("interrupted: stopped between two chunks; " + Path("out") + fifo + " was not written"),
+            std::string::npos)
             << r.err;
     EXPECT_NE(r.err.find("interrupted: 0 of 5 images were written in full"), std::string::npos) << r.err;
     EXPECT_TRUE(Names(Path("out")).empty()) << "nothing is left under either name";
