@@ -1,6 +1,8 @@
 /*
- * tests/streams/scripted_stream.h - a stream back end built the way a host
- * builds one: a record with HalvIO at its head and slots filled by hand.
+ * tests/streams/support.h - what the tests of the generic stream operations
+ * share: byte helpers over the library's memory streams, and a scripted
+ * stream back end built the way a host builds one, a record with HalvIO at
+ * its head and slots filled by hand.
  *
  * Each read and write call takes the next step of its plan: a positive step
  * moves at most that many bytes, 0, -1 and -2 are answered as they are.  With
@@ -8,8 +10,8 @@
  * and write accepts everything.  Every slot call is logged, so a test sees
  * exactly the calls a generic operation made.
  */
-#ifndef HALV_TESTS_SCRIPTED_STREAM_H
-#define HALV_TESTS_SCRIPTED_STREAM_H
+#ifndef HALV_TESTS_STREAMS_SUPPORT_H
+#define HALV_TESTS_STREAMS_SUPPORT_H
 
 #include <algorithm>
 #include <cstring>
@@ -20,6 +22,28 @@
 #include "dpk_hvsup.h"
 
 namespace scripted {
+
+using Counts = std::vector<uint32_t>;
+
+/* Bytes that show misplaced or lost pieces. */
+inline std::string Pattern(size_t length) {
+    std::string bytes(length, '\0');
+    for (size_t i = 0; i < length; i++)
+        bytes[i] = static_cast<char>('a' + (i * 7 + i / 251) % 26);
+    return bytes;
+}
+
+/* A memory stream holding bytes, positioned at their start. */
+inline HalvIO *MemOver(const std::string &bytes) {
+    HalvIO *io = HalvIO_Mem(0);
+    HalvIOWriteBytes(io, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    io->seek(io, 0, 0);
+    return io;
+}
+
+inline std::string MemBytes(HalvIO *io) {
+    return std::string(static_cast<const char *>(HalvIOMemBuffer(io)), HalvIOMemLength(io));
+}
 
 struct Call {
     char slot; /* 'r' read, 'w' write, 's' seek, 'f' flush */
