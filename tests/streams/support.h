@@ -13,6 +13,8 @@
 #ifndef HALV_TESTS_STREAMS_SUPPORT_H
 #define HALV_TESTS_STREAMS_SUPPORT_H
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstring>
 #include <deque>
@@ -43,6 +45,17 @@ inline HalvIO *MemOver(const std::string &bytes) {
 
 inline std::string MemBytes(HalvIO *io) {
     return std::string(static_cast<const char *>(HalvIOMemBuffer(io)), HalvIOMemLength(io));
+}
+
+/* Seeks made one after another, each with the position it must give. */
+struct Seek {
+    int64_t offset;
+    int32_t whence;
+    int64_t result;
+};
+inline void ExpectSeeks(HalvIO *io, std::initializer_list<Seek> seeks) {
+    for (const Seek &seek : seeks)
+        EXPECT_EQ(io->seek(io, seek.offset, seek.whence), seek.result) << seek.offset << " from " << seek.whence;
 }
 
 struct Call {
