@@ -34,10 +34,13 @@
 #include <thread>
 
 #include "dpk_hvsup.h"
+#include "streams/file_fixture.h"
 
 namespace peer {
 
 constexpr int kPatienceMs = 10000;
+
+using files_test::Pattern;
 
 /* The socket descriptor of a library stream: the first back-end field. */
 inline int SocketOf(HalvIO *io) {
@@ -282,14 +285,6 @@ inline Dechunked Dechunk(std::string_view wire) {
         out.chunks++;
         wire.remove_prefix(size + 2);
     }
-}
-
-/* Bytes with a pattern that shows misplaced or lost pieces. */
-inline std::string Pattern(size_t length, unsigned seed = 1) {
-    std::string bytes(length, '\0');
-    for (size_t i = 0; i < length; i++)
-        bytes[i] = static_cast<char>('A' + (i * 7 + i / 253 + seed) % 58);
-    return bytes;
 }
 
 } // namespace peer

@@ -22,18 +22,13 @@
 #include <vector>
 
 #include "dpk_hvsup.h"
+#include "streams/file_fixture.h"
 
 namespace scripted {
 
 using Counts = std::vector<uint32_t>;
 
-/* Bytes that show misplaced or lost pieces. */
-inline std::string Pattern(size_t length) {
-    std::string bytes(length, '\0');
-    for (size_t i = 0; i < length; i++)
-        bytes[i] = static_cast<char>('a' + (i * 7 + i / 251) % 26);
-    return bytes;
-}
+using files_test::Pattern;
 
 /* A memory stream holding bytes, positioned at their start. */
 inline HalvIO *MemOver(const std::string &bytes) {

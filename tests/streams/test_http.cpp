@@ -220,34 +220,6 @@ TEST(NetHttpResponse, ShortReceivesInsideChunksKeepTheFraming) {
     io->close(io);
 }
 
-TEST(NetHttpResponse, RandomResponsesEndCleanly) {
-    // Seeded noise built from the bytes framing is made of: every stream
-    // either refuses at once or ends in 0 or -1 within bounded reads.
-    Server server;
-    const char alphabet[] = "0123456789abcdefABCDEF;\r\n\r\n -+xzHTP/:";
-    uint32_t seed = 12345;
-    auto next = [&seed] { return seed = seed * 1103515245u + 12345u, (seed >> 16) & 0x7FFF; };
-    const char *heads[] = {"", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", "HTTP/1.1 200 OK\r\n"};
-    int opened = 0;
-    for (int round = 0; round < 60; round++) {
-        std::string noise = heads[round % 3];
-        for (size_t i = 0, length = 1 + next() % 3000; i < length; i++)
-            noise += alphabet[next() % (sizeof alphabet - 1)];
-        HalvIO *io = Get(server, noise);
-        if (io != nullptr) {
-            opened++;
-            char buffer[256];
-            int32_t got = 1;
-            for (int calls = 0; calls < 100000 && got > 0; calls++)
-                got = io->read(io, buffer, 1 + next() % sizeof buffer);
-            EXPECT_TRUE(got == 0 || got == -1) << round << ": " << got;
-            io->close(io);
-        }
-        server.Join();
-    }
-    EXPECT_GT(opened, 20);
-}
-
 TEST(NetHttpNonBlocking, WouldBlockHalfLinesAndWaitsWithTimeOuts) {
     Server server;
     peer::Gate sendHalfLine, sendRest, finish;
@@ -282,26 +254,6 @@ TEST(NetHttpNonBlocking, WouldBlockHalfLinesAndWaitsWithTimeOuts) {
     EXPECT_EQ(last, 0);
     EXPECT_EQ(io->read(io, buffer, sizeof buffer), 0);
     finish.Open();
-    io->close(io);
-}
-
-TEST(NetHttpNonBlocking, CopyBytesWaitsOnAStalledServer) {
-    Server server;
-    std::string body = peer::Pattern(200000, 9);
-    server.Serve([&](int fd) {
-        server.SetRequest(peer::ReadHead(fd));
-        peer::SendAll(fd, Response("Content-Length: " + std::to_string(body.size()) + "\r\n", ""));
-        for (size_t at = 0; at < body.size(); at += 50000) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            peer::SendAll(fd, std::string_view(body).substr(at, 50000));
-        }
-    });
-    HalvIO *io = HalvIO_URL(server.Url().c_str(), "rn");
-    ASSERT_NE(io, nullptr);
-    HalvIO *mem = HalvIO_Mem(0);
-    EXPECT_EQ(HalvIOCopyBytes(mem, io, 0), static_cast<int64_t>(body.size()));
-    EXPECT_EQ(std::string(static_cast<char *>(HalvIOMemBuffer(mem)), HalvIOMemLength(mem)), body);
-    mem->close(mem);
     io->close(io);
 }
 
