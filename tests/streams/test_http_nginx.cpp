@@ -155,6 +155,7 @@ public:
         pid_ = -1;
     }
 
+    uint16_t port() const { return port_; }
     std::string Url(const std::string &path) const { return peer::LoopbackUrl(port_, path); }
     std::string StoredPath(const std::string &name) const { return dir_ + "/store/" + name; }
     std::string error() const { return error_ + "\nerror log:\n" + ReadFile(dir_ + "/logs/error.log"); }
@@ -354,15 +355,11 @@ TEST_F(NginxServer, ChunkedDownloadsComeWithoutTheirFraming) {
     std::string url = server_.Url("/chunked/text.txt");
 
     // nginx does send it chunked.
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(std::stoi(url.substr(url.rfind(':') + 1))));
-    ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    ASSERT_TRUE(peer::SendAll(fd, "GET /chunked/text.txt HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n"));
-    std::string head = peer::ReadHead(fd);
-    close(fd);
+    HalvIO *raw = HalvIO_TcpSocket("127.0.0.1", server_.port(), 0, 1);
+    ASSERT_NE(raw, nullptr);
+    HalvIOWriteString(raw, "GET /chunked/text.txt HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
+    std::string head = peer::ReadHead(peer::SocketOf(raw));
+    raw->close(raw);
     EXPECT_NE(head.find("Transfer-Encoding: chunked"), std::string::npos) << head.substr(0, 400);
     EXPECT_EQ(head.find("Content-Length"), std::string::npos);
 
