@@ -128,7 +128,8 @@ inline void NoDelay(int fd) {
  * (the answer kept in *last), in a bounded number of calls.  Would-block is
  * waited out in HalvIOSelect; with length set, reading stops once that many
  * bytes have come. */
-inline std::string Drain(HalvIO *io, uint32_t pass = 4096, int32_t *last = nullptr, size_t length = SIZE_MAX) {
+inline std::string Drain(HalvIO *io, uint32_t pass = 4096, int32_t *last = nullptr,
+                         size_t length = SIZE_MAX) {
     std::string bytes, buffer(pass, '\0');
     HalvIO *list[1] = {io};
     int32_t got = 1;
@@ -238,7 +239,8 @@ private:
 };
 
 /* "HTTP/1.1 200 OK" with the given header lines and body. */
-inline std::string Response(std::string_view headers, std::string_view body, std::string_view status = "200 OK") {
+inline std::string Response(std::string_view headers, std::string_view body,
+                            std::string_view status = "200 OK") {
     return "HTTP/1.1 " + std::string(status) + "\r\n" + std::string(headers) + "\r\n" + std::string(body);
 }
 

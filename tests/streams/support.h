@@ -50,7 +50,8 @@ struct Seek {
 };
 inline void ExpectSeeks(HalvIO *io, std::initializer_list<Seek> seeks) {
     for (const Seek &seek : seeks)
-        EXPECT_EQ(io->seek(io, seek.offset, seek.whence), seek.result) << seek.offset << " from " << seek.whence;
+        EXPECT_EQ(io->seek(io, seek.offset, seek.whence), seek.result)
+            << seek.offset << " from " << seek.whence;
 }
 
 struct Call {
@@ -127,7 +128,9 @@ inline int64_t Seek(HalvIO *io, int64_t offset, int32_t whence) {
     s.calls.push_back({'s', 0, offset, whence});
     if (!s.seekable || whence < 0 || whence > 2)
         return -1;
-    int64_t reference = whence == 0 ? 0 : whence == 1 ? static_cast<int64_t>(s.position) : static_cast<int64_t>(s.source.size());
+    int64_t reference = whence == 0   ? 0
+                        : whence == 1 ? static_cast<int64_t>(s.position)
+                                      : static_cast<int64_t>(s.source.size());
     int64_t target = reference + offset;
     if (target < 0 || target > static_cast<int64_t>(s.source.size()))
         return -1;

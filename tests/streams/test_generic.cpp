@@ -148,7 +148,9 @@ TEST(StreamsGeneric, SlotsClaimingMoreThanOfferedCannotOverrun) {
             std::memset(buffer, 'L', count);
             return static_cast<int32_t>(count) + 40;
         }
-        static int32_t Write(HalvIO *, const void *, uint32_t count) { return static_cast<int32_t>(count) + 1; }
+        static int32_t Write(HalvIO *, const void *, uint32_t count) {
+            return static_cast<int32_t>(count) + 1;
+        }
     };
     HalvIO liar = {};
     liar.read = Liar::Read;
@@ -283,7 +285,8 @@ TEST(StreamsLines, InMemoryStreamsMatchByteByByteReading) {
         int32_t max = static_cast<int32_t>(random() % 12);
         bool gets = (round & 1) != 0;
         auto line = [&](HalvIO *io, char *buffer) {
-            return gets ? HalvIOGets(io, buffer, static_cast<uint32_t>(max)) : HalvIOReadString(io, buffer, max);
+            return gets ? HalvIOGets(io, buffer, static_cast<uint32_t>(max))
+                        : HalvIOReadString(io, buffer, max);
         };
         scripted::Script s;
         s.source = text;
@@ -344,7 +347,8 @@ TEST(StreamsCopyBytes, PassesOfAtMost4096ShortAnswersAndFailures) {
         {4096, 0, 4096, {}, {}, {4096, 4096}, {4096}},
         {4096, 1 << 20, 4096, {}, {}, {4096, 4096}, {4096}}, // a count beyond the end
         // Each pass is written in as many calls as it takes, each for the rest.
-        {6000, 0, 6000, {100, 7}, {60, 30, 10, 5}, {4096, 4096, 4096, 4096, 4096}, {100, 40, 10, 7, 2, 4096, 1797}},
+        {6000, 0, 6000, {100, 7}, {60, 30, 10, 5}, {4096, 4096, 4096, 4096, 4096},
+         {100, 40, 10, 7, 2, 4096, 1797}},
         // Failures of either side give -1 (a destination that takes nothing
         // fails too); a negative count makes no call.
         {9000, 0, -1, {4096, -1}, {}, {4096, 4096}, {4096}},
@@ -380,7 +384,8 @@ TEST(StreamsCopyBytes, InMemoryStreamsCopyLikeAnyOther) {
     for (uint32_t initial : {0u, 10u, 4096u, 5000u})
         for (uint32_t at : {0u, 7u, 4096u})
             for (uint32_t length : {1u, 4096u, 20000u, 100000u}) {
-                SCOPED_TRACE(std::to_string(initial) + " " + std::to_string(at) + " " + std::to_string(length));
+                SCOPED_TRACE(std::to_string(initial) + " " + std::to_string(at) + " " +
+                             std::to_string(length));
                 HalvIO *copied = HalvIO_Mem(initial), *written = HalvIO_Mem(initial);
                 for (HalvIO *io : {copied, written})
                     io->seek(io, at, 0);
@@ -449,7 +454,9 @@ struct PipeStream {
         fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
         auto *p = static_cast<PipeStream *>(halv_internal_calloc(1, sizeof(PipeStream)));
         p->io.read = [](HalvIO *io, void *b, uint32_t n) { return Answer(::read(FdOf(io), b, n), io); };
-        p->io.write = [](HalvIO *io, const void *b, uint32_t n) { return Answer(::write(FdOf(io), b, n), io); };
+        p->io.write = [](HalvIO *io, const void *b, uint32_t n) {
+            return Answer(::write(FdOf(io), b, n), io);
+        };
         p->io.close = [](HalvIO *io) { halv_internal_free(io); };
         p->fd = fd;
         p->wouldBlocks = wouldBlocks;
@@ -476,7 +483,8 @@ TEST(StreamsCopyBytes, WouldBlockWaitsForTheSourceOrTheDestination) {
             awaitWouldBlock(wouldBlocks);
             if (sourceWaits) {
                 for (size_t at = 0; at < bytes.size();) {
-                    ssize_t put = ::write(fds[1], bytes.data() + at, std::min<size_t>(7000, bytes.size() - at));
+                    ssize_t put =
+                        ::write(fds[1], bytes.data() + at, std::min<size_t>(7000, bytes.size() - at));
                     at += put > 0 ? static_cast<size_t>(put) : 0;
                 }
                 close(fds[1]);

@@ -28,7 +28,9 @@ HalvIO *Get(Server &server, const std::string &response, const std::string &path
     return HalvIO_URL(server.Url(path).c_str(), "r");
 }
 
-void SetProxy(uint16_t port) { ASSERT_EQ(HalvSetenv("HV_PROXY", ("127.0.0.1:" + std::to_string(port)).c_str()), 1); }
+void SetProxy(uint16_t port) {
+    ASSERT_EQ(HalvSetenv("HV_PROXY", ("127.0.0.1:" + std::to_string(port)).c_str()), 1);
+}
 
 TEST(NetHttpRequest, GetSendsExactlyThreeLinesAndTheHostWithoutPort) {
     Server server;
@@ -37,7 +39,8 @@ TEST(NetHttpRequest, GetSendsExactlyThreeLinesAndTheHostWithoutPort) {
     const struct {
         std::string url, mode, request;
     } rows[] = {
-        {server.Url("/dir/file.txt?x=1&y=%20"), "r", "GET /dir/file.txt?x=1&y=%20 HTTP/1.1\r\nHost: 127.0.0.1\r\n"},
+        {server.Url("/dir/file.txt?x=1&y=%20"), "r",
+         "GET /dir/file.txt?x=1&y=%20 HTTP/1.1\r\nHost: 127.0.0.1\r\n"},
         {"http://127.0.0.1:" + port, "rb", "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n"},
         {"HtTp://localhost:" + port + "/A", "r+", "GET /A HTTP/1.1\r\nHost: localhost\r\n"},
     };
@@ -94,13 +97,16 @@ TEST(NetHttpResponse, BodiesEndAtTheirLengthTheirLastChunkOrTheClose) {
         {"HTTP/1.0 200 OK\r\nServer: scripted\r\n\r\n" + big, big, 0, 7000},
         // Chunks lose their framing, extensions and trailers; a
         // Content-Length beside them counts for nothing.
-        {Response(kChunked, "5;name=value;x\r\nhello\r\n6\r\n world\r\n0\r\nTrailer: t\r\n\r\n"), "hello world"},
-        {"HTTP/1.1 200 OK\r\ncontent-length: 3\r\ntransfer-encoding:   CHUNKED\r\n\r\nA\r\n0123456789\r\n1a\r\n" +
+        {Response(kChunked, "5;name=value;x\r\nhello\r\n6\r\n world\r\n0\r\nTrailer: t\r\n\r\n"),
+         "hello world"},
+        {"HTTP/1.1 200 OK\r\ncontent-length: 3\r\ntransfer-encoding:   "
+         "CHUNKED\r\n\r\nA\r\n0123456789\r\n1a\r\n" +
              alphabet + "\r\n0\r\n\r\n",
          "0123456789" + alphabet},
         // Reads smaller than a chunk take it in pieces; no size line is
         // looked for inside a chunk, even where its bytes look like one.
-        {Response(kChunked, "d\r\n3\r\nabc\r\n0\r\n\r\n\r\n4\r\nend!\r\n0\r\n\r\n"), "3\r\nabc\r\n0\r\n\r\nend!", 0, 5},
+        {Response(kChunked, "d\r\n3\r\nabc\r\n0\r\n\r\n\r\n4\r\nend!\r\n0\r\n\r\n"),
+         "3\r\nabc\r\n0\r\n\r\nend!", 0, 5},
         // Any reason text, any version word, blanks before the code; a
         // 511-byte status line and a 511-byte header still fit.
         {"HTTP/1.0 200 Whatever reason you like\r\n\r\nbody", "body"},
@@ -124,8 +130,11 @@ TEST(NetHttpResponse, BodiesEndAtTheirLengthTheirLastChunkOrTheClose) {
     };
     // Sizes that are no numbers, negative, or beyond the 31 bits a chunk may
     // have (or beyond 64): -1 for good.
-    for (const char *size : {"-5", "80000000", "ffffffff", "100000000", "fffffffffffffffffffffffff", "zz", "  ", "+x"})
-        rows.push_back({Response(kChunked, std::string("3\r\nabc\r\n") + size + "\r\n0123456789\r\n0\r\n\r\n"), "abc", -1});
+    for (const char *size :
+         {"-5", "80000000", "ffffffff", "100000000", "fffffffffffffffffffffffff", "zz", "  ", "+x"})
+        rows.push_back(
+            {Response(kChunked, std::string("3\r\nabc\r\n") + size + "\r\n0123456789\r\n0\r\n\r\n"), "abc",
+             -1});
     for (const char *size : {"1ffffffffffffffffffff", "ffffffffffffffff", "8000000000000000"})
         rows.push_back({Response(kChunked, std::string(size) + "\r\nabc\r\n0\r\n\r\n"), "", -1});
 
@@ -146,7 +155,8 @@ TEST(NetHttpResponse, BodiesEndAtTheirLengthTheirLastChunkOrTheClose) {
 
 TEST(NetHttpResponse, RefusedAnswersGiveNullAndRedirectsAreNotFollowed) {
     int target = peer::BindLoopback(4);
-    const std::string location = "Location: " + peer::LoopbackUrl(peer::PortOf(target)) + "\r\nContent-Length: 0\r\n";
+    const std::string location =
+        "Location: " + peer::LoopbackUrl(peer::PortOf(target)) + "\r\nContent-Length: 0\r\n";
     const std::string refused[] = {
         "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n",
         "HTTP/1.1 500 Internal Server Error\r\n\r\n",
@@ -189,7 +199,8 @@ TEST(NetHttpResponse, ShortReceivesInsideChunksKeepTheFraming) {
     server.Serve([&](int fd) {
         server.SetRequest(peer::ReadHead(fd));
         peer::NoDelay(fd);
-        std::string wire = Response(kChunked, "1388\r\n" + chunk1 + "\r\n11170\r\n" + chunk2 + "\r\n0\r\n\r\n");
+        std::string wire =
+            Response(kChunked, "1388\r\n" + chunk1 + "\r\n11170\r\n" + chunk2 + "\r\n0\r\n\r\n");
         // Dribble the response out so that receives come back short.
         for (size_t at = 0, piece; at < wire.size(); at += piece) {
             piece = std::min<size_t>(at < 20000 ? 777 : 9000, wire.size() - at);
@@ -399,7 +410,8 @@ protected:
 struct Stopwatch {
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
     long long Ms() const {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+            .count();
     }
 };
 
@@ -550,7 +562,8 @@ TEST_F(HttpFaults, PutsNeverReadTheAnswerAndAResetFailsTheirWritesWithoutASignal
 
 TEST_F(HttpFaults, AddressesThatLeadNowhereFailPromptlyAndProxiesGetTheWholeUrl) {
     int bound = peer::BindLoopback(0);
-    for (const std::string &url : {peer::LoopbackUrl(peer::PortOf(bound)), std::string("http://nonexistent.invalid/a")}) {
+    for (const std::string &url :
+         {peer::LoopbackUrl(peer::PortOf(bound)), std::string("http://nonexistent.invalid/a")}) {
         for (const char *mode : {"r", "w"}) {
             Stopwatch clock;
             EXPECT_EQ(HalvIO_URL(url.c_str(), mode), nullptr) << url << " " << mode;
@@ -568,8 +581,8 @@ TEST_F(HttpFaults, AddressesThatLeadNowhereFailPromptlyAndProxiesGetTheWholeUrl)
     ASSERT_NE(io, nullptr);
     EXPECT_EQ(peer::Drain(io), "proxy");
     proxy.Join();
-    EXPECT_EQ(proxy.request(),
-              "GET http://images.example:8123/set/a.pxs HTTP/1.1\r\nHost: 127.0.0.1\r\n" + std::string(kGetTail));
+    EXPECT_EQ(proxy.request(), "GET http://images.example:8123/set/a.pxs HTTP/1.1\r\nHost: 127.0.0.1\r\n" +
+                                   std::string(kGetTail));
     EXPECT_EQ(proxy.accepted(), 1);
     io->close(io);
     proxy.Serve([&](int fd) { peer::ReadToEnd(fd); });

@@ -83,7 +83,8 @@ std::string FindNginx() {
 // or renamed in dir, up to timeoutMs.  While it waits, whatever comes on
 // `also` is added to *output; its end stops the wait.
 template <typename Done>
-bool WaitInDirectory(const std::string &dir, Done done, int timeoutMs, int also = -1, std::string *output = nullptr) {
+bool WaitInDirectory(const std::string &dir, Done done, int timeoutMs, int also = -1,
+                     std::string *output = nullptr) {
     int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     if (watch < 0)
         return false;
@@ -91,9 +92,11 @@ bool WaitInDirectory(const std::string &dir, Done done, int timeoutMs, int also 
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     bool ended = false;
     while (!done() && !ended) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
+                                                                          std::chrono::steady_clock::now());
         pollfd entries[2] = {{watch, POLLIN, 0}, {also, POLLIN, 0}};
-        if (left.count() <= 0 || (poll(entries, also >= 0 ? 2 : 1, static_cast<int>(left.count())) < 0 && errno != EINTR))
+        if (left.count() <= 0 ||
+            (poll(entries, also >= 0 ? 2 : 1, static_cast<int>(left.count())) < 0 && errno != EINTR))
             break;
         char events[4096];
         while (read(watch, events, sizeof events) > 0) {
@@ -193,8 +196,9 @@ private:
         int err[2];
         if (pipe2(err, O_CLOEXEC) != 0)
             return false;
-        pid_ = Spawn({FindNginx(), "-p", dir_ + "/", "-c", dir_ + "/conf/nginx.conf", "-e", dir_ + "/logs/error.log"},
-                     err[1]);
+        pid_ = Spawn(
+            {FindNginx(), "-p", dir_ + "/", "-c", dir_ + "/conf/nginx.conf", "-e", dir_ + "/logs/error.log"},
+            err[1]);
         close(err[1]);
         // Ready once the pid file is there; gone if its output ends first.
         std::string output;
@@ -214,8 +218,9 @@ private:
              << "  access_log " << dir_ << "/logs/access.log status;\n";
         for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
             conf << "  " << kind << "_temp_path " << dir_ << "/temp/" << kind << ";\n";
-        conf << "  client_max_body_size 0;\n  server {\n    listen 127.0.0.1:" << port_ << ";\n    root " << dir_
-             << "/store;\n" << kChunkedLocation
+        conf << "  client_max_body_size 0;\n  server {\n    listen 127.0.0.1:" << port_ << ";\n    root "
+             << dir_ << "/store;\n"
+             << kChunkedLocation
              << "    location / {\n      dav_methods PUT;\n      create_full_put_path on;\n    }\n  }\n}\n";
     }
 
@@ -297,7 +302,8 @@ TEST_F(NginxServer, UploadedBodiesOfEverySizeAreStoredIntact) {
         std::string body = peer::Pattern(c.size, static_cast<unsigned>(c.size % 251));
         Upload(server_.Url(std::string("/") + c.name), body, c.mode);
         // 201 Created: the body was whole, and is in place.
-        EXPECT_EQ(server_.AwaitRequest(++requests), std::string("201 PUT /") + c.name + " HTTP/1.1") << server_.error();
+        EXPECT_EQ(server_.AwaitRequest(++requests), std::string("201 PUT /") + c.name + " HTTP/1.1")
+            << server_.error();
         ExpectStored(c.name, body);
     }
 
@@ -309,10 +315,12 @@ TEST_F(NginxServer, UploadedBodiesOfEverySizeAreStoredIntact) {
         ASSERT_NE(io, nullptr);
         for (size_t at = 0, step = 1, size; at < body.size(); at += size, step = step * 3 + 1) {
             size = std::min(step, body.size() - at);
-            ASSERT_EQ(io->write(io, body.data() + at, static_cast<uint32_t>(size)), static_cast<int32_t>(size));
+            ASSERT_EQ(io->write(io, body.data() + at, static_cast<uint32_t>(size)),
+                      static_cast<int32_t>(size));
         }
         io->close(io);
-        EXPECT_EQ(server_.AwaitRequest(++requests), (seed == 3 ? "201" : "204") + std::string(" PUT /image.pxs HTTP/1.1"))
+        EXPECT_EQ(server_.AwaitRequest(++requests),
+                  (seed == 3 ? "201" : "204") + std::string(" PUT /image.pxs HTTP/1.1"))
             << server_.error();
         ExpectStored("image.pxs", body);
     }

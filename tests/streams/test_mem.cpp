@@ -87,8 +87,8 @@ TEST(StreamsMem, OneCursorSeeksPastTheEndAndWritesThereFillTheGap) {
     // Refused seeks leave the cursor; only the low 32 bits of the offset
     // count; positions are 32-bit: one beyond 4 GiB is refused, not wrapped.
     ExpectSeeks(io, {{-18, 2, -1}, {-1, 0, -1}, {0, 3, -1}, {0, 1, 17}, {(int64_t{5} << 32) + 3, 0, 3},
-                     {int64_t{0xFFFFFFFF}, 1, 2}, {0x7FFFFFFF, 0, 0x7FFFFFFF}, {0x7FFFFFFF, 1, int64_t{0xFFFFFFFE}},
-                     {2, 1, -1}});
+                     {int64_t{0xFFFFFFFF}, 1, 2}, {0x7FFFFFFF, 0, 0x7FFFFFFF},
+                     {0x7FFFFFFF, 1, int64_t{0xFFFFFFFE}}, {2, 1, -1}});
     EXPECT_EQ(io->read(io, out, 8), 0);
     EXPECT_EQ(HalvIOMemCapacity(io), 17u);
     io->close(io);
@@ -362,7 +362,8 @@ TEST(StreamsMultiplex, CopyFromASequenceGathersEveryComponent) {
     for (HalvIO *part : parts)
         part->seek(part, 0, 0);
     HalvIOMultiplexSet(io, 0);
-    EXPECT_EQ(HalvIOCopyBytes(exact, io, static_cast<int64_t>(expected.size())), static_cast<int64_t>(expected.size()));
+    EXPECT_EQ(HalvIOCopyBytes(exact, io, static_cast<int64_t>(expected.size())),
+              static_cast<int64_t>(expected.size()));
     EXPECT_EQ(MemBytes(exact), expected);
     for (HalvIO *stream : {io, exact, out, parts[0], parts[1], parts[2]})
         stream->close(stream);

@@ -190,7 +190,8 @@ public:
                                return io;
                            },
                            kSocketRounds});
-            all.push_back({"listener", Kind::kSocket, [] { return HalvIO_TcpSocket("127.0.0.1", 0, 4, 0); }, kSocketRounds});
+            all.push_back({"listener", Kind::kSocket, [] { return HalvIO_TcpSocket("127.0.0.1", 0, 4, 0); },
+                           kSocketRounds});
         }
         return all;
     }

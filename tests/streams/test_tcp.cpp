@@ -84,7 +84,8 @@ TEST(NetTcp, ClientAndListenerExchangeBytes) {
 
     // A megabyte each way at once: a thread writes while this one reads.
     std::string up = peer::Pattern(1 << 20, 1), down = peer::Pattern(1 << 20, 2);
-    std::thread writer([&] { HalvIOWriteBytes(pair.server, down.data(), static_cast<uint32_t>(down.size())); });
+    std::thread writer(
+        [&] { HalvIOWriteBytes(pair.server, down.data(), static_cast<uint32_t>(down.size())); });
     std::thread reader([&] { EXPECT_TRUE(ReadExactly(pair.server, up.size()) == up); });
     EXPECT_EQ(HalvIOWriteBytes(pair.client, up.data(), static_cast<uint32_t>(up.size())), 1 << 20);
     EXPECT_TRUE(ReadExactly(pair.client, down.size()) == down);
@@ -159,8 +160,9 @@ TEST(NetTcp, CopyBytesBetweenNonBlockingSocketsWaitsInSelect) {
     std::thread feeder([&] {
         HalvIO *list[1] = {in.client};
         for (size_t at = 0, i = 0; i < 1000000 && at < source.size(); i++) {
-            int32_t put = in.client->write(in.client, source.data() + at,
-                                           static_cast<uint32_t>(std::min<size_t>(100000, source.size() - at)));
+            int32_t put =
+                in.client->write(in.client, source.data() + at,
+                                 static_cast<uint32_t>(std::min<size_t>(100000, source.size() - at)));
             if (put > 0)
                 at += static_cast<size_t>(put);
             else if (put != -2 || HalvIOSelect(nullptr, 0, list, 1, peer::kPatienceMs) != 1)
@@ -271,8 +273,9 @@ TEST(ThreadNet, FirstStartsRaceAcrossEngineStartsAndStops) {
                 std::string message = peer::Pattern(70000, static_cast<unsigned>(t));
                 if (!pair.ok())
                     return;
-                std::thread writer(
-                    [&] { HalvIOWriteBytes(pair.client, message.data(), static_cast<uint32_t>(message.size())); });
+                std::thread writer([&] {
+                    HalvIOWriteBytes(pair.client, message.data(), static_cast<uint32_t>(message.size()));
+                });
                 if (ReadExactly(pair.server, message.size()) == message)
                     good++;
                 writer.join();
@@ -297,7 +300,8 @@ TEST(ThreadNet, SelectDrivenEchoServerOfLibraryStreams) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         char buffer[8192];
         while (finished < kClients && std::chrono::steady_clock::now() < deadline) {
-            int32_t ready = HalvIOSelect(streams.data(), static_cast<uint32_t>(streams.size()), nullptr, 0, 1000);
+            int32_t ready =
+                HalvIOSelect(streams.data(), static_cast<uint32_t>(streams.size()), nullptr, 0, 1000);
             if (ready == 2)
                 continue;
             if (ready != 1) {
@@ -344,7 +348,8 @@ TEST(ThreadNet, SelectDrivenEchoServerOfLibraryStreams) {
                 return;
             bool same = true;
             for (int r = 0; r < kRounds && same; r++) {
-                std::string message = peer::Pattern(100 + 997 * static_cast<size_t>(r), static_cast<unsigned>(c * 31 + r));
+                std::string message =
+                    peer::Pattern(100 + 997 * static_cast<size_t>(r), static_cast<unsigned>(c * 31 + r));
                 HalvIOWriteBytes(io, message.data(), static_cast<uint32_t>(message.size()));
                 same = ReadExactly(io, message.size()) == message;
             }
@@ -363,8 +368,9 @@ TEST(ThreadNet, ParallelDownloadsFromOneServer) {
     constexpr int kThreads = 6, kPerThread = 4;
     peer::Server server;
     const std::string body = peer::Pattern(200000, 17);
-    const std::string responses[] = {peer::Response("Transfer-Encoding: chunked\r\n", peer::Chunked(body, 30000)),
-                                     peer::Response("Content-Length: 200000\r\n", body)};
+    const std::string responses[] = {
+        peer::Response("Transfer-Encoding: chunked\r\n", peer::Chunked(body, 30000)),
+        peer::Response("Content-Length: 200000\r\n", body)};
     std::atomic<int> served{0}, good{0};
     server.Serve(
         [&](int fd) {

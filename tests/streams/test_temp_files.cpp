@@ -37,7 +37,9 @@ std::string DirectoryOf(const std::string &name) { return name.substr(0, name.rf
 std::string BaseName(const std::string &name) { return name.substr(name.rfind('/') + 1); }
 
 // "_ha", six letters or digits, ".tmp".
-bool IsTempName(const std::string &base) { return std::regex_match(base, std::regex("_ha[A-Za-z0-9]{6}\\.tmp")); }
+bool IsTempName(const std::string &base) {
+    return std::regex_match(base, std::regex("_ha[A-Za-z0-9]{6}\\.tmp"));
+}
 
 std::string TakeName(char *name) {
     std::string copy = name != nullptr ? name : "";
@@ -307,7 +309,8 @@ TEST_F(SmartBuffers, RandomOperationsKeepOrderAndBooks) {
             std::string got = Peek(sb, offset, size);
             std::string want;
             if (static_cast<size_t>(offset) < model.size())
-                want.assign(model.begin() + offset, model.begin() + std::min<size_t>(offset + size, model.size()));
+                want.assign(model.begin() + offset,
+                            model.begin() + std::min<size_t>(offset + size, model.size()));
             ASSERT_EQ(got, want) << "step " << step;
         } else {
             int64_t dropped = HalvSBAdvance(sb, size);
@@ -550,7 +553,8 @@ TEST(TempFiles, ListPicksTheDirectoryWithMostFreeSpace) {
     std::string smaller = rootFree > shmFree ? onShm : onRoot.path();
 
     // Whichever order: the roomier one wins; a missing entry never does.
-    for (std::string list : {smaller + "," + roomier, roomier + "," + smaller, "/no/such/dir," + smaller + "," + roomier}) {
+    for (std::string list :
+         {smaller + "," + roomier, roomier + "," + smaller, "/no/such/dir," + smaller + "," + roomier}) {
         HalvSetenv("HALV_TEMP", list.c_str());
         std::string name = TakeName(HalvMktemp("t"));
         EXPECT_EQ(DirectoryOf(name), roomier) << list;

@@ -23,7 +23,8 @@ std::vector<UrlCall> calls;
 extern "C" HalvIO *HalvIO_URL(const char *url, const char *mode) noexcept {
     calls.push_back({url, mode});
     static char document[] = "document";
-    return std::string(url) == "http://example.test/data/hit.dot" ? HalvIO_Str(document, sizeof document - 1) : nullptr;
+    return std::string(url) == "http://example.test/data/hit.dot" ? HalvIO_Str(document, sizeof document - 1)
+                                                                  : nullptr;
 }
 
 TEST(UrlRoute, FileNamesWithTheSchemeInAnyCaseOpenUrlsNeverFiles) {
