@@ -45,9 +45,11 @@ TEST(UrlRoute, FileNamesWithTheSchemeInAnyCaseOpenUrlsNeverFiles) {
     EXPECT_STREQ(text, "document");
     io->close(io);
     EXPECT_EQ(HalvIO_FileName("HTTP://Example.test/x", "wb"), nullptr);
-    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(HalvIO_FileName("hTtP://Example.test/x", "rb"), nullptr);
+    ASSERT_EQ(calls.size(), 3u);
     EXPECT_EQ(calls[1].url, "HTTP://Example.test/x");
     EXPECT_EQ(calls[1].mode, "wb");
+    EXPECT_EQ(calls[2].url, "hTtP://Example.test/x");
     // Other schemes and plain names never reach it.
     EXPECT_EQ(HalvIO_FileName("https://example.test/data/hit.dot", "rb"), nullptr);
     EXPECT_EQ(HalvIO_FileName("/no/such/http://x", "rb"), nullptr);
@@ -55,7 +57,7 @@ TEST(UrlRoute, FileNamesWithTheSchemeInAnyCaseOpenUrlsNeverFiles) {
     ASSERT_NE(io, nullptr);
     EXPECT_EQ(HalvIOReadBytes(io, text, 15), 4);
     io->close(io);
-    EXPECT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls.size(), 3u);
     ASSERT_EQ(chdir("/"), 0);
 }
 
