@@ -1,7 +1,7 @@
 /*
- * tests/net/peer.h - the other end of the wire for the socket and HTTP
+ * tests/streams/peer.h - the other end of the wire for the socket and HTTP
  * tests, written on plain POSIX sockets so that nothing of the library
- * under test checks itself.
+ * under test checks itself, and the reading loops those tests share.
  *
  * A Server listens on 127.0.0.1 at a port of the system's choice and runs
  * one conversation per accepted connection on a thread of its own.  Every
@@ -19,23 +19,28 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <future>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 
 #include "dpk_hvsup.h"
+#include "streams/file_fixture.h"
 
 namespace peer {
 
 constexpr int kPatienceMs = 10000;
+
+using files_test::Pattern;
 
 /* The socket descriptor of a library stream: the first back-end field. */
 inline int SocketOf(HalvIO *io) {
@@ -44,12 +49,29 @@ inline int SocketOf(HalvIO *io) {
     return static_cast<int>(word);
 }
 
-/* The local port of a descriptor. */
 inline uint16_t PortOf(int fd) {
     sockaddr_in address = {};
     socklen_t length = sizeof address;
     getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
     return ntohs(address.sin_port);
+}
+
+/* A socket bound to 127.0.0.1 at a free port.  With a backlog it listens
+ * (and a test may leave it never accepting); without, every connection to
+ * it is refused. */
+inline int BindLoopback(int backlog) {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    if (backlog > 0)
+        listen(fd, backlog);
+    return fd;
+}
+
+inline std::string LoopbackUrl(uint16_t port, std::string_view path = "/") {
+    return "http://127.0.0.1:" + std::to_string(port) + std::string(path);
 }
 
 inline bool WaitFor(int fd, short events, int timeoutMs) {
@@ -97,6 +119,36 @@ inline std::string ReadToEnd(int fd, int timeoutMs = kPatienceMs) { return ReadU
 
 inline std::string ReadHead(int fd) { return ReadUntil(fd, "\r\n\r\n"); }
 
+inline void NoDelay(int fd) {
+    int one = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+}
+
+/* Reads a library stream in passes of pass bytes until it gives 0 or fails
+ * (the answer kept in *last), in a bounded number of calls.  Would-block is
+ * waited out in HalvIOSelect; with length set, reading stops once that many
+ * bytes have come. */
+inline std::string Drain(HalvIO *io, uint32_t pass = 4096, int32_t *last = nullptr,
+                         size_t length = SIZE_MAX) {
+    std::string bytes, buffer(pass, '\0');
+    HalvIO *list[1] = {io};
+    int32_t got = 1;
+    for (int calls = 0; calls < 1000000 && bytes.size() < length; calls++) {
+        uint32_t ask = static_cast<uint32_t>(std::min<size_t>(pass, length - bytes.size()));
+        got = io->read(io, buffer.data(), ask);
+        if (got == -2 && HalvIOSelect(list, 1, nullptr, 0, kPatienceMs) == 1)
+            continue;
+        if (got <= 0 || static_cast<uint32_t>(got) > ask) // more than asked: a fault, shown in *last
+            break;
+        bytes.append(buffer.data(), static_cast<size_t>(got));
+    }
+    if (last != nullptr)
+        *last = got;
+    return bytes;
+}
+
+inline std::string ReadExactly(HalvIO *io, size_t length) { return Drain(io, 65536, nullptr, length); }
+
 /* A flag one thread raises and another waits for, with a time limit. */
 class Gate {
 public:
@@ -121,23 +173,13 @@ class Server {
 public:
     using Conversation = std::function<void(int fd)>;
 
-    Server() {
-        listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        listen(listener_, 16);
-        port_ = PortOf(listener_);
-    }
+    Server() : listener_(BindLoopback(16)), port_(PortOf(listener_)) {}
     ~Server() {
         Join();
         close(listener_);
     }
     uint16_t port() const { return port_; }
-    std::string Url(std::string_view path = "/") const {
-        return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
-    }
+    std::string Url(std::string_view path = "/") const { return LoopbackUrl(port_, path); }
 
     /* Accepts connections (up to count) one after another, each talked to
      * by conversation; the connection is closed behind it. */
@@ -161,8 +203,7 @@ public:
      * response, close. */
     void Respond(std::string response) {
         Serve([this, response](int fd) {
-            std::string head = ReadHead(fd);
-            SetRequest(head);
+            SetRequest(ReadHead(fd));
             SendAll(fd, response);
         });
     }
@@ -189,8 +230,8 @@ public:
     }
 
 private:
-    int listener_ = -1;
-    uint16_t port_ = 0;
+    int listener_;
+    uint16_t port_;
     std::thread thread_;
     std::mutex mutex_;
     std::string request_;
@@ -198,8 +239,21 @@ private:
 };
 
 /* "HTTP/1.1 200 OK" with the given header lines and body. */
-inline std::string Response(std::string_view headers, std::string_view body, std::string_view status = "200 OK") {
+inline std::string Response(std::string_view headers, std::string_view body,
+                            std::string_view status = "200 OK") {
     return "HTTP/1.1 " + std::string(status) + "\r\n" + std::string(headers) + "\r\n" + std::string(body);
+}
+
+/* body framed as chunks of at most piece bytes, with the last chunk. */
+inline std::string Chunked(std::string_view body, size_t piece) {
+    std::string wire;
+    char size[24];
+    for (size_t at = 0; at < body.size(); at += piece) {
+        std::string_view part = body.substr(at, piece);
+        std::snprintf(size, sizeof size, "%zx\r\n", part.size());
+        wire += size + std::string(part) + "\r\n";
+    }
+    return wire + "0\r\n\r\n";
 }
 
 /* The decoded body of a chunked upload, and whether it ended with the last
@@ -233,14 +287,6 @@ inline Dechunked Dechunk(std::string_view wire) {
         out.chunks++;
         wire.remove_prefix(size + 2);
     }
-}
-
-/* Bytes with a pattern that shows misplaced or lost pieces. */
-inline std::string Pattern(size_t length, unsigned seed = 1) {
-    std::string bytes(length, '\0');
-    for (size_t i = 0; i < length; i++)
-        bytes[i] = static_cast<char>('A' + (i * 7 + i / 253 + seed) % 58);
-    return bytes;
 }
 
 } // namespace peer

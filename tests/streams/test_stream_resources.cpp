@@ -18,23 +18,19 @@
 // 30,000 ephemeral ports to give.
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "dpk_hvsup.h"
 #include "sanitized_build.h"
-#include "temp_dir.h"
+#include "streams/file_fixture.h"
+#include "streams/peer.h"
 
 namespace {
 
@@ -104,17 +100,7 @@ namespace {
 constexpr int kRounds = halvtest::ScaledRounds(100000);
 constexpr int kSocketRounds = halvtest::ScaledRounds(2000);
 
-int OpenDescriptors() {
-    int count = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    if (dir == nullptr)
-        return -1;
-    while (dirent *entry = readdir(dir))
-        if (entry->d_name[0] != '.')
-            count++;
-    closedir(dir);
-    return count - 1;  // the directory's own descriptor
-}
+using files_test::OpenDescriptors;
 
 // One back end: open makes a stream (null on failure) and leaves nothing
 // else behind; finish releases what open needed around the stream, after
@@ -131,11 +117,8 @@ class StreamResources : public ::testing::Test {
 public:
     void SetUp() override {
         ASSERT_FALSE(dir_.path().empty());
-        file_ = dir_.path() + "/file.bin";
-        int fd = open(file_.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(write(fd, "0123456789", 10), 10);
-        close(fd);
+        file_ = dir_ / "file.bin";
+        ASSERT_TRUE(files_test::WriteFile(file_, "0123456789"));
         listener_ = HalvIO_TcpSocket(nullptr, 0, 64, 1);
     }
     void TearDown() override {
@@ -189,7 +172,7 @@ public:
              }},
         };
         if (listener_ != nullptr) {
-            uint16_t port = PortOf(listener_);
+            uint16_t port = peer::PortOf(peer::SocketOf(listener_));
             all.push_back({"tcp client", Kind::kSocket,
                            [this, port] {
                                HalvIO *io = HalvIO_TcpSocket("127.0.0.1", port, 0, 1);
@@ -207,7 +190,8 @@ public:
                                return io;
                            },
                            kSocketRounds});
-            all.push_back({"listener", Kind::kSocket, [] { return HalvIO_TcpSocket("127.0.0.1", 0, 4, 0); }, kSocketRounds});
+            all.push_back({"listener", Kind::kSocket, [] { return HalvIO_TcpSocket("127.0.0.1", 0, 4, 0); },
+                           kSocketRounds});
         }
         return all;
     }
@@ -229,16 +213,7 @@ public:
             connection->close(connection);
     }
 
-    static uint16_t PortOf(HalvIO *io) {
-        intptr_t fd;
-        std::memcpy(&fd, reinterpret_cast<const char *>(io) + sizeof(HalvIO), sizeof fd);
-        sockaddr_in address = {};
-        socklen_t length = sizeof address;
-        getsockname(static_cast<int>(fd), reinterpret_cast<sockaddr *>(&address), &length);
-        return ntohs(address.sin_port);
-    }
-
-    halvtest::TempDir dir_;
+    files_test::ScratchDir dir_;
     std::string file_;
     HalvIO *listener_ = nullptr;
     static inline std::vector<HalvSmartBuffer *> buffers_;
@@ -251,7 +226,7 @@ void OpenAndCloseInALoop(StreamResources &test, Kind kind) {
         if (b.kind != kind)
             continue;
         SCOPED_TRACE(b.name);
-        int fds = OpenDescriptors();
+        size_t fds = OpenDescriptors();
         long blocks = gBlocksOut.load();
         for (int i = 0; i < b.rounds; i++) {
             HalvIO *io = b.open();
@@ -277,7 +252,7 @@ TEST_F(StreamResources, AnAllocationFailingAtEveryStepOfAnOpenLeaksNothing) {
     ASSERT_NE(listener_, nullptr);
     for (const Backend &b : Backends()) {
         SCOPED_TRACE(b.name);
-        int fds = OpenDescriptors();
+        size_t fds = OpenDescriptors();
         long blocks = gBlocksOut.load();
         // Fail the first allocation, then the second, ... until an open
         // gets through with the failure still pending: every step was hit.

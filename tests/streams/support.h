@@ -1,6 +1,8 @@
 /*
- * tests/streams/scripted_stream.h - a stream back end built the way a host
- * builds one: a record with HalvIO at its head and slots filled by hand.
+ * tests/streams/support.h - what the tests of the generic stream operations
+ * share: byte helpers over the library's memory streams, and a scripted
+ * stream back end built the way a host builds one, a record with HalvIO at
+ * its head and slots filled by hand.
  *
  * Each read and write call takes the next step of its plan: a positive step
  * moves at most that many bytes, 0, -1 and -2 are answered as they are.  With
@@ -8,8 +10,10 @@
  * and write accepts everything.  Every slot call is logged, so a test sees
  * exactly the calls a generic operation made.
  */
-#ifndef HALV_TESTS_SCRIPTED_STREAM_H
-#define HALV_TESTS_SCRIPTED_STREAM_H
+#ifndef HALV_TESTS_STREAMS_SUPPORT_H
+#define HALV_TESTS_STREAMS_SUPPORT_H
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
@@ -18,8 +22,37 @@
 #include <vector>
 
 #include "dpk_hvsup.h"
+#include "streams/file_fixture.h"
 
 namespace scripted {
+
+using Counts = std::vector<uint32_t>;
+
+using files_test::Pattern;
+
+/* A memory stream holding bytes, positioned at their start. */
+inline HalvIO *MemOver(const std::string &bytes) {
+    HalvIO *io = HalvIO_Mem(0);
+    HalvIOWriteBytes(io, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    io->seek(io, 0, 0);
+    return io;
+}
+
+inline std::string MemBytes(HalvIO *io) {
+    return std::string(static_cast<const char *>(HalvIOMemBuffer(io)), HalvIOMemLength(io));
+}
+
+/* Seeks made one after another, each with the position it must give. */
+struct Seek {
+    int64_t offset;
+    int32_t whence;
+    int64_t result;
+};
+inline void ExpectSeeks(HalvIO *io, std::initializer_list<Seek> seeks) {
+    for (const Seek &seek : seeks)
+        EXPECT_EQ(io->seek(io, seek.offset, seek.whence), seek.result)
+            << seek.offset << " from " << seek.whence;
+}
 
 struct Call {
     char slot; /* 'r' read, 'w' write, 's' seek, 'f' flush */
@@ -95,7 +128,9 @@ inline int64_t Seek(HalvIO *io, int64_t offset, int32_t whence) {
     s.calls.push_back({'s', 0, offset, whence});
     if (!s.seekable || whence < 0 || whence > 2)
         return -1;
-    int64_t reference = whence == 0 ? 0 : whence == 1 ? static_cast<int64_t>(s.position) : static_cast<int64_t>(s.source.size());
+    int64_t reference = whence == 0   ? 0
+                        : whence == 1 ? static_cast<int64_t>(s.position)
+                                      : static_cast<int64_t>(s.source.size());
     int64_t target = reference + offset;
     if (target < 0 || target > static_cast<int64_t>(s.source.size()))
         return -1;
