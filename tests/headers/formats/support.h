@@ -91,11 +91,13 @@ struct Load {
     std::string data;
 };
 
-/* "result lines L bytes B flags/aux" of a load, so that one line checks it all. */
+/* "result lines L bytes B flags aux" of a load, so that one line checks it
+ * all; "a?" is an auxWord the load left as it was. */
 inline std::string Brief(const Load &l) {
     char text[96];
     std::snprintf(text, sizeof text, "%d %uL %uB f%x a%x", l.result, l.lines, l.bytes, l.flags, l.auxWord);
-    return text;
+    std::string s = text;
+    return l.auxWord == 0xA5A5A5A5u ? s.substr(0, s.rfind(' ')) + " a?" : s;
 }
 
 inline std::string Briefs(const std::vector<Load> &loads) {
