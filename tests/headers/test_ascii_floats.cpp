@@ -78,7 +78,19 @@ void ExpectSameFloats(const std::vector<std::string> &tokens) {
     in->close(in);
 }
 
-TEST(AsciiFloats, RandomBitsOfEveryExponent) {
+/* The values written, and every stride-th one's "%g" text read back. */
+void ExpectBothWays(const std::vector<float> &values, size_t stride) {
+    ExpectSameText(values);
+    std::vector<std::string> tokens;
+    char number[64];
+    for (size_t i = 0; i < values.size(); i += stride) {
+        std::snprintf(number, sizeof number, "%g", (double)values[i]);
+        tokens.push_back(number);
+    }
+    ExpectSameFloats(tokens);
+}
+
+TEST(AsciiFloats, RandomBitsOfEveryExponentAndValuesOfMeasurements) {
     std::mt19937 random(20240607);
     std::vector<float> values;
     for (int i = 0; i < 1500000; ++i) {
@@ -87,34 +99,18 @@ TEST(AsciiFloats, RandomBitsOfEveryExponent) {
         std::memcpy(&f, &bits, sizeof f);
         values.push_back(f);
     }
-    ExpectSameText(values);
-    std::vector<std::string> tokens;
-    char number[64];
-    for (size_t i = 0; i < values.size(); i += 5) {
-        std::snprintf(number, sizeof number, "%g", (double)values[i]);
-        tokens.push_back(number);
-    }
-    ExpectSameFloats(tokens);
-}
+    ExpectBothWays(values, 5);
 
-TEST(AsciiFloats, ValuesOfSpectraAndTheirText) {
     // Fractions and powers with few digits, as measurements have them.
-    std::mt19937 random(7);
-    std::vector<float> values;
+    random.seed(7);
+    values.clear();
     for (int i = 0; i < 500000; ++i) {
         int digits = (int)(random() % 8);
         double scale = std::pow(10.0, (int)(random() % 12) - 6);
         values.push_back((float)((double)(random() % (uint32_t)std::pow(10.0, digits)) * scale));
         values.push_back((float)(random() % 1000000) / 1e6f);
     }
-    ExpectSameText(values);
-    std::vector<std::string> tokens;
-    char number[64];
-    for (size_t i = 0; i < values.size(); i += 3) {
-        std::snprintf(number, sizeof number, "%g", (double)values[i]);
-        tokens.push_back(number);
-    }
-    ExpectSameFloats(tokens);
+    ExpectBothWays(values, 3);
 }
 
 TEST(AsciiFloats, PowersOfTenTheirNeighboursAndTies) {
