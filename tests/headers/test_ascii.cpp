@@ -18,7 +18,8 @@ namespace {
 
 /* "result:value" of n reads from text, one after the other; a value a
  * read leaves alone shows the one before it. */
-template <class T> std::string Reads(int (*read)(HalvIO *, T *), const std::string &text, int n, size_t failAt = SIZE_MAX) {
+template <class T>
+std::string Reads(int (*read)(HalvIO *, T *), const std::string &text, int n, size_t failAt = SIZE_MAX) {
     Source in(text, failAt);
     std::ostringstream s;
     s.precision(9); // enough to tell floats apart

@@ -47,7 +47,8 @@ Bytes Flatten(const HalvHeaderStruct *header, int32_t order) {
     void *buffer = nullptr;
     int32_t size = HalvBinHdrFromHdr(header, order, &buffer, 0);
     EXPECT_GT(size, 0);
-    Bytes block(static_cast<unsigned char *>(buffer), static_cast<unsigned char *>(buffer) + (size > 0 ? size : 0));
+    Bytes block(static_cast<unsigned char *>(buffer),
+                static_cast<unsigned char *>(buffer) + (size > 0 ? size : 0));
     halv_internal_free(buffer);
     return block;
 }
@@ -204,15 +205,23 @@ TEST(BinaryHeader, AKeyWithSeveralValuesAndNodesThatDoNotTravel) {
     Bytes block = Flatten(h.get(), 0);
     Header back = Read(block);
     ASSERT_NE(back, nullptr);
-    EXPECT_EQ(Shape(back->userData), "1:Data\n  2:size\n    3:1\n    3:two\n1:Photometry\n  2:name\n    3:unknown\n");
+    EXPECT_EQ(Shape(back->userData),
+              "1:Data\n  2:size\n    3:1\n    3:two\n1:Photometry\n  2:name\n    3:unknown\n");
 }
 
 TEST(BinaryHeader, ValueKindsComeFromEveryByteOfLongValues) {
     /* long values are looked at eight bytes at a time: put the telling
      * byte in every position of a 24-byte value */
     for (size_t at = 0; at < 24; ++at) {
-        for (auto [byte, kind] : {std::pair<char, int32_t>{':', 4}, {']', 4}, {'\x1f', 5}, {'\x80', 5}, {'\xff', 5},
-                                  {' ', 3}, {'~', 3}, {';', 3}, {'\\', 3}}) {
+        for (auto [byte, kind] : {std::pair<char, int32_t>{':', 4},
+                                  {']', 4},
+                                  {'\x1f', 5},
+                                  {'\x80', 5},
+                                  {'\xff', 5},
+                                  {' ', 3},
+                                  {'~', 3},
+                                  {';', 3},
+                                  {'\\', 3}}) {
             std::string value(24, 'v');
             value[at] = byte;
             HalvUserCMData *tree = HVHdrSetHeaderParam(nullptr, "S", "k", "x");

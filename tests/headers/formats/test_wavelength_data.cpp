@@ -109,7 +109,8 @@ TEST(SpectralData, AsciiLoadsWholeMeasurementsOnly) {
         ASSERT_EQ(o.result, 1);
         Load l = o.Next(2);
         uint32_t measurements = Tokens(data.substr(0, cut)) / 4;
-        EXPECT_EQ(Brief(l), "1 " + std::to_string(measurements) + "L " + std::to_string(measurements * 16) + "B f1 a0")
+        EXPECT_EQ(Brief(l),
+                  "1 " + std::to_string(measurements) + "L " + std::to_string(measurements * 16) + "B f1 a0")
             << cut;
         EXPECT_EQ(Floats(l.data), Part(values, 0, measurements * 4)) << cut;
     }
@@ -259,7 +260,8 @@ TEST(SpectralData, EmittingAndWhatItRefuses) {
         r.header->parts[2] = r.parts2;
         r.header->bitsPerSample[0] = r.bits0;
         hdr_test::Sink out(r.room);
-        EXPECT_EQ(HVHdrFromChunk(r.header == h ? ascii : binary, r.header, &chunk, out.io()), r.result) << r.what;
+        EXPECT_EQ(HVHdrFromChunk(r.header == h ? ascii : binary, r.header, &chunk, out.io()), r.result)
+            << r.what;
         EXPECT_EQ(out.text(), r.text) << r.what;
         r.header->parts[2] = 0;
         r.header->bitsPerSample[0] = 32;
@@ -359,7 +361,8 @@ TEST(SpectralData, RoundTripThroughAUrl) {
 
         // Down: the same bytes served back, read as any file is.
         peer::Server again;
-        again.Respond(peer::Response("Content-Length: " + std::to_string(stored.body.size()) + "\r\n", stored.body));
+        again.Respond(
+            peer::Response("Content-Length: " + std::to_string(stored.body.size()) + "\r\n", stored.body));
         HalvIO *down = HalvIO_FileName(again.Url("/measured/patches.hvs").c_str(), "r");
         ASSERT_NE(down, nullptr);
         HVHdrManager read{};
