@@ -28,11 +28,11 @@ TEST(Vocabulary, ColourWordsAndFacts) {
 
     // Words match by their beginning, in table order, ignoring case.
     const std::pair<const char *, int32_t> words[] = {
-        {"rgbLinearPlus", 2}, {"RGB", 2},           {"kx", 21},           {"Kodak", 21},        {"KODAKYCBCR", 115},
-        {"unknownThing", 0},  {"unknownYCbCr", 15}, {"nothing at all", 0}, {"", 0},             {nullptr, 0},
-        {"xyzicc", 113},      {"xyz", 7},           {"grey", 1},          {"sgrey", 22},        {"devicegrey", 23},
-        {"prophotorgb", 19},  {"gencmyk", 107},     {"gencmy", 106},      {"lstar", 17},        {"hsb", 109},
-        {"photoycbcr", 115},  {"jpgycbcr", 15},     {"ciecam", 101},      {"map", 12},          {"sBGR", 13}};
+        {"rgbLinearPlus", 2}, {"RGB", 2}, {"kx", 21}, {"Kodak", 21}, {"KODAKYCBCR", 115}, {"unknownThing", 0},
+        {"unknownYCbCr", 15}, {"nothing at all", 0}, {"", 0}, {nullptr, 0}, {"xyzicc", 113}, {"xyz", 7},
+        {"grey", 1}, {"sgrey", 22}, {"devicegrey", 23}, {"prophotorgb", 19}, {"gencmyk", 107},
+        {"gencmy", 106}, {"lstar", 17}, {"hsb", 109}, {"photoycbcr", 115}, {"jpgycbcr", 15}, {"ciecam", 101},
+        {"map", 12}, {"sBGR", 13}};
     for (auto [word, code] : words)
         EXPECT_EQ(HalvStr2Clr(word), code) << (word ? word : "null");
 

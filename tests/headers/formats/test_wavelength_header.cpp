@@ -86,10 +86,13 @@ TEST(SpectralHeader, TablesAndIntervalsSettleOnOneForm) {
         {"uneven table wins over an interval",
          {samples3, "wavelengths: 400 410 430", "samplingInterval: 10"}, 1, 400, kNone, {400, 410, 430}},
         {"uneven table wins over an interval and a start it agrees with",
-         {samples3, "startWaveLength: 400", "wavelengths: 400 410 430", "samplingInterval: 99"}, 1, 400, kNone,
+         {samples3, "startWaveLength: 400", "wavelengths: 400 410 430", "samplingInterval: 99"},
+         1, 400, kNone,
          {400, 410, 430}},
-        {"even table against another interval", {samples3, "wavelengths: 400 410 420", "samplingInterval: 20"}, 0},
-        {"start other than the table's first", {samples3, "startWaveLength: 390", "wavelengths: 400 410 420"}, 0},
+        {"even table against another interval",
+         {samples3, "wavelengths: 400 410 420", "samplingInterval: 20"}, 0},
+        {"start other than the table's first",
+         {samples3, "startWaveLength: 390", "wavelengths: 400 410 420"}, 0},
         {"equal neighbours", {samples3, "wavelengths: 400 400 420"}, 0},
         {"falling table", {samples3, "wavelengths: 420 410 400"}, 0},
         {"falling at the end", {samples3, "wavelengths: 400 410 405"}, 0},
@@ -100,7 +103,8 @@ TEST(SpectralHeader, TablesAndIntervalsSettleOnOneForm) {
         // without start and interval that is no header.
         {"the written key is not read", {samples3, "wavelength: 400 410 420"}, 0},
         {"the written key beside start and interval",
-         {samples3, "wavelength: 400 410 420", "startWaveLength: 400", "samplingInterval: 10"}, 1, 400, 10, {}},
+         {samples3, "wavelength: 400 410 420", "startWaveLength: 400", "samplingInterval: 10"},
+         1, 400, 10, {}},
         {"no table, no start", {samples3, "samplingInterval: 10"}, 0},
         {"no table, no interval", {samples3, "startWaveLength: 400"}, 0},
         {"-1 is no start", {samples3, "startWaveLength: -1.0", "samplingInterval: 10"}, 0},
@@ -114,13 +118,15 @@ TEST(SpectralHeader, TablesAndIntervalsSettleOnOneForm) {
          {400.0f, 400.1f, 400.2f, 400.3f}},
         // Steps of a binary fraction are even, and the interval must be
         // exactly the float step.
-        {"binary steps", {"numberOfSamples: 4", "wavelengths: 400 400.25 400.5 400.75", "samplingInterval: 0.25"},
+        {"binary steps",
+         {"numberOfSamples: 4", "wavelengths: 400 400.25 400.5 400.75", "samplingInterval: 0.25"},
          1, 400, 0.25f, {}},
         {"binary steps, interval off by a little",
          {"numberOfSamples: 4", "wavelengths: 400 400.25 400.5 400.75", "samplingInterval: 0.2500001"}, 0},
         // One entry: its step is taken to the zero behind it.
         {"a table of one", {"numberOfSamples: 1", "wavelengths: 555"}, 1, 555, kNone, {555}},
-        {"a table of one and an interval", {"numberOfSamples: 1", "wavelengths: 555", "samplingInterval: 10"}, 0},
+        {"a table of one and an interval",
+         {"numberOfSamples: 1", "wavelengths: 555", "samplingInterval: 10"}, 0},
         {"a table of one and its own odd step",
          {"numberOfSamples: 1", "wavelengths: 555", "samplingInterval: -555"}, 1, 555, -555, {}},
         {"a table and no samples", {"numberOfSamples: 0", "wavelengths: 555"}, 0},
@@ -183,9 +189,9 @@ TEST(SpectralHeader, SpectrumTypes) {
     const struct {
         const char *line;
         uint32_t type;
-    } cases[] = {{"spectrumType: Illuminant", 1}, {"spectrumType: FILTER", 2},  {"spectrumType: reflectance", 0},
-                 {"spectrumType: other", 3},      {"spectrumType: unknown", 3}, {"spectrumType: filters", 3},
-                 {"spectrumType:   filter", 2},   {"spectrumType:", 3},         {"", 3}};
+    } cases[] = {{"spectrumType: Illuminant", 1}, {"spectrumType: FILTER", 2},
+                 {"spectrumType: reflectance", 0}, {"spectrumType: other", 3}, {"spectrumType: unknown", 3},
+                 {"spectrumType: filters", 3}, {"spectrumType:   filter", 2}, {"spectrumType:", 3}, {"", 3}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.line);
         std::vector<std::string> keys = EvenKeys(2, 1);
@@ -198,8 +204,8 @@ TEST(SpectralHeader, SpectrumTypes) {
         EXPECT_EQ(Line(Written(r.opened.header), "spectrumType"), __HVHdrSpectralTypeName(c.type));
     }
     // Blanks are not skipped here.
-    for (auto [word, type] : {std::pair<const char *, int32_t>{"FiLtEr", 2}, {"illuminant", 1}, {" filter", 3},
-                              {"filter ", 3}, {"", 3}, {nullptr, 3}})
+    for (auto [word, type] : {std::pair<const char *, int32_t>{"FiLtEr", 2}, {"illuminant", 1},
+                              {" filter", 3}, {"filter ", 3}, {"", 3}, {nullptr, 3}})
         EXPECT_EQ(ctkStr2SpecType(word), type) << (word ? word : "null");
     EXPECT_STREQ(__HVHdrSpectralTypeName(0), "reflectance");
     EXPECT_STREQ(__HVHdrSpectralTypeName(77), "unknown");
@@ -224,9 +230,11 @@ TEST(SpectralHeader, KeysTakenKeptAndWritten) {
     // Writing starts afresh: nothing of the tree goes out, through either
     // version, whatever the manager passed.
     HVHdrManager binary = Manager("1.0-binary"), ascii = Manager("1.0-ascii");
-    std::vector<std::string> keys = {"numberOfSamples: 2", "numberOfMeasurements: 7", "startWaveLength: 380.500000",
-                                     "samplingInterval: 2.500000", "spectrumType: illuminant"};
-    EXPECT_EQ(WriteImage(o.header, ascii), StoredHeader("1.0-binary", keys)) << "the header's own slots go first";
+    std::vector<std::string> keys = {"numberOfSamples: 2", "numberOfMeasurements: 7",
+                                     "startWaveLength: 380.500000", "samplingInterval: 2.500000",
+                                     "spectrumType: illuminant"};
+    // The header's own slots go first.
+    EXPECT_EQ(WriteImage(o.header, ascii), StoredHeader("1.0-binary", keys));
     HalvUserCMData *tree = nullptr;
     ASSERT_EQ(HVHdrFromHeader(binary, o.header, &tree), 1);
     EXPECT_EQ(HVHdrCheckHeaderParam(tree, "Origin", "site"), 0);
