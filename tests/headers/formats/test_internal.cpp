@@ -181,15 +181,9 @@ TEST(RasterInternal, OldVersionReadsByItsOwnRulesAndGoesOutAsTheNewOne) {
         {{"bits/sample: 16", "bytes/sl: 8"}, 1, 0, {16, 0, 0}, {8, 0, 0}}, // no imageParts: one part
         // A mask with both lists counts; maskBits/sample alone is ignored.
         {{"imageParts: 2", "bits/sample: 8", "bytes/sl: 4", "maskBits/sample: 1", "maskBytes/sl: 1"},
-         2,
-         1,
-         {8, 8, 1},
-         {4, 4, 1}},
+         2, 1, {8, 8, 1}, {4, 4, 1}},
         {{"imageParts: 2", "bits/sample: 8", "bytes/sl: 4", "maskBits/sample: 1"},
-         2,
-         0,
-         {8, 8, 0},
-         {4, 4, 0}},
+         2, 0, {8, 8, 0}, {4, 4, 0}},
     };
     for (const auto &c : cases) {
         t.encoding = c.encoding;
@@ -216,9 +210,7 @@ TEST(RasterInternal, LinesPerLoadFollowTheAskAndTheHeight) {
         // Lines 0 means 32, then the rest.
         {{"pixels: 4", "scanlines: 40"}, 160, 0, "1 32L 128B f0 a0; 1 8L 32B f1 a0"},
         // Lines asked for exactly; the last load ends on the image's end.
-        {{"pixels: 4", "scanlines: 40"},
-         160,
-         10,
+        {{"pixels: 4", "scanlines: 40"}, 160, 10,
          "1 10L 40B f0 a0; 1 10L 40B f0 a0; 1 10L 40B f0 a0; 1 10L 40B f1 a0"},
         // Without a height, or height 0: one line a load, and the first
         // short read ends the image without failing.

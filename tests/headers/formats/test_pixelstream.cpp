@@ -147,10 +147,7 @@ TEST(PixelStream, LoadsFromText) {
         {kGray8, std::string(100, '9') + " 8 9", 2, "1 1L 1B f1 a0", "8", "9"},
         // Byte 0x04 ends the data as the stream's end does, 0xff ends a token.
         {kRgb8, "1 2 3 \x04 4 5 6", 3, "1 1L 3B f1 a0", "1 2 3", " 4 5 6"},
-        {kRgb8,
-         "1 2 3\x04"
-         "4 5 6",
-         3, "1 1L 3B f1 a0", "1 2 3", "4 5 6"},
+        {kRgb8, "1 2 3\x04" "4 5 6", 3, "1 1L 3B f1 a0", "1 2 3", "4 5 6"},
         {kRgb8, "1 2 3\xff 4 5 6", 3, "1 1L 3B f1 a0", "1 2 3", nullptr},
         // 8 bits keep the low byte, 16 bits the low two, in this machine's order.
         {kGray8, "300", 1, "1 1L 1B f0 a0", "44", nullptr},

@@ -286,12 +286,8 @@ std::string Store(const char *format, const char *version, Picture &p, uint32_t 
         std::string data;
         for (uint32_t y = first; y < first + lines; ++y)
             data += Line(p, y, h, big);
-        HalvChunk c{first + lines == p.height ? 1u : 0u,
-                    0,
-                    stream ? lines * p.width : lines,
-                    (uint32_t)data.size(),
-                    (uint32_t)data.size(),
-                    0,
+        uint32_t size = (uint32_t)data.size();
+        HalvChunk c{first + lines == p.height ? 1u : 0u, 0, stream ? lines * p.width : lines, size, size, 0,
                     data.data()};
         EXPECT_EQ(HVHdrFromChunk(m, h, &c, out), 1) << format;
         first += lines;
@@ -358,18 +354,19 @@ TEST(RasterPixr, OneImageThroughAllFourFormatsAndBack) {
                 p.samples.push_back((i * 2654435761u >> 7) & (bits == 8 ? 0xFF : 0xFFFF));
             std::string where = std::to_string(bits) + (big ? " big" : " little");
 
-            Picture internal = Read(Store("internal", "2.1", p, 0, big), p);
-            EXPECT_TRUE(internal.samples == p.samples) << "internal " << where;
-            Picture ext = Read(Store("image-ext", "1.0", internal, 1, big), p);
-            EXPECT_TRUE(ext.samples == p.samples) << "image-ext " << where;
-            Picture pixr = Read(Store("pixr", "1.0", ext, 0, big), p);
-            EXPECT_TRUE(pixr.samples == p.samples) << "pixr " << where;
-            Picture pixrPixels = Read(Store("pixr", "1.0", pixr, 1, big), p);
-            EXPECT_TRUE(pixrPixels.samples == p.samples) << "pixr, pixel interleave " << where;
-            Picture stream = Read(Store("pixelstream", "1.0-ascii", pixrPixels, 1, big), p);
-            EXPECT_TRUE(stream.samples == p.samples) << "pixelstream " << where;
-            Picture back = Read(Store("internal", "2.1", stream, 1, !big), p);
-            EXPECT_TRUE(back.samples == p.samples) << "internal again " << where;
+            // Each step stores what the one before read back.
+            const struct {
+                const char *format, *version;
+                uint32_t interleave;
+                bool otherOrder;
+            } steps[] = {{"internal", "2.1", 0, false},        {"image-ext", "1.0", 1, false},
+                         {"pixr", "1.0", 0, false},            {"pixr", "1.0", 1, false},
+                         {"pixelstream", "1.0-ascii", 1, false}, {"internal", "2.1", 1, true}};
+            Picture current = p;
+            for (const auto &s : steps) {
+                current = Read(Store(s.format, s.version, current, s.interleave, big != s.otherOrder), p);
+                EXPECT_TRUE(current.samples == p.samples) << s.format << " " << s.interleave << " " << where;
+            }
         }
     }
 }
