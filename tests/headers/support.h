@@ -190,8 +190,9 @@ inline int SampleCreateHeader(HalvHeaderStruct **out) {
     return 1;
 }
 
-inline constexpr HVHdrManager kSample = {nullptr,          nullptr,         nullptr,          nullptr,           SampleToHeader,
-                                  SampleLoadChunk, SampleFromHeader, SampleEmitChunk, SampleCreateHeader};
+inline constexpr HVHdrManager kSample = {nullptr,          nullptr,         nullptr,
+                                         nullptr,          SampleToHeader,  SampleLoadChunk,
+                                         SampleFromHeader, SampleEmitChunk, SampleCreateHeader};
 
 /* Registers the sample format for one test and gives its entry back. */
 class SampleFormat {
@@ -206,7 +207,8 @@ class SampleFormat {
     HVHdrManagerEntry *entry_ = nullptr;
 };
 
-inline const std::string kStored = "[ID]\nformat: sample\nversion: 1.0\n\n[Raster]\ndims: 3 2\n\n[Notes]\nby: hand\n\n[End]";
+inline const std::string kStored =
+    "[ID]\nformat: sample\nversion: 1.0\n\n[Raster]\ndims: 3 2\n\n[Notes]\nby: hand\n\n[End]";
 inline const std::string kData = " 1 2 3 4 5 250\n";
 
 } // namespace sample

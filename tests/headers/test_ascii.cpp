@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,56 +16,37 @@ using hdr_test::Source;
 
 namespace {
 
+/* "result:value" of n reads from text, one after the other; a value a
+ * read leaves alone shows the one before it. */
+template <class T>
+std::string Reads(int (*read)(HalvIO *, T *), const std::string &text, int n, size_t failAt = SIZE_MAX) {
+    Source in(text, failAt);
+    std::ostringstream s;
+    s.precision(9); // enough to tell floats apart
+    T v = 5;
+    for (int i = 0; i < n; ++i) {
+        int result = read(in.io(), &v);
+        s << (i ? " " : "") << result << ":" << v;
+    }
+    return s.str();
+}
+
 TEST(AsciiValues, TokensAndTheirResults) {
-    Source in("  12\t\n-3 4294967295 x1 \x04 7\x04" "8");
-    uint32_t v = 0;
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), 0);
-    EXPECT_EQ(v, 12u);
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), 0);
-    EXPECT_EQ(v, (uint32_t)-3);
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), 0);
-    EXPECT_EQ(v, 4294967295u);
-    v = 5;
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), 1); // no number, value untouched
-    EXPECT_EQ(v, 5u);
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), -1); // 0x04 before a token: end
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), 0); // 0x04 ends a token and is consumed
-    EXPECT_EQ(v, 7u);
-    EXPECT_EQ(in.rest(), "8");
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), 0); // the stream's end ends a token
-    EXPECT_EQ(v, 8u);
-    EXPECT_EQ(__HVHdrReadAsciiInt(in.io(), &v), -1);
-
-    Source ff("\xFF" "1");
-    EXPECT_EQ(__HVHdrReadAsciiInt(ff.io(), &v), -1);
-    Source ff2("3\xFF" "1");
-    EXPECT_EQ(__HVHdrReadAsciiInt(ff2.io(), &v), 0);
-    EXPECT_EQ(v, 3u);
-    Source broken("9", 0);
-    EXPECT_EQ(__HVHdrReadAsciiInt(broken.io(), &v), -1);
-
-    // Tokens must fit 31 (integers) or 63 (floats) bytes.
-    Source longInt(std::string(31, '1') + " " + std::string(32, '1') + " 5");
-    EXPECT_EQ(__HVHdrReadAsciiInt(longInt.io(), &v), 0);
-    EXPECT_EQ(__HVHdrReadAsciiInt(longInt.io(), &v), 1);
-    EXPECT_EQ(__HVHdrReadAsciiInt(longInt.io(), &v), 0); // the long token was read to its end
-    EXPECT_EQ(v, 5u);
-    float f = 0;
-    Source longFloat("0." + std::string(61, '5') + " 0." + std::string(62, '5'));
-    EXPECT_EQ(__HVHdrReadAsciiFloat(longFloat.io(), &f), 0);
-    EXPECT_EQ(f, 0.5555555555f);
-    EXPECT_EQ(__HVHdrReadAsciiFloat(longFloat.io(), &f), 1);
-
-    Source floats("1.5 -2e3 1e40 nan? .");
-    EXPECT_EQ(__HVHdrReadAsciiFloat(floats.io(), &f), 0);
-    EXPECT_EQ(f, 1.5f);
-    EXPECT_EQ(__HVHdrReadAsciiFloat(floats.io(), &f), 0);
-    EXPECT_EQ(f, -2000.0f);
-    EXPECT_EQ(__HVHdrReadAsciiFloat(floats.io(), &f), 0); // narrowed to float: infinity
-    EXPECT_TRUE(std::isinf(f));
-    EXPECT_EQ(__HVHdrReadAsciiFloat(floats.io(), &f), 0);
-    EXPECT_TRUE(std::isnan(f));
-    EXPECT_EQ(__HVHdrReadAsciiFloat(floats.io(), &f), 1);
+    // No number leaves the value; 0x04 before a token is the end, behind
+    // one it ends the token and is consumed; so does the stream's end.
+    EXPECT_EQ(Reads(__HVHdrReadAsciiInt, "  12\t\n-3 4294967295 x1 \x04 7\x04" "8", 8),
+              "0:12 0:4294967293 0:4294967295 1:4294967295 -1:4294967295 0:7 0:8 -1:8");
+    EXPECT_EQ(Reads(__HVHdrReadAsciiInt, "\xFF" "1", 1), "-1:5");
+    EXPECT_EQ(Reads(__HVHdrReadAsciiInt, "3\xFF" "1", 1), "0:3");
+    EXPECT_EQ(Reads(__HVHdrReadAsciiInt, "9", 1, 0), "-1:5");
+    // Tokens must fit 31 (integers) or 63 (floats) bytes; a long token is
+    // read to its end.
+    EXPECT_EQ(Reads(__HVHdrReadAsciiInt, std::string(31, '1') + " " + std::string(32, '1') + " 5", 3),
+              "0:4294967295 1:4294967295 0:5");
+    EXPECT_EQ(Reads(__HVHdrReadAsciiFloat, "0." + std::string(61, '5') + " 0." + std::string(62, '5'), 2),
+              "0:0.555555582 1:0.555555582");
+    // Narrowed to float: 1e40 is infinity.
+    EXPECT_EQ(Reads(__HVHdrReadAsciiFloat, "1.5 -2e3 1e40 nan? .", 5), "0:1.5 0:-2000 0:inf 0:nan 1:nan");
 
     float pair[2] = {9, 9};
     Source half("1.25 x");

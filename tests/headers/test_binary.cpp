@@ -47,7 +47,8 @@ Bytes Flatten(const HalvHeaderStruct *header, int32_t order) {
     void *buffer = nullptr;
     int32_t size = HalvBinHdrFromHdr(header, order, &buffer, 0);
     EXPECT_GT(size, 0);
-    Bytes block(static_cast<unsigned char *>(buffer), static_cast<unsigned char *>(buffer) + (size > 0 ? size : 0));
+    Bytes block(static_cast<unsigned char *>(buffer),
+                static_cast<unsigned char *>(buffer) + (size > 0 ? size : 0));
     halv_internal_free(buffer);
     return block;
 }
@@ -65,6 +66,22 @@ std::string Shape(const HalvUserCMData *node, int depth = 0) {
         out += Shape(node->children, depth + 1);
     }
     return out;
+}
+
+/* The fields a block carries, but for colour and compression, which
+ * travel in the tree. */
+void ExpectSameGeometry(const HalvHeaderStruct *back, const HalvHeaderStruct *h) {
+    EXPECT_EQ(back->managerType, h->managerType);
+    EXPECT_EQ(back->endian, h->endian);
+    EXPECT_EQ(back->dimCount, h->dimCount);
+    EXPECT_EQ(back->interleave, h->interleave);
+    EXPECT_EQ(back->alignment, h->alignment);
+    EXPECT_EQ(back->minimumChunk, h->minimumChunk);
+    EXPECT_EQ(back->preferredChunk, h->preferredChunk);
+    EXPECT_EQ(0, std::memcmp(back->parts, h->parts, sizeof h->parts));
+    EXPECT_EQ(0, std::memcmp(back->dims, h->dims, sizeof h->dims));
+    EXPECT_EQ(0, std::memcmp(back->bitsPerSample, h->bitsPerSample, sizeof h->bitsPerSample));
+    EXPECT_EQ(0, std::memcmp(back->bytesPerSep, h->bytesPerSep, sizeof h->bytesPerSep));
 }
 
 /* A tree read from header text. */
@@ -157,17 +174,7 @@ TEST(BinaryHeader, FieldsAndTreeRoundTripInBothByteOrders) {
         for (bool borrow : {false, true}) {
             Header back = Read(block, borrow);
             ASSERT_NE(back, nullptr);
-            EXPECT_EQ(back->endian, 1);
-            EXPECT_EQ(back->managerType, HALV_HDR_IMAGE_EXT);
-            EXPECT_EQ(back->dimCount, 2u);
-            EXPECT_EQ(back->dims[1], 480u);
-            EXPECT_EQ(back->parts[0] + back->parts[1], 4u);
-            EXPECT_EQ(0, std::memcmp(back->bitsPerSample, h->bitsPerSample, 4 * 4));
-            EXPECT_EQ(0, std::memcmp(back->bytesPerSep, h->bytesPerSep, 4 * 4));
-            EXPECT_EQ(back->bitsPerSample[4], 0u);
-            EXPECT_EQ(back->alignment, 4u);
-            EXPECT_EQ(back->minimumChunk, 7680u);
-            EXPECT_EQ(back->preferredChunk, 7680u * 32);
+            ExpectSameGeometry(back.get(), h.get());
             EXPECT_EQ(back->color, 2) << "rgbLinear";
             EXPECT_EQ(back->compression, HalvStr2Comp("lzw"));
             /* value kinds come from their bytes */
@@ -198,15 +205,23 @@ TEST(BinaryHeader, AKeyWithSeveralValuesAndNodesThatDoNotTravel) {
     Bytes block = Flatten(h.get(), 0);
     Header back = Read(block);
     ASSERT_NE(back, nullptr);
-    EXPECT_EQ(Shape(back->userData), "1:Data\n  2:size\n    3:1\n    3:two\n1:Photometry\n  2:name\n    3:unknown\n");
+    EXPECT_EQ(Shape(back->userData),
+              "1:Data\n  2:size\n    3:1\n    3:two\n1:Photometry\n  2:name\n    3:unknown\n");
 }
 
 TEST(BinaryHeader, ValueKindsComeFromEveryByteOfLongValues) {
     /* long values are looked at eight bytes at a time: put the telling
      * byte in every position of a 24-byte value */
     for (size_t at = 0; at < 24; ++at) {
-        for (auto [byte, kind] : {std::pair<char, int32_t>{':', 4}, {']', 4}, {'\x1f', 5}, {'\x80', 5}, {'\xff', 5},
-                                  {' ', 3}, {'~', 3}, {';', 3}, {'\\', 3}}) {
+        for (auto [byte, kind] : {std::pair<char, int32_t>{':', 4},
+                                  {']', 4},
+                                  {'\x1f', 5},
+                                  {'\x80', 5},
+                                  {'\xff', 5},
+                                  {' ', 3},
+                                  {'~', 3},
+                                  {';', 3},
+                                  {'\\', 3}}) {
             std::string value(24, 'v');
             value[at] = byte;
             HalvUserCMData *tree = HVHdrSetHeaderParam(nullptr, "S", "k", "x");
@@ -282,20 +297,17 @@ TEST(BinaryHeader, BlocksThatAreTooSmallOrNotBlocks) {
     EXPECT_EQ(HalvBinHdrToHdr(minimal.data(), 555, 0), nullptr);
     EXPECT_EQ(HalvBinHdrToHdr(minimal.data(), 1, 0), nullptr);
     EXPECT_EQ(HalvBinHdrToHdr(nullptr, 0, 0), nullptr);
-    Bytes tree4 = minimal;
-    PutWord(tree4, 552, 4);
-    EXPECT_EQ(HalvBinHdrToHdr(tree4.data(), 556, 0), nullptr) << "the tree length runs past the size";
+    // The tree length runs past the size, too many parts or dimensions.
+    for (auto [at, value] : {std::pair<size_t, uint32_t>{552, 4}, {140, 33}, {8, 11}}) {
+        Bytes wrong = minimal;
+        PutWord(wrong, at, value);
+        EXPECT_EQ(Read(wrong), nullptr) << at;
+    }
     for (size_t at : {0, 1, 2, 3}) {
         Bytes wrong = minimal;
         wrong[at] = 'X';
         EXPECT_EQ(Read(wrong), nullptr) << "byte " << at;
     }
-    Bytes tooManyParts = minimal;
-    PutWord(tooManyParts, 140, 33);
-    EXPECT_EQ(Read(tooManyParts), nullptr);
-    Bytes tooManyDims = minimal;
-    PutWord(tooManyDims, 8, 11);
-    EXPECT_EQ(Read(tooManyDims), nullptr);
     Header wide = NewHeader();
     wide->parts[0] = 33;
     EXPECT_EQ(HalvBinHdrFromHdr(wide.get(), 0, nullptr, 0), -1) << "a header the block's tables can't hold";
@@ -383,15 +395,7 @@ TEST(BinaryHeader, EveryRasterHeaderTheLibraryReadsRoundTripsFieldForField) {
             Bytes block = Flatten(stored.get(), order);
             Header back = Read(block, order == 1);
             ASSERT_NE(back, nullptr);
-            EXPECT_EQ(back->managerType, stored->managerType);
-            EXPECT_EQ(back->endian, stored->endian);
-            EXPECT_EQ(0, std::memcmp(back->parts, stored->parts, sizeof stored->parts));
-            EXPECT_EQ(back->dimCount, stored->dimCount);
-            EXPECT_EQ(0, std::memcmp(back->dims, stored->dims, sizeof stored->dims));
-            EXPECT_EQ(0, std::memcmp(back->bitsPerSample, stored->bitsPerSample, sizeof stored->bitsPerSample));
-            EXPECT_EQ(0, std::memcmp(back->bytesPerSep, stored->bytesPerSep, sizeof stored->bytesPerSep));
-            EXPECT_EQ(back->interleave, stored->interleave);
-            EXPECT_EQ(back->alignment, stored->alignment);
+            ExpectSameGeometry(back.get(), stored.get());
             EXPECT_EQ(back->compression, stored->compression);
             EXPECT_EQ(back->color, stored->color);
             EXPECT_EQ(HVHdrGetHeaderParam(back->userData, "Photometry", "name") == nullptr,

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dpk_hvsup.h"
@@ -111,23 +112,21 @@ TEST(ManagerTable, RegisterFindsByNameIgnoringCaseNotByType) {
     EXPECT_EQ(m.toHeader, &SampleToHeader);
     EXPECT_EQ(m.createHeader, &SampleCreateHeader);
     EXPECT_EQ(m.toStruct, nullptr);
-    EXPECT_EQ(HVHdrGetManager_Str("sample", "1.1", &m), 0); // no fallback to another version
-    EXPECT_EQ(HVHdrGetManager_Str("sample", "1.0 ", &m), 0);
-    EXPECT_EQ(HVHdrGetManager_Str("sampl", "1.0", &m), 0);
-    EXPECT_EQ(HVHdrGetManager_Str(nullptr, "1.0", &m), 0);
+    // No fallback to another version, no near names.
+    for (auto [name, version] : {std::pair<const char *, const char *>{"sample", "1.1"}, {"sample", "1.0 "},
+                                 {"sampl", "1.0"}, {nullptr, "1.0"}})
+        EXPECT_EQ(HVHdrGetManager_Str(name, version, &m), 0) << (name ? name : "null") << " " << version;
     EXPECT_EQ(HVHdrGetManager_Type(-1, &m), 0); // a registered manager is found by name only
 
-    // From a header tree: ID/format and ID/version.
-    HalvUserCMData *tree = Parse("[ID]\nformat: Sample\nversion: 1.0\n[End]");
-    ASSERT_EQ(HVHdrGetManager(tree, &m), 1);
-    EXPECT_EQ(m.loadChunk, &SampleLoadChunk);
-    HVHdrFree(tree);
-    tree = Parse("[ID]\nformat: sample\n[End]"); // no version: no manager
-    EXPECT_EQ(HVHdrGetManager(tree, &m), 0);
-    HVHdrFree(tree);
-    tree = Parse("[ID]\nversion: 1.0\n[End]");
-    EXPECT_EQ(HVHdrGetManager(tree, &m), 0);
-    HVHdrFree(tree);
+    // From a header tree: ID/format and ID/version, both needed.
+    for (auto [text, found] : {std::pair<const char *, int>{"[ID]\nformat: Sample\nversion: 1.0\n[End]", 1},
+                               {"[ID]\nformat: sample\n[End]", 0}, {"[ID]\nversion: 1.0\n[End]", 0}}) {
+        HalvUserCMData *tree = Parse(text);
+        m = HVHdrManager{};
+        EXPECT_EQ(HVHdrGetManager(tree, &m), found) << text;
+        EXPECT_EQ(m.loadChunk, found ? &SampleLoadChunk : nullptr);
+        HVHdrFree(tree);
+    }
     EXPECT_EQ(HVHdrGetManager(nullptr, &m), 0);
 }
 
@@ -172,17 +171,14 @@ TEST(ManagerTable, SecondRegistrationReplacesAndTheTableFills) {
     EXPECT_EQ(HVHdrRegisterManager(nullptr, "1", &kSample, &late), 0);
     EXPECT_EQ(HVHdrRegisterManager("x", "1", nullptr, &late), 0);
     EXPECT_EQ(HVHdrRegisterManager("x", "1", &kSample, nullptr), 0);
-}
 
-TEST(ManagerTable, LongNamesAreCutAt32Bytes) {
+    // Long names are cut at 32 bytes and compared over the 32 stored.
     const std::string longName(40, 'q');
-    HVHdrManagerEntry *entry = nullptr;
-    ASSERT_EQ(HVHdrRegisterManager(longName.c_str(), "v", &kSample, &entry), 1);
-    HVHdrManager m{};
+    ASSERT_EQ(HVHdrRegisterManager(longName.c_str(), "v", &kSample, &late), 1);
     EXPECT_EQ(HVHdrGetManager_Str(longName.substr(0, 32).c_str(), "v", &m), 1);
-    EXPECT_EQ(HVHdrGetManager_Str(longName.c_str(), "v", &m), 1); // compared over the 32 stored bytes
+    EXPECT_EQ(HVHdrGetManager_Str(longName.c_str(), "v", &m), 1);
     EXPECT_EQ(HVHdrGetManager_Str(longName.substr(0, 31).c_str(), "v", &m), 0);
-    HVHdrUnregisterManager(entry);
+    HVHdrUnregisterManager(late);
 }
 
 // ---- calls through a manager ----
@@ -285,7 +281,10 @@ TEST(ManagerCalls, StructureSlotsPassArgumentsThrough) {
     m.toStruct = [](HalvUserCMData *t, void *s) { seen[0] = t; seen[1] = s; return 7; };
     m.loadAll = [](void *a, void *b) { seen[0] = a; seen[1] = b; return 8; };
     m.emitAll = [](void *a, void *b) { seen[0] = b; seen[1] = a; return 9; };
-    m.fromStruct = [](void *, HalvUserCMData **t) { *t = HVHdrSetHeaderParam(*t, "Added", "k", "v"); return 3; };
+    m.fromStruct = [](void *, HalvUserCMData **t) {
+        *t = HVHdrSetHeaderParam(*t, "Added", "k", "v");
+        return 3;
+    };
     EXPECT_EQ(HVHdrToStruct(m, tree, &structure), 7);
     EXPECT_EQ(seen[0], tree);
     EXPECT_EQ(seen[1], &structure);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "dpk_hvsup.h"
 #include "headers/support.h"
@@ -36,47 +37,39 @@ TEST(HeaderText, ReadStopsAtTheDataAndWriteGivesTheSameBytes) {
     HVHdrFree(tree);
 }
 
-TEST(HeaderText, EndMarkerVariants) {
-    // Text between [End] and the form feed, and between form feed and line
-    // feed, is skipped.
-    Source junk("[ID]\nformat: x\n[End] junk\r\f more\n\nDATA");
-    HalvUserCMData *tree = nullptr;
-    ASSERT_EQ(HVHdrRead(junk.io(), &tree), 1);
-    EXPECT_EQ(junk.rest(), "\nDATA");
-    HVHdrFree(tree);
-
-    // A stream that ends right behind [End], or inside the marker, still
-    // gives 1: the tree is whole.
-    for (const std::string tail : {"", "\f", "\fxyz"}) {
-        Source in("[ID]\nformat: x\n[End]" + tail);
-        tree = nullptr;
-        EXPECT_EQ(HVHdrRead(in.io(), &tree), 1) << tail;
-        EXPECT_EQ(TopNames(tree), "ID End");
-        EXPECT_EQ(in.rest(), "");
-        HVHdrFree(tree);
-    }
-
-    // A read failure inside the marker doesn't change the result either.
-    const std::string text = "[ID]\nformat: x\n[End]\f\n";
-    Source failing(text, text.size() - 1);
-    tree = nullptr;
-    EXPECT_EQ(HVHdrRead(failing.io(), &tree), 1);
-    HVHdrFree(tree);
-
-    // No [End] at all: the reader takes the text to the stream's end.
-    Source open("[ID]\nformat: x\n\n[Raster]\nwidth: 3\n");
-    tree = nullptr;
-    EXPECT_EQ(HVHdrRead(open.io(), &tree), 1);
-    EXPECT_EQ(TopNames(tree), "ID Raster");
-    HVHdrFree(tree);
-}
-
-TEST(HeaderText, NotAHeader) {
-    for (const std::string text : {"[Raster]\nwidth: 3\n[End]\f\n", "width: 3\n", "", "\f\n"}) {
-        Source in(text);
+TEST(HeaderText, EndMarkersAndWhatIsNoHeader) {
+    const std::string x = "[ID]\nformat: x\n";
+    const struct {
+        std::string text;
+        size_t failAt;
+        int result;
+        const char *names, *rest; // rest null: not checked
+    } rows[] = {
+        // Text between [End] and the form feed, and between form feed and
+        // line feed, is skipped.
+        {x + "[End] junk\r\f more\n\nDATA", SIZE_MAX, 1, "ID End", "\nDATA"},
+        // A stream that ends right behind [End], or inside the marker, or
+        // fails there, still gives 1: the tree is whole.
+        {x + "[End]", SIZE_MAX, 1, "ID End", ""},
+        {x + "[End]\f", SIZE_MAX, 1, "ID End", ""},
+        {x + "[End]\fxyz", SIZE_MAX, 1, "ID End", ""},
+        {x + "[End]\f\n", x.size() + 6, 1, "ID End", nullptr},
+        // No [End] at all: the reader takes the text to the stream's end.
+        {x + "\n[Raster]\nwidth: 3\n", SIZE_MAX, 1, "ID Raster", ""},
+        {"[Raster]\nwidth: 3\n[End]\f\n", SIZE_MAX, 0, "", nullptr},
+        {"width: 3\n", SIZE_MAX, 0, "", nullptr},
+        {"", SIZE_MAX, 0, "", nullptr},
+        {"\f\n", SIZE_MAX, 0, "", nullptr},
+    };
+    for (const auto &r : rows) {
+        Source in(r.text, r.failAt);
         HalvUserCMData *tree = nullptr;
-        EXPECT_EQ(HVHdrRead(in.io(), &tree), 0) << text;
-        EXPECT_EQ(tree, nullptr);
+        EXPECT_EQ(HVHdrRead(in.io(), &tree), r.result) << r.text;
+        EXPECT_EQ(r.result == 1 ? TopNames(tree) : tree == nullptr ? "" : "a tree", r.names) << r.text;
+        if (r.rest != nullptr) {
+            EXPECT_EQ(in.rest(), r.rest) << r.text;
+        }
+        HVHdrFree(tree);
     }
     HalvUserCMData *tree = nullptr;
     EXPECT_EQ(HVHdrRead(nullptr, &tree), 0);
@@ -107,21 +100,20 @@ TEST(HeaderText, WriteFailures) {
 }
 
 TEST(HeaderText, ArrangeMovesIdFirstAndEndLast) {
-    HalvUserCMData *tree = Sections({"Raster", "End", "ID", "Encoding"});
-    tree = HVHdrArrange(tree);
-    EXPECT_EQ(TopNames(tree), "ID Raster Encoding End");
-    HVHdrFree(tree);
-
-    tree = Sections({"A", "B", "C"});
-    HalvUserCMData *first = tree;
-    EXPECT_EQ(HVHdrArrange(tree), first);
-    EXPECT_EQ(TopNames(tree), "A B C");
-    HVHdrFree(tree);
-
     // Case is ignored and names are matched whole.
-    tree = Sections({"end", "IDs", "Ends", "id", "X"});
-    tree = HVHdrArrange(tree);
-    EXPECT_EQ(TopNames(tree), "id IDs Ends X end");
+    const std::pair<HalvUserCMData *, const char *> rows[] = {
+        {Sections({"Raster", "End", "ID", "Encoding"}), "ID Raster Encoding End"},
+        {Sections({"A", "B", "C"}), "A B C"},
+        {Sections({"end", "IDs", "Ends", "id", "X"}), "id IDs Ends X end"},
+        {Sections({"End", "ID"}), "ID End"},
+    };
+    for (auto [tree, names] : rows) {
+        HalvUserCMData *arranged = HVHdrArrange(tree);
+        EXPECT_EQ(TopNames(arranged), names);
+        HVHdrFree(arranged);
+    }
+    HalvUserCMData *tree = Sections({"A", "B", "C"});
+    EXPECT_EQ(HVHdrArrange(tree), tree) << "nothing to move: the same head";
     HVHdrFree(tree);
 
     // Two Ends (one list joined from two trees): each goes to the head of
@@ -130,11 +122,6 @@ TEST(HeaderText, ArrangeMovesIdFirstAndEndLast) {
     tree->next->next = Sections({"END", "B"});
     tree = HVHdrArrange(tree);
     EXPECT_EQ(TopNames(tree), "A B END End");
-    HVHdrFree(tree);
-
-    tree = Sections({"End", "ID"});
-    tree = HVHdrArrange(tree);
-    EXPECT_EQ(TopNames(tree), "ID End");
     HVHdrFree(tree);
     EXPECT_EQ(HVHdrArrange(nullptr), nullptr);
 }
@@ -172,27 +159,19 @@ TEST(HeaderChain, ReadHeaderThenChunksThenWriteBackByteForByte) {
 
 TEST(HeaderChain, UnknownFormatOrVersionAndBadInput) {
     SampleFormat sample;
-    const std::string cases[] = {
-        "[ID]\nformat: sample\nversion: 3.0\n[End]\f\n",
-        "[ID]\nformat: nosuch\nversion: 1.0\n[End]\f\n",
-        "[ID]\nversion: 1.0\n[End]\f\n",
-    };
-    for (const std::string &text : cases) {
+    // An unknown version or format, no format, not a header at all, and a
+    // header whose dims don't scan (the format refuses).
+    HVHdrManager m{};
+    HalvHeaderStruct *h = nullptr;
+    for (const char *text :
+         {"[ID]\nformat: sample\nversion: 3.0\n[End]\f\n", "[ID]\nformat: nosuch\nversion: 1.0\n[End]\f\n",
+          "[ID]\nversion: 1.0\n[End]\f\n", "[Raster]\n",
+          "[ID]\nformat: sample\nversion: 1.0\n\n[Raster]\ndims: x\n[End]\f\n"}) {
         Source in(text);
-        HVHdrManager m{};
-        HalvHeaderStruct *h = nullptr;
         EXPECT_EQ(HVHdrRead_Header(in.io(), &m, &h), 0) << text;
         EXPECT_EQ(h, nullptr);
     }
-    // Not a header at all.
     Source plain("[Raster]\n");
-    HVHdrManager m{};
-    HalvHeaderStruct *h = nullptr;
-    EXPECT_EQ(HVHdrRead_Header(plain.io(), &m, &h), 0);
-    // A header whose dims don't scan: the format refuses.
-    Source bad("[ID]\nformat: sample\nversion: 1.0\n\n[Raster]\ndims: x\n[End]\f\n");
-    EXPECT_EQ(HVHdrRead_Header(bad.io(), &m, &h), 0);
-    EXPECT_EQ(h, nullptr);
     EXPECT_EQ(HVHdrRead_Header(nullptr, &m, &h), 0);
     EXPECT_EQ(HVHdrRead_Header(plain.io(), nullptr, &h), 0);
     EXPECT_EQ(HVHdrRead_Header(plain.io(), &m, nullptr), 0);

@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <clocale>
 #include <cmath>
+#include <sstream>
 #include <string>
 
 #include "dpk_hvsup.h"
@@ -25,6 +26,20 @@ std::string Value(HalvUserCMData *tree, const char *section, const char *key) {
     return all;
 }
 
+/* "result count: v0 v1 ..." of a typed get into capacity entries that
+ * hold 9 beforehand; all entries are shown, so that untouched ones show. */
+template <class T>
+std::string Got(int (*get)(HalvUserCMData *, const char *, const char *, T *, uint32_t *),
+                HalvUserCMData *tree, const char *section, const char *key, uint32_t capacity) {
+    T values[8] = {9, 9, 9, 9, 9, 9, 9, 9};
+    uint32_t n = capacity;
+    std::ostringstream s;
+    s << get(tree, section, key, values, &n) << " " << n << ":";
+    for (uint32_t i = 0; i < capacity; ++i)
+        s << " " << values[i];
+    return s.str();
+}
+
 TEST(TypedKeys, SetWritesLinesOfPerLineNumbers) {
     HalvUserCMData *tree = nullptr;
     const int32_t ints[] = {3, 0, 0};
@@ -33,28 +48,20 @@ TEST(TypedKeys, SetWritesLinesOfPerLineNumbers) {
     const int32_t table[] = {1, -2, 3, 4, 5, 6, 7};
     tree = HVHdrSetHeaderInts(tree, "Raster", "table", table, 7, 3);
     EXPECT_EQ(Value(tree, "Raster", "table"), "1 -2 3|4 5 6|7 |");
-    const double d = 300.0;
-    tree = HVHdrSetHeaderDoubles(tree, "Origin", "resolution", &d, 1, 1);
-    EXPECT_EQ(HVHdrGetHeaderParam(tree, "Origin", "resolution"), std::string("300.000000"));
     const float f[] = {0.5f, -1.25f};
     tree = HVHdrSetHeaderFloats(tree, "Origin", "pair", f, 2, 2);
     EXPECT_EQ(HVHdrGetHeaderParam(tree, "Origin", "pair"), std::string("0.500000 -1.250000"));
-    // Setting again replaces the old value.
+    // Setting again replaces the old value; count 0 leaves the key without one.
     tree = HVHdrSetHeaderInts(tree, "Raster", "imageParts", ints, 1, 1);
     EXPECT_EQ(Value(tree, "Raster", "imageParts"), "3|");
-    // Count 0 leaves the key without a value.
     tree = HVHdrSetHeaderInts(tree, "Raster", "imageParts", ints, 0, 1);
     EXPECT_EQ(HVHdrCheckHeaderParam(tree, "Raster", "imageParts"), 0);
     EXPECT_NE(HalvGetUserCMData(tree, nullptr, "Raster", "imageParts"), nullptr);
-    HVHdrFree(tree);
-}
 
-TEST(TypedKeys, HugeDoublesGetTheRoomTheyNeed) {
+    // Huge doubles get the room they need.
     const double big[] = {DBL_MAX, -DBL_MAX, 1e300};
-    HalvUserCMData *tree = HVHdrSetHeaderDoubles(nullptr, "S", "big", big, 3, 3);
-    const char *text = HVHdrGetHeaderParam(tree, "S", "big");
-    ASSERT_NE(text, nullptr);
-    EXPECT_GT(std::string(text).size(), 600u);
+    tree = HVHdrSetHeaderDoubles(tree, "S", "big", big, 3, 3);
+    EXPECT_GT(std::string(HVHdrGetHeaderParam(tree, "S", "big")).size(), 600u);
     double back[3] = {};
     uint32_t n = 3;
     ASSERT_EQ(HVHdrGetHeaderDoubles(tree, "S", "big", back, &n), 1);
@@ -72,7 +79,8 @@ TEST(TypedKeys, RoundTripKeepsSixDecimals) {
     HalvUserCMData *tree = HVHdrSetHeaderDoubles(nullptr, "S", "d", doubles, 4, 4);
     tree = HVHdrSetHeaderFloats(tree, "S", "f", floats, 3, 3);
     tree = HVHdrSetHeaderInts(tree, "S", "i", ints, 4, 4);
-    EXPECT_EQ(HVHdrGetHeaderParam(tree, "S", "d"), std::string("0.123456 0.333333 -0.000000 123456789.125000"));
+    EXPECT_EQ(HVHdrGetHeaderParam(tree, "S", "d"),
+              std::string("0.123456 0.333333 -0.000000 123456789.125000"));
 
     double d[4];
     float f[3];
@@ -81,9 +89,7 @@ TEST(TypedKeys, RoundTripKeepsSixDecimals) {
     ASSERT_EQ(HVHdrGetHeaderDoubles(tree, "S", "d", d, &nd), 1);
     ASSERT_EQ(HVHdrGetHeaderFloats(tree, "S", "f", f, &nf), 1);
     ASSERT_EQ(HVHdrGetHeaderInts(tree, "S", "i", i, &ni), 1);
-    EXPECT_EQ(nd, 4u);
-    EXPECT_EQ(nf, 3u);
-    EXPECT_EQ(ni, 4u);
+    EXPECT_EQ(nd * 100 + nf * 10 + ni, 434u);
     EXPECT_EQ(d[0], 0.123456);
     EXPECT_EQ(d[1], 0.333333);
     EXPECT_EQ(d[2], -0.0);
@@ -124,77 +130,37 @@ TEST(TypedKeys, NumbersIgnoreTheHostLocale) {
     HVHdrFree(tree);
 }
 
-TEST(TypedKeys, GetCountsTokensAsThePartSays) {
-    HalvUserCMData *tree = Parse("[S]\nthree: 1 2 3\ntwo: 1 2\ntrail: 1 2 \nbad: 4 x 6\nlead:   7 8\nempty:\n");
+TEST(TypedKeys, GetCountsTokens) {
+    HalvUserCMData *tree = Parse("[S]\nthree: 1 2 3\ntwo: 1 2\nbad: 4 x 6\nlead:   7 8\nempty:\n");
     ASSERT_NE(tree, nullptr);
-
-    int32_t i[5] = {-1, -1, -1, -1, -1};
-    uint32_t n = 2;
-    EXPECT_EQ(HVHdrGetHeaderInts(tree, "S", "three", i, &n), 1); // text behind the capacity is ignored
-    EXPECT_EQ(n, 2u);
-    EXPECT_EQ(i[0], 1);
-    EXPECT_EQ(i[1], 2);
-    EXPECT_EQ(i[2], -1);
-
-    // Capacity 5, text "1 2": count 2 in all three forms, the rest untouched.
-    int32_t ii[5] = {9, 9, 9, 9, 9};
-    double dd[5] = {9, 9, 9, 9, 9};
-    float ff[5] = {9, 9, 9, 9, 9};
-    uint32_t ni = 5, nd = 5, nf = 5;
-    EXPECT_EQ(HVHdrGetHeaderInts(tree, "S", "two", ii, &ni), 1);
-    EXPECT_EQ(HVHdrGetHeaderDoubles(tree, "S", "two", dd, &nd), 1);
-    EXPECT_EQ(HVHdrGetHeaderFloats(tree, "S", "two", ff, &nf), 1);
-    EXPECT_EQ(ni, 2u);
-    EXPECT_EQ(nd, 2u);
-    EXPECT_EQ(nf, 2u);
-    EXPECT_EQ(ii[1], 2);
-    EXPECT_EQ(dd[1], 2.0);
-    EXPECT_EQ(ff[1], 2.0f);
-    EXPECT_EQ(ii[2], 9);
-    EXPECT_EQ(dd[4], 9.0);
-
-    // A token that doesn't scan keeps its entry and still counts.
-    int32_t b[3] = {0, -5, 0};
-    n = 3;
-    EXPECT_EQ(HVHdrGetHeaderInts(tree, "S", "bad", b, &n), 1);
-    EXPECT_EQ(n, 3u);
-    EXPECT_EQ(b[0], 4);
-    EXPECT_EQ(b[1], -5);
-    EXPECT_EQ(b[2], 6);
-    double lead[2] = {};
-    n = 2;
-    EXPECT_EQ(HVHdrGetHeaderDoubles(tree, "S", "lead", lead, &n), 1);
-    EXPECT_EQ(lead[0], 7.0);
-    EXPECT_EQ(lead[1], 8.0);
-
-    // A key without a value line, or no key: 0 and the count stays.
-    n = 4;
-    EXPECT_EQ(HVHdrGetHeaderInts(tree, "S", "empty", i, &n), 0);
-    EXPECT_EQ(HVHdrGetHeaderInts(tree, "S", "nosuch", i, &n), 0);
-    EXPECT_EQ(HVHdrGetHeaderInts(tree, "T", "two", i, &n), 0);
-    EXPECT_EQ(n, 4u);
-    // Capacity 0 on an existing key: 1 and count 0.
-    n = 0;
-    EXPECT_EQ(HVHdrGetHeaderFloats(tree, "S", "two", nullptr, &n), 1);
-    EXPECT_EQ(n, 0u);
+    // Text behind the capacity is ignored; a short text leaves the rest;
+    // a token that doesn't scan keeps its entry and still counts; a key
+    // without a value line, or no key: 0 and the count stays; capacity 0
+    // on an existing key: 1 and count 0.
+    EXPECT_EQ(Got(HVHdrGetHeaderInts, tree, "S", "three", 2), "1 2: 1 2");
+    EXPECT_EQ(Got(HVHdrGetHeaderInts, tree, "S", "two", 5), "1 2: 1 2 9 9 9");
+    EXPECT_EQ(Got(HVHdrGetHeaderDoubles, tree, "S", "two", 5), "1 2: 1 2 9 9 9");
+    EXPECT_EQ(Got(HVHdrGetHeaderFloats, tree, "S", "two", 5), "1 2: 1 2 9 9 9");
+    EXPECT_EQ(Got(HVHdrGetHeaderInts, tree, "S", "bad", 3), "1 3: 4 9 6");
+    EXPECT_EQ(Got(HVHdrGetHeaderDoubles, tree, "S", "lead", 2), "1 2: 7 8");
+    EXPECT_EQ(Got(HVHdrGetHeaderInts, tree, "S", "empty", 4), "0 4: 9 9 9 9");
+    EXPECT_EQ(Got(HVHdrGetHeaderInts, tree, "S", "nosuch", 4), "0 4: 9 9 9 9");
+    EXPECT_EQ(Got(HVHdrGetHeaderInts, tree, "T", "two", 4), "0 4: 9 9 9 9");
+    EXPECT_EQ(Got(HVHdrGetHeaderFloats, tree, "S", "two", 0), "1 0:");
+    int32_t i[1];
     EXPECT_EQ(HVHdrGetHeaderInts(tree, "S", "two", i, nullptr), 0);
     HVHdrFree(tree);
-}
 
-TEST(TypedKeys, TextEndingInWhiteSpaceCountsOneMore) {
-    HalvUserCMData *tree = HVHdrSetHeaderString(nullptr, "S", "trail", "1 2 ");
+    // Text ending in white space counts one more.
+    tree = HVHdrSetHeaderString(nullptr, "S", "trail", "1 2 ");
     ASSERT_EQ(HVHdrGetHeaderParam(tree, "S", "trail"), std::string("1 2 "));
-    int32_t v[4] = {7, 7, 7, 7};
-    uint32_t n = 4;
-    EXPECT_EQ(HVHdrGetHeaderInts(tree, "S", "trail", v, &n), 1);
-    EXPECT_EQ(n, 3u);
-    EXPECT_EQ(v[1], 2);
-    EXPECT_EQ(v[2], 7);
+    EXPECT_EQ(Got(HVHdrGetHeaderInts, tree, "S", "trail", 4), "1 3: 1 2 9 9");
     HVHdrFree(tree);
 }
 
 TEST(TypedKeys, ListsReadTables) {
-    HalvUserCMData *tree = Parse("[S]\nrows: 1 2 3\n4 5\n6 7 8 9\n\n[F]\nrows: a 1.5 -2 .5\n3\n\n[E]\nnone:\n");
+    HalvUserCMData *tree =
+        Parse("[S]\nrows: 1 2 3\n4 5\n6 7 8 9\n\n[F]\nrows: a 1.5 -2 .5\n3\n\n[E]\nnone:\n");
     ASSERT_NE(tree, nullptr);
     int32_t *ints = nullptr;
     uint32_t perLine = 0;
@@ -218,11 +184,9 @@ TEST(TypedKeys, ListsReadTables) {
     float *floats = nullptr;
     ASSERT_EQ(HVHdrGetHeaderFloatsList(tree, "F", "rows", &floats, &perLine), 2);
     ASSERT_EQ(perLine, 3u);
-    EXPECT_EQ(floats[0], 0.0f);
-    EXPECT_EQ(floats[1], 1.5f);
-    EXPECT_EQ(floats[2], -2.0f);
-    EXPECT_EQ(floats[3], 3.0f);
-    EXPECT_EQ(floats[4], 0.0f);
+    const float wantFloats[] = {0, 1.5f, -2, 3, 0};
+    for (int k = 0; k < 5; ++k)
+        EXPECT_EQ(floats[k], wantFloats[k]) << k;
     halv_internal_free(floats);
 
     // No lines: null and 0.
@@ -243,55 +207,48 @@ TEST(TypedKeys, ListsReadTables) {
     HVHdrFree(tree);
 }
 
-// ---- resolution and units ----
-
 TEST(Resolution, StoredInOriginAndReadBack) {
     HalvHeaderStruct h{};
     HalvInitGenericHeader(&h);
-    double first = 0, second = 0;
-    EXPECT_EQ(HalvHeaderGetResolution(&h, &first, &second), 0);
-    EXPECT_EQ(first, 1.0);
-    EXPECT_EQ(second, 1.0);
-
+    auto get = [&h] {
+        double first = 0, second = 0;
+        int result = HalvHeaderGetResolution(&h, &first, &second);
+        std::ostringstream s;
+        s << result << ": " << first << " " << second;
+        return s.str();
+    };
+    EXPECT_EQ(get(), "0: 1 1");
     EXPECT_EQ(HalvHeaderSetResolution(&h, 300.0, 150.0), 1);
     EXPECT_EQ(HVHdrGetHeaderParam(h.userData, "Origin", "resolution"), std::string("300.000000"));
     EXPECT_EQ(HVHdrGetHeaderParam(h.userData, "Origin", "aspect"), std::string("2.000000"));
-    EXPECT_EQ(HalvHeaderGetResolution(&h, &first, &second), 1);
-    EXPECT_EQ(first, 300.0);
-    EXPECT_EQ(second, 150.0);
+    EXPECT_EQ(get(), "1: 300 150");
 
     // A first of 1.0 is never stored; aspect alone gives 2.
     EXPECT_EQ(HalvHeaderSetResolution(&h, 1.0, 2.0), 1);
     EXPECT_EQ(HVHdrCheckHeaderParam(h.userData, "Origin", "resolution"), 0);
-    EXPECT_EQ(HalvHeaderGetResolution(&h, &first, &second), 2);
-    EXPECT_EQ(first, 1.0);
-    EXPECT_EQ(second, 2.0);
+    EXPECT_EQ(get(), "2: 1 2");
     h.userData = HVHdrSetHeaderParam(h.userData, "Origin", "aspect", "2.0");
-    EXPECT_EQ(HalvHeaderGetResolution(&h, &first, &second), 2);
-    EXPECT_EQ(first, 1.0);
-    EXPECT_EQ(second, 0.5);
+    EXPECT_EQ(get(), "2: 1 0.5");
 
-    // A second of 0 deletes both; an aspect of 0 or below is ignored but there.
+    // A second of 0 deletes both; an aspect of 0 or below is ignored but
+    // there; a resolution that doesn't scan still counts as there.
     EXPECT_EQ(HalvHeaderSetResolution(&h, 300.0, 0.0), 1);
     EXPECT_EQ(HVHdrCheckHeaderParam(h.userData, "Origin", "resolution"), 0);
     EXPECT_EQ(HVHdrCheckHeaderParam(h.userData, "Origin", "aspect"), 0);
     h.userData = HVHdrSetHeaderParam(h.userData, "Origin", "aspect", "-3");
     h.userData = HVHdrSetHeaderParam(h.userData, "Origin", "resolution", "72");
-    EXPECT_EQ(HalvHeaderGetResolution(&h, &first, &second), 1);
-    EXPECT_EQ(second, 72.0);
-    // A resolution that doesn't scan still counts as there.
+    EXPECT_EQ(get(), "1: 72 72");
     h.userData = HVHdrSetHeaderParam(h.userData, "Origin", "resolution", "dpi");
-    EXPECT_EQ(HalvHeaderGetResolution(&h, &first, &second), 1);
-    EXPECT_EQ(first, 1.0);
+    EXPECT_EQ(get().substr(0, 4), "1: 1");
 
     EXPECT_EQ(HalvHeaderGetUnits(&h), nullptr);
     EXPECT_EQ(HalvHeaderSetUnits(&h, "cm"), 1);
-    EXPECT_EQ(HalvHeaderGetUnits(&h), std::string("cm"));
     EXPECT_EQ(HalvHeaderSetUnits(&h, "inch"), 1);
     EXPECT_EQ(HalvHeaderGetUnits(&h), std::string("inch"));
     EXPECT_EQ(HalvHeaderSetUnits(nullptr, "cm"), 0);
     EXPECT_EQ(HalvHeaderGetUnits(nullptr), nullptr);
     EXPECT_EQ(HalvHeaderSetResolution(nullptr, 1, 1), 0);
+    double first, second;
     EXPECT_EQ(HalvHeaderGetResolution(nullptr, &first, &second), 0);
     HVHdrFree(h.userData);
 }

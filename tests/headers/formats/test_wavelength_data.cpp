@@ -1,63 +1,27 @@
-// The data of the "spectral" format at the C interface: the stored bytes
-// of both versions byte for byte (the numbers as glibc's snprintf writes
-// them), loads of either version with default, capped and failing counts,
-// streams that end inside a measurement, what emitting refuses, and round
-// trips through files.
+// The data of the wavelength format ("spectral") at the C interface: the
+// stored bytes of both versions byte for byte (the numbers as glibc's
+// snprintf writes them), loads of either version with default, capped and
+// failing counts, streams that end inside a measurement, what emitting
+// refuses, and round trips through files and through http:// URLs served
+// from 127.0.0.1.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "dpk_hvsup.h"
-#include "headers/formats/wavelength_support.h"
+#include "headers/formats/support.h"
 #include "headers/support.h"
+#include "streams/peer.h"
 
-using namespace spectral_test;
+using namespace fmt_test;
 
 namespace {
 
-/* 2 measurements of 31 samples from 400 nm in steps of 10 nm. */
-constexpr uint32_t kSamples = 31, kMeasurements = 2;
+HVHdrManager Manager(const char *version) { return fmt_test::Manager("spectral", version); }
 
-std::string Expected(const char *version, const std::vector<float> &values) {
-    std::string header = StoredHeader(version, EvenKeys(kSamples, kMeasurements));
-    return header + (std::string(version) == "1.0-ascii" ? AsciiData(values) : BinaryData(values));
-}
-
-} // namespace
-
-TEST(SpectralData, StoredBytesOfBothVersions) {
-    std::vector<float> values = Values(kSamples, kMeasurements);
-    values[3] = 1.0e-7f; // exponent form
-    values[40] = 123456789.0f;
-    values[41] = -0.0f;
-    for (const char *version : {"1.0-ascii", "1.0-binary"}) {
-        SCOPED_TRACE(version);
-        HVHdrManager m = Manager(version);
-        HalvHeaderStruct *h = MakeHeader(m, kSamples, kMeasurements);
-        std::string bytes = Write(h, m, values, kMeasurements);
-        EXPECT_EQ(bytes, Expected(version, values));
-        h->free(h);
-
-        // Read back and written again: the same bytes.
-        Opened o(bytes);
-        ASSERT_EQ(o.result, 1);
-        std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io(), kMeasurements);
-        ASSERT_FALSE(loads.empty());
-        EXPECT_EQ(loads[0].lines, kMeasurements);
-        EXPECT_EQ(loads.back().flags & HALV_CHUNK_END, HALV_CHUNK_END);
-        std::vector<float> got = Samples(loads);
-        EXPECT_EQ(got, std::string(version) == "1.0-ascii" ? AsPrinted(values) : values);
-        EXPECT_EQ(Write(o.header, o.manager, got, kMeasurements), Expected(version, got));
-    }
-    // The first lines of the ASCII data, spelled out.
-    HVHdrManager m = Manager("1.0-ascii");
-    HalvHeaderStruct *h = MakeHeader(m, kSamples, kMeasurements);
-    std::string bytes = Write(h, m, values, kMeasurements);
-    std::string data = bytes.substr(bytes.find("[End]\x0c\n") + 7);
-    EXPECT_EQ(data.substr(0, 40), " 0.0078125\n 0.0390625\n 0.0703125\n 1e-07\n");
-    EXPECT_NE(data.find("\n 1.23457e+08\n -0\n"), std::string::npos);
-    h->free(h);
+std::vector<float> Part(const std::vector<float> &v, size_t from, size_t to) {
+    return std::vector<float>(v.begin() + (long)from, v.begin() + (long)to);
 }
 
 /* Tokens in text, a cut one at the end included: the reader can't tell
@@ -70,27 +34,69 @@ uint32_t Tokens(const std::string &text) {
     return count;
 }
 
+} // namespace
+
+TEST(SpectralData, StoredBytesOfBothVersions) {
+    // 2 measurements of 31 samples from 400 nm in steps of 10 nm.
+    std::vector<float> values = Values(31, 2);
+    values[3] = 1.0e-7f; // exponent form
+    values[40] = 123456789.0f;
+    values[41] = -0.0f;
+    for (const char *version : {"1.0-ascii", "1.0-binary"}) {
+        SCOPED_TRACE(version);
+        const bool ascii = version[4] == 'a';
+        auto expected = [&](const std::vector<float> &v) {
+            return StoredHeader(version, EvenKeys(31, 2)) + (ascii ? AsciiData(v) : BinaryData(v));
+        };
+        HVHdrManager m = Manager(version);
+        HalvHeaderStruct *h = MakeSpectral(m, 31, 2);
+        std::string bytes = WriteValues(h, m, values, 2);
+        EXPECT_EQ(bytes, expected(values));
+        h->free(h);
+        if (ascii) {
+            std::string data = bytes.substr(bytes.find(kEndMarker) + kEndMarker.size());
+            EXPECT_EQ(data.substr(0, 40), " 0.0078125\n 0.0390625\n 0.0703125\n 1e-07\n");
+            EXPECT_NE(data.find("\n 1.23457e+08\n -0\n"), std::string::npos);
+        }
+
+        // Read back and written again: the same bytes.
+        Opened o(bytes);
+        ASSERT_EQ(o.result, 1);
+        std::vector<Load> loads = o.All(2);
+        ASSERT_FALSE(loads.empty());
+        EXPECT_EQ(loads[0].lines, 2u);
+        EXPECT_EQ(loads.back().flags & HALV_CHUNK_END, HALV_CHUNK_END);
+        std::vector<float> got = FloatsOf(loads);
+        EXPECT_EQ(got, ascii ? AsPrinted(values) : values);
+        EXPECT_EQ(WriteValues(o.header, o.manager, got, 2), expected(got));
+    }
+}
+
 TEST(SpectralData, AsciiLoadsWholeMeasurementsOnly) {
     std::vector<float> written = Values(4, 3), values = AsPrinted(written);
     std::string data = AsciiData(written);
-    // Default: one measurement a load; the third ends the data exactly,
-    // which a further load then tells.
-    {
-        Opened o(StoredHeader("1.0-ascii", EvenKeys(4, 3)) + data);
+    const std::string whole = StoredHeader("1.0-ascii", EvenKeys(4, 3)) + data;
+    const struct {
+        std::string stored;
+        uint32_t ask;
+        const char *briefs;
+    } rows[] = {
+        // Default: one measurement a load; the third ends the data exactly,
+        // which a further load then tells.
+        {whole, 0, "1 1L 16B f0 a0; 1 1L 16B f0 a0; 1 1L 16B f0 a0; 1 0L 0B f1 a?"},
+        // Loads of 2 against 3: 2, then the 1 left (all asked for, so no
+        // flag), then the end.
+        {whole, 2, "1 2L 32B f0 a0; 1 1L 16B f0 a0; 1 0L 0B f1 a?"},
+        // numberOfMeasurements 0: one a load whatever is asked, until the stream ends.
+        {StoredHeader("1.0-ascii", EvenKeys(4, 0)) + data, 50,
+         "1 1L 16B f0 a0; 1 1L 16B f0 a0; 1 1L 16B f0 a0; 1 0L 0B f1 a0"},
+    };
+    for (const auto &r : rows) {
+        Opened o(r.stored);
         ASSERT_EQ(o.result, 1);
-        std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io());
-        ASSERT_EQ(loads.size(), 4u);
-        for (int i = 0; i < 3; ++i) {
-            EXPECT_EQ(loads[i].result, 1);
-            EXPECT_EQ(loads[i].lines, 1u);
-            EXPECT_EQ(loads[i].bytes, 16u);
-            EXPECT_EQ(loads[i].flags, 0u);
-            EXPECT_EQ(loads[i].auxWord, 0u);
-        }
-        EXPECT_EQ(loads[3].bytes, 0u);
-        EXPECT_EQ(loads[3].lines, 0u);
-        EXPECT_EQ(loads[3].flags, 1u);
-        EXPECT_EQ(Samples(loads), values);
+        std::vector<Load> loads = o.All(r.ask);
+        EXPECT_EQ(Briefs(loads), r.briefs) << r.ask;
+        EXPECT_EQ(FloatsOf(loads), values);
         EXPECT_EQ(Spectral(o.header)->linesRead, 3u);
     }
     // Ends inside the second of two asked for: only the first, flags 1.
@@ -99,47 +105,20 @@ TEST(SpectralData, AsciiLoadsWholeMeasurementsOnly) {
     for (int i = 0; i < 6; ++i)
         sixth = data.find('\n', sixth) + 1;
     for (size_t cut : {sixth, sixth - 4, size_t(30), size_t(1), size_t(0)}) {
-        SCOPED_TRACE(cut);
         Opened o(StoredHeader("1.0-ascii", EvenKeys(4, 3)) + data.substr(0, cut));
         ASSERT_EQ(o.result, 1);
-        Load l = LoadOne(o.manager, o.header, o.input.io(), 2);
-        EXPECT_EQ(l.result, 1);
-        uint32_t whole = Tokens(data.substr(0, cut)) / 4;
-        EXPECT_EQ(l.lines, whole);
-        EXPECT_EQ(l.bytes, whole * 16);
-        EXPECT_EQ(l.flags, 1u);
-        EXPECT_EQ(Floats(l.data), std::vector<float>(values.begin(), values.begin() + whole * 4));
-    }
-    // Loads of 2 against 3 measurements: 2, then the 1 left (all asked
-    // for, so no flag), then the end.
-    {
-        Opened o(StoredHeader("1.0-ascii", EvenKeys(4, 3)) + data);
-        std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io(), 2);
-        ASSERT_EQ(loads.size(), 3u);
-        EXPECT_EQ(loads[0].lines, 2u);
-        EXPECT_EQ(loads[1].lines, 1u);
-        EXPECT_EQ(loads[1].flags, 0u);
-        EXPECT_EQ(loads[2].flags, 1u);
-        EXPECT_EQ(loads[2].bytes, 0u);
-    }
-    // numberOfMeasurements 0: one a load whatever is asked, until the
-    // stream ends.
-    {
-        Opened o(StoredHeader("1.0-ascii", EvenKeys(4, 0)) + data);
-        std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io(), 50);
-        ASSERT_EQ(loads.size(), 4u);
-        EXPECT_EQ(loads[0].lines, 1u);
-        EXPECT_EQ(loads[3].flags, 1u);
-        EXPECT_EQ(Samples(loads), values);
+        Load l = o.Next(2);
+        uint32_t measurements = Tokens(data.substr(0, cut)) / 4;
+        EXPECT_EQ(Brief(l),
+                  "1 " + std::to_string(measurements) + "L " + std::to_string(measurements * 16) + "B f1 a0")
+            << cut;
+        EXPECT_EQ(Floats(l.data), Part(values, 0, measurements * 4)) << cut;
     }
     // A word among the numbers, and 0x04, end the data like the stream's end.
-    for (const std::string &stop : {std::string(" 1\n 2\n 3\n 4\n 5\n six\n 7\n 8\n"), std::string(" 1\n 2\n 3\n 4\n 5\n\x04 6\n 7\n 8\n")}) {
-        SCOPED_TRACE(stop);
+    for (const char *stop : {" 1\n 2\n 3\n 4\n 5\n six\n 7\n 8\n", " 1\n 2\n 3\n 4\n 5\n\x04 6\n 7\n 8\n"}) {
         Opened o(StoredHeader("1.0-ascii", EvenKeys(4, 2)) + stop);
-        Load l = LoadOne(o.manager, o.header, o.input.io(), 2);
-        EXPECT_EQ(l.result, 1);
-        EXPECT_EQ(l.lines, 1u);
-        EXPECT_EQ(l.flags, 1u);
+        Load l = o.Next(2);
+        EXPECT_EQ(Brief(l), "1 1L 16B f1 a0") << stop;
         EXPECT_EQ(Floats(l.data), (std::vector<float>{1, 2, 3, 4}));
     }
 }
@@ -180,65 +159,43 @@ TEST(SpectralData, AsciiLoadsRefuseHeadersTheyCantFill) {
 TEST(SpectralData, BinaryLoadsByFiveUpToWhatRemains) {
     std::vector<float> values = Values(3, 12);
     std::string data = BinaryData(values);
-    // Measurements 0 means 5; 12 in the header: 5, 5, then the 2 left with
-    // flag 1 on them; a further load gives nothing.
-    {
-        Opened o(StoredHeader("1.0-binary", EvenKeys(3, 12)) + data + "trailing bytes are not read");
+    const struct {
+        std::string stored;
+        uint32_t ask;
+        const char *briefs;
+        size_t floats;
+    } rows[] = {
+        // Measurements 0 means 5; 12 in the header: 5, 5, then the 2 left
+        // with flag 1 on them.
+        {StoredHeader("1.0-binary", EvenKeys(3, 12)) + data + "trailing bytes are not read", 0,
+         "1 5L 60B f0 a0; 1 5L 60B f0 a0; 1 2L 24B f1 a0", 36},
+        // numberOfMeasurements 3, a load of 5: 3 with flag 1.
+        {StoredHeader("1.0-binary", EvenKeys(3, 3)) + data, 5, "1 3L 36B f1 a0", 9},
+        // A load of more than the stream holds after a header that says 0:
+        // one at a time.
+        {StoredHeader("1.0-binary", EvenKeys(3, 0)) + data.substr(0, 24), 100,
+         "1 1L 12B f0 a0; 1 1L 12B f0 a0; 1 0L 0B f1 a0", 6},
+    };
+    for (const auto &r : rows) {
+        Opened o(r.stored);
         ASSERT_EQ(o.result, 1);
-        std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io());
-        ASSERT_EQ(loads.size(), 3u);
-        EXPECT_EQ(loads[0].lines, 5u);
-        EXPECT_EQ(loads[0].bytes, 60u);
-        EXPECT_EQ(loads[0].flags, 0u);
-        EXPECT_EQ(loads[2].lines, 2u);
-        EXPECT_EQ(loads[2].flags, 1u);
-        EXPECT_EQ(Samples(loads), values);
-        Load after = LoadOne(o.manager, o.header, o.input.io());
-        EXPECT_EQ(after.result, 1);
-        EXPECT_EQ(after.bytes, 0u);
-        EXPECT_EQ(after.lines, 0u);
-        EXPECT_EQ(after.flags, 1u);
+        std::vector<Load> loads = o.All(r.ask);
+        EXPECT_EQ(Briefs(loads), r.briefs);
+        EXPECT_EQ(FloatsOf(loads), Part(values, 0, r.floats));
+        EXPECT_EQ(Brief(o.Next()), "1 0L 0B f1 a0") << "a further load gives nothing";
     }
-    // numberOfMeasurements 3, a load of 5: 3 with flag 1.  A load of more
-    // than the stream holds after a header that says 0: one at a time.
-    {
-        Opened o(StoredHeader("1.0-binary", EvenKeys(3, 3)) + data);
-        Load l = LoadOne(o.manager, o.header, o.input.io(), 5);
-        EXPECT_EQ(l.lines, 3u);
-        EXPECT_EQ(l.flags, 1u);
-        EXPECT_EQ(Floats(l.data), std::vector<float>(values.begin(), values.begin() + 9));
-    }
-    {
-        Opened o(StoredHeader("1.0-binary", EvenKeys(3, 0)) + data.substr(0, 24));
-        std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io(), 100);
-        ASSERT_EQ(loads.size(), 3u);
-        EXPECT_EQ(loads[0].lines, 1u);
-        EXPECT_EQ(loads[1].lines, 1u);
-        EXPECT_EQ(loads[2].flags, 1u);
-        EXPECT_EQ(loads[2].bytes, 0u);
-    }
-}
 
-TEST(SpectralData, BinaryStreamsThatEndInsideAMeasurement) {
-    std::vector<float> values = Values(3, 12);
-    std::string data = BinaryData(values);
     // 7 whole measurements and 2 samples of the eighth: loads of 5 give 5,
     // then all of the 3 asked for, the missing samples zero (not the last
     // load's), then the end.
     Opened o(StoredHeader("1.0-binary", EvenKeys(3, 0)) + data.substr(0, 7 * 12 + 8));
-    HalvSpectralHeader *s = Spectral(o.header);
     o.header->dims[1] = 12; // so that loads of more than one are allowed
-    std::vector<Load> loads = LoadAll(o.manager, o.header, o.input.io(), 5);
-    ASSERT_EQ(loads.size(), 3u);
-    EXPECT_EQ(loads[1].lines, 5u);
-    EXPECT_EQ(loads[1].bytes, 60u);
-    EXPECT_EQ(loads[1].flags, 0u);
-    std::vector<float> second = Floats(loads[1].data);
-    EXPECT_EQ(std::vector<float>(second.begin(), second.begin() + 8), std::vector<float>(values.begin() + 15, values.begin() + 23));
-    EXPECT_EQ(std::vector<float>(second.begin() + 8, second.end()), std::vector<float>(7, 0.0f));
-    EXPECT_EQ(loads[2].flags, 1u);
-    EXPECT_EQ(loads[2].lines, 0u);
-    EXPECT_EQ(s->linesRead, 10u);
+    std::vector<Load> loads = o.All(5);
+    EXPECT_EQ(Briefs(loads), "1 5L 60B f0 a0; 1 5L 60B f0 a0; 1 0L 0B f1 a0");
+    std::vector<float> expected = Part(values, 15, 23);
+    expected.resize(15, 0.0f);
+    EXPECT_EQ(Floats(loads[1].data), expected);
+    EXPECT_EQ(Spectral(o.header)->linesRead, 10u);
 }
 
 TEST(SpectralData, BinaryLoadsTakeFewerWhenMemoryRunsShort) {
@@ -246,22 +203,14 @@ TEST(SpectralData, BinaryLoadsTakeFewerWhenMemoryRunsShort) {
     // more than one load may have.  With a buffer of 5 the load takes 5 and
     // says 2; with none it gives 0 and an empty chunk.
     std::vector<float> values = Values(500, 12);
-    std::string stored = StoredHeader("1.0-binary", EvenKeys(500, 0)) + BinaryData(values);
-    Opened o(stored);
+    Opened o(StoredHeader("1.0-binary", EvenKeys(500, 0)) + BinaryData(values));
     ASSERT_EQ(o.result, 1);
     o.header->dims[1] = 2000000;
-    Load first = LoadOne(o.manager, o.header, o.input.io(), 1000000);
-    EXPECT_EQ(first.result, 0);
-    EXPECT_EQ(first.bytes, 0u);
-    EXPECT_EQ(first.flags, 1u);
-    Load five = LoadOne(o.manager, o.header, o.input.io(), 0);
-    EXPECT_EQ(five.result, 1);
-    EXPECT_EQ(five.lines, 5u);
-    Load fewer = LoadOne(o.manager, o.header, o.input.io(), 1000000);
-    EXPECT_EQ(fewer.result, 2);
-    EXPECT_EQ(fewer.lines, 5u);
-    EXPECT_EQ(fewer.bytes, 10000u);
-    EXPECT_EQ(Floats(fewer.data), std::vector<float>(values.begin() + 2500, values.begin() + 5000));
+    EXPECT_EQ(Brief(o.Next(1000000)), "0 0L 0B f1 a0");
+    EXPECT_EQ(o.Next(0).lines, 5u);
+    Load fewer = o.Next(1000000);
+    EXPECT_EQ(Brief(fewer), "2 5L 10000B f0 a0");
+    EXPECT_EQ(Floats(fewer.data), Part(values, 2500, 5000));
     EXPECT_EQ(Spectral(o.header)->bufferCapacity, 5u);
 
     // A measurement that alone is too large: the binary load refuses, the
@@ -269,7 +218,7 @@ TEST(SpectralData, BinaryLoadsTakeFewerWhenMemoryRunsShort) {
     for (const char *version : {"1.0-binary", "1.0-ascii"}) {
         Opened huge(StoredHeader(version, EvenKeys(100000000, 1)) + " 1\n 2\n");
         ASSERT_EQ(huge.result, 1);
-        Load l = LoadOne(huge.manager, huge.header, huge.input.io());
+        Load l = huge.Next();
         EXPECT_EQ(l.result, version[4] == 'b' ? 0 : 1) << version;
         EXPECT_EQ(l.bytes, 0u);
         EXPECT_EQ(l.flags, 1u);
@@ -284,56 +233,56 @@ TEST(SpectralData, BinaryLoadsTakeFewerWhenMemoryRunsShort) {
 
 TEST(SpectralData, EmittingAndWhatItRefuses) {
     HVHdrManager ascii = Manager("1.0-ascii"), binary = Manager("1.0-binary");
-    HalvHeaderStruct *h = MakeHeader(ascii, 2, 0);
+    HalvHeaderStruct *h = MakeSpectral(ascii, 2, 0), *b = MakeSpectral(binary, 2, 0);
     float values[4] = {1.5f, 2.0f, -3.25f, 1e20f};
-    HalvChunk chunk{0, 0, 2, 16, 16, 0, values};
+    const std::string raw(reinterpret_cast<char *>(values), 16);
+    // Rows change the chunk or the header from the plain case, the change
+    // undone behind them.
+    const struct {
+        const char *what;
+        uint32_t aux, bytes, parts2, bits0;
+        HalvHeaderStruct *header;
+        size_t room;
+        int result;
+        std::string text;
+    } rows[] = {
+        {"ascii", 0, 16, 0, 32, h, SIZE_MAX, 1, " 1.5\n 2\n -3.25\n 1e+20\n"},
+        {"an auxWord: no samples", 5, 16, 0, 32, h, SIZE_MAX, 1, ""},
+        {"lines the bytes don't hold", 0, 12, 0, 32, h, SIZE_MAX, 0, ""},
+        {"parts beyond the lists", 0, 16, 40, 32, h, SIZE_MAX, 0, ""},
+        {"an unknown width still ends its lines", 0, 16, 0, 12, h, SIZE_MAX, 0, "\n\n\n\n"},
+        {"a short write", 0, 16, 0, 32, h, 9, -1, " 1.5\n 2\n "},
+        {"binary: the bytes as they are", 0, 16, 0, 32, b, SIZE_MAX, 1, raw},
+        {"binary: 1 even when the write fails", 0, 16, 0, 32, b, 3, 1, raw.substr(0, 3)},
+    };
+    for (const auto &r : rows) {
+        HalvChunk chunk{0, r.aux, 2, r.bytes, 16, 0, values};
+        r.header->parts[2] = r.parts2;
+        r.header->bitsPerSample[0] = r.bits0;
+        hdr_test::Sink out(r.room);
+        EXPECT_EQ(HVHdrFromChunk(r.header == h ? ascii : binary, r.header, &chunk, out.io()), r.result)
+            << r.what;
+        EXPECT_EQ(out.text(), r.text) << r.what;
+        r.header->parts[2] = 0;
+        r.header->bitsPerSample[0] = 32;
+    }
     hdr_test::Sink out;
-    EXPECT_EQ(HVHdrFromChunk(ascii, h, &chunk, out.io()), 1);
-    EXPECT_EQ(out.text(), " 1.5\n 2\n -3.25\n 1e+20\n");
-    // A chunk marked by its auxWord carries no samples.
-    chunk.auxWord = 5;
-    hdr_test::Sink none;
-    EXPECT_EQ(HVHdrFromChunk(ascii, h, &chunk, none.io()), 1);
-    EXPECT_EQ(none.text(), "");
-    chunk.auxWord = 0;
-    // Lines the bytes don't hold, parts beyond the lists, a width the
-    // codec doesn't know.
-    chunk.bytes = 12;
-    EXPECT_EQ(HVHdrFromChunk(ascii, h, &chunk, none.io()), 0);
-    chunk.bytes = 16;
-    h->parts[2] = 40;
-    EXPECT_EQ(HVHdrFromChunk(ascii, h, &chunk, none.io()), 0);
-    h->parts[2] = 0;
-    h->bitsPerSample[0] = 12;
-    EXPECT_EQ(HVHdrFromChunk(ascii, h, &chunk, none.io()), 0);
-    h->bitsPerSample[0] = 32;
-    EXPECT_EQ(none.text(), std::string(4, '\n')) << "unknown widths still end their lines";
-    // A short write.
-    hdr_test::Sink small(9);
-    EXPECT_EQ(HVHdrFromChunk(ascii, h, &chunk, small.io()), -1);
-    // Binary: the bytes as they are, 1 even when the write fails.
-    HalvHeaderStruct *b = MakeHeader(binary, 2, 0);
-    hdr_test::Sink raw, tight(3);
-    EXPECT_EQ(HVHdrFromChunk(binary, b, &chunk, raw.io()), 1);
-    EXPECT_EQ(raw.text(), std::string(reinterpret_cast<char *>(values), 16));
-    EXPECT_EQ(HVHdrFromChunk(binary, b, &chunk, tight.io()), 1);
-    EXPECT_EQ(tight.text().size(), 3u);
     HalvChunk empty{0, 0, 0, 0, 0, 0, nullptr}, broken{0, 0, 1, 8, 8, 0, nullptr};
-    EXPECT_EQ(HVHdrFromChunk(binary, b, &empty, raw.io()), 1);
-    EXPECT_EQ(__HVHdrSpectralEmitChunk_B10(b, &broken, raw.io()), 0);
-    EXPECT_EQ(__HVHdrSpectralEmitChunk_A10(h, &broken, raw.io()), 0);
-    EXPECT_EQ(__HVHdrSpectralEmitChunk_A10(h, nullptr, raw.io()), 0);
+    EXPECT_EQ(HVHdrFromChunk(binary, b, &empty, out.io()), 1);
+    EXPECT_EQ(__HVHdrSpectralEmitChunk_B10(b, &broken, out.io()), 0);
+    EXPECT_EQ(__HVHdrSpectralEmitChunk_A10(h, &broken, out.io()), 0);
+    EXPECT_EQ(__HVHdrSpectralEmitChunk_A10(h, nullptr, out.io()), 0);
     h->free(h);
     b->free(b);
 }
 
 TEST(SpectralData, RoundTripsThroughFilesAndBetweenVersions) {
-    raster_test::TempDir dir;
+    TempDir dir;
     std::vector<float> values = AsPrinted(Values(31, 9));
     HVHdrManager ascii = Manager("1.0-ascii");
-    HalvHeaderStruct *h = MakeHeader(ascii, 31, 9, 380.0f, 10.0f);
+    HalvHeaderStruct *h = MakeSpectral(ascii, 31, 9, 380.0f, 10.0f);
     Spectral(h)->spectrumType = HALV_SPECTRUM_ILLUMINANT;
-    std::string first = Write(h, ascii, values, 9);
+    std::string first = WriteValues(h, ascii, values, 9);
     h->free(h);
 
     // ASCII file to binary file to ASCII file, chunk by chunk through the
@@ -341,7 +290,7 @@ TEST(SpectralData, RoundTripsThroughFilesAndBetweenVersions) {
     std::string current = first;
     for (const char *version : {"1.0-binary", "1.0-ascii"}) {
         SCOPED_TRACE(version);
-        std::string path = dir.File(std::string("spectrum.") + version);
+        std::string path = dir.File(std::string("measured.") + version);
         {
             Opened in(current);
             ASSERT_EQ(in.result, 1);
@@ -361,27 +310,72 @@ TEST(SpectralData, RoundTripsThroughFilesAndBetweenVersions) {
             HalvIO *file = HalvIO_FileName(path.c_str(), "w");
             ASSERT_NE(file, nullptr);
             ASSERT_EQ(HVHdrWrite_Header(out, &to, file), 1);
-            for (Load &l : LoadAll(in.manager, in.header, in.input.io(), 4)) {
+            for (Load &l : in.All(4)) {
                 HalvChunk c{l.flags, l.auxWord, l.lines, l.bytes, l.bytes, 0, l.data.data()};
                 ASSERT_EQ(HVHdrFromChunk(to, out, &c, file), 1);
             }
             file->close(file);
             out->free(out);
         }
-        HalvIO *file = HalvIO_FileName(path.c_str(), "r");
-        ASSERT_NE(file, nullptr);
-        HVHdrManager m{};
-        HalvHeaderStruct *back = nullptr;
-        ASSERT_EQ(HVHdrRead_Header(file, &m, &back), 1);
-        EXPECT_EQ(Spectral(back)->spectrumType, 1u);
-        EXPECT_EQ(__HVHdrSpectralWavelength(back, 30), 680.0f);
-        EXPECT_EQ(Samples(LoadAll(m, back, file, 0)), values);
-        back->free(back);
-        file->close(file);
         current = ReadFile(path);
+        Opened back(current);
+        ASSERT_EQ(back.result, 1);
+        EXPECT_EQ(Spectral(back.header)->spectrumType, 1u);
+        EXPECT_EQ(__HVHdrSpectralWavelength(back.header, 30), 680.0f);
+        EXPECT_EQ(FloatsOf(back.All()), values);
         if (version[4] == 'b') {
-            EXPECT_EQ(current.substr(current.find("[End]\x0c\n") + 7), BinaryData(values));
+            EXPECT_EQ(current.substr(current.find(kEndMarker) + kEndMarker.size()), BinaryData(values));
         }
     }
     EXPECT_EQ(current, first);
+}
+
+TEST(SpectralData, RoundTripThroughAUrl) {
+    for (const char *version : {"1.0-ascii", "1.0-binary"}) {
+        SCOPED_TRACE(version);
+        std::vector<float> values = AsPrinted(Values(81, 6));
+        HVHdrManager m = Manager(version);
+
+        // Up: header and three chunks of two measurements, each write one
+        // chunk of the upload.
+        peer::Server server;
+        server.Receive();
+        HalvIO *up = HalvIO_FileName(server.Url("/measured/patches.hvs").c_str(), "w");
+        ASSERT_NE(up, nullptr);
+        HalvHeaderStruct *h = MakeSpectral(m, 81, 6, 380.0f, 5.0f);
+        ASSERT_EQ(HVHdrWrite_Header(h, &m, up), 1);
+        for (uint32_t i = 0; i < 3; ++i) {
+            HalvChunk c{0, 0, 2, 2 * 81 * 4, 2 * 81 * 4, 0, values.data() + i * 2 * 81};
+            ASSERT_EQ(HVHdrFromChunk(m, h, &c, up), 1);
+        }
+        up->close(up);
+        server.Join();
+        std::string request = server.request();
+        size_t body = request.find("\r\n\r\n");
+        ASSERT_NE(body, std::string::npos);
+        EXPECT_EQ(request.rfind("PUT /measured/patches.hvs HTTP/1.1\r\n", 0), 0u);
+        peer::Dechunked stored = peer::Dechunk(std::string_view(request).substr(body + 4));
+        ASSERT_TRUE(stored.ok);
+        EXPECT_EQ(stored.body, WriteValues(h, m, values, 6));
+        h->free(h);
+
+        // Down: the same bytes served back, read as any file is.
+        peer::Server again;
+        again.Respond(
+            peer::Response("Content-Length: " + std::to_string(stored.body.size()) + "\r\n", stored.body));
+        HalvIO *down = HalvIO_FileName(again.Url("/measured/patches.hvs").c_str(), "r");
+        ASSERT_NE(down, nullptr);
+        HVHdrManager read{};
+        HalvHeaderStruct *back = nullptr;
+        ASSERT_EQ(HVHdrRead_Header(down, &read, &back), 1);
+        EXPECT_EQ(read.loadChunk, m.loadChunk);
+        EXPECT_EQ(back->dims[0], 81u);
+        EXPECT_EQ(__HVHdrSpectralWavelength(back, 80), 780.0f);
+        std::vector<Load> loads = LoadAll(read, back, down, 4);
+        EXPECT_EQ(loads.back().flags & HALV_CHUNK_END, HALV_CHUNK_END);
+        EXPECT_EQ(FloatsOf(loads), values);
+        back->free(back);
+        down->close(down);
+        again.Join();
+    }
 }
