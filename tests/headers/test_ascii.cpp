@@ -151,6 +151,16 @@ TEST(AsciiChunks, LoadKeepsLowBitsAndFailsPartWay) {
     HalvChunk huge{};
     EXPECT_EQ(HVHdrLoadChunk_Ascii_64(in.io(), &huge, 0x40000000u), 0); // bytes wouldn't fit 32 bits
     EXPECT_EQ(huge.data, nullptr);
+    // Room whose told capacity is short is refused before a byte is read.
+    Source more(" 9 9 9");
+    uint8_t two[2] = {5, 5};
+    HalvChunk small{};
+    small.data = two;
+    small.capacity = sizeof two;
+    EXPECT_EQ(HVHdrLoadChunk_Ascii_8(more.io(), &small, 3), 0);
+    EXPECT_EQ(two[0], 5);
+    EXPECT_EQ(HVHdrLoadChunk_Ascii_8(more.io(), &small, 2), 1);
+    EXPECT_EQ(two[0], 9);
 }
 
 TEST(AsciiChunks, EmitChecksItsArguments) {

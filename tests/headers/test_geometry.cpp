@@ -71,6 +71,13 @@ TEST(ByteCounts, Interleaves) {
     EXPECT_EQ(out[0], 16u);
     EXPECT_EQ(HalvCalcAlignedInterleaveBytesArray(1, out, 0, 3, bits, 5), 15u);
     EXPECT_EQ(HalvCalcAlignedInterleaveBytesArray(0, out, 0, 3, bits, 5), 15u);
+    // Null arrays give 0 on every route instead of being touched.
+    for (uint32_t alignment : {0u, 8u})
+        for (uint32_t interleave : {0u, 1u}) {
+            EXPECT_EQ(HalvCalcAlignedInterleaveBytesArray(interleave, nullptr, alignment, 3, bits, 5), 0u);
+            EXPECT_EQ(HalvCalcAlignedInterleaveBytesArray(interleave, out, alignment, 3, nullptr, 5), 0u);
+        }
+    EXPECT_EQ(HalvCalcInterleaveBytesArray(1, nullptr, 3, bits, 5), 0u);
 }
 
 HalvHeaderStruct MakeHeader() {
