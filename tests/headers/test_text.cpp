@@ -13,7 +13,6 @@ using hdr_test::Parse;
 using hdr_test::Sections;
 using hdr_test::Sink;
 using hdr_test::Source;
-using hdr_test::Text;
 using hdr_test::TopNames;
 using namespace hdr_test::sample;
 
@@ -226,17 +225,12 @@ TEST(HeaderChain, StructuresThroughTheirSlots) {
 std::string Bytes(void *bytes, uint32_t count) { return std::string(static_cast<char *>(bytes), count); }
 
 TEST(HeaderCapture, KeepsExactlyTheBytesTakenAndHandsThemOn) {
-    const std::string stream = kStored + " tail\f junk\n" + kData;
-    Source plain(stream);
-    HalvUserCMData *expected = nullptr;
-    ASSERT_EQ(HVHdrRead(plain.io(), &expected), 1);
-
-    Source in(stream);
+    // That the tree and the bytes taken match HVHdrRead's, the header text fuzz target checks.
+    Source in(kStored + " tail\f junk\n" + kData);
     HalvUserCMData *tree = nullptr;
     void *bytes = nullptr;
     uint32_t count = 0;
     ASSERT_EQ(HVHdrNonDestructiveRead(in.io(), &tree, &bytes, &count), 1);
-    EXPECT_EQ(Text(tree), Text(expected));
     EXPECT_EQ(Bytes(bytes, count), kStored + " tail\f junk\n");
     EXPECT_EQ(in.rest(), kData);
 
@@ -259,7 +253,6 @@ TEST(HeaderCapture, KeepsExactlyTheBytesTakenAndHandsThemOn) {
     kept->close(kept);
     halv_internal_free(bytes);
     HVHdrFree(tree);
-    HVHdrFree(expected);
 }
 
 TEST(HeaderCapture, FailuresStillHandOverWhatWasTaken) {

