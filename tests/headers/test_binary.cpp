@@ -373,33 +373,3 @@ TEST(BinaryHeader, AMillionSectionsReadAndFreeWithoutRecursion) {
         ++count;
     EXPECT_EQ(count, sections);
 }
-
-TEST(BinaryHeader, EveryRasterHeaderTheLibraryReadsRoundTripsFieldForField) {
-    const char *texts[] = {
-        "[ID]\nformat: internal\nversion: 2.1\narchitecture: type 1\n[Raster]\npixels: 5\nscanlines: 7\n"
-        "[Encoding]\nimageParts: 3 0 0\nbytes/sl: 10 10 10\nbits/sample: 16 16 16\ninterleave: scanline\n"
-        "[Photometry]\nname: rgbLinear\n[Origin]\nsite: bench\n[End]\f\n",
-        "[ID]\nformat: image-ext\nversion: 1.0\narchitecture: type 2\n[Raster]\npixels: 4\nscanlines: 2\n"
-        "[Encoding]\nimageParts: 1 1 0\nbytes/sl: 8\nbits/sample: 8\ninterleave: pixel\nalignment: 4\n"
-        "[Compression]\ncompressors: lzw\n[Photometry]\nname: somethingElse\n[End]\f\n",
-    };
-    for (const char *text : texts) {
-        std::string copy = text;
-        HalvIO *in = HalvIO_Str(copy.data(), (uint32_t)copy.size());
-        HVHdrManager manager;
-        HalvHeaderStruct *raw = nullptr;
-        ASSERT_EQ(HVHdrRead_Header(in, &manager, &raw), 1) << text;
-        in->close(in);
-        Header stored(raw);
-        for (int32_t order : {0, 1}) {
-            Bytes block = Flatten(stored.get(), order);
-            Header back = Read(block, order == 1);
-            ASSERT_NE(back, nullptr);
-            ExpectSameGeometry(back.get(), stored.get());
-            EXPECT_EQ(back->compression, stored->compression);
-            EXPECT_EQ(back->color, stored->color);
-            EXPECT_EQ(HVHdrGetHeaderParam(back->userData, "Photometry", "name") == nullptr,
-                      HVHdrGetHeaderParam(stored->userData, "Photometry", "name") == nullptr);
-        }
-    }
-}
