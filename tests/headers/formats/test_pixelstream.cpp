@@ -328,14 +328,7 @@ TEST(PixelStream, HeaderKeysReadAndWritten) {
     for (const auto &w : written)
         EXPECT_EQ(Param(tree, w[0], w[1]), w[2]) << w[0] << "/" << w[1];
     HVHdrFree(tree);
-
-    // Written and read back, the header says the same.
-    std::string text = WriteImage(h, o.manager);
-    EXPECT_EQ(text.find("[ID]\nformat: pixelstream\nversion: 1.0-ascii\n"), 0u) << text;
-    Opened again(text);
-    ASSERT_EQ(again.result, 1);
-    EXPECT_EQ(AsPixels(again.header)->valuesPerPixel, 3u);
-    EXPECT_EQ(again.header->bitsPerSample[0], 16u);
+    // Written text read back as the same header: the header text fuzz target, on every input.
 
     // No name at all gives "unknown"; an outside name comes back as it was.
     for (const char *photometry : {"", "[Photometry]\nname: someothername\n\n"}) {
