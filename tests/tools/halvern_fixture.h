@@ -49,11 +49,6 @@ inline void WriteFile(const std::string &path, const std::string &bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-inline bool Exists(const std::string &path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
-}
-
 // The names in dir, sorted, without the hidden ones (the capture files).
 inline std::vector<std::string> Names(const std::string &dir) {
     std::vector<std::string> names;
@@ -66,10 +61,6 @@ inline std::vector<std::string> Names(const std::string &dir) {
     std::sort(names.begin(), names.end());
     return names;
 }
-
-// ---------------------------------------------------------------------------
-// Stored images written by hand
-// ---------------------------------------------------------------------------
 
 struct Layout {
     uint32_t width = 5, height = 7, parts = 3, bits = 8;
@@ -210,10 +201,6 @@ inline Bytes StoredData(const Bytes &file, uint32_t lineBytes, uint32_t lines,
 inline Bytes StoredData(const Bytes &file, const Layout &l, std::vector<uint32_t> *aux = nullptr) {
     return StoredData(file, l.LineBytes(), l.height, aux);
 }
-
-// ---------------------------------------------------------------------------
-// The fixture
-// ---------------------------------------------------------------------------
 
 // What Pillow, the tests' independent reader of pictures, found in a file.
 struct Pil {

@@ -99,10 +99,6 @@ TEST_F(Halvern, InfoShowsTheHeaderOfAnImageAndOfItsBlock) {
         SCOPED_TRACE(order);
         Result pack = Run(Line("pack @in @in.bh --byte-order " + order));
         ASSERT_EQ(pack.status, 0) << pack.err;
-        Bytes block = ReadFile(Path("in.bh"));
-        ASSERT_GT(block.size(), 556u);
-        EXPECT_EQ(block.substr(0, 4), order == "big" ? "BHBL" : "BHLL")
-            << "the pixel data little-endian, loaded";
         Result info = Run(Line("info @in.bh"));
         ASSERT_EQ(info.status, 0) << info.err;
         for (std::string line : common)
@@ -115,79 +111,61 @@ TEST_F(Halvern, InfoShowsTheHeaderOfAnImageAndOfItsBlock) {
     ExpectRefused(Line("info @cut.bh"), "damaged header block");
 }
 
+// The stored bytes of every format and order are the format tests' matter;
+// here the options reach the files and nothing of the image or its tree is
+// lost on the way.
 TEST_F(Halvern, ConvertCarriesAnImageThroughEveryFormatAndByteOrder) {
     for (uint32_t bits : {8u, 16u})
         for (bool big : {false, true}) {
             SCOPED_TRACE(std::to_string(bits) + (big ? " big" : " little"));
             Layout l{.bits = bits, .big = big};
-            std::vector<uint32_t> values = SampleValues(l);
             const std::string order = big ? "big" : "little", other = big ? "little" : "big";
+            const std::string type = big ? "type 1" : "type 2", otherType = big ? "type 2" : "type 1";
             Bytes original = StoredImage(l, "internal");
             WriteFile(Path("a"), original);
-            auto convert = [&](const std::string &line) {
+            auto convert = [&](const std::string &line) { // the output's bytes
                 Result r = Run(Line("convert " + line));
                 EXPECT_EQ(r.status, 0) << line << ": " << r.err;
+                return ReadFile(Line(line)[1]);
             };
             // Through image-ext in this machine's order and back into the stored one.
-            convert("@a @b --format image-ext --byte-order little");
-            Bytes b = ReadFile(Path("b"));
+            Bytes b = convert("@a @b --format image-ext --byte-order little");
             EXPECT_EQ(HeaderKeys(b, {"format", "architecture"}), "image-ext | type 2");
-            EXPECT_EQ(StoredData(b, l), StoreSamples(values, bits, false));
-            convert("@b @c --format internal --byte-order " + order);
-            Bytes c = ReadFile(Path("c"));
-            EXPECT_EQ(HeaderKeys(c, {"architecture", "site"}),
-                      (big ? "type 1" : "type 2") + std::string(" | testbench"));
+            EXPECT_EQ(StoredData(b, l), StoreSamples(SampleValues(l), bits, false));
+            Bytes c = convert("@b @c --format internal --byte-order " + order);
+            EXPECT_EQ(HeaderKeys(c, {"architecture", "site"}), type + " | testbench");
             EXPECT_EQ(Behind(c), Behind(original));
             // Once in the library's own spelling, a round trip gives the same bytes.
             convert("@c @d --format image-ext --byte-order " + order);
-            convert("@d @e --format internal");
-            EXPECT_EQ(ReadFile(Path("e")), c);
+            EXPECT_EQ(convert("@d @e --format internal"), c);
 
-            // pixr keeps the file's order; a pixel stream carries the geometry in Raster.
-            convert("@a @b.pixr --format pixr");
-            Bytes pixr = ReadFile(Path("b.pixr"));
+            // pixr keeps the file's order; a pixel stream carries the geometry
+            // in Raster; through the raster formats in the other order and
+            // back, the same stream.
+            Bytes pixr = convert("@a @b.pixr --format pixr");
             EXPECT_EQ(HeaderKeys(pixr, {"format", "architecture", "parts", "frame"}),
-                      "pixr | " + std::string(big ? "type 1" : "type 2") + " | 3 0 0 | 0");
-            EXPECT_EQ(StoredData(pixr, l), StoreSamples(values, bits, big));
-            convert("@b.pixr @c.px --format pixelstream");
-            Bytes stream = ReadFile(Path("c.px"));
+                      "pixr | " + type + " | 3 0 0 | 0");
+            Bytes stream = convert("@b.pixr @c.px --format pixelstream");
             EXPECT_EQ(HeaderKeys(stream, {"format", "bits/sample", "pixels", "scanlines", "site"}),
                       "pixelstream | " + std::to_string(bits) + " | 5 | 7 | testbench");
-            std::string text; // one pixel a line, each number behind a blank
-            std::vector<uint32_t> interleaved;
-            for (uint32_t y = 0; y < l.height; ++y)
-                for (uint32_t x = 0; x < l.width; ++x, text += "\n")
-                    for (uint32_t s = 0; s < l.parts; ++s) {
-                        interleaved.push_back(values[((size_t)y * l.parts + s) * l.width + x]);
-                        text += " " + std::to_string(interleaved.back());
-                    }
-            EXPECT_EQ(Behind(stream), text);
-
-            // Back into the raster formats, in the other byte order, and
-            // once more into a pixel stream: the same text.
-            convert("@c.px @d --format image-ext --byte-order " + other);
-            Bytes ext = ReadFile(Path("d"));
-            EXPECT_EQ(HeaderKeys(ext, {"interleave", "pixels", "scanlines"}), "pixel | 5 | 7");
-            Layout pixel = l;
-            pixel.pixelInterleave = true, pixel.big = !big;
-            EXPECT_EQ(StoredData(ext, pixel), StoreSamples(interleaved, bits, !big));
+            EXPECT_EQ(HeaderKeys(convert("@c.px @d --format image-ext --byte-order " + other),
+                                 {"interleave", "architecture", "pixels", "scanlines"}),
+                      "pixel | " + otherType + " | 5 | 7");
             convert("@d @e.pixr --format pixr");
             convert("@e.pixr @f --format internal --byte-order " + order);
-            convert("@f @g.px --format pixelstream");
-            EXPECT_EQ(ReadFile(Path("g.px")), stream);
-            convert("@b.pixr @h --format internal");
-            EXPECT_EQ(ReadFile(Path("h")), original);
+            EXPECT_EQ(convert("@f @g.px --format pixelstream"), stream);
+            EXPECT_EQ(convert("@b.pixr @h --format internal"), original);
 
             // Exported, the pixel stream and the image it came from are one picture.
             ASSERT_EQ(Run(Line("export @c.px @from-stream.ppm")).status, 0);
             ASSERT_EQ(Run(Line("export @a @from-image.ppm")).status, 0);
             EXPECT_EQ(ReadFile(Path("from-stream.ppm")), ReadFile(Path("from-image.ppm")));
-            Result info = Run(Line("info @c.px"));
-            EXPECT_NE(info.out.find("size:          5 pixels x 7 scanlines"), std::string::npos) << info.out;
-            EXPECT_NE(info.out.find("read from:     the file"), std::string::npos) << info.out;
-            info = Run(Line("info @b.pixr"));
-            EXPECT_NE(info.out.find("frame:         0"), std::string::npos) << info.out;
-            EXPECT_NE(info.out.find("format:        pixr"), std::string::npos) << info.out;
+            for (auto [name, line] : {std::pair{"@c.px", "size:          5 pixels x 7 scanlines"},
+                                      {"@c.px", "read from:     the file"}, {"@b.pixr", "frame:         0"},
+                                      {"@b.pixr", "format:        pixr"}}) {
+                Result info = Run(Line("info " + std::string(name)));
+                EXPECT_NE(info.out.find(line), std::string::npos) << line << "\n" << info.out;
+            }
         }
 }
 
@@ -539,11 +517,12 @@ TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
 TEST_F(Halvern, ListsDescribesAndDemonstrates) {
     Result list = Run({"list"});
     ASSERT_EQ(list.status, 0) << list.err;
-    for (const char *name : {"copy ", "invert ", "gain ", "threshold "})
+    for (const char *name : {"copy ", "invert ", "gain ", "threshold ", "Makes every sample black or white"})
         EXPECT_NE(list.out.find(name), std::string::npos) << list.out;
     Result describe = Run({"describe", "gain"});
     EXPECT_EQ(describe.status, 0);
     EXPECT_NE(describe.out.find("factor:d"), std::string::npos) << describe.out;
+    EXPECT_NE(Run({"describe", "no-such-function"}).status, 0);
     Result demo = Run({"demo"});
     EXPECT_EQ(demo.status, 0) << demo.err;
     for (const char *line :
@@ -560,7 +539,7 @@ TEST_F(Halvern, ListsDescribesAndDemonstrates) {
 // Start-up: which bundle failed and why, without any debug switch.  The
 // registry is the test's own; the broken bundles are built beside the test
 // programs, where the loader's search is pointed.
-TEST_F(Halvern, AFailedStartNamesTheRegistryFileTheBundleAndTheReason) {
+TEST_F(Halvern, StartUpTellsWhichBundleFailedAndWhy) {
     env_ = {"HV_DATA_PATH=" + dir_, std::string("LD_LIBRARY_PATH=") + HALV_TEST_BUNDLE_DIR};
     const std::string registry = Path("hvregistry.dot");
     const struct {
@@ -592,10 +571,8 @@ TEST_F(Halvern, AFailedStartNamesTheRegistryFileTheBundleAndTheReason) {
                                  "bundle " + std::string(c.bundle), std::string(c.reason)})
             EXPECT_NE(status.out.find(line), std::string::npos) << line << "\n" << status.out;
     }
-}
 
-TEST_F(Halvern, ListAndStatusTellLoadedAndFailedBundles) {
-    env_ = {"HV_DATA_PATH=" + dir_, std::string("LD_LIBRARY_PATH=") + HALV_TEST_BUNDLE_DIR};
+    // Optional bundles that fail leave the rest running; list and status tell them.
     WriteFile(Path("hvregistry.dot"),
               "[libraries]\noptional: oldmajor\nrequired: halv\noptional: nosuchbundle\n");
     Result list = Run({"list"});
@@ -903,7 +880,7 @@ TEST_F(Halvern, RunFeedsStandardInputThroughAFunction) {
         r = RunWithInput(Line("run invert @hdr @cut"), input);
         EXPECT_NE(r.status, 0);
         EXPECT_NE(r.err.find(phrase), std::string::npos) << r.err;
-        EXPECT_FALSE(Exists(Path("cut")));
+        EXPECT_NE(access(Path("cut").c_str(), F_OK), 0) << "no output";
     }
 }
 
