@@ -2,16 +2,14 @@
 // real files in a fresh temporary directory, its exit status, standard
 // error and output files checked.  Input images are written byte by byte
 // here, and expected outputs computed here.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 
 #include <chrono>
 #include <cmath>
 #include <cstring>
 #include <functional>
 
+#include "streams/peer.h"
 #include "tools/halvern_fixture.h"
 
 namespace {
@@ -71,14 +69,6 @@ TEST_F(Halvern, RunsEveryFunctionOverEveryDepthFormatAndByteOrder) {
                         unlink(Path("out").c_str()), unlink(Path("out-binary").c_str());
                     }
                 }
-}
-
-TEST_F(Halvern, AFailedRunLeavesAnExistingOutputAlone) {
-    Bytes image = StoredImage(Layout{}, "internal");
-    WriteFile(Path("in"), image.substr(0, DataStart(image) + 20));
-    WriteFile(Path("out"), "old contents");
-    ExpectRefused(Line("run copy @in @out"), "cut short");
-    EXPECT_EQ(ReadFile(Path("out")), "old contents");
 }
 
 TEST_F(Halvern, InfoShowsTheHeaderOfAnImageAndOfItsBlock) {
@@ -402,69 +392,29 @@ TEST_F(Halvern, AWriteThatFailsLeavesNoOutput) {
     signal(SIGXFSZ, SIG_DFL);
 }
 
-// A server on 127.0.0.1 that gives every connection the same answer, run
-// from the test's own thread while one halvern process lives: it serves
-// until the process has ended (60 s at most), so halvern may connect as
-// often as it likes.  An empty answer: read the request and say nothing
-// until the client gives up.
-class OneAnswerServer {
-  public:
-    OneAnswerServer() {
-        fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        listen(fd_, 8);
-        socklen_t length = sizeof address;
-        getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &length);
-        port_ = ntohs(address.sin_port);
+// Serves the same answer to every connection on listener, from the test's
+// own thread, until the process pid has ended (60 s at most), so halvern may
+// connect as often as it likes.  An empty answer: read the request and say
+// nothing until the client gives up (or ends).
+void ServeUntilExit(int listener, pid_t pid, const std::string &answer) {
+    int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    ASSERT_GE(pidfd, 0);
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < end) {
+        pollfd entries[2] = {{pidfd, POLLIN, 0}, {listener, POLLIN, 0}};
+        if ((poll(entries, 2, 1000) < 0 && errno != EINTR) || entries[0].revents != 0)
+            break;
+        int connection = entries[1].revents ? accept4(listener, nullptr, nullptr, SOCK_CLOEXEC) : -1;
+        if (connection < 0)
+            continue;
+        if (answer.empty())
+            peer::ReadToEnd(connection);
+        else if (!peer::ReadHead(connection).empty())
+            peer::SendAll(connection, answer);
+        close(connection);
     }
-    ~OneAnswerServer() { close(fd_); }
-    std::string Url(const std::string &path) const {
-        return "http://127.0.0.1:" + std::to_string(port_) + path;
-    }
-
-    void ServeUntilExit(pid_t pid, const std::string &answer) {
-        int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-        ASSERT_GE(pidfd, 0);
-        auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (std::chrono::steady_clock::now() < end) {
-            pollfd entries[2] = {{pidfd, POLLIN, 0}, {fd_, POLLIN, 0}};
-            if ((poll(entries, 2, 1000) < 0 && errno != EINTR) || entries[0].revents != 0)
-                break;
-            int connection = entries[1].revents ? accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC) : -1;
-            if (connection >= 0)
-                Converse(connection, answer, pidfd), close(connection);
-        }
-        close(pidfd);
-    }
-
-  private:
-    // Reads the request head, then sends the answer, or waits for the
-    // client's close (or its end) when there is none.
-    static void Converse(int fd, const std::string &answer, int pidfd) {
-        std::string head;
-        char buffer[4096];
-        while (answer.empty() || head.find("\r\n\r\n") == std::string::npos) {
-            pollfd entries[2] = {{fd, POLLIN, 0}, {pidfd, POLLIN, 0}};
-            ssize_t got =
-                poll(entries, 2, 10000) <= 0 || entries[1].revents ? 0 : recv(fd, buffer, sizeof buffer, 0);
-            if (got <= 0)
-                return;
-            head.append(buffer, static_cast<size_t>(got));
-        }
-        for (size_t at = 0; at < answer.size();) {
-            ssize_t sent = send(fd, answer.data() + at, answer.size() - at, MSG_NOSIGNAL);
-            if (sent <= 0)
-                return;
-            at += static_cast<size_t>(sent);
-        }
-    }
-
-    int fd_ = -1;
-    uint16_t port_ = 0;
-};
+    close(pidfd);
+}
 
 TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
     // The URL stream ends a body cut short as an ordinary end; halvern
@@ -474,32 +424,33 @@ TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
     for (std::string format : {"internal", "image-ext"}) {
         Bytes image = StoredImage(l, format);
         Bytes cut = image.substr(0, DataStart(image) + 2 * l.LineBytes() + 3);
-        std::string length = "Content-Length: " + std::to_string(image.size()) + "\r\n";
-        char size[16];
-        snprintf(size, sizeof size, "%zx", image.size());
-        std::string chunked =
-            "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size) + "\r\n";
+        const std::string length = "Content-Length: " + std::to_string(image.size()) + "\r\n";
+        const std::string chunked =
+            peer::Response("Transfer-Encoding: chunked\r\n", peer::Chunked(image, image.size()));
         // image-ext data come in chunk records, one of which the cut leaves short.
         std::string cutShort = format == "internal" ? "is cut short" : "its data end inside a chunk";
         const struct {
             std::string name, answer;
             std::string phrase; // empty: the run succeeds
         } cases[] = {
-            {"whole, with its length", "HTTP/1.1 200 OK\r\n" + length + "\r\n" + image, ""},
-            {"whole, chunked", chunked + image + "\r\n0\r\n\r\n", ""},
-            {"closed before its length", "HTTP/1.1 200 OK\r\n" + length + "\r\n" + cut, cutShort},
-            {"closed, no length", "HTTP/1.1 200 OK\r\n\r\n" + cut, cutShort},
-            {"closed inside a chunk", chunked + cut, cutShort},
-            {"not found", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "can't open"},
+            {"whole, with its length", peer::Response(length, image), ""},
+            {"whole, chunked", chunked, ""},
+            {"closed before its length", peer::Response(length, cut), cutShort},
+            {"closed, no length", peer::Response("", cut), cutShort},
+            {"closed inside a chunk", chunked.substr(0, chunked.size() - 7 - (image.size() - cut.size())),
+             cutShort},
+            {"not found", peer::Response("Content-Length: 0\r\n", "", "404 Not Found"), "can't open"},
             {"never answers", "", "can't open"},
         };
         for (const auto &c : cases) {
             SCOPED_TRACE(format + ": " + c.name);
-            OneAnswerServer server;
+            int listener = peer::BindLoopback(8);
             std::vector<std::string> before = Listing();
-            pid_t pid = Spawn({"run", "copy", server.Url("/images/in.hv"), Path("out")});
+            pid_t pid = Spawn({"run", "copy", peer::LoopbackUrl(peer::PortOf(listener), "/images/in.hv"),
+                               Path("out")});
             ASSERT_GT(pid, 0);
-            server.ServeUntilExit(pid, c.answer);
+            ServeUntilExit(listener, pid, c.answer);
+            close(listener);
             Result r = Wait(pid);
             if (c.phrase.empty()) {
                 ASSERT_EQ(r.status, 0) << r.err;
@@ -514,7 +465,7 @@ TEST_F(Halvern, ImagesOverHttpAreReadAndTruncatedOnesRefused) {
     }
 }
 
-TEST_F(Halvern, ListsDescribesAndDemonstrates) {
+TEST_F(Halvern, ListsDescribesAndHelps) {
     Result list = Run({"list"});
     ASSERT_EQ(list.status, 0) << list.err;
     for (const char *name : {"copy ", "invert ", "gain ", "threshold ", "Makes every sample black or white"})
@@ -523,14 +474,6 @@ TEST_F(Halvern, ListsDescribesAndDemonstrates) {
     EXPECT_EQ(describe.status, 0);
     EXPECT_NE(describe.out.find("factor:d"), std::string::npos) << describe.out;
     EXPECT_NE(Run({"describe", "no-such-function"}).status, 0);
-    Result demo = Run({"demo"});
-    EXPECT_EQ(demo.status, 0) << demo.err;
-    for (const char *line :
-         {"invert     255 238 221 204 187 170 153 136 119 102  85  68  51  34  17   0\n",
-          "threshold    0   0   0   0   0   0   0   0 255 255", "31 samples from 400 to 700 nm",
-          "    nm    blue     red   green    grey\n", "   400  0.1758  0.0500  0.0501  0.1800\n",
-          "   700  0.0500  0.8490  0.0500  0.1800\n", "Plotted all four to"})
-        EXPECT_NE(demo.out.find(line), std::string::npos) << line << demo.out;
     Result help = Run({"help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("convert INPUT OUTPUT --format"), std::string::npos);
@@ -886,7 +829,7 @@ TEST_F(Halvern, RunFeedsStandardInputThroughAFunction) {
 
 // Damaged, lying and hostile files of every kind: each command that reads
 // them refuses, with the reason where the row's first command gives it,
-// and writes nothing.
+// writes nothing and leaves an existing output alone.
 TEST_F(Halvern, RefusesDamagedAndHostileFiles) {
     enum Kind { kImage, kExt, kSpectrum, kTable }; // kExt: image-ext, pixr and pixel streams
     const std::vector<std::vector<std::string>> commands = {
@@ -995,6 +938,7 @@ TEST_F(Halvern, RefusesDamagedAndHostileFiles) {
         {kExt, "pixr with no pixels", pixr + "0\n\n[Encoding]\nparts: 1 0 0\nbits/sample: 8\n\n[End]\f\n",
          "width is 0"},
     };
+    WriteFile(Path("out"), "old contents");
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         WriteFile(Path("bad"), c.file);
@@ -1007,6 +951,7 @@ TEST_F(Halvern, RefusesDamagedAndHostileFiles) {
             }
         }
     }
+    EXPECT_EQ(ReadFile(Path("out")), "old contents");
 }
 
 // Command lines refused before anything is written: the reason on stderr,

@@ -386,14 +386,19 @@ TEST_F(Pictures, DamagedAndHostilePicturesAreRefusedWithNothingLeft) {
     ExpectRefused(Line("export @one.hv @out.gif"), ".png, .tif, .jpg, .pgm or .ppm");
 }
 
-TEST_F(Pictures, DemoWritesEachResultAsAPng) {
+TEST_F(Pictures, DemoShowsItsResultsAndWritesEachAsAPng) {
     env_ = {"TMPDIR=" + dir_};
     Result r = Run({"demo", "--keep"});
     ASSERT_EQ(r.status, 0) << r.err;
     size_t at = r.out.find("The files are in ");
     ASSERT_NE(at, std::string::npos) << r.out;
     std::string demoDir = r.out.substr(at + 17, r.out.find('.', at + 17 + dir_.size()) - at - 17);
-    EXPECT_NE(r.out.find("invert.png"), std::string::npos) << r.out;
+    for (const char *line :
+         {"invert     255 238 221 204 187 170 153 136 119 102  85  68  51  34  17   0\n",
+          "threshold    0   0   0   0   0   0   0   0 255 255", "31 samples from 400 to 700 nm",
+          "    nm    blue     red   green    grey\n", "   400  0.1758  0.0500  0.0501  0.1800\n",
+          "   700  0.0500  0.8490  0.0500  0.1800\n", "Plotted all four to", "invert.png"})
+        EXPECT_NE(r.out.find(line), std::string::npos) << line << r.out;
     std::string relative = demoDir.substr(dir_.size() + 1) + "/invert.png";
     Pil invert = PilRead(relative);
     ASSERT_EQ(invert.width, 16u);
