@@ -102,15 +102,15 @@ inline std::string Repeat(uint32_t value, uint32_t count) {
 }
 
 // The header text of a stored image, end marker included.
-inline Bytes HeaderText(const Layout &l, const std::string &format, const std::string &extraEncoding = "",
-                        const std::string &pixels = "", const std::string &scanlines = "") {
+inline Bytes HeaderText(const Layout &l, const std::string &format, const std::string &pixels = "",
+                        const std::string &scanlines = "") {
     return "[ID]\nformat: " + format + "\nbinary: " + std::string(4, '\0') + "\nversion: " +
            (format == "internal" ? "2.1" : "1.0") + "\narchitecture: " + (l.big ? "type 1" : "type 2") +
            "\n\n[Raster]\npixels: " + (pixels.empty() ? std::to_string(l.width) : pixels) + "\nscanlines: " +
            (scanlines.empty() ? std::to_string(l.height) : scanlines) + "\n\n[Encoding]\nimageParts: " +
            std::to_string(l.parts) + " 0 0\nbytes/sl: " + Repeat(l.SepBytes(), l.Seps()) + "\nbits/sample: " +
-           Repeat(l.bits, l.Seps()) + "\ninterleave: " + (l.pixelInterleave ? "pixel" : "scanline") + "\n" +
-           extraEncoding + "\n[Photometry]\nname: " + (l.parts == 3 ? "rgbLinear" : "grayLinear") +
+           Repeat(l.bits, l.Seps()) + "\ninterleave: " + (l.pixelInterleave ? "pixel" : "scanline") +
+           "\n\n[Photometry]\nname: " + (l.parts == 3 ? "rgbLinear" : "grayLinear") +
            "\n\n[Origin]\nsite: testbench\n\n[End]\f\n";
 }
 

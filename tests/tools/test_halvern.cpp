@@ -277,10 +277,6 @@ TEST_F(Halvern, SpectraAreShownConvertedBothWaysAndExportedAsCsv) {
     ASSERT_EQ(Run(Line("export @t.hvs @t.csv")).status, 0);
     EXPECT_EQ(ReadFile(Path("t.csv")),
               "wavelength (nm),measurement 1\n400,0.1\n410.5,0.11\n430,0.12\n455,0.13\n500,0.14\n");
-    ASSERT_EQ(Run(Line("convert @t.hvs @t2.hvs --format spectral")).status, 0);
-    EXPECT_NE(ReadFile(Path("t2.hvs"))
-                  .find("\nwavelength: 400.000000 410.500000 430.000000 455.000000 500.000000\n"),
-              std::string::npos);
 
     // Floats the text can't hold are rounded on the way to text, and said so.
     std::vector<float> thirds = {1.0f / 3, 2.0f / 3, 0.5f, 1e-9f / 3};
@@ -859,13 +855,13 @@ TEST_F(Halvern, RefusesDamagedAndHostileFiles) {
     } cases[] = {
         {kImage, "truncated", good.substr(0, good.size() - 7), "cut short"},
         {kImage, "header only", HeaderText(l, "internal"), "cut short"},
-        {kImage, "more scanlines than data", HeaderText(l, "internal", "", "", "9") + data, "cut short"},
-        {kImage, "too few bytes per line", HeaderText(l, "internal", "", "50") + data, "bytes per scanline"},
-        {kImage, "width 0", HeaderText(l, "internal", "", "0") + data, "width is 0"},
-        {kImage, "no scanlines at all", HeaderText(l, "internal", "", "", "0"), "holds no scanlines"},
-        {kImage, "huge width", HeaderText(l, "internal", "", "2000000000") + data,
+        {kImage, "more scanlines than data", HeaderText(l, "internal", "", "9") + data, "cut short"},
+        {kImage, "too few bytes per line", HeaderText(l, "internal", "50") + data, "bytes per scanline"},
+        {kImage, "width 0", HeaderText(l, "internal", "0") + data, "width is 0"},
+        {kImage, "no scanlines at all", HeaderText(l, "internal", "", "0"), "holds no scanlines"},
+        {kImage, "huge width", HeaderText(l, "internal", "2000000000") + data,
          "more than this host handles"},
-        {kImage, "huge height", HeaderText(l, "internal", "", "", "2000000000") + data, "cut short"},
+        {kImage, "huge height", HeaderText(l, "internal", "", "2000000000") + data, "cut short"},
         {kImage, "not a header", "P5\n5 7\n255\n" + data, "not a stored image"},
         {kImage, "empty file", "", "not a stored image"},
         {kImage, "unknown format", "[ID]\nformat: nosuch\nversion: 1.0\n\n[End]\f\n" + data, "\"nosuch\""},
