@@ -49,11 +49,6 @@ inline void WriteFile(const std::string &path, const std::string &bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-inline bool Exists(const std::string &path) {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
-}
-
 // The names in dir, sorted, without the hidden ones (the capture files).
 inline std::vector<std::string> Names(const std::string &dir) {
     std::vector<std::string> names;
@@ -66,10 +61,6 @@ inline std::vector<std::string> Names(const std::string &dir) {
     std::sort(names.begin(), names.end());
     return names;
 }
-
-// ---------------------------------------------------------------------------
-// Stored images written by hand
-// ---------------------------------------------------------------------------
 
 struct Layout {
     uint32_t width = 5, height = 7, parts = 3, bits = 8;
@@ -111,15 +102,15 @@ inline std::string Repeat(uint32_t value, uint32_t count) {
 }
 
 // The header text of a stored image, end marker included.
-inline Bytes HeaderText(const Layout &l, const std::string &format, const std::string &extraEncoding = "",
-                        const std::string &pixels = "", const std::string &scanlines = "") {
+inline Bytes HeaderText(const Layout &l, const std::string &format, const std::string &pixels = "",
+                        const std::string &scanlines = "") {
     return "[ID]\nformat: " + format + "\nbinary: " + std::string(4, '\0') + "\nversion: " +
            (format == "internal" ? "2.1" : "1.0") + "\narchitecture: " + (l.big ? "type 1" : "type 2") +
            "\n\n[Raster]\npixels: " + (pixels.empty() ? std::to_string(l.width) : pixels) + "\nscanlines: " +
            (scanlines.empty() ? std::to_string(l.height) : scanlines) + "\n\n[Encoding]\nimageParts: " +
            std::to_string(l.parts) + " 0 0\nbytes/sl: " + Repeat(l.SepBytes(), l.Seps()) + "\nbits/sample: " +
-           Repeat(l.bits, l.Seps()) + "\ninterleave: " + (l.pixelInterleave ? "pixel" : "scanline") + "\n" +
-           extraEncoding + "\n[Photometry]\nname: " + (l.parts == 3 ? "rgbLinear" : "grayLinear") +
+           Repeat(l.bits, l.Seps()) + "\ninterleave: " + (l.pixelInterleave ? "pixel" : "scanline") +
+           "\n\n[Photometry]\nname: " + (l.parts == 3 ? "rgbLinear" : "grayLinear") +
            "\n\n[Origin]\nsite: testbench\n\n[End]\f\n";
 }
 
@@ -210,10 +201,6 @@ inline Bytes StoredData(const Bytes &file, uint32_t lineBytes, uint32_t lines,
 inline Bytes StoredData(const Bytes &file, const Layout &l, std::vector<uint32_t> *aux = nullptr) {
     return StoredData(file, l.LineBytes(), l.height, aux);
 }
-
-// ---------------------------------------------------------------------------
-// The fixture
-// ---------------------------------------------------------------------------
 
 // What Pillow, the tests' independent reader of pictures, found in a file.
 struct Pil {

@@ -37,13 +37,8 @@ TEST_F(Batch, EveryImageIsWrittenAsASingleRunWritesIt) {
     ASSERT_EQ(Names(Path("out")), expected) << "one output each, and no temporary left";
     for (uint32_t i = 0; i < count; ++i) {
         SCOPED_TRACE(i);
-        Bytes got = Behind(ReadFile(Path("out/img" + std::to_string(i) + ".hv")));
-        ASSERT_EQ(got.size(), inputs[i].size());
-        for (size_t k = 0; k < got.size(); ++k) {
-            uint32_t v = (uint32_t)(uint8_t)inputs[i][k] * 3 / 2 + ((uint8_t)inputs[i][k] & 1);
-            ASSERT_EQ((uint8_t)got[k], v > 255 ? 255u : v) << "sample " << k;
-        }
-        // The same bytes as halvern run of that image alone.
+        // The same bytes as halvern run of that image alone (whose gain the
+        // single-image tests check sample by sample).
         ASSERT_EQ(Run(Line("run gain @img" + std::to_string(i) + ".hv @single.hv factor=1.5")).status, 0);
         EXPECT_TRUE(ReadFile(Path("single.hv")) == ReadFile(Path("out/img" + std::to_string(i) + ".hv")));
     }
