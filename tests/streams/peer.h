@@ -1,12 +1,8 @@
 /*
- * tests/streams/peer.h - the other end of the wire for the socket and HTTP
- * tests, written on plain POSIX sockets so that nothing of the library
- * under test checks itself, and the reading loops those tests share.
- *
- * A Server listens on 127.0.0.1 at a port of the system's choice and runs
- * one conversation per accepted connection on a thread of its own.  Every
- * wait is bounded: accepts, reads and gates give up after a time-out, so a
- * faulty client makes a test fail, never hang.
+ * tests/streams/peer.h - the other end of the wire for the socket and HTTP tests, on
+ * plain POSIX sockets so nothing of the library checks itself, and their reading loops.
+ * A Server runs one conversation per accepted connection on a thread of its own; every
+ * wait is bounded, so a faulty client makes a test fail, never hang.
  */
 #ifndef HALV_TESTS_NET_PEER_H
 #define HALV_TESTS_NET_PEER_H

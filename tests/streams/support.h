@@ -1,14 +1,10 @@
 /*
- * tests/streams/support.h - what the tests of the generic stream operations
- * share: byte helpers over the library's memory streams, and a scripted
- * stream back end built the way a host builds one, a record with HalvIO at
- * its head and slots filled by hand.
- *
- * Each read and write call takes the next step of its plan: a positive step
- * moves at most that many bytes, 0, -1 and -2 are answered as they are.  With
- * the plan used up, read delivers what is asked (0 at the end of the source)
- * and write accepts everything.  Every slot call is logged, so a test sees
- * exactly the calls a generic operation made.
+ * tests/streams/support.h - byte helpers over memory streams, and a scripted back end
+ * built as a host builds one (a record with HalvIO at its head, slots filled by hand).
+ * Each read and write takes the next step of its plan: a positive step moves at most
+ * that many bytes; 0, -1 and -2 are answered as they are.  With the plan used up, read
+ * delivers what is asked (0 at the end) and write takes everything.  Every slot call is
+ * logged, so a test sees exactly the calls a generic operation made.
  */
 #ifndef HALV_TESTS_STREAMS_SUPPORT_H
 #define HALV_TESTS_STREAMS_SUPPORT_H

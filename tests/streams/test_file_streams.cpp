@@ -88,15 +88,9 @@ TEST(FilesByName, ModesOpenCreateEmptyAndAppend) {
 
 TEST(FilesByName, StreamOwnsItsDescriptorAndTracesFailures) {
     ScratchDir dir;
-    size_t before = OpenDescriptors();
-    for (int i = 0; i < 20; ++i) {
-        HalvIO *io = HalvIO_FileName((dir / "f").c_str(), "w");
-        ASSERT_NE(io, nullptr);
-        io->close(io);
-    }
-    EXPECT_EQ(OpenDescriptors(), before);
+    // (test_stream_resources checks that the stream gives its descriptor back.)
     // The descriptor isn't inherited by programs the host starts.
-    HalvIO *io = HalvIO_FileName((dir / "f").c_str(), "r");
+    HalvIO *io = HalvIO_FileName((dir / "f").c_str(), "w");
     ASSERT_NE(io, nullptr);
     EXPECT_TRUE(fcntl(DescriptorOf(io), F_GETFD) & FD_CLOEXEC);
     io->close(io);

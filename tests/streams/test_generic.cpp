@@ -1,9 +1,6 @@
-// The operations over any back end: HalvIOReadBytes, HalvIOWriteBytes,
-// HalvIOWriteString, the line readers HalvIOReadString and HalvIOGets,
-// HalvIOCopyBytes, HalvIOSkipBytes and HalvIOReadBlock, against every answer
-// a slot can give, with the exact calls a back end of the caller's sees;
-// the line readers' in-place scan of memory streams against one-byte reads;
-// would-block copies over real non-blocking pipes fed and drained by threads.
+// The operations over any back end (byte loops, line readers, copy, skip, block read)
+// against every answer a slot can give, with the exact calls a caller's back end sees;
+// the in-memory line scan against one-byte reads; would-block copies over real pipes.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>

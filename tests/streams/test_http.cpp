@@ -1,9 +1,6 @@
-// The HTTP stream against scripted servers on 127.0.0.1: the exact bytes of
-// GET and PUT requests, bodies bounded by Content-Length, by chunks and by
-// the server's close, status handling, the proxy setting, non-blocking
-// reads and writes, and servers that misbehave on purpose (hostile framing,
-// heads that never end, silence, resets, addresses that lead nowhere).
-// Every case ends in the documented result within bounded calls and time.
+// The HTTP stream against scripted servers on 127.0.0.1: exact request bytes, the
+// framing rules at their boundaries (fuzz_http checks them against a model on every
+// corpus input), non-blocking use, the proxy, and servers that misbehave on purpose.
 #include <gtest/gtest.h>
 
 #include <sys/time.h>
@@ -93,7 +90,6 @@ TEST(NetHttpResponse, BodiesEndAtTheirLengthTheirLastChunkOrTheClose) {
     std::vector<Row> rows = {
         // Header names in any case, blanks before the number, bytes beyond it.
         {"HTTP/1.1 200 Fine\r\ncontent-length:    5\r\n\r\nhello world", "hello"},
-        {Response("Content-Length: 0\r\n", "nothing"), ""},
         {"HTTP/1.0 200 OK\r\nServer: scripted\r\n\r\n" + big, big, 0, 7000},
         // Chunks lose their framing, extensions and trailers; a
         // Content-Length beside them counts for nothing.
@@ -107,22 +103,15 @@ TEST(NetHttpResponse, BodiesEndAtTheirLengthTheirLastChunkOrTheClose) {
         // looked for inside a chunk, even where its bytes look like one.
         {Response(kChunked, "d\r\n3\r\nabc\r\n0\r\n\r\n\r\n4\r\nend!\r\n0\r\n\r\n"),
          "3\r\nabc\r\n0\r\n\r\nend!", 0, 5},
-        // Any reason text, any version word, blanks before the code; a
-        // 511-byte status line and a 511-byte header still fit.
-        {"HTTP/1.0 200 Whatever reason you like\r\n\r\nbody", "body"},
+        // Blanks before the code; a 511-byte status line and a 511-byte header still fit.
         {"  HTTP/1.1   200\r\n\r\nbody", "body"},
         {"HTTP/1.1 200 " + std::string(511 - 13, 'r') + "\r\n\r\nbody", "body"},
         {Response("X-Fits: " + std::string(511 - 8, 'h') + "\r\nContent-Length: 3\r\n", "abcdef"), "abc"},
-        // Closed early: inside a chunk, a size line, behind a chunk's data,
-        // inside a Content-Length body, inside the head.
-        {Response(kChunked, "a\r\nhello"), "hello"},
-        {Response(kChunked, "5\r\nhello\r\n1"), "hello"},
-        {Response(kChunked, "5\r\nhello"), "hello"},
-        {Response(kChunked, "5\r\nhello\r\n"), "hello"},
+        // Closed early: inside a chunk, a size line, a Content-Length body, the head.
         {Response(kChunked, "3\r\nabc\r\n10\r\nhello"), "abchello"},
+        {Response(kChunked, "5\r\nhello\r\n1"), "hello"},
         {Response("Content-Length: 100\r\n", "only this"), "only this"},
         {"HTTP/1.1 200 OK\r\nContent-Le", ""},
-        {"HTTP/1.1 200 OK\r\nContent-Length: 2", ""},
         // The largest chunk size, cut short by the close.
         {Response(kChunked, "7fffffff\r\nabc"), "abc"},
         // A size line that fills the line buffer is never delivered.
@@ -130,8 +119,7 @@ TEST(NetHttpResponse, BodiesEndAtTheirLengthTheirLastChunkOrTheClose) {
     };
     // Sizes that are no numbers, negative, or beyond the 31 bits a chunk may
     // have (or beyond 64): -1 for good.
-    for (const char *size :
-         {"-5", "80000000", "ffffffff", "100000000", "fffffffffffffffffffffffff", "zz", "  ", "+x"})
+    for (const char *size : {"-5", "80000000", "100000000", "fffffffffffffffffffffffff", "zz"})
         rows.push_back(
             {Response(kChunked, std::string("3\r\nabc\r\n") + size + "\r\n0123456789\r\n0\r\n\r\n"), "abc",
              -1});
@@ -158,30 +146,19 @@ TEST(NetHttpResponse, RefusedAnswersGiveNullAndRedirectsAreNotFollowed) {
     const std::string location =
         "Location: " + peer::LoopbackUrl(peer::PortOf(target)) + "\r\nContent-Length: 0\r\n";
     const std::string refused[] = {
-        "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n",
-        "HTTP/1.1 500 Internal Server Error\r\n\r\n",
-        "HTTP/1.1 2000 OK\r\n\r\n",
-        "HTTP/1.1 OK 200\r\n\r\n",
-        "HTTP/1.1\r\n\r\n",
-        "200\r\n\r\n",
-        "garbage\r\n\r\n",
-        "\r\n\r\n",
-        "", // closed before a byte
+        "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "HTTP/1.1 2000 OK\r\n\r\n",
+        "HTTP/1.1 OK 200\r\n\r\n", "200\r\n\r\n", "", // the last closed before a byte
         "HTTP/1.1 200 " + std::string(600, 'x') + "\r\n\r\n", // status line over the limit
         Response("X-Long: " + std::string(600, 'h') + "\r\n", "body"),
         Response("X-Exact: " + std::string(512 - 9, 'h') + "\r\n", ""), // no room for its end
-        Response("Content-Length: -5\r\n", "body"),
-        Response("Content-Length: 2147483648\r\n", "body"),
+        Response("Content-Length: -5\r\n", "body"), Response("Content-Length: 2147483648\r\n", "body"),
         Response("Content-Length: 99999999999999999999999\r\n", "body"),
         Response("Content-Length: ten\r\n", "body"),
-        Response("Content-Length:\r\n", "body"),
         // An interim answer is a status other than 200: the final answer
         // behind it is never looked at.
         "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok",
         "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 100 Continue\r\n\r\n",
-        Response(location, "", "301 Moved Permanently"),
-        Response(location, "", "302 Found"),
-        Response(location, "", "307 Temporary Redirect"),
+        Response(location, "", "301 Moved Permanently"), Response(location, "", "307 Temporary Redirect"),
     };
     Server server;
     for (const std::string &response : refused) {
@@ -393,12 +370,10 @@ TEST(NetHttpPut, NonBlockingUploadsKeepWholeChunksThroughWouldBlock) {
     EXPECT_TRUE(body.body == source);
 }
 
-// HV_URL_TIMEOUT bounds connect, request and head; it is set small here so
-// that the cases that wait for it finish quickly.  Elapsed times are only
-// checked against generous ceilings that tell "bounded" from "hung".
+// HV_URL_TIMEOUT bounds connect, request and head; set small so the cases that wait for
+// it finish quickly.  kPromptMs only tells "bounded" (even loaded, under a sanitizer)
+// from "hung" (the peer's 10 s patience or for ever).
 constexpr int kTimeoutMs = 1000;
-// What a bounded wait may take on a loaded machine under a sanitizer; a
-// hang lasts until the test's patience (10 s in the peer) or for ever.
 constexpr int kPromptMs = 8000;
 
 class HttpFaults : public ::testing::Test {

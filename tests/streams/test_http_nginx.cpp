@@ -1,17 +1,12 @@
-// The HTTP stream against nginx, a standard server on 127.0.0.1, started by
-// the test itself (not as a daemon, as the current user, with its own
-// configuration, logs and temporary directories in a scratch directory and
-// a free port) and stopped at the end; scripts/deps.sh installs nginx-light.
-// Uploads go to its WebDAV module, which stores each PUT body as a file and
-// holds a chunked body to the letter of HTTP/1.1.  Downloads read files it
-// serves with a Content-Length, and files it passes through a substitution
-// filter, which sends them chunked.  curl, an independent client, reads back
-// what the stream uploaded and uploads what the stream reads.
+// The HTTP stream against nginx on 127.0.0.1, started by the test as the current user
+// with its own configuration and scratch directories (scripts/deps.sh installs
+// nginx-light).  Uploads go to its WebDAV module, which holds a chunked body to the
+// letter of HTTP/1.1; downloads read files served with a Content-Length, and chunked
+// through a substitution filter.  curl, an independent client, reads back what the
+// stream uploaded and uploads what the stream reads.
 //
-// nginx writes its pid file only once its listening socket is open, and its
-// access log line only once a request is finished (the body stored and
-// renamed into place, the answer sent), so the tests wait on those two files
-// through inotify rather than by polling or sleeping.
+// nginx writes its pid file once it listens and its access log line once a request is
+// finished, so the tests wait on those two files through inotify, never by sleeping.
 #include <gtest/gtest.h>
 
 #include <signal.h>

@@ -1,10 +1,6 @@
-// The in-memory streams: growing memory streams (growth, the shared cursor,
-// seeks past the end and the gap they leave, the accessors), string streams
-// over a caller's buffer (sized and unsized reads, writes and seeks, the NUL
-// a sized write leaves, reset, ownership of the buffer), with hostile counts
-// and offsets; and multiplex streams over a sequence of streams (moving on
-// at the end of a component, the end of the sequence as -1, retried failures
-// and the limit on them, writes, flush, seek and selection, ownership).
+// Memory streams (growth, the shared cursor, seeks past the end), string streams over a
+// caller's buffer (sized and unsized, the NUL a write leaves, reset, ownership) and
+// multiplex streams (moving on between components, retried failures, selection).
 #include <gtest/gtest.h>
 
 #include <cstring>

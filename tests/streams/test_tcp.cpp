@@ -1,9 +1,6 @@
-// TCP streams on 127.0.0.1: client and listening streams, blocking and
-// non-blocking modes, HalvIOSelect over read, accept and write readiness,
-// copies between sockets, failures, and from several threads at once: the
-// socket layer's first start racing across engine starts and stops, a
-// select-driven echo server of library streams serving client threads, and
-// parallel HTTP downloads.
+// TCP streams on 127.0.0.1: blocking and non-blocking modes, HalvIOSelect, copies
+// between sockets, failures, and threads: first starts racing engine starts and stops,
+// a select-driven echo server of library streams, parallel HTTP downloads.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
