@@ -161,7 +161,8 @@ TEST(CoreArgs, EmptyListAndAbsentKeysKeepDefaults) {
               1);
     EXPECT_EQ(std::vector<int32_t>(found, found + 6), std::vector<int32_t>(6, 0));
     EXPECT_EQ(std::tuple(count, array, window[0], pointer, a, b, text),
-              std::tuple(-7, reinterpret_cast<double *>(0x10), 9, reinterpret_cast<void *>(0x20), 5, 6, nullptr));
+              std::tuple(-7, reinterpret_cast<double *>(0x10), 9, reinterpret_cast<void *>(0x20), 5, 6,
+                         nullptr));
 
     // A null list reads as an empty one.
     int32_t f = -1;

@@ -50,7 +50,8 @@ TEST_F(LogProbe, KindsGoToTheirStreamsAndDebugNeedsHvDebug) {
 }
 
 TEST_F(LogProbe, SilentDropsStandardStreamsButNotFileOrCallback) {
-    EXPECT_EQ(ErrOut(Run({"HV_SILENT=0"}, {"error:E\n", "print:P\n", "errorresult"})), Pair("", "result=-1\n"));
+    EXPECT_EQ(ErrOut(Run({"HV_SILENT=0"}, {"error:E\n", "print:P\n", "errorresult"})),
+              Pair("", "result=-1\n"));
 
     // Silent with a log file: debug is dropped without HV_DEBUG, errors go to the file only.
     probe::Result toFile = Run({"HV_SILENT=1", "HV_LOGFILE=" + LogFile()}, {"debug:D\n", "error:E\n"});

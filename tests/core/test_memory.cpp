@@ -192,7 +192,8 @@ TEST(Chunks, QueueGrowsByFourAndReusesFreeSlots) {
     uint32_t length = 0;
     ASSERT_EQ(HalvGetStateQueueLength(state, &length), 1);
     EXPECT_EQ(length, 8u);
-    EXPECT_EQ(std::tuple(state->queueChunkFn(state), state->queue[3]->data), std::tuple(state->queue[3], data[3]));
+    EXPECT_EQ(std::tuple(state->queueChunkFn(state), state->queue[3]->data),
+              std::tuple(state->queue[3], data[3]));
 
     // A null chunk takes a slot that stays free: the next enqueue gets it again.
     uint32_t first = 0, second = 0;

@@ -388,7 +388,7 @@ TEST_F(WorkerPool, TargetIsTheSumOfExclusiveCountsPlusTheLargestSharedOne) {
     ASSERT_EQ(HalvWorkerPoolCreateGlobal(&first, 0, 0, 3, 1, nullptr), 1);
     EXPECT_EQ(ThreadTarget(first), 4u);
     ASSERT_EQ(HalvWorkerPoolCreateGlobal(&second, 0, 0, 2, 1, nullptr), 1);
-    EXPECT_EQ(ThreadTarget(first) * 10 + ThreadCount(first), 55u) << "shared counts overlap, exclusive ones add up";
+    EXPECT_EQ(ThreadTarget(first) * 10 + ThreadCount(first), 55u) << "shared counts overlap, exclusive add";
     EXPECT_EQ(HalvWorkerPoolFree(first), 1);
     EXPECT_EQ(ThreadTarget(second) * 10 + ThreadCount(second), 35u) << "without an age no worker ends";
     EXPECT_EQ(HalvWorkerPoolSetExclusiveThreadCount(second, 4), 1);
