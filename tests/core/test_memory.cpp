@@ -53,9 +53,8 @@ TEST(Arrays, AllocWithItemsAndWithMarkers) {
         EXPECT_EQ(*items[i], 0);
         EXPECT_EQ(HalvGetArrayItem(items, i), items[i]);
     }
-    EXPECT_EQ(items[3], nullptr);
-    EXPECT_EQ(HalvGetArrayItem(items, 3), nullptr);
-    EXPECT_EQ(HalvGetArrayItem(items, 10), nullptr);
+    EXPECT_EQ(std::tuple((void *)items[3], HalvGetArrayItem(items, 3), HalvGetArrayItem(items, 10)),
+              std::tuple(nullptr, nullptr, nullptr));
     EXPECT_EQ(HalvFreeArray(items), 1);
 
     char **markers = nullptr;
@@ -67,8 +66,7 @@ TEST(Arrays, AllocWithItemsAndWithMarkers) {
     void **empty = nullptr;
     ASSERT_EQ(HalvAllocArray(&empty, 0, 8), 1);
     ASSERT_NE(empty, nullptr);
-    EXPECT_EQ(HalvGetArraySize(empty), 0u);
-    EXPECT_EQ(HalvGetArrayItem(empty, 0), nullptr);
+    EXPECT_EQ(std::tuple(HalvGetArraySize(empty), HalvGetArrayItem(empty, 0)), std::tuple(0u, nullptr));
     HalvFreeArray(empty);
 
     void **overflow = reinterpret_cast<void **>(&empty);
@@ -76,10 +74,9 @@ TEST(Arrays, AllocWithItemsAndWithMarkers) {
     EXPECT_EQ(overflow, nullptr);
     EXPECT_EQ(HalvAllocArray(nullptr, 1, 4), 0);
 
-    EXPECT_EQ(HalvGetArraySize(nullptr), 0u);
-    EXPECT_EQ(HalvGetArrayItem(nullptr, 0), nullptr);
-    EXPECT_EQ(HalvFreeArray(nullptr), 0);
-    EXPECT_EQ(HalvFreeSmartArray(nullptr), 0);
+    EXPECT_EQ(std::tuple(HalvGetArraySize(nullptr), HalvGetArrayItem(nullptr, 0), HalvFreeArray(nullptr),
+                         HalvFreeSmartArray(nullptr)),
+              std::tuple(0u, nullptr, 0, 0));
 }
 
 TEST(Arrays, ReallocShrinksGrowsAndStartsFromNull) {
@@ -90,9 +87,7 @@ TEST(Arrays, ReallocShrinksGrowsAndStartsFromNull) {
     *items[1] = 22;
     ASSERT_EQ(HalvReallocArray(&items, 5, sizeof(int)), 1);
     EXPECT_EQ(HalvGetArraySize(items), 5u);
-    EXPECT_EQ(*items[0], 11);
-    EXPECT_EQ(*items[1], 22);
-    EXPECT_EQ(*items[4], 0);
+    EXPECT_EQ(std::tuple(*items[0], *items[1], *items[4]), std::tuple(11, 22, 0));
     ASSERT_EQ(HalvReallocArray(&items, 2, sizeof(int)), 1); // releases three (ASan checks)
     EXPECT_EQ(HalvGetArraySize(items), 2u);
     EXPECT_EQ(*items[1], 22);
@@ -105,9 +100,8 @@ TEST(Arrays, ReallocShrinksGrowsAndStartsFromNull) {
     std::strcpy(strings[0], "abc");
     ASSERT_EQ(HalvReallocArray(&strings, 3, 0), 1);
     EXPECT_STREQ(strings[0], "abc");
-    EXPECT_EQ(HalvGetArrayItem(strings, 1), HalvArrayEmptySlot());
-    EXPECT_EQ(HalvGetArrayItem(strings, 2), HalvArrayEmptySlot());
-    EXPECT_EQ(strings[3], nullptr);
+    EXPECT_EQ(std::tuple(HalvGetArrayItem(strings, 1), HalvGetArrayItem(strings, 2), (void *)strings[3]),
+              std::tuple(HalvArrayEmptySlot(), HalvArrayEmptySlot(), nullptr));
     HalvFreeArray(strings);
 
     EXPECT_EQ(HalvReallocArray(nullptr, 3, 4), 0);
@@ -196,10 +190,10 @@ TEST(Chunks, QueueGrowsByFourAndReusesFreeSlots) {
         EXPECT_EQ(index, i);
     }
     uint32_t length = 0;
-    EXPECT_EQ(HalvGetStateQueueLength(state, &length), 1);
+    ASSERT_EQ(HalvGetStateQueueLength(state, &length), 1);
     EXPECT_EQ(length, 8u);
-    EXPECT_EQ(state->queueChunkFn(state), state->queue[3]);
-    EXPECT_EQ(state->queue[3]->data, data[3]);
+    EXPECT_EQ(std::tuple(state->queueChunkFn(state), state->queue[3]->data),
+              std::tuple(state->queue[3], data[3]));
 
     // A null chunk takes a slot that stays free: the next enqueue gets it again.
     uint32_t first = 0, second = 0;
@@ -207,8 +201,7 @@ TEST(Chunks, QueueGrowsByFourAndReusesFreeSlots) {
     HalvChunk chunk{};
     chunk.data = data[0];
     ASSERT_EQ(HalvEnqueueChunk(state, &chunk, &second), 1);
-    EXPECT_EQ(first, 5u);
-    EXPECT_EQ(second, 5u);
+    EXPECT_EQ(std::tuple(first, second), std::tuple(5u, 5u));
 
     // Freeing slot 1 makes it the next one used.
     state->queue[1]->data = nullptr;

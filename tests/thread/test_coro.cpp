@@ -1,8 +1,7 @@
 /*
- * Coroutines: values yielded through many resumes, nested resumes, resumes
- * from two threads in turn, stacks of the asked size with a guard page below (an overflow faults there, in a child
- * process), floating-point control kept apart on each side of a switch, and
- * coroutines freed while suspended giving their stacks back.
+ * Coroutines: yields through many resumes, nested resumes, resumes from two
+ * threads in turn, stack sizes and the guard page an overflow faults in,
+ * floating-point control kept on each side, and stacks given back on free.
  */
 #include <gtest/gtest.h>
 
@@ -18,6 +17,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -94,8 +94,7 @@ TEST(ThreadCoro, YieldsValuesThroughManyResumesAndFinishesOnce) {
     HalvCoro *coro = nullptr;
     ASSERT_EQ(HalvCoroCreate(&coro, Fibonacci, &gen, 0), 1);
     ASSERT_NE(coro, nullptr);
-    EXPECT_EQ(coro->finished, 0);
-    EXPECT_NE(coro->fiber, nullptr);
+    EXPECT_TRUE(coro->finished == 0 && coro->fiber != nullptr);
     EXPECT_EQ(gen.entries, 0) << "the function started at creation";
 
     uint64_t a = 0, b = 1;
@@ -108,11 +107,9 @@ TEST(ThreadCoro, YieldsValuesThroughManyResumesAndFinishesOnce) {
     /* The resume in which the function returns gives 1 and releases the
      * stack; the next gives 0 and runs nothing. */
     EXPECT_EQ(HalvCoroResume(coro), 1);
-    EXPECT_EQ(coro->finished, 1);
-    EXPECT_EQ(coro->fiber, nullptr);
+    EXPECT_EQ(std::tuple(coro->finished, coro->fiber), std::tuple(1, nullptr));
     EXPECT_EQ(HalvCoroResume(coro), 0);
-    EXPECT_EQ(gen.entries, 1);
-    EXPECT_EQ(gen.produced, kValues);
+    EXPECT_EQ(std::tuple(gen.entries, gen.produced), std::tuple(1, kValues));
     HalvCoroFree(coro);
 }
 

@@ -42,13 +42,8 @@ TEST(ThreadThreads, ExitCodesByReturnAndByExit) {
         HalvThreadFn fn;
         uint32_t code;
     };
-    const Case cases[] = {
-        {ReturnArgument, 42},
-        {ReturnArgument, 0},
-        {ReturnArgument, 0xFFFFFFFFu},
-        {ExitThroughFrames, 7},
-        {ExitThroughFrames, 0x80000001u},
-    };
+    const Case cases[] = {{ReturnArgument, 42}, {ReturnArgument, 0}, {ReturnArgument, 0xFFFFFFFFu},
+                          {ExitThroughFrames, 7}, {ExitThroughFrames, 0x80000001u}};
     std::vector<HalvThread> threads;
     for (const Case &c : cases) {
         HalvThread thread = nullptr;
