@@ -91,7 +91,8 @@ TEST(UtilTokens, QuotesEscapesAndEmptyTokens) {
         {"a\xA0" "b", "\xA0", 0, {"a", "b"}},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(Tokens(c.input, c.delimiters, c.flags), c.expected) << "[" << c.input << "] flags " << c.flags;
+        EXPECT_EQ(Tokens(c.input, c.delimiters, c.flags), c.expected)
+            << "[" << c.input << "] flags " << c.flags;
 }
 
 TEST(UtilTokens, CursorAndCutting) {
