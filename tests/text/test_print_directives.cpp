@@ -16,7 +16,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -24,22 +23,15 @@
 
 namespace {
 
+/* Widths, precisions and flags of everyday values are compared with snprintf
+ * in test_print_differential; these are the edges it leaves out or rarely
+ * meets: the extreme value, a zero under precision 0, '-' with '0'. */
 TEST(PrintIntegers, WidthPrecisionAndSign) {
     EXPECT_EQ(Text("%d", INT_MIN), "-2147483648");
-    EXPECT_EQ(Text("%d|%i", 0, -7), "0|-7");
     EXPECT_EQ(Print("%.0d", 0), (Printed{0, ""}));
-    EXPECT_EQ(Text("[%5.0d]", 0), "[     ]");
-    EXPECT_EQ(Text("[%+.0d]", 0), "[+]");
-    EXPECT_EQ(Text("%#.0o", 0), "0");
-    EXPECT_EQ(Text("[%5.3d]", 42), "[  042]");
-    EXPECT_EQ(Text("[%-5.3d]", 42), "[042  ]");
-    EXPECT_EQ(Text("[%05d]", -42), "[-0042]");
-    EXPECT_EQ(Text("[%08.3d]", 42), "[     042]");
+    EXPECT_EQ(Text("[%5.0d|%+.0d|%#.0o]", 0, 0, 0), "[     |+|0]");
     EXPECT_EQ(Text("[%-05d]", 42), "[42   ]");  /* '0' after '-' reads as width */
     EXPECT_EQ(Text("[%0-5d]", 42), "[42   ]");  /* '-' turns zero padding off */
-    EXPECT_EQ(Text("[%+d|% d|%+ d]", 5, 5, 5), "[+5| 5|+5]");
-    EXPECT_EQ(Text("[%5d|%-5d|%+5d]", 42, 42, 42), "[   42|42   |  +42]");
-    EXPECT_EQ(Text("[%3d]", 123456), "[123456]");
 }
 
 /* Every power of ten and the number before it, in 32 and 64 bits, through
@@ -64,19 +56,11 @@ TEST(PrintIntegers, DecimalDigitCountsAtEveryPowerOfTen) {
 
 TEST(PrintIntegers, UnsignedConversionsAndAlternativeForms) {
     EXPECT_EQ(Text("%u|%x|%X|%o", -1, -1, 255, 8), "4294967295|ffffffff|FF|10");
-    EXPECT_EQ(Text("%+u|%+x", 5, 255), "5|ff");  /* plus has no effect */
-    EXPECT_EQ(Text("% u|% x|% o", 5, 255, 8), " 5| ff| 10");  /* blank does */
-    EXPECT_EQ(Text("%#x|%#X|%#o", 255, 255, 8), "0xff|0XFF|010");
+    EXPECT_EQ(Text("% u|% x|% o", 5, 255, 8), " 5| ff| 10");  /* blank has an effect here */
     EXPECT_EQ(Text("%#x|%#o", 0, 0), "0|0");
-    EXPECT_EQ(Text("[%#08x]", 255), "[0x0000ff]");
-    EXPECT_EQ(Text("[%#8x]", 255), "[    0xff]");
-    EXPECT_EQ(Text("[%-#8x]", 255), "[0xff    ]");
-    /* Octal's '0' prefix is left out where precision zeros supply it, and
-     * kept where left-adjust leaves the count of zeros at nothing. */
-    EXPECT_EQ(Text("[%#.3o]", 8), "[010]");
-    EXPECT_EQ(Text("[%#.1o]", 8), "[010]");
+    /* Octal's '0' prefix is kept where left-adjust leaves the count of
+     * precision zeros at nothing. */
     EXPECT_EQ(Text("[%#-.3o]", 8), "[0010]");
-    EXPECT_EQ(Text("[%#06o]", 8), "[000010]");
 }
 
 TEST(PrintIntegers, SizesFollowThePlatformWords) {
@@ -129,28 +113,20 @@ TEST(PrintIntegers, StarArguments) {
     EXPECT_EQ(Text("[%3*d]", 5, 1), "[    1]");
 }
 
+/* Strings of any bytes under '-', width and precision, null and unterminated
+ * text and literal text are compared with snprintf in test_print_differential
+ * and test_print_sinks. */
 TEST(PrintCharacters, CharactersStringsAndEscapes) {
     EXPECT_EQ(Text("%c%c%lc", 'a', 'b', 'c'), "abc");
     EXPECT_EQ(Text("[%3c|%-3c|%03c]", 'x', 'y', 'z'), "[  x|y  |  z]");
     EXPECT_EQ(Print("%c", 0).result, 1);  /* the NUL byte counts */
     EXPECT_EQ(Text("%#c%#c%#c%#c", '\n', 1, 0xff, '\\'), "\\n\\x01\\xff\\\\");
-    EXPECT_EQ(Text("%.3s|%s|%.2s|%.0s|", "abcdef", static_cast<char *>(nullptr),
-                   static_cast<char *>(nullptr), "abc"),
-              "abc|(nil)|(n||");
     EXPECT_EQ(Text("[%8s|%-8s|%08s]", "abc", "abc", "abc"), "[     abc|abc     |     abc]");
-    EXPECT_EQ(Text("[%-3.1s]", "xyz"), "[x  ]");
     EXPECT_EQ(Text("%ls", "wide is bytes"), "wide is bytes");
     EXPECT_EQ(Text("%#s", "q\"\\\a\b\t\n\v\f\r\x7f\x80 ~"),
               "q\"\\\\\\a\\b\\t\\n\\v\\f\\r\\x7f\\x80 ~");
     /* Width counts the text's own bytes, not what escapes add. */
     EXPECT_EQ(Text("[%#5s]", "\n"), "[    \\n]");
-    /* UTF-8 text is bytes: width and precision count bytes. */
-    EXPECT_EQ(Text("[%5s]", "\xc3\xa9"), "[   \xc3\xa9]");
-    EXPECT_EQ(Text("[%.1s]", "\xc3\xa9"), "[\xc3]");
-    /* A precision bounds the read: the text needs no terminator there. */
-    const char unterminated[3] = {'x', 'y', 'z'};
-    EXPECT_EQ(Text("%.3s", unterminated), "xyz");
-    EXPECT_EQ(Text("%.2s", unterminated), "xy");
 }
 
 TEST(PrintPointersCountsLiterals, NilDigitsCountsAndUtf8) {
@@ -177,10 +153,6 @@ TEST(PrintPointersCountsLiterals, NilDigitsCountsAndUtf8) {
     EXPECT_EQ(HalvSNPrintf(small, sizeof small, "abcdef%n", &count), 6);
     EXPECT_EQ(count, 3);
     EXPECT_STREQ(small, "abc");
-    EXPECT_EQ(Print(""), (Printed{0, ""}));
-    EXPECT_EQ(Print("plain"), (Printed{5, "plain"}));
-    EXPECT_EQ(Text("100%%|%%d|%%%d", 7), "100%|%d|%7");
-    EXPECT_EQ(Text("\xc3\xa9t\xc3\xa9 %d \xe2\x82\xac", 5), "\xc3\xa9t\xc3\xa9 5 \xe2\x82\xac");
     /* Bytes that start no valid sequence are copied one by one. */
     EXPECT_EQ(Print("\xff%d\x80\xc3", 1), (Printed{4, "\xff" "1\x80\xc3"}));
     EXPECT_EQ(Text("\xc3%d", 2), "\xc3" "2");
@@ -312,65 +284,17 @@ TEST(PrintLimits, SixtyFourArgumentsAndHostileSizes) {
     EXPECT_STREQ(buffer, "1              ");
 }
 
-/* Random formats from the bytes directives are made of.  Every argument
- * entry points at a zeroed block of its own, which reads as 0, as an empty
- * string and as a target for %n, so any format is safe to run.  Whatever
- * comes out, the sinks must agree with each other and nothing may crash. */
-TEST(PrintRobustness, RandomFormatsAgreeAcrossSinks) {
-    static const char kAlphabet[] = "%%%%%dxXsSfFeEgGaAcpnio[].*-+ #0123456789hlLzjtIu\xc3\xa9q$'";
-    alignas(16) static unsigned char blocks[64][32];
-    std::vector<void *> pointers;
-    for (auto &block : blocks)
-        pointers.push_back(block);
-    std::mt19937 random(99);
-    for (int round = 0; round < 20000; ++round) {
-        std::string format;
-        const int length = std::uniform_int_distribution<int>(0, 24)(random);
-        for (int i = 0; i < length; ++i)
-            format += kAlphabet[std::uniform_int_distribution<size_t>(0, sizeof kAlphabet - 2)(random)];
-        SCOPED_TRACE(format);
-        std::memset(blocks, 0, sizeof blocks);
-        const int32_t measured = HalvLSNPrintf(nullptr, 0, format.c_str(), pointers.data());
-        if (measured < 0) {
-            EXPECT_TRUE(measured == HALV_FORMAT_MALFORMED || measured == HALV_FORMAT_TOO_MANY_ARGS);
-            continue;
-        }
-        ASSERT_LT(measured, 1 << 20);
-        const size_t size = static_cast<size_t>(measured);
-        std::vector<char> unbounded(size + 1, 'Z');
-        std::memset(blocks, 0, sizeof blocks);
-        EXPECT_EQ(HalvLSPrintf(unbounded.data(), format.c_str(), pointers.data()), measured);
-        EXPECT_EQ(unbounded[size], '\0');
-        char *allocated = nullptr;
-        std::memset(blocks, 0, sizeof blocks);
-        EXPECT_EQ(HalvLASPrintf(&allocated, format.c_str(), pointers.data()), measured);
-        ASSERT_NE(allocated, nullptr);
-        EXPECT_EQ(std::string(allocated, size + 1), std::string(unbounded.data(), size + 1));
-        halv_internal_free(allocated);
-        RecordingStream stream;
-        std::memset(blocks, 0, sizeof blocks);
-        EXPECT_EQ(HalvIOLPrintf(stream.io, format.c_str(), pointers.data()), measured);
-        EXPECT_EQ(stream.taken, std::string(unbounded.data(), size));
-    }
-}
-
-} // namespace
-
-namespace {
-
 const double kInf = std::numeric_limits<double>::infinity();
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
+/* Everyday values, flags and widths are compared with snprintf in
+ * test_print_differential; these are the sizes, signs and precisions it
+ * leaves out. */
 TEST(PrintFloat, FixedExponentAndShorterForms) {
-    EXPECT_EQ(Text("%f|%f|%f", 0.0, 1.5, -2.5), "0.000000|1.500000|-2.500000");
-    EXPECT_EQ(Text("%e|%E", 0.0, 1234.5), "0.000000e+00|1.234500E+03");
-    EXPECT_EQ(Text("%e|%e|%E", 1e100, 1e-300, 1.5e-10), "1.000000e+100|1.000000e-300|1.500000E-10");
-    EXPECT_EQ(Text("%g|%g|%g|%g", 0.0, 100000.0, 1000000.0, 1000001.0), "0|100000|1000000|1e+06");
+    EXPECT_EQ(Text("%g|%g|%g", 1000000.0, 1000001.0, 1234567.0), "1000000|1e+06|1.23457e+06");
     EXPECT_EQ(Text("%g|%g|%G|%g", 0.0001, 0.00001, 0.00001, 123456.7), "0.0001|1e-05|1E-05|123457");
-    EXPECT_EQ(Text("%g|%g", 1234567.0, 0.5), "1.23457e+06|0.5");
     EXPECT_EQ(Text("%f", 0.999999999), "1.000000");  /* the carry into the integer part */
-    EXPECT_EQ(Text("%e", 9.9999999), "1.000000e+01");  /* the carry into the exponent */
-    EXPECT_EQ(Text("%.0f|%.0e|%#.0f|%#.0e", 3.25, 3.25, 2.0, 2.0), "3|3e+00|2.|2.e+00");
+    EXPECT_EQ(Text("%.0e|%#.0e", 3.25, 2.0), "3e+00|2.e+00");
     EXPECT_EQ(Text("%f|%e|%g", -0.0, -0.0, -0.0), "-0.000000|-0.000000e+00|-0");
     EXPECT_EQ(Text("%.3f|%.10f", 3.14159265, 0.1), "3.142|0.1000000000");
     EXPECT_EQ(Text("%f", 123456789.123456789), "123456789.123457");
@@ -427,8 +351,6 @@ TEST(PrintFloat, ShorterFormKeepsItsOwnRules) {
 }
 
 TEST(PrintFloat, FlagsAndWidths) {
-    EXPECT_EQ(Text("%+.1f|% .1f|%+.1f", 1.5, 1.5, -1.5), "+1.5| 1.5|-1.5");
-    EXPECT_EQ(Text("[%08.2f]|[%-8.2f]|[%+08.2f]", -1.5, 1.5, 1.5), "[-0001.50]|[1.50    ]|[+0001.50]");
     EXPECT_EQ(Text("[%12.2e]|[%-+12.2e]", 12345.678, 12345.678), "[    1.23e+04]|[+1.23e+04   ]");
     EXPECT_EQ(Text("[%*.*f]", -8, 1, 2.25), "[2.3     ]");
     EXPECT_EQ(Text("[%.*f]", -3, 2.5), "[2.500000]");  /* negative precision: none */

@@ -39,9 +39,10 @@ TEST(TextScanDouble, ExactValues) {
         const char *text;
         double value;
     } exact[] = {
+        /* Integers, dyadic fractions, "N.e-K" and hexadecimal text of every
+         * size are compared with sscanf below; these are their edges. */
         {"0", 0.0}, {"9007199254740991", 9007199254740991.0}, {"-4503599627370495.5", -4503599627370495.5},
-        {"0.5", 0.5}, {"0.25", 0.25}, {"0.125", 0.125}, {"1.75", 1.75}, {"1.5e3", 1500.0}, {"2.5e+22", 2.5e22},
-        {"12.e-1", 1.2}, {"1.e-22", 1e-22}, {"0x1.8p1", 3.0}, {"0x.8", 0.5}, {"0X1F.Cp-2", 7.9375},
+        {"2.5e+22", 2.5e22}, {"0x.8", 0.5}, {"0X1F.Cp-2", 7.9375},
         {"0x1.fffffffffffffp1023", 1.7976931348623157e308}, {"0x1.p-1022", std::ldexp(1.0, -1022)},
         {"0x1.p-1074", std::ldexp(1.0, -1074)}, {"0x1.p-1075", 0.0},
         /* Subnormal results, and values beyond the range either way; the

@@ -75,47 +75,28 @@ TEST(UtilUtf8, TruncatedSequencesAreNotReadPastTheirEnd) {
     }
 }
 
-TEST(UtilUtf8, CountingCharacters) {
-    // max -1: HalvUTF8StrLen; otherwise HalvUTF8StrNLen, where a sequence
-    // must fit entirely and an invalid one ends the count.
-    const struct {
-        const char *text;
-        int32_t max;
-        int32_t count;
-    } cases[] = {
-        {"a\xC3\xA9" "b", -1, 3}, {"a\x80" "bc", -1, 1}, {"", -1, 0}, {"\xF0\x9F\x98\x80\xE2\x82\xAC", -1, 2},
-        {nullptr, -1, -1},        {"\xC3\xA9", 1, 0},    {"\xC3\xA9", 2, 1}, {"a\xC3\xA9" "b", 3, 2},
-        {"a\xC3\xA9" "b", 2, 1},  {"ab", 10, 2},         {"ab", 0, 0},       {"a\xFF" "b", 10, 1},
-        {nullptr, 5, -1},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(c.max < 0 ? HalvUTF8StrLen(c.text) : HalvUTF8StrNLen(c.text, c.max), c.count)
-            << (c.text ? c.text : "(null)") << " " << c.max;
+// Counting and searching are compared with a model of the rules on every
+// corpus input by fuzz_utf; these are the null inputs and the edges.
+TEST(UtilUtf8, CountingAndFindingCharacters) {
+    EXPECT_EQ(HalvUTF8StrLen("a\x80" "bc"), 1); // an invalid sequence ends the count
+    EXPECT_EQ(HalvUTF8StrLen(nullptr), -1);
+    EXPECT_EQ(HalvUTF8StrNLen(nullptr, 5), -1);
+    EXPECT_EQ(HalvUTF8StrNLen("\xC3\xA9", 1), 0); // a sequence must fit entirely
     // maxBytes is a real bound: no byte behind it is looked at.
     char unterminated[3] = {'a', (char)0xC3, (char)0xA9};
     EXPECT_EQ(HalvUTF8StrNLen(unterminated, 3), 2);
     EXPECT_EQ(HalvUTF8StrNLen(unterminated, 2), 1);
-}
-
-TEST(UtilUtf8, FindingCharactersGivesTheAddressBehindThem) {
-    const char abc[] = "abc";
-    EXPECT_EQ(HalvUTF8StrChr(abc, 'b'), abc + 2);
-    EXPECT_EQ(HalvUTF8StrRChr(abc, 'b'), abc + 2);
-    EXPECT_EQ(HalvUTF8StrChr(abc, 'z'), nullptr);
+    // The address behind the character is given; its bytes are not
+    // characters of their own.
     const char text[] = "\xE2\x82\xAC" "1\xE2\x82\xAC" "2";
     EXPECT_EQ(HalvUTF8StrChr(text, 0x20AC), text + 3);
     EXPECT_EQ(HalvUTF8StrRChr(text, 0x20AC), text + 7);
-    EXPECT_EQ(HalvUTF8StrChr(text, '2'), text + 8);
-    // The bytes of a character are not characters of their own.
     EXPECT_EQ(HalvUTF8StrChr(text, 0x82), nullptr);
     // An invalid sequence ends the search; RChr keeps what it found first.
     const char broken[] = "xa\xFFxa";
     EXPECT_EQ(HalvUTF8StrChr(broken, 'a'), broken + 2);
     EXPECT_EQ(HalvUTF8StrRChr(broken, 'a'), broken + 2);
-    const char brokenEarly[] = "x\xFF" "a";
-    EXPECT_EQ(HalvUTF8StrChr(brokenEarly, 'a'), nullptr);
-    EXPECT_EQ(HalvUTF8StrRChr(brokenEarly, 'a'), nullptr);
-    EXPECT_EQ(HalvUTF8StrChr(abc, 0), nullptr);
+    EXPECT_EQ(HalvUTF8StrChr(text, 0), nullptr);
     EXPECT_EQ(HalvUTF8StrChr(nullptr, 'a'), nullptr);
     EXPECT_EQ(HalvUTF8StrRChr(nullptr, 'a'), nullptr);
 }
@@ -147,16 +128,6 @@ TEST(UtilUtf8, EveryScalarValueRoundTrips) {
     Owned<uint32_t> ucs(HalvUTF8ConvertToUCS4(utf8.c_str()));
     EXPECT_TRUE(Units(ucs.p) == ucs4);
     EXPECT_TRUE(Take(HalvUTF8ConvertFromUCS4(ucs.p)) == utf8);
-    // One value at a time as well: short strings stay within the first
-    // buffer, where the long one above exercises its growth.
-    for (uint32_t v = 1; v <= 0x10FFFF; v += (v < 0x3000 ? 1 : 97)) {
-        if (!IsScalar(v) || v == 0xFEFF || v == 0xFFFE)
-            continue;
-        const std::string one = Utf8Of(v);
-        Owned<uint16_t> w(HalvUTF8ConvertToUTF16(one.c_str()));
-        ASSERT_EQ(Take(HalvUTF8ConvertFromUTF16(w.p)), one) << v;
-        ASSERT_EQ(HalvUTF8NextChar(one.c_str()), v);
-    }
 }
 
 using Units16 = std::vector<uint16_t>;
