@@ -34,6 +34,9 @@ uint32_t FillPixelInterleaved(uint32_t *out, uint32_t line, uint32_t count) {
     return line;
 }
 
+/* The array functions' one refusal of null arrays: nothing is read or written. */
+bool Missing(const uint32_t *out, const uint32_t *bits) { return out == nullptr || bits == nullptr; }
+
 } // namespace
 
 extern "C" {
@@ -48,7 +51,7 @@ HALV_API uint32_t HalvCalcBytesPerSep(uint32_t bits, uint32_t pixels) noexcept {
 }
 
 HALV_API uint32_t HalvCalcBytesArray(uint32_t *out, uint32_t count, const uint32_t *bits, uint32_t pixels) noexcept {
-    if (count == 0 || out == nullptr || bits == nullptr)
+    if (count == 0 || Missing(out, bits))
         return 0;
     for (uint32_t i = 0; i < count; ++i)
         out[i] = HalvCalcBytesPerSep(bits[i], pixels);
@@ -66,7 +69,10 @@ HALV_API uint32_t HalvCalcInterleaveBytesArray(uint32_t interleave, uint32_t *ou
                                                uint32_t pixels) noexcept {
     switch (interleave) {
     case 0: return HalvCalcBytesArray(out, count, bits, pixels);
-    case 1: return count == 0 || out == nullptr || bits == nullptr ? 0 : FillPixelInterleaved(out, PixelInterleavedLine(count, bits, pixels), count);
+    case 1:
+        if (count == 0 || Missing(out, bits))
+            return 0;
+        return FillPixelInterleaved(out, PixelInterleavedLine(count, bits, pixels), count);
     default: return 0;
     }
 }
@@ -75,7 +81,7 @@ HALV_API uint32_t HalvCalcAlignedBytesArray(uint32_t *out, uint32_t alignment, i
                                             uint32_t pixels) noexcept {
     if (alignment == 0)
         return HalvCalcBytesArray(out, (uint32_t)(count < 0 ? 0 : count), bits, pixels);
-    if (out == nullptr || bits == nullptr)
+    if (Missing(out, bits))
         return 0;
     uint32_t total = 0;
     for (int32_t i = 0; i < count; ++i) {
@@ -89,7 +95,7 @@ HALV_API uint32_t HalvCalcAlignedInterleaveBytesArray(uint32_t interleave, uint3
                                                       int32_t count, const uint32_t *bits, uint32_t pixels) noexcept {
     if (interleave == 0)
         return HalvCalcAlignedBytesArray(out, alignment, count, bits, pixels);
-    if (interleave != 1 || count <= 0 || out == nullptr || bits == nullptr)
+    if (interleave != 1 || count <= 0 || Missing(out, bits))
         return 0;
     if (alignment == 0)
         return HalvCalcInterleaveBytesArray(1, out, (uint32_t)count, bits, pixels);
